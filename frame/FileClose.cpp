@@ -1,0 +1,61 @@
+// frame/FileClose.cpp -- stopping the process log, and the library.
+#include "frame/FileClose.h"
+
+#include "frame/ErrPos.h"
+#include "frame/GrobalVarUnix.h"
+#include "frame/Guards.h"
+#include "logfile/LogFile.h"
+#include "mmap/MMap.h"
+#include "multilog/MultiLogFile.h"
+
+int ZEBU_ReleaseMMap(const ZEBUErrScope& err)
+{
+    ZEBUMMapFile* pMMap = ZEBU2_pMMap;
+    if (!pMMap)
+        return 0;
+    pMMap->relRef();
+    if (pMMap->refCount() > 0)
+        return 0;
+    const int iResult = err.finish(pMMap->closeFile());
+    if (iResult == 0) {
+        ZEBU2_pMMap = nullptr;
+        delete pMMap;
+    }
+    return iResult;
+}
+
+// An engine whose close failed stays where it is.
+template <class Engine>
+static int fs_closeEngine(Engine** ppEngine, const ZEBUErrScope& err)
+{
+    const int iResult = err.finish((*ppEngine)->closeFile());
+    if (iResult == 0) {
+        delete *ppEngine;
+        *ppEngine = nullptr;
+    }
+    return iResult;
+}
+
+int ZEBU2_Finalize(void)
+{
+    const ZEBUErrScope err(ZEBU_FUNC_FINALIZE);
+    const ZEBUMutexGuard lock;
+    if (!ZEBU2_iIsInitialized)
+        return err.fail(ZEBU_EPOS_NOTREADY);
+    int iResult = 0;
+    if (!ZEBU2_pLogFile && !ZEBU2_pMultiLogFile && !ZEBU2_pMMap)
+        iResult = err.fail(ZEBU_EPOS_NOTREADY);
+    if (ZEBU2_pLogFile)
+        iResult = fs_closeEngine(&ZEBU2_pLogFile, err);
+    if (ZEBU2_pMultiLogFile)
+        iResult = fs_closeEngine(&ZEBU2_pMultiLogFile, err);
+    const int iArea = ZEBU_ReleaseMMap(err);
+    ZEBU2_iIsInitialized = 0;
+    ZEBU_UninitializeGrobalVar();
+    return iResult != 0 ? iResult : iArea;
+}
+
+int ZEBU2_EndLibrary(void)
+{
+    return ZEBU_TlsVarDeleteAll();
+}

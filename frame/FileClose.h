@@ -1,0 +1,11 @@
+// frame/FileClose.h -- giving the trace area up.
+#ifndef ZEBU_FRAME_FILECLOSE_H
+#define ZEBU_FRAME_FILECLOSE_H
+
+class ZEBUErrScope;
+
+// Takes one user off the trace area; closes and deletes it after the last. Returns 0, or the result of a
+// close that failed, with its failure marked; the area stays then. The caller holds the process mutex.
+int ZEBU_ReleaseMMap(const ZEBUErrScope& err);
+
+#endif

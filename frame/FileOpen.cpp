@@ -1,0 +1,163 @@
+// frame/FileOpen.cpp -- starting the process log.
+#include "frame/FileOpen.h"
+
+#include <string.h>
+
+#include "frame/GrobalVarUnix.h"
+#include "frame/Guards.h"
+#include "logfile/LogFile.h"
+#include "mmap/MMap.h"
+#include "multilog/MultiLogFile.h"
+
+// ---- Steps shared with trace instances -----------------------------------------------------------
+
+ZEBUCheck ZEBU_CheckArgument(const tagZEBU_LOGFILE_SPEC* pSpec, int iOption, ZEBUMode eMode)
+{
+    const bool bShared = eMode == ZEBU_MODE_SHARED;
+    if (bShared && static_cast<unsigned int>(iOption) > 63)
+        return ZEBU_CHECK_INVALID;
+    if (!pSpec)
+        return ZEBU_CHECK_NO_RING;
+    const long lSizeMax = bShared ? ZEBU2_FILE_SIZE_MAX_SHARED : ZEBU2_FILE_SIZE_MAX;
+    const long lCountMax = bShared ? ZEBU2_FILE_COUNT_MAX_SHARED : ZEBU2_FILE_COUNT_MAX;
+    const size_t uPathMax = bShared ? ZEBU2_FILE_PATH_MAX_SHARED : ZEBU2_FILE_PATH_MAX;
+    const bool bValid = pSpec->lMaxFileSize >= ZEBU2_FILE_SIZE_MIN && pSpec->lMaxFileSize <= lSizeMax &&
+                        pSpec->lFileCount >= 1 && pSpec->lFileCount <= lCountMax && pSpec->pszFilePath &&
+                        strlen(pSpec->pszFilePath) <= uPathMax;
+    return bValid ? ZEBU_CHECK_VALID : ZEBU_CHECK_INVALID;
+}
+
+// Deletes an engine whose open failed. What the open left open is closed first, or its descriptor and its
+// lock would stay behind; the failure that is reported stays the open's.
+template <class Engine>
+static void fs_discard(Engine** ppEngine)
+{
+    const ZEBUErrKeep keep;
+    (void)(*ppEngine)->closeFile();
+    delete *ppEngine;
+    *ppEngine = nullptr;
+}
+
+int ZEBU_StartSingle(ZebuLogFile** ppEngine, const tagZEBU_LOGFILE_SPEC* pSpec)
+{
+    *ppEngine = new ZebuLogFile(pSpec);
+    if (!*ppEngine || !pSpec)
+        return 1;
+    if ((*ppEngine)->openFile() == 0)
+        return 0;
+    fs_discard(ppEngine);
+    return 1;
+}
+
+int ZEBU_StartShared(ZebuMultiLogFile** ppEngine, const tagZEBU_LOGFILE_SPEC* pSpec, int iOption,
+                     const char* pszAppName, int iLockValues)
+{
+    *ppEngine = new ZebuMultiLogFile(pSpec);
+    if (!*ppEngine)
+        return 1;
+    if (pszAppName)
+        (*ppEngine)->setAppName(pszAppName);
+    if (!pSpec)
+        return 1;
+    (*ppEngine)->setOption(iOption);
+    (*ppEngine)->setLockWaitTime(ZEBU2_LockValue[iLockValues]);
+    (*ppEngine)->setLockRetryTimes(ZEBU2_LockValue[iLockValues + 1]);
+    const int iResult = (*ppEngine)->openFile();
+    if (iResult == 0 || iResult == 3)
+        return iResult;
+    fs_discard(ppEngine);
+    return 1;
+}
+
+// The object is reachable before it is open: a signal handler then finds that nothing is mapped.
+static int ZEBU_InitializeMMapFile()
+{
+    ZEBU2_pMMap = new ZEBUMMapFile;
+    if (!ZEBU2_pMMap)
+        return -1;
+    const int iResult = ZEBU2_pMMap.load()->openFile();
+    if (iResult != 0) {
+        const ZEBUErrKeep keep;
+        delete ZEBU2_pMMap.exchange(nullptr);
+        return iResult;
+    }
+    ZEBU2_pMMap.load()->addRef();
+    return 0;
+}
+
+int ZEBU_AttachMMap()
+{
+    if (!ZEBU2_pMMap)
+        return ZEBU_InitializeMMapFile();
+    ZEBU2_pMMap.load()->addRef();
+    return 0;
+}
+
+int ZEBU_CombineResults(int iFiles, int iArea, const ZEBUErrScope& err)
+{
+    if (iArea == 0)
+        return iFiles;
+    if (iFiles == 0)  // the area's failure keeps function number 0
+        return 2;
+    err.mark();
+    return iFiles == 3 ? 2 : -1;
+}
+
+// ---- The process log -----------------------------------------------------------------------------
+
+static int ZEBU_InitializeLogFile(const tagZEBU_LOGFILE_SPEC* pSpec, int iOption, ZEBUMode eMode)
+{
+    if (ZEBU_CheckArgument(pSpec, iOption, eMode) == ZEBU_CHECK_INVALID) {
+        ZEBU_SetErrPosOnly(ZEBU_EPOS_PARAM);
+        return 1;
+    }
+    if (eMode == ZEBU_MODE_SINGLE)
+        return ZEBU_StartSingle(&ZEBU2_pLogFile, pSpec);
+    return ZEBU_StartShared(&ZEBU2_pMultiLogFile, pSpec, iOption, nullptr, ZEBU_LOCK_WAIT);
+}
+
+// An engine that survived a failed finalise, because instances kept the process-wide objects, goes on.
+static bool fs_hasEngine(ZEBUMode eMode)
+{
+    return eMode == ZEBU_MODE_SINGLE ? ZEBU2_pLogFile != nullptr : ZEBU2_pMultiLogFile != nullptr;
+}
+
+static void fs_giveUp()
+{
+    delete ZEBU2_pLogFile;
+    ZEBU2_pLogFile = nullptr;
+    delete ZEBU2_pMultiLogFile;
+    ZEBU2_pMultiLogFile = nullptr;
+    ZEBU_UninitializeGrobalVar();
+}
+
+static int ZEBU2_SubInitialize(const tagZEBU_LOGFILE_SPEC* pSpec, const char* pszAppName, int iOption,
+                               ZEBUMode eMode)
+{
+    const ZEBUErrScope err(eMode == ZEBU_MODE_SINGLE ? ZEBU_FUNC_INITIALIZE : ZEBU_FUNC_INITIALIZE_M);
+    if (!err.context())
+        return -1;
+    const ZEBUMutexGuard lock;
+    if (ZEBU2_iIsInitialized)
+        return err.fail(ZEBU_EPOS_NOTREADY);
+    ZEBU_InitializeGrobalVar();
+    ZEBU_StoreAppName(pszAppName);
+
+    const int iFiles = fs_hasEngine(eMode) ? 0 : err.finish(ZEBU_InitializeLogFile(pSpec, iOption, eMode));
+    const int iResult = ZEBU_CombineResults(iFiles, ZEBU_AttachMMap(), err);
+    if (iResult == -1)
+        fs_giveUp();
+    else
+        ZEBU2_iIsInitialized = 1;
+    return iResult;
+}
+
+int ZEBU2_Initialize(const tagZEBU_LOGFILE_SPEC* pSpec, const char* pszAppName)
+{
+    return ZEBU2_SubInitialize(pSpec, pszAppName, 0, ZEBU_MODE_SINGLE);
+}
+
+int ZEBU2_InitializeM(const tagZEBU_LOGFILE_SPEC* pSpec, const char* pszAppName, int iOption)
+{
+    return ZEBU2_SubInitialize(pSpec, pszAppName, iOption, ZEBU_MODE_SHARED);
+}

@@ -1,0 +1,45 @@
+// frame/ForkHandler.cpp -- the exported fork handlers, and the library's own.
+#include "frame/ForkHandler.h"
+
+#include <pthread.h>
+
+#include "frame/GrobalVarUnix.h"
+#include "frame/TLS.h"
+#include "mmap/AreaGuard.h"
+#include "output/LocalTime.h"
+#include "ZEBULib2.h"
+
+constinit std::atomic<unsigned int> ZEBU_uForkGeneration{0};
+
+void ZEBU2_PreForkHandler(void) {}
+void ZEBU2_PostForkHandlerForParent(void) {}
+void ZEBU2_PostForkHandlerForChild(void) {}
+
+static void fs_prepare()
+{
+    ZEBU_MtLock();
+    ZEBU_TlsVarMtLock();
+    ZEBU_TimeLock();
+}
+
+static void fs_parent()
+{
+    ZEBU_TimeUnlock();
+    ZEBU_TlsVarMtUnlock();
+    ZEBU_MtUnlock();
+}
+
+// Made anew rather than unlocked: in the child the thread that locked them has another kernel id.
+static void fs_child()
+{
+    ZEBU_uForkGeneration.fetch_add(1, std::memory_order_relaxed);
+    ZEBU_ForgetThreads();
+    ZEBU_TimeRenew();
+    ZEBU_TlsVarMtRenew();
+    ZEBU_MtRenew();
+}
+
+void ZEBU_RegisterForkGuards()
+{
+    (void)pthread_atfork(fs_prepare, fs_parent, fs_child);
+}

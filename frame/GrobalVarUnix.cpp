@@ -1,0 +1,131 @@
+// frame/GrobalVarUnix.cpp -- the process-wide state, the process mutex, the version text.
+#include "frame/GrobalVarUnix.h"
+
+#include <pthread.h>
+#include <stdint.h>
+#include <string.h>
+#include <unistd.h>
+
+#include "frame/TLS.h"
+#include "logfile/LogFile.h"
+#include "mmap/MMap.h"
+#include "multilog/MultiLogFile.h"
+#include "output/ltostr.h"
+#include "ZEBULib2.h"
+
+// Text that is read while another thread may store it: moved as whole words.
+typedef uint64_t __attribute__((may_alias)) ZEBUTextWord;
+
+constexpr char ZEBU2_version_string[] =
+    "$Version: Kelvora Dacy Trace Library 2. 03-16.     Last Update: May 18 2007 $";
+
+constinit std::atomic<int> ZEBU2_iIsInitialized{0};
+constinit std::atomic<ZEBUMMapFile*> ZEBU2_pMMap{nullptr};
+ZebuLogFile* ZEBU2_pLogFile;
+ZebuMultiLogFile* ZEBU2_pMultiLogFile;
+constinit tagZEBU_THRESHOLD ZEBU2_Threshold = {"ID_ZEBU", {0}, {0}, {0}};
+constinit std::atomic<int> ZEBU2_LockValue[ZEBU_LOCK_VALUES] = {{1}, {20}, {1}, {20}};
+constinit std::atomic<int> ZEBU2_iTickType{0};
+constinit std::atomic<int> ZEBU2_iMsgCount{0};
+alignas(ZEBUTextWord) char ZEBU2_szAppName[ZEBU_APP_NAME + 1];
+alignas(ZEBUTextWord) char ZEBU2_szProcessId[ZEBU_PROCESS_ID + 1];
+
+static int cs_iInitCallCount;
+static pthread_mutex_t cs_mutex = PTHREAD_MUTEX_INITIALIZER;
+
+void ZEBU_MtLock()
+{
+    pthread_mutex_lock(&cs_mutex);
+}
+
+void ZEBU_MtUnlock()
+{
+    pthread_mutex_unlock(&cs_mutex);
+}
+
+void ZEBU_MtRenew()
+{
+    pthread_mutex_init(&cs_mutex, nullptr);
+}
+
+static void fs_storeWords(char* pShared, const char* pText, int iWords)
+{
+    for (int i = 0; i < iWords; ++i, pShared += sizeof(ZEBUTextWord), pText += sizeof(ZEBUTextWord)) {
+        ZEBUTextWord uWord;
+        memcpy(&uWord, pText, sizeof uWord);
+        __atomic_store_n(reinterpret_cast<ZEBUTextWord*>(pShared), uWord, __ATOMIC_RELAXED);
+    }
+}
+
+static void fs_loadWords(char* pText, const char* pShared, int iWords)
+{
+    for (int i = 0; i < iWords; ++i, pShared += sizeof(ZEBUTextWord), pText += sizeof(ZEBUTextWord)) {
+        const ZEBUTextWord uWord =
+            __atomic_load_n(reinterpret_cast<const ZEBUTextWord*>(pShared), __ATOMIC_RELAXED);
+        memcpy(pText, &uWord, sizeof uWord);
+    }
+}
+
+void ZEBU_LoadAppName(char* pszName)
+{
+    fs_loadWords(pszName, ZEBU2_szAppName, 2);
+    pszName[ZEBU_APP_NAME] = '\0';
+}
+
+void ZEBU_LoadProcessId(char* pszId)
+{
+    fs_loadWords(pszId, ZEBU2_szProcessId, 1);
+    pszId[8] = ' ';
+    pszId[9] = '\0';
+}
+
+void ZEBU_PadAppName(char* pszPadded, const char* pszName)
+{
+    ZEBU_PutField(pszPadded, pszName, ZEBU_APP_NAME);
+    pszPadded[ZEBU_APP_NAME] = '\0';
+}
+
+void ZEBU_StoreAppName(const char* pszName)
+{
+    char szPadded[ZEBU_APP_NAME + 1];
+    ZEBU_PadAppName(szPadded, pszName);
+    fs_storeWords(ZEBU2_szAppName, szPadded, 2);
+}
+
+static void fs_storeProcessId()
+{
+    char szDigits[8];
+    ZEBU_PutHex8(szDigits, static_cast<unsigned int>(getpid()));
+    fs_storeWords(ZEBU2_szProcessId, szDigits, 1);
+    __atomic_store_n(&ZEBU2_szProcessId[8], ' ', __ATOMIC_RELAXED);
+}
+
+int ZEBU_TakeMsgCount()
+{
+    int iCount = ZEBU2_iMsgCount.load(std::memory_order_relaxed);
+    while (!ZEBU2_iMsgCount.compare_exchange_weak(iCount, iCount >= 9999 ? 0 : iCount + 1,
+                                                  std::memory_order_relaxed))
+        ;
+    return iCount;
+}
+
+void ZEBU_InitializeGrobalVar()
+{
+    if (cs_iInitCallCount == 0) {
+        ZEBU_StoreAppName(nullptr);
+        ZEBU_InitializeTlsIndex();
+    }
+    fs_storeProcessId();
+    ++cs_iInitCallCount;
+}
+
+void ZEBU_UninitializeGrobalVar()
+{
+    if (--cs_iInitCallCount != 0)
+        return;
+    delete ZEBU2_pLogFile;
+    ZEBU2_pLogFile = nullptr;
+    delete ZEBU2_pMultiLogFile;
+    ZEBU2_pMultiLogFile = nullptr;
+    delete ZEBU2_pMMap.exchange(nullptr);
+}

@@ -1,0 +1,62 @@
+// frame/GrobalVarUnix.h -- the process-wide state and the process mutex.
+//
+// Values that puts read without the mutex are atomics; everything else is guarded by it.
+#ifndef ZEBU_FRAME_GROBALVARUNIX_H
+#define ZEBU_FRAME_GROBALVARUNIX_H
+
+#include <atomic>
+
+class ZebuLogFile;
+class ZebuMultiLogFile;
+class ZEBUMMapFile;
+
+// The process mutex. Lock order: this one, then a shared ring's lock, then the list of contexts.
+void ZEBU_MtLock();
+void ZEBU_MtUnlock();
+void ZEBU_MtRenew();  // in the child of a fork
+
+struct tagZEBU_THRESHOLD
+{
+    char szTag[8];
+    std::atomic<int> iLogLevel;
+    std::atomic<int> iFileThreshold;
+    std::atomic<int> iShmThreshold;
+};
+
+constexpr int ZEBU_APP_NAME = 16;   // characters of an application name
+constexpr int ZEBU_PROCESS_ID = 9;  // eight hexadecimal digits and a blank
+
+// Positions in ZEBU2_LockValue.
+enum { ZEBU_LOCK_WAIT, ZEBU_LOCK_RETRY, ZEBU_LOCK_INSTANCE_WAIT, ZEBU_LOCK_INSTANCE_RETRY, ZEBU_LOCK_VALUES };
+
+extern constinit std::atomic<int> ZEBU2_iIsInitialized;
+extern constinit std::atomic<ZEBUMMapFile*> ZEBU2_pMMap;  // also read by the signal-safe put
+extern ZebuLogFile* ZEBU2_pLogFile;
+extern ZebuMultiLogFile* ZEBU2_pMultiLogFile;
+extern constinit tagZEBU_THRESHOLD ZEBU2_Threshold;
+extern constinit std::atomic<int> ZEBU2_LockValue[ZEBU_LOCK_VALUES];
+extern constinit std::atomic<int> ZEBU2_iTickType;
+extern constinit std::atomic<int> ZEBU2_iMsgCount;
+
+// Read without the mutex while an initialisation may store them: through the functions below.
+extern char ZEBU2_szAppName[ZEBU_APP_NAME + 1];
+extern char ZEBU2_szProcessId[ZEBU_PROCESS_ID + 1];
+
+// Copies the process log's application name: 16 characters, blank-padded, and a NUL. Signal-safe.
+void ZEBU_LoadAppName(char* pszName);
+// Copies the process id text: eight hexadecimal digits, a blank and a NUL. Signal-safe.
+void ZEBU_LoadProcessId(char* pszId);
+
+// Stores a name of any length (null for none) as 16 blank-padded characters and a NUL.
+void ZEBU_PadAppName(char* pszPadded, const char* pszName);
+void ZEBU_StoreAppName(const char* pszName);
+
+// Returns the number for the next line, 0 to 9999, and advances the counter. Lock-free, signal-safe.
+int ZEBU_TakeMsgCount();
+
+// Counts a user of the process-wide objects on, or off and deletes them when it was the last. The
+// caller holds the process mutex.
+void ZEBU_InitializeGrobalVar();
+void ZEBU_UninitializeGrobalVar();
+
+#endif

@@ -1,0 +1,62 @@
+// frame/TLS.h -- the per-thread context: last error, thread id text and the thread's line buffer.
+//
+// A context is made on a thread's first call, kept in a list so that ZEBU2_EndLibrary can free all, and
+// freed by the key's destructor when the thread ends. Everything but the list links belongs to its own
+// thread and needs no lock.
+#ifndef ZEBU_FRAME_TLS_H
+#define ZEBU_FRAME_TLS_H
+
+#include <pthread.h>
+#include <stddef.h>
+#include <time.h>
+
+constexpr int ZEBU_LINE_HEADER = 68;      // columns of a line before its body
+constexpr int ZEBU_PLAIN_TEXT_MAX = 4117; // text bytes of a line without a message id
+constexpr int ZEBU_LINE_BUFFER = 4188;    // the longest line with CR LF and a NUL
+static_assert(ZEBU_LINE_HEADER + ZEBU_PLAIN_TEXT_MAX + 3 == ZEBU_LINE_BUFFER);
+
+struct tagZEBU_TLS_VAR
+{
+    tagZEBU_TLS_VAR* pNext;
+    tagZEBU_TLS_VAR* pPrev;
+    int iErrorCode;
+    int iErrorPos;
+    char szThreadId[10];
+    char szLineBuf[ZEBU_LINE_BUFFER];
+    // The local time of the last second that this thread printed, "yyyy/mm/dd hh:mm:ss."; kept because
+    // converting it takes a lock that all threads of the process share.
+    bool bSecondKnown;
+    time_t lSecond;
+    char szSecond[21];
+};
+
+// Returns the calling thread's context, made on first use; null when none can be had.
+tagZEBU_TLS_VAR* ZEBU_GetTlsVar();
+
+// Returns the calling thread's context if it has one. Async-signal-safe.
+tagZEBU_TLS_VAR* ZEBU_PeekTlsVar();
+
+// Makes the list mutex and the key, once per process.
+void ZEBU_InitializeTlsIndex();
+
+// Makes and installs the calling thread's context. Returns 0 or -1.
+int ZEBU_InitializeTlsVar();
+
+// Appends a new, unfilled record to the list; null when there is no memory.
+tagZEBU_TLS_VAR* ZEBU_TlsVarCreate();
+
+// Removes a record from the list and leaves its own links as they are. Null is ignored.
+void ZEBU_TlsVarUnlink(tagZEBU_TLS_VAR* p);
+
+// Frees all records and the key; the result of destroying the mutex attribute, 0.
+int ZEBU_TlsVarDeleteAll();
+
+// The list mutex. Recursive; nothing else is locked while it is held.
+void ZEBU_TlsVarMtLock();
+void ZEBU_TlsVarMtUnlock();
+void ZEBU_TlsVarMtRenew(); // in the child of a fork: the copy's owner is a thread of the parent
+
+// The list's anchor: belongs to no thread, only its links are used.
+extern tagZEBU_TLS_VAR cs_listHead;
+
+#endif

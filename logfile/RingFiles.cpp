@@ -1,0 +1,252 @@
+// logfile/RingFiles.cpp -- what both file engines do with the files of a ring.
+#include "logfile/RingFiles.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <stdio.h>
+#include <string.h>
+#include <unistd.h>
+
+#include "frame/ErrPos.h"
+#include "frame/Guards.h"
+
+int ZEBU_TraceFileName(char (&szName)[ZEBU_PATH_ROOM], const char* pszPrefix, long lNumber, long lCount)
+{
+    if (!pszPrefix || lNumber < 1 || lNumber > lCount)
+        return ZEBU_Fail(ZEBU_EPOS_PARAM, 0);
+    const int iLength = snprintf(szName, sizeof szName, "%s%d.log", pszPrefix, static_cast<int>(lNumber));
+    if (iLength < 0 || static_cast<size_t>(iLength) >= sizeof szName)
+        return ZEBU_Fail(ZEBU_EPOS_PARAM, 0);
+    return 0;
+}
+
+long ZEBU_NewestTraceFile(const char* pszPrefix, long lCount, long* plSize)
+{
+    long lNewest = 0;
+    time_t lNewestTime = 0;
+    for (long n = 1; n <= lCount; ++n) {
+        char szName[ZEBU_PATH_ROOM];
+        struct stat info;
+        if (ZEBU_TraceFileName(szName, pszPrefix, n, lCount) != 0 || stat(szName, &info) != 0)
+            continue;
+        if (lNewest == 0 || info.st_mtime >= lNewestTime) {
+            lNewest = n;
+            lNewestTime = info.st_mtime;
+            *plSize = info.st_size;
+        }
+    }
+    return lNewest;
+}
+
+// ---- Opening -------------------------------------------------------------------------------------
+
+// Replaces `szName` by what the symbolic link of that name points to. The link is held by a descriptor
+// while its owner is checked and its text is read, so nobody can put another one in its place between.
+// Returns 0, or -1 with errno.
+static int fs_followTrustedLink(char (&szName)[ZEBU_PATH_ROOM])
+{
+    const ZEBUFd link(open(szName, O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    struct stat info;
+    if (link.get() == -1 || fstat(link.get(), &info) != 0)
+        return -1;
+    if (!S_ISLNK(info.st_mode))  // replaced by a file meanwhile: open it under its own name
+        return 0;
+    if (info.st_uid != 0 && info.st_uid != geteuid()) {
+        errno = ELOOP;
+        return -1;
+    }
+    char szTarget[ZEBU_PATH_ROOM];
+    const ssize_t lLength = readlinkat(link.get(), "", szTarget, sizeof szTarget - 1);
+    if (lLength < 0)
+        return -1;
+    szTarget[lLength] = '\0';
+
+    // A relative target starts at the directory of the link.
+    char* pszSlash = strrchr(szName, '/');
+    char* pszFrom = szTarget[0] == '/' || !pszSlash ? szName : pszSlash + 1;
+    if (static_cast<size_t>(pszFrom - szName) + static_cast<size_t>(lLength) >= sizeof szName) {
+        errno = ENAMETOOLONG;
+        return -1;
+    }
+    memcpy(pszFrom, szTarget, static_cast<size_t>(lLength) + 1);
+    return 0;
+}
+
+// As open(2), without following a symbolic link that somebody else made, and without waiting for the
+// other end of a FIFO.
+static int fs_openTrusted(const char* pszName, int iFlags)
+{
+    iFlags |= O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK;
+    int iFd = open(pszName, iFlags, 0666);
+    if (iFd != -1 || errno != ELOOP)
+        return iFd;
+
+    char szName[ZEBU_PATH_ROOM];
+    if (strlen(pszName) >= sizeof szName)
+        return -1;
+    strcpy(szName, pszName);
+    for (int iLinks = 0; iFd == -1 && errno == ELOOP && iLinks < 8; ++iLinks) {
+        if (fs_followTrustedLink(szName) != 0)
+            return -1;
+        iFd = open(szName, iFlags, 0666);
+    }
+    return iFd;
+}
+
+int ZEBU_OpenToRead(const char* pszName)
+{
+    return fs_openTrusted(pszName, O_RDONLY);
+}
+
+int ZEBU_OpenFile(int* piFd, const char* pszName, int iFlags, int iFileAttr)
+{
+    struct stat info;
+    const bool bExisted = stat(pszName, &info) == 0;
+    *piFd = fs_openTrusted(pszName, iFlags);
+    if (*piFd == -1)
+        return ZEBU_Fail(ZEBU_EPOS_OPEN, errno);
+    if (iFileAttr != -1)
+        (void)fchmod(*piFd, static_cast<mode_t>(iFileAttr));
+    else if (!bExisted)
+        (void)fchmod(*piFd, 0666);
+    return 0;
+}
+
+// ---- Directories ---------------------------------------------------------------------------------
+
+// Makes one directory whose parent exists. One that another process makes at the same time is as good.
+static int fs_makeDirectory(const char* pszDirectory)
+{
+    if (mkdir(pszDirectory, 0777) == 0) {
+        (void)chmod(pszDirectory, 0777);
+        return 0;
+    }
+    const int iErrno = errno;
+    struct stat info;
+    if (stat(pszDirectory, &info) != 0)
+        return ZEBU_Fail(ZEBU_EPOS_MKDIR, iErrno);
+    return S_ISDIR(info.st_mode) ? 0 : ZEBU_Fail(ZEBU_EPOS_NOTDIR, 0);
+}
+
+int ZEBU_MakeDirectories(const char* pszDirectory)
+{
+    char szPath[ZEBU_PATH_ROOM];
+    const size_t uLength = strlen(pszDirectory);
+    if (uLength == 0 || uLength >= sizeof szPath)
+        return ZEBU_Fail(ZEBU_EPOS_MKDIR, uLength == 0 ? ENOENT : ENAMETOOLONG);
+    memcpy(szPath, pszDirectory, uLength + 1);
+
+    // Up to the deepest level that exists, cutting the path at its slashes ...
+    struct stat info;
+    for (char* pCut = szPath + uLength; stat(szPath, &info) != 0; *pCut = '\0') {
+        do
+            --pCut;
+        while (pCut > szPath && *pCut != '/');
+        if (pCut <= szPath)
+            break;
+    }
+
+    // ... and down again, making each missing level.
+    for (;;) {
+        if (stat(szPath, &info) != 0) {
+            if (fs_makeDirectory(szPath) != 0)
+                return -1;
+        } else if (!S_ISDIR(info.st_mode)) {
+            return ZEBU_Fail(ZEBU_EPOS_NOTDIR, 0);
+        }
+        char* pEnd = szPath + strlen(szPath);
+        if (pEnd == szPath + uLength)
+            return 0;
+        *pEnd = '/';
+    }
+}
+
+int ZEBU_CheckFilePath(const char* pszPath)
+{
+    if (!pszPath)
+        return ZEBU_Fail(ZEBU_EPOS_PARAM, 0);
+    const char* pszSlash = strrchr(pszPath, '/');
+    if (!pszSlash || pszSlash == pszPath)
+        return 0;
+    char szDirectory[ZEBU_PATH_ROOM];
+    const auto uLength = static_cast<size_t>(pszSlash - pszPath);
+    if (uLength >= sizeof szDirectory)
+        return ZEBU_Fail(ZEBU_EPOS_MKDIR, ENAMETOOLONG);
+    memcpy(szDirectory, pszPath, uLength);
+    szDirectory[uLength] = '\0';
+    return ZEBU_MakeDirectories(szDirectory);
+}
+
+// ---- The ring as a whole -------------------------------------------------------------------------
+
+int ZEBU_ChmodRing(const char* pszPrefix, long lCount, int iMode)
+{
+    for (long n = 1; n <= lCount; ++n) {
+        char szName[ZEBU_PATH_ROOM];
+        struct stat info;
+        if (ZEBU_TraceFileName(szName, pszPrefix, n, lCount) != 0)
+            return -1;
+        if (stat(szName, &info) != 0)
+            continue;
+        if (chmod(szName, static_cast<mode_t>(iMode)) != 0 && errno != ENOENT)
+            return ZEBU_Fail(ZEBU_EPOS_CHMOD, errno);
+    }
+    return 0;
+}
+
+int ZEBU_RefuseRingFile(const char* pszPath, const char* pszPrefix, long lCount)
+{
+    struct stat target;
+    if (stat(pszPath, &target) != 0)
+        return 0;
+    for (long n = 1; n <= lCount; ++n) {
+        char szName[ZEBU_PATH_ROOM];
+        struct stat info;
+        if (ZEBU_TraceFileName(szName, pszPrefix, n, lCount) != 0)
+            return -1;
+        if (stat(szName, &info) == 0 && info.st_dev == target.st_dev && info.st_ino == target.st_ino)
+            return ZEBU_Fail(ZEBU_EPOS_PARAM, 0);
+    }
+    return 0;
+}
+
+// ---- Bytes ---------------------------------------------------------------------------------------
+
+int ZEBU_WriteAll(int iFd, const char* pBytes, size_t uLength)
+{
+    while (uLength > 0) {
+        const ssize_t lWritten = write(iFd, pBytes, uLength);
+        if (lWritten < 0 && errno == EINTR)
+            continue;
+        if (lWritten < 0)
+            return ZEBU_Fail(ZEBU_EPOS_WRITE, errno);
+        if (static_cast<size_t>(lWritten) < uLength)
+            return ZEBU_Fail(ZEBU_EPOS_WRITE, ENOSPC);
+        uLength -= static_cast<size_t>(lWritten);
+        pBytes += lWritten;
+    }
+    return 0;
+}
+
+long ZEBU_Read(int iFd, char* pBytes, size_t uRoom)
+{
+    ssize_t lRead;
+    do
+        lRead = read(iFd, pBytes, uRoom);
+    while (lRead < 0 && errno == EINTR);
+    return lRead;
+}
+
+int ZEBU_CopyFile(int iFrom, int iTo, unsigned long ulLimit)
+{
+    char szBlock[1024];
+    while (ulLimit > 0) {
+        const long lRead = ZEBU_Read(iFrom, szBlock, ulLimit < sizeof szBlock ? ulLimit : sizeof szBlock);
+        if (lRead <= 0)
+            break;
+        if (ZEBU_WriteAll(iTo, szBlock, static_cast<size_t>(lRead)) != 0)
+            return -1;
+        ulLimit -= static_cast<unsigned long>(lRead);
+    }
+    return 0;
+}

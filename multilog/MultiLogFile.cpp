@@ -1,0 +1,1 @@
+#include "multilog/MultiLogFile.h"

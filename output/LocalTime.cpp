@@ -1,0 +1,74 @@
+// output/LocalTime.cpp -- local date and time as text.
+#include "output/LocalTime.h"
+
+#include <pthread.h>
+#include <string.h>
+#include <sys/time.h>
+
+#include "frame/TLS.h"
+#include "output/ltostr.h"
+
+// localtime_r holds a lock inside libc that no one releases in the child of a fork. All conversions of
+// the library run under this mutex, which the fork waits for.
+static pthread_mutex_t cs_timeMutex = PTHREAD_MUTEX_INITIALIZER;
+
+void ZEBU_TimeLock()
+{
+    pthread_mutex_lock(&cs_timeMutex);
+}
+
+void ZEBU_TimeUnlock()
+{
+    pthread_mutex_unlock(&cs_timeMutex);
+}
+
+void ZEBU_TimeRenew()
+{
+    pthread_mutex_init(&cs_timeMutex, nullptr);
+}
+
+// Writes the columns up to the point before the milliseconds. Returns false when there is no local time.
+static bool fs_putSecond(char* pBuf, time_t lSecond)
+{
+    tm local;
+    ZEBU_TimeLock();
+    const bool bConverted = localtime_r(&lSecond, &local) != nullptr;
+    ZEBU_TimeUnlock();
+    if (!bConverted)
+        return false;
+
+    memcpy(pBuf, "    /  /     :  :  .", ZEBU_SECOND_TEXT);
+    ZEBU2_IntToStr(pBuf, local.tm_year + 1900, 4);
+    ZEBU2_IntToStr(pBuf + 5, local.tm_mon + 1, 2);
+    ZEBU2_IntToStr(pBuf + 8, local.tm_mday, 2);
+    ZEBU2_IntToStr(pBuf + 11, local.tm_hour, 2);
+    ZEBU2_IntToStr(pBuf + 14, local.tm_min, 2);
+    ZEBU2_IntToStr(pBuf + 17, local.tm_sec, 2);
+    return true;
+}
+
+void ZEBU_PutLocalTime(char* pBuf, const timeval& time, tagZEBU_TLS_VAR* pTls)
+{
+    if (pTls && pTls->bSecondKnown && pTls->lSecond == time.tv_sec) {
+        memcpy(pBuf, pTls->szSecond, ZEBU_SECOND_TEXT);
+    } else {
+        if (!fs_putSecond(pBuf, time.tv_sec)) {  // not kept: the next line tries again
+            memcpy(pBuf, ZEBU_NO_TIME, ZEBU_TIME_TEXT);
+            return;
+        }
+        if (pTls) {
+            memcpy(pTls->szSecond, pBuf, ZEBU_SECOND_TEXT);
+            pTls->lSecond = time.tv_sec;
+            pTls->bSecondKnown = true;
+        }
+    }
+    ZEBU2_IntToStr(pBuf + ZEBU_SECOND_TEXT, static_cast<int>(time.tv_usec / 1000), 3);
+}
+
+void ZEBU_FormatNow(char (&szTime)[ZEBU_TIME_TEXT + 1])
+{
+    timeval now;
+    gettimeofday(&now, nullptr);
+    ZEBU_PutLocalTime(szTime, now, nullptr);
+    szTime[ZEBU_TIME_TEXT] = '\0';
+}

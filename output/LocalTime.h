@@ -1,0 +1,29 @@
+// output/LocalTime.h -- local date and time as text, for lines and file headers.
+#ifndef ZEBU_OUTPUT_LOCALTIME_H
+#define ZEBU_OUTPUT_LOCALTIME_H
+
+#include <time.h>
+
+struct tagZEBU_TLS_VAR;
+struct timeval;
+
+constexpr int ZEBU_SECOND_TEXT = 20;  // "yyyy/mm/dd hh:mm:ss."
+constexpr int ZEBU_TIME_TEXT = 23;    // the same and three digits for the milliseconds
+
+// Printed where there is no time to print.
+constexpr char ZEBU_NO_TIME[] = "----/--/-- --:--:--.---";
+static_assert(sizeof ZEBU_NO_TIME == ZEBU_TIME_TEXT + 1);
+
+// Writes date and time of `time` in ZEBU_TIME_TEXT columns, hyphens when it cannot be converted. No
+// terminator. With a context, the conversion of its last second is used again.
+void ZEBU_PutLocalTime(char* pBuf, const timeval& time, tagZEBU_TLS_VAR* pTls);
+
+// The time as it is now, NUL-terminated.
+void ZEBU_FormatNow(char (&szTime)[ZEBU_TIME_TEXT + 1]);
+
+// Hold conversions back over a fork, and renew their lock in the child.
+void ZEBU_TimeLock();
+void ZEBU_TimeUnlock();
+void ZEBU_TimeRenew();
+
+#endif

@@ -1,0 +1,316 @@
+// output/PutMsg.cpp -- the put operations: checks, the line, its two destinations.
+#include "output/PutMsg.h"
+
+#include <string.h>
+
+#include "frame/ErrPos.h"
+#include "frame/GrobalVarUnix.h"
+#include "frame/Guards.h"
+#include "frame/TraceObject.h"
+#include "mmap/MMap.h"
+#include "output/ltostr.h"
+
+static const char cs_szMaskedTime[] = "****/**/** **:**:**.***";
+static_assert(sizeof cs_szMaskedTime == ZEBU_TIME_TEXT + 1);
+
+// ---- The line ------------------------------------------------------------------------------------
+
+int ZEBU_MakeupTraceMessageHeader(char* pszLine, const char* pszAppName, const char* pszThreadId, int iTickType,
+                                  timeval* pTime)
+{
+    memset(pszLine, ' ', ZEBU_COL_TID);  // every column that stays blank, up to the thread id
+    ZEBU2_IntToStr(pszLine + ZEBU_COL_COUNT, ZEBU_TakeMsgCount(), 4);
+
+    if (iTickType == 1) {
+        // The rate limiter still needs a time.
+        *pTime = {fs_zebu_last_update_time.tv_sec.load(std::memory_order_relaxed) + 1, 0};
+        memcpy(pszLine + ZEBU_COL_TIME, cs_szMaskedTime, ZEBU_TIME_TEXT);
+    } else {
+        gettimeofday(pTime, nullptr);
+        ZEBU_PutLocalTime(pszLine + ZEBU_COL_TIME, *pTime, ZEBU_PeekTlsVar());
+    }
+    ZEBU_PutField(pszLine + ZEBU_COL_APP, pszAppName, ZEBU_APP_NAME);
+    char szProcessId[ZEBU_PROCESS_ID + 1];
+    ZEBU_LoadProcessId(szProcessId);
+    memcpy(pszLine + ZEBU_COL_PID, szProcessId, ZEBU_PROCESS_ID);
+
+    // The thread's own text is nine characters and brings its closing blank with it.
+    const bool bWhole = pszThreadId && strnlen(pszThreadId, 9) == 9;
+    ZEBU_PutField(pszLine + ZEBU_COL_TID, pszThreadId, bWhole ? 9 : 8);
+    return 0;
+}
+
+namespace {
+
+enum Body { ZEBU_BODY_PLAIN, ZEBU_BODY_ID, ZEBU_BODY_TYPED };
+
+// What one put operation hands over. Null texts print blanks, so "own" is a flag and never a null.
+struct tagZEBU_PUT
+{
+    int iFunc;
+    int iLevel;
+    const char* pszText;
+    Body eBody = ZEBU_BODY_PLAIN;
+    const char* pszMsgId = nullptr;
+    const char* pszMsgType = nullptr;
+    bool bOwnName = true;  // of the log
+    const char* pszAppName = nullptr;
+    bool bOwnThread = true;
+    const char* pszThreadId = nullptr;
+};
+
+}  // namespace
+
+// Writes the body with its CR LF and NUL. Returns the length of the line.
+static unsigned long fs_putBody(char* pszLine, const tagZEBU_PUT& put)
+{
+    size_t uColumn = ZEBU_COL_TEXT;
+    size_t uTextMax = ZEBU_ID_TEXT_MAX;
+    if (put.eBody == ZEBU_BODY_PLAIN) {
+        uColumn = ZEBU_COL_BODY;
+        uTextMax = ZEBU_PLAIN_TEXT_MAX;
+    } else if (put.eBody == ZEBU_BODY_ID) {
+        ZEBU_PutField(pszLine + ZEBU_COL_BODY, put.pszMsgId, 21);
+        pszLine[ZEBU_COL_TEXT - 1] = ' ';
+    } else {
+        ZEBU_PutField(pszLine + ZEBU_COL_BODY, put.pszMsgId, 16);
+        pszLine[ZEBU_COL_TYPE - 1] = ' ';
+        ZEBU_PutField(pszLine + ZEBU_COL_TYPE, put.pszMsgType, 4);
+        pszLine[ZEBU_COL_TEXT - 1] = ' ';
+    }
+    const size_t uLength = strnlen(put.pszText, uTextMax);
+    memcpy(pszLine + uColumn, put.pszText, uLength);
+    memcpy(pszLine + uColumn + uLength, "\r\n", 3);
+    return uColumn + uLength + 2;
+}
+
+// The time stamp mode of a put: only those of the process log that print the calling thread can be masked.
+static int fs_tickType(const ZEBUTraceObject* pInstance, const tagZEBU_PUT& put)
+{
+    return pInstance || !put.bOwnThread ? 0 : ZEBU2_iTickType.load(std::memory_order_relaxed);
+}
+
+static unsigned long fs_buildLine(const ZEBUTraceObject* pInstance, tagZEBU_TLS_VAR* pTls, const tagZEBU_PUT& put,
+                                  timeval* pTime)
+{
+    char szProcessName[ZEBU_APP_NAME + 1];
+    const char* pszName = put.pszAppName;
+    if (put.bOwnName && pInstance) {
+        pszName = pInstance->szAppName;
+    } else if (put.bOwnName) {
+        ZEBU_LoadAppName(szProcessName);
+        pszName = szProcessName;
+    }
+    const char* pszThread = put.bOwnThread ? pTls->szThreadId : put.pszThreadId;
+    (void)ZEBU_MakeupTraceMessageHeader(pTls->szLineBuf, pszName, pszThread, fs_tickType(pInstance, put), pTime);
+    pTls->szLineBuf[ZEBU_COL_BODY - 1] = ' ';
+    return fs_putBody(pTls->szLineBuf, put);
+}
+
+// ---- The destinations ----------------------------------------------------------------------------
+
+// The files take levels at or above their threshold, the trace area levels at or below its own.
+static int ZEBU_PutMsgToLogFile(const ZEBUTraceObject* pInstance, int iThreshold, int iLevel, const char* pszLine,
+                                unsigned long ulLength)
+{
+    if (iThreshold == ZEBU2_LEVEL_OFF || iThreshold > iLevel)
+        return 0;
+    const ZEBUMutexGuard lock;
+    const ZEBUEngineRef engine = pInstance ? pInstance->engine() : ZEBU_ProcessEngine();
+    return engine.putMessage(pszLine, ulLength);
+}
+
+static int ZEBU_PutMsgToShm(tagZEBU_TLS_VAR* pTls, int iThreshold, int iLevel, const char* pszLine,
+                            unsigned long ulLength, const timeval* pTime)
+{
+    if (iThreshold == ZEBU2_LEVEL_OFF || iLevel > iThreshold)
+        return 0;
+    return ZEBU_PutMsgToMMap(pTls, pszLine, ulLength, pTime);
+}
+
+int ZEBU_PutMsgToMMap(tagZEBU_TLS_VAR* pTls, const char* pszLine, unsigned long ulLength, const timeval* pTime)
+{
+    const ZEBUShortMutexGuard lock;
+    ZEBUMMapFile* pMMap = ZEBU2_pMMap.load(std::memory_order_relaxed);
+    if (!pMMap) {
+        pTls->iErrorPos = ZEBU_EPOS_NOTREADY;
+        return 0;
+    }
+    if (fs_zebu_mmap_interval_sec.tv_sec != 0 && (g_zebu_mmap_output_max == 0 || fs_isMsgTooMany(pTime)))
+        return 0;
+    return pMMap->writeToMMap(pszLine, static_cast<unsigned int>(ulLength));
+}
+
+// ---- The core ------------------------------------------------------------------------------------
+
+namespace {
+
+struct Thresholds
+{
+    int iFile;
+    int iShm;
+};
+
+}  // namespace
+
+// Builds a line and hands it to both destinations. Without an instance it is the process log's.
+static int fs_put(const ZEBUTraceObject* pInstance, const Thresholds& thresholds, const tagZEBU_PUT& put)
+{
+    const ZEBUErrScope err(put.iFunc);
+    tagZEBU_TLS_VAR* pTls = err.context();
+    if (!pTls)
+        return -1;
+    timeval time;
+    const unsigned long ulLength = fs_buildLine(pInstance, pTls, put, &time);
+    const int iFile = ZEBU_PutMsgToLogFile(pInstance, thresholds.iFile, put.iLevel, pTls->szLineBuf, ulLength);
+    const int iShm = ZEBU_PutMsgToShm(pTls, thresholds.iShm, put.iLevel, pTls->szLineBuf, ulLength, &time);
+    if (iFile == 0 && iShm == 0)
+        return 0;
+    return err.finish(iFile != 0 ? iFile : iShm);
+}
+
+static int fs_refuse(int iFunc, int iPos)
+{
+    return ZEBUErrScope(iFunc).fail(iPos);
+}
+
+static bool fs_isMessage(const tagZEBU_PUT& put)
+{
+    return static_cast<unsigned int>(put.iLevel) <= ZEBU2_LEVEL_MAX && put.pszText;
+}
+
+static int fs_putProcess(const tagZEBU_PUT& put)
+{
+    if (!ZEBU2_iIsInitialized.load(std::memory_order_relaxed))
+        return fs_refuse(put.iFunc, ZEBU_EPOS_NOTREADY);
+    if (!fs_isMessage(put))
+        return fs_refuse(put.iFunc, ZEBU_EPOS_PARAM);
+    if (put.iLevel > ZEBU2_Threshold.iLogLevel.load(std::memory_order_relaxed))
+        return 0;
+    return fs_put(nullptr,
+                  {ZEBU2_Threshold.iFileThreshold.load(std::memory_order_relaxed),
+                   ZEBU2_Threshold.iShmThreshold.load(std::memory_order_relaxed)},
+                  put);
+}
+
+static int fs_putInstance(const ZEBUTraceObject* pInstance, const tagZEBU_PUT& put)
+{
+    if (!pInstance || !fs_isMessage(put))
+        return fs_refuse(put.iFunc, ZEBU_EPOS_PARAM);
+    if (ZEBU_CheckInstance(pInstance) != 0)
+        return fs_refuse(put.iFunc, ZEBU_EPOS_NOTREADY);
+    if (put.iLevel > pInstance->iLogLevel.load(std::memory_order_relaxed))
+        return 0;
+    return fs_put(pInstance,
+                  {pInstance->iFileThreshold.load(std::memory_order_relaxed),
+                   pInstance->iShmThreshold.load(std::memory_order_relaxed)},
+                  put);
+}
+
+// ---- The entry points ----------------------------------------------------------------------------
+
+int ZEBU2_PutLine(int iLevel, const char* pszText)
+{
+    return fs_putProcess({.iFunc = ZEBU_FUNC_PUT_LINE, .iLevel = iLevel, .pszText = pszText});
+}
+
+int ZEBU2_PutWithId(int iLevel, const char* pszMsgId, const char* pszText)
+{
+    return fs_putProcess({.iFunc = ZEBU_FUNC_PUT_ID,
+                          .iLevel = iLevel,
+                          .pszText = pszText,
+                          .eBody = ZEBU_BODY_ID,
+                          .pszMsgId = pszMsgId});
+}
+
+int ZEBU2_PutWithIdEx(int iLevel, const char* pszAppName, const char* pszMsgId, const char* pszText)
+{
+    return fs_putProcess({.iFunc = ZEBU_FUNC_PUT_ID_EX,
+                          .iLevel = iLevel,
+                          .pszText = pszText,
+                          .eBody = ZEBU_BODY_ID,
+                          .pszMsgId = pszMsgId,
+                          .bOwnName = false,
+                          .pszAppName = pszAppName});
+}
+
+int ZEBU2_PutWithMsgType(int iLevel, const char* pszAppName, const char* pszMsgId, const char* pszMsgType,
+                         const char* pszText)
+{
+    return fs_putProcess({.iFunc = ZEBU_FUNC_PUT_TYPE,
+                          .iLevel = iLevel,
+                          .pszText = pszText,
+                          .eBody = ZEBU_BODY_TYPED,
+                          .pszMsgId = pszMsgId,
+                          .pszMsgType = pszMsgType,
+                          .bOwnName = false,
+                          .pszAppName = pszAppName});
+}
+
+int ZEBU2_PutWithIdAndTidEx(int iLevel, const char* pszAppName, const char* pszThreadId, const char* pszMsgId,
+                            const char* pszText)
+{
+    return fs_putProcess({.iFunc = ZEBU_FUNC_PUT_ID_TID,
+                          .iLevel = iLevel,
+                          .pszText = pszText,
+                          .eBody = ZEBU_BODY_ID,
+                          .pszMsgId = pszMsgId,
+                          .bOwnName = false,
+                          .pszAppName = pszAppName,
+                          .bOwnThread = false,
+                          .pszThreadId = pszThreadId});
+}
+
+int ZEBU2_PutWithMsgTypeAndTid(int iLevel, const char* pszAppName, const char* pszThreadId, const char* pszMsgId,
+                               const char* pszMsgType, const char* pszText)
+{
+    return fs_putProcess({.iFunc = ZEBU_FUNC_PUT_TYPE_TID,
+                          .iLevel = iLevel,
+                          .pszText = pszText,
+                          .eBody = ZEBU_BODY_TYPED,
+                          .pszMsgId = pszMsgId,
+                          .pszMsgType = pszMsgType,
+                          .bOwnName = false,
+                          .pszAppName = pszAppName,
+                          .bOwnThread = false,
+                          .pszThreadId = pszThreadId});
+}
+
+int ZEBU2_PutInstanceLine(ZEBU2_HINSTANCE hInstance, int iLevel, const char* pszText)
+{
+    return fs_putInstance(hInstance, {.iFunc = ZEBU_FUNC_PUT_INSTANCE_LINE, .iLevel = iLevel, .pszText = pszText});
+}
+
+int ZEBU2_PutInstanceWithId(ZEBU2_HINSTANCE hInstance, int iLevel, const char* pszMsgId, const char* pszText)
+{
+    return fs_putInstance(hInstance, {.iFunc = ZEBU_FUNC_PUT_INSTANCE_ID,
+                                      .iLevel = iLevel,
+                                      .pszText = pszText,
+                                      .eBody = ZEBU_BODY_ID,
+                                      .pszMsgId = pszMsgId});
+}
+
+int ZEBU2_PutInstanceWithIdEx(ZEBU2_HINSTANCE hInstance, int iLevel, const char* pszAppName, const char* pszMsgId,
+                              const char* pszText)
+{
+    return fs_putInstance(hInstance, {.iFunc = ZEBU_FUNC_PUT_INSTANCE_ID_EX,
+                                      .iLevel = iLevel,
+                                      .pszText = pszText,
+                                      .eBody = ZEBU_BODY_ID,
+                                      .pszMsgId = pszMsgId,
+                                      .bOwnName = false,
+                                      .pszAppName = pszAppName});
+}
+
+int ZEBU2_PutInstanceWithMsgType(ZEBU2_HINSTANCE hInstance, int iLevel, const char* pszAppName, const char* pszMsgId,
+                                 const char* pszMsgType, const char* pszText)
+{
+    return fs_putInstance(hInstance, {.iFunc = ZEBU_FUNC_PUT_INSTANCE_TYPE,
+                                      .iLevel = iLevel,
+                                      .pszText = pszText,
+                                      .eBody = ZEBU_BODY_TYPED,
+                                      .pszMsgId = pszMsgId,
+                                      .pszMsgType = pszMsgType,
+                                      .bOwnName = false,
+                                      .pszAppName = pszAppName});
+}

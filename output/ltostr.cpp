@@ -1,0 +1,23 @@
+#include "output/ltostr.h"
+
+char* ZEBU2_IntToStr(char* pBuf, int iValue, int iWidth)
+{
+    for (int i = iWidth - 1; i >= 0; --i, iValue /= 10)
+        pBuf[i] = static_cast<char>('0' + iValue % 10);
+    return pBuf;
+}
+
+void ZEBU_PutHex8(char* pBuf, unsigned int uValue)
+{
+    for (int i = 7; i >= 0; --i, uValue >>= 4)
+        pBuf[i] = "0123456789ABCDEF"[uValue & 15];
+}
+
+void ZEBU_PutField(char* pBuf, const char* pszText, int iWidth)
+{
+    int i = 0;
+    for (; pszText && i < iWidth && pszText[i] != '\0'; ++i)
+        pBuf[i] = pszText[i];
+    for (; i < iWidth; ++i)
+        pBuf[i] = ' ';
+}

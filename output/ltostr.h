@@ -1,0 +1,18 @@
+// output/ltostr.h -- fixed-width text, the pieces that trace lines and file headers are built of.
+//
+// Every function writes exactly the width it names at the position it is given, and no terminator.
+// Widths are in bytes. No lock, no allocation, no library call: safe in a signal handler.
+#ifndef ZEBU_OUTPUT_LTOSTR_H
+#define ZEBU_OUTPUT_LTOSTR_H
+
+// Writes the lowest `iWidth` decimal digits of `iValue` (not negative), zero-filled on the left:
+// 7 in width 3 is "007", 123 in width 2 is "23". A width below 1 writes nothing. Returns `pBuf`.
+char* ZEBU2_IntToStr(char* pBuf, int iValue, int iWidth);
+
+// Writes `uValue` as eight upper-case hexadecimal digits.
+void ZEBU_PutHex8(char* pBuf, unsigned int uValue);
+
+// Writes `pszText` left-aligned in `iWidth` columns, cut or blank-padded to fit. Null is all blanks.
+void ZEBU_PutField(char* pBuf, const char* pszText, int iWidth);
+
+#endif
