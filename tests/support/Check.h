@@ -1,0 +1,37 @@
+// tests/support/Check.h -- checks in child processes, where the test framework does not see them.
+#ifndef ZEBU_TESTS_SUPPORT_CHECK_H
+#define ZEBU_TESTS_SUPPORT_CHECK_H
+
+#include <sys/types.h>
+
+#include <functional>
+
+// Ends the process with status 1 when the condition does not hold, and says where.
+#define CHECK(condition) ((condition) ? (void)0 : checkFailed(#condition, __FILE__, __LINE__))
+[[noreturn]] void checkFailed(const char* pszCondition, const char* pszFile, int iLine);
+
+// Runs `body` in a child process, which ends with status 0 when `body` returns.
+pid_t startChild(const std::function<void()>& body);
+
+// Waits for a child: its exit status, or 128 and the signal that killed it.
+int waitForChild(pid_t iChild);
+
+// Both in one.
+int inChild(const std::function<void()>& body);
+
+// A one-way gate between processes made by fork: wait() returns once open() was called, in any of them.
+class Gate
+{
+public:
+    Gate();
+    ~Gate();
+    Gate(const Gate&) = delete;
+    Gate& operator=(const Gate&) = delete;
+    void open();
+    void wait();
+
+private:
+    int m_pipe[2];
+};
+
+#endif

@@ -1,0 +1,146 @@
+#include "support/Sandbox.h"
+
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <utime.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+std::string readFile(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+void writeFile(const std::string& path, const std::string& bytes)
+{
+    std::ofstream(path, std::ios::binary) << bytes;
+}
+
+bool exists(const std::string& path)
+{
+    struct stat info;
+    return lstat(path.c_str(), &info) == 0;
+}
+
+long fileSize(const std::string& path)
+{
+    struct stat info;
+    return stat(path.c_str(), &info) == 0 ? info.st_size : -1;
+}
+
+int fileMode(const std::string& path)
+{
+    struct stat info;
+    return stat(path.c_str(), &info) == 0 ? static_cast<int>(info.st_mode & 07777) : -1;
+}
+
+void age(const std::string& path, long seconds)
+{
+    const time_t then = time(nullptr) - seconds;
+    const utimbuf times = {then, then};
+    ASSERT_EQ(utime(path.c_str(), &times), 0) << path;
+}
+
+Lines splitLines(const std::string& bytes)
+{
+    Lines found;
+    size_t start = 0;
+    for (size_t end; (end = bytes.find("\r\n", start)) != std::string::npos; start = end + 2)
+        found.push_back(bytes.substr(start, end - start));
+    return found;
+}
+
+Lines traceLines(const std::string& bytes)
+{
+    Lines found;
+    for (const std::string& line : splitLines(bytes)) {
+        if (line.compare(0, 5, "**** ") != 0 && line.compare(0, 9, "     yyyy") != 0)
+            found.push_back(line);
+    }
+    return found;
+}
+
+std::string body(const std::string& line)
+{
+    return line.size() < 68 ? "" : line.substr(68);
+}
+
+Lines bodies(const Lines& lines)
+{
+    Lines found;
+    for (const std::string& line : lines)
+        found.push_back(body(line));
+    return found;
+}
+
+Sandbox::Sandbox()
+{
+    std::string name = std::filesystem::temp_directory_path() / "zebu-test-XXXXXX";
+    if (!mkdtemp(name.data()))
+        abort();
+    m_dir = name;
+    m_prefix = m_dir + "/app";
+    configure();
+    setenv("ZEBU2_TRACECNF_FILE", configFile().c_str(), 1);
+}
+
+Sandbox::~Sandbox()
+{
+    std::error_code ignored;
+    std::filesystem::remove_all(m_dir, ignored);
+}
+
+void Sandbox::configure(const std::string& extra)
+{
+    writeFile(configFile(), "LogFile = " + m_dir + "/log\n" + extra);
+}
+
+const tagZEBU_LOGFILE_SPEC* Sandbox::ring(long size, long count)
+{
+    m_ring = {size, count, m_prefix.c_str()};
+    return &m_ring;
+}
+
+AreaHeader Sandbox::areaHeader() const
+{
+    AreaHeader header = {};
+    const std::string bytes = readFile(areaFile());
+    if (bytes.size() >= sizeof header)
+        memcpy(&header, bytes.data(), sizeof header);
+    return header;
+}
+
+std::string Sandbox::areaBytes() const
+{
+    const AreaHeader header = areaHeader();
+    const std::string data = readFile(areaFile()).substr(sizeof header, header.uDataSize);
+    if (header.uReadOffset <= header.uWriteOffset)
+        return data.substr(header.uReadOffset, header.uWriteOffset - header.uReadOffset);
+    return data.substr(header.uReadOffset) + data.substr(0, header.uWriteOffset);
+}
+
+void Sandbox::setAreaField(long offset, uint32_t value) const
+{
+    FILE* file = fopen(areaFile().c_str(), "r+b");
+    ASSERT_NE(file, nullptr);
+    EXPECT_EQ(fseek(file, offset, SEEK_SET), 0);
+    EXPECT_EQ(fwrite(&value, sizeof value, 1, file), 1u);
+    EXPECT_EQ(fclose(file), 0);
+}
+
+int lastError()
+{
+    return ZEBU2_GetLastError(nullptr);
+}
+
+int lastCode()
+{
+    int iCode = 0;
+    (void)ZEBU2_GetLastError(&iCode);
+    return iCode;
+}

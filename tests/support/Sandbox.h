@@ -1,0 +1,75 @@
+// tests/support/Sandbox.h -- a directory and a configuration of its own for each test, and the words to
+// talk about rings, lines and the trace area.
+#ifndef ZEBU_TESTS_SUPPORT_SANDBOX_H
+#define ZEBU_TESTS_SUPPORT_SANDBOX_H
+
+#include <gtest/gtest.h>
+#include <stdint.h>
+
+#include <string>
+#include <vector>
+
+#include "support/Check.h"
+#include "ZEBULib2.h"
+
+using Lines = std::vector<std::string>;
+
+std::string readFile(const std::string& path);
+void writeFile(const std::string& path, const std::string& bytes);
+bool exists(const std::string& path);
+long fileSize(const std::string& path);
+int fileMode(const std::string& path);           // permission bits
+void age(const std::string& path, long seconds);  // sets the modification time that far back
+
+// The lines of a text that end with CR LF, without it.
+Lines splitLines(const std::string& bytes);
+// The trace lines among them: no headers.
+Lines traceLines(const std::string& bytes);
+// What stands behind the 68 columns of a line's header.
+std::string body(const std::string& line);
+Lines bodies(const Lines& lines);
+
+struct AreaHeader
+{
+    uint32_t uMagic, uReserved, uDataSize, uReadOffset, uWriteOffset, uGuard;
+};
+
+class Sandbox : public ::testing::Test
+{
+protected:
+    Sandbox();
+    ~Sandbox() override;
+
+    // Writes the configuration anew: the trace area in this directory, and `extra` lines.
+    void configure(const std::string& extra = "");
+
+    std::string path(const std::string& name) const { return m_dir + "/" + name; }
+    std::string prefix() const { return path("app"); }
+    std::string traceFile(int n) const { return prefix() + std::to_string(n) + ".log"; }
+    std::string areaFile() const { return path("mmap/zebu2mmap.mm"); }
+    std::string configFile() const { return path("test.cnf"); }
+
+    // A ring in this directory. Valid until the next call.
+    const tagZEBU_LOGFILE_SPEC* ring(long size = 65536, long count = 3);
+
+    // The trace lines of file n, and of the whole ring in the order of their counters' files given.
+    Lines lines(int n) const { return traceLines(readFile(traceFile(n))); }
+
+    AreaHeader areaHeader() const;
+    // The bytes of the trace area between read and write offset.
+    std::string areaBytes() const;
+    Lines areaLines() const { return splitLines(areaBytes()); }
+    // Writes one 32-bit field of the area's header.
+    void setAreaField(long offset, uint32_t value) const;
+
+private:
+    std::string m_dir;
+    std::string m_prefix;
+    tagZEBU_LOGFILE_SPEC m_ring;
+};
+
+// The calling thread's error value, and its code.
+int lastError();
+int lastCode();
+
+#endif
