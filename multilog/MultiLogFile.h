@@ -1,26 +1,245 @@
+// multilog/MultiLogFile.h -- the file engine of a ring of trace files that several processes share.
+//
+// What the processes must agree on stands in a record of 32 bytes, the management file, that each of them
+// maps. Lines are copied into a mapping of the current trace file. The record, and the place behind the
+// last line, may be touched only under the ring's lock (a record lock on the management file).
+//
+// Everybody who may write the files may have damaged record and trace files: what is read from them is
+// read once into a local and never trusted with an address.
+//
+// Results are 0, or -1 with the failure recorded, unless a comment says otherwise. The caller holds the
+// process mutex. "Under the lock" means that the caller holds the ring's lock as well.
 #ifndef ZEBU_MULTILOG_MULTILOGFILE_H
 #define ZEBU_MULTILOG_MULTILOGFILE_H
+
+#include <stddef.h>
 #include <stdlib.h>
+#include <sys/mman.h>
+
 #include "frame/ErrPos.h"
+#include "logfile/RingFiles.h"
+#include "output/LocalTime.h"
 #include "ZEBULib2.h"
+
+constexpr unsigned int ZEBU_MANAGE_MAGIC = 0x5542455A; // the bytes "ZEBU"
+constexpr unsigned int ZEBU_MANAGE_STAMP = 0xEFBBBF00;
+constexpr unsigned int ZEBU_MANAGE_FORMAT = 1;
+constexpr unsigned int ZEBU_MODE_UNUSED = 0xFFFFFFC0; // bits above the options, always set in a mode word
+constexpr unsigned int ZEBU_MODE_ALL = 0xFFFFFFFF;    // mode of a record that nobody has narrowed yet
+
+// The record. Values are in the byte order of the host.
+struct tagZEBU_MANAGEMENT_DATA
+{
+    unsigned int magic;       // ZEBU_MANAGE_MAGIC
+    unsigned int stamp;       // ZEBU_MANAGE_STAMP, never checked
+    unsigned int fileSize;    // bytes of one trace file
+    unsigned int fileNum;     // number of trace files
+    unsigned int writeOffset; // place of the next line in the current file; any value passes the check
+    unsigned int currentFile; // 1 to fileNum
+    unsigned int mode;        // AND of the mode words of all processes that opened the ring
+    unsigned int format;      // ZEBU_MANAGE_FORMAT, never checked
+};
+static_assert(sizeof(tagZEBU_MANAGEMENT_DATA) == 32);
+static_assert(offsetof(tagZEBU_MANAGEMENT_DATA, fileSize) == 8 &&
+              offsetof(tagZEBU_MANAGEMENT_DATA, fileNum) == 12);
+static_assert(offsetof(tagZEBU_MANAGEMENT_DATA, mode) == 24 &&
+              offsetof(tagZEBU_MANAGEMENT_DATA, format) == 28);
+// The position of the next line is stored as one word of 64 bits: never a file without its offset.
+static_assert(offsetof(tagZEBU_MANAGEMENT_DATA, writeOffset) % 8 == 0);
+static_assert(offsetof(tagZEBU_MANAGEMENT_DATA, currentFile) ==
+              offsetof(tagZEBU_MANAGEMENT_DATA, writeOffset) + 4);
+
+constexpr long ZEBU_MANAGE_LENGTH = 64; // of the management file; what follows the record is zero
+static_assert(sizeof(tagZEBU_MANAGEMENT_DATA) <= ZEBU_MANAGE_LENGTH);
+
 class ZebuMultiLogFile final
 {
 public:
-    explicit ZebuMultiLogFile(const tagZEBU_LOGFILE_SPEC*) {}
+    // Copies the description. A null one, or one without path, makes an object whose operations do nothing
+    // and succeed.
+    explicit ZebuMultiLogFile(const tagZEBU_LOGFILE_SPEC* pSpec);
+
+    // Deleting releases neither descriptor nor mapping: owners close first.
     static void* operator new(size_t uSize) noexcept { return ZEBU_AllocateObject(uSize); }
-    static void operator delete(void* p) noexcept { free(p); }
-    void setOption(int) {}
-    void setAppName(const char*) {}
-    int setLockWaitTime(int) { return 0; }
-    int getLockWaitTime() { return 0; }
-    int setLockRetryTimes(int) { return 0; }
-    int getLockRetryTimes() { return 0; }
-    int openFile() { return 0; }
-    int closeFile() { return 0; }
-    int putMessage(const char*, unsigned long) { return 0; }
-    int bufferFlush() { return 0; }
-    int backupToFile(const char*, int) { return 0; }
-    int chFileAttr(int) { return 0; }
-    int setFileAttr(int i) { return i; }
+    static void operator delete(void* pObject) { free(pObject); }
+    ZebuMultiLogFile(const ZebuMultiLogFile&) = delete;
+    ZebuMultiLogFile& operator=(const ZebuMultiLogFile&) = delete;
+
+    // Before openFile. iOption: ZEBU2_OPT_... bits, 0 to 63.
+    void setOption(int iOption);
+    // Keeps the pointer: 16 blank-padded characters and a NUL that outlive the object. Null (the default)
+    // stands for the process log's name.
+    void setAppName(const char* pszName) { pszAppName = pszName; }
+
+    // Attempts at the lock: the pause between two in milliseconds, and how many in all. The setters return
+    // the previous value. An object without a path keeps nothing and returns 0.
+    int getLockWaitTime() { return pszPath ? iLockWaitTime : 0; }
+    int setLockWaitTime(int iMilliseconds);
+    int getLockRetryTimes() { return pszPath ? iLockRetryTimes : 0; }
+    int setLockRetryTimes(int iTimes);
+
+    // Opens the ring: makes it, or joins it with the values on record. Returns 3, with failure 29, when the
+    // management file had to be made although trace files existed. Fails with 11 when it is open already.
+    // On failure nothing stays open that can be closed, and it may be tried again.
+    int openFile();
+    // Closes the ring; harmless when it is closed. Fails with 22, 23 or 3.
+    int closeFile();
+
+    // Appends a line, its CR LF included. Moves the ring on when it does not fit. Fails with 1 (null), 11
+    // (closed), 20 or 29 (the management file is no longer the one that was opened), 22, and as opening the
+    // next trace file does.
+    int putMessage(const char* pszLine, unsigned long ulLength);
+    // Starts writing what was appended to the current file to disk, without waiting. Fails with 12 or 22.
+    int bufferFlush();
+
+    // Copies the data of all files, the oldest first, into `pszDest`, which is made or emptied. iFlag: 0, or
+    // ZEBU2_BACKUP_NOLOCK to let other processes write meanwhile. Fails with 1 (null, or a file of the ring
+    // itself), 2, 3, 4, 11, 17, 21 or 22.
+    int backupToFile(const char* pszDest, int iFlag);
+    // Changes the mode of all files of the ring; the management directory gets execute bits to match. Fails
+    // with 22 or 27.
+    int chFileAttr(int iMode);
+    // Keeps a mode for the files that are opened from now on, and returns it. -1: none.
+    int setFileAttr(int iMode) { return iFileAttr = iMode; }
+    int getFileAttr() const { return iFileAttr; }
+
+private:
+    friend class ZEBURingLock;
+    friend struct ZEBUMultiLogFileAccess; // tests
+
+    // ---- MultiLogFile.cpp
+    int openFileFunc(int* piFd, const char* pszName, int iFlags);
+    static int checkFilePath(const char* pszPath) { return ZEBU_CheckFilePath(pszPath); }
+
+    // ---- MultiManage.cpp
+    // Opens the management file and, under its lock, everything else. Results as openFile.
+    int openManagementFile();
+    int openUnderLock(bool bExisted);
+    // Closes what a failed open left open, which ends the lock, and keeps the failure that led here.
+    void abandonOpen();
+    // Fills szManageDir and szManageFileName. Fails with 1.
+    int generateManagementFileName(const char* pszPrefix);
+    // Lengthens the management file to ZEBU_MANAGE_LENGTH bytes where it is shorter. Fails with 4, 14, 20.
+    int completeManagementFile();
+    int mapManagementFile();
+    // Fails with 20 or 29 when the file of the management file's name is not the one that was opened. Stores
+    // the length of that file.
+    int checkManagementIdentity(long* plLength) const;
+    // Takes size, number and position of an existing ring.
+    void adoptRecord(const tagZEBU_MANAGEMENT_DATA& rec);
+
+    // The record, under the lock. check... returns 0 or -1 and records nothing; repare... rebuilds the
+    // record from the trace files. readRecord does what is needed of the three.
+    int readAndCheckManagementFileMMap(tagZEBU_MANAGEMENT_DATA* pOut) const;
+    static int checkManagementFile(const tagZEBU_MANAGEMENT_DATA& rec);
+    void repareManagementFile(tagZEBU_MANAGEMENT_DATA* pOut);
+    void readRecord(tagZEBU_MANAGEMENT_DATA* pOut);
+    // Reads the record and takes over its mode. Fails with 22 when that mode asks for a lock that cannot be
+    // had; nothing is locked then.
+    int takeRecord(tagZEBU_MANAGEMENT_DATA* pOut);
+    void publishRecord(tagZEBU_MANAGEMENT_DATA* pOut, unsigned int uRecordMode);
+    void publishSizes();
+    void publishMode();
+    void publishPosition(unsigned int uFile, unsigned int uOffset);
+    void publishOffset(unsigned int uOffset);
+    int closeManagementFile();
+
+    // ---- MultiLock.cpp
+    int initializeLock();
+    // Takes the ring's lock; nests. Nothing to do without a management file or under ZEBU2_OPT_NOLOCK. Fails
+    // with 22 after the last attempt.
+    int mp_lock();
+    int mp_unlock();
+    // Narrows the mode word. Takes the lock where that ends lock-free operation; fails with 22.
+    int updateModeAndRetryMpLock(unsigned int uSharedMode);
+
+    // ---- MultiTrace.cpp
+    int generateTraceFileName(char (&szName)[ZEBU_PATH_ROOM], const char* pszPrefix, long lNumber) const;
+    // Makes file lCurrentFile, whose data end at lWriteOffset, the open, mapped one; at open, completes the
+    // other files first. Under the lock.
+    // Fails with 2, 3, 4, 7, 14, 20 or 23; the file that was open before is then closed, or (23) still
+    // mapped.
+    int openTraceFile(bool bAtOpen);
+    int prepareTraceFiles(bool bAtOpen);
+    int prepareTraceFile(long lNumber, bool bFill);
+    // Writes mark and filling of the file just opened. *puSize: its length, before and after.
+    int initializeTraceFile(bool bFill, bool bExisted, unsigned int* puSize);
+    int extendTraceFile();
+    int mapTraceFile();
+    void fillGap();
+    int closeTraceFile();
+    int closeTraceDescriptor();
+    // Reserves the blocks of a file's first bytes, so that no store into a mapping meets a full disk.
+    // Returns 1 when the file system cannot; fails with 4.
+    static int reserveBlocks(int iFd, long lLength);
+    // Opens a regular file for reading, or returns -1 and records nothing.
+    static int openToRead(const char* pszName);
+    // Offset of the mark in a file: 0 when there is no file or no mark; -1 for a number out of range.
+    int searchEOF(int iNumber) const;
+    // Sets lCurrentFile and lWriteOffset from the files on disk. Returns 1 when there are any, else 0.
+    int searchTraceFileData();
+
+    // ---- MultiWrite.cpp
+    // Writes a text. `pRec` null: takes the lock for it; else the caller's copy of the record, under the
+    // lock, which follows what is written. bIsHeader: no file header is due before this text.
+    int selectAndWriteFile(const char* pszText, unsigned long ulLength, tagZEBU_MANAGEMENT_DATA* pRec,
+                           bool bIsHeader);
+    int writeUnderLock(const char* pszText, unsigned long ulLength, tagZEBU_MANAGEMENT_DATA* pRec,
+                       bool bIsHeader);
+    // Follows the record; returns whether the file that it names has to be mapped.
+    bool followRecord(const tagZEBU_MANAGEMENT_DATA& rec);
+    // Makes the next file of the ring current for everybody; returns whether a file header is due.
+    bool moveRingOn(tagZEBU_MANAGEMENT_DATA* pRec, unsigned long ulLength, bool bIsHeader);
+    int storeText(const char* pszText, unsigned long ulLength, tagZEBU_MANAGEMENT_DATA* pRec);
+    // Makes sure that no store into the mapping falls behind the end of the file.
+    int checkTraceLength();
+    int putFileHeader(tagZEBU_MANAGEMENT_DATA* pRec, bool bAtOpen);
+    int syncMapping(const tagZEBU_MANAGEMENT_DATA& rec);
+
+    // ---- MultiBackup.cpp
+    int refuseOwnFile(const char* pszDest, const tagZEBU_MANAGEMENT_DATA& rec) const;
+    int copyRing(int iOut, const tagZEBU_MANAGEMENT_DATA& rec) const;
+
+    bool isMapped() const { return pTraceMap != MAP_FAILED; }
+
+    long lSpecSize = 0;    // as described by the caller; printed in the process-start header
+    long lSpecFileNum = 0; // likewise
+    const char* pszPath = nullptr;
+    int iTraceFd = -1;
+    int iManageFd = -1;
+    int iLockInit = -1; // 0 once the lock was used
+    unsigned long ulManageIno = 0;
+    unsigned long ulManageDev = 0;
+    void* pTraceMap = MAP_FAILED;
+    tagZEBU_MANAGEMENT_DATA* pManageMap = static_cast<tagZEBU_MANAGEMENT_DATA*>(MAP_FAILED);
+    char szPath[ZEBU_PATH_ROOM] = {};
+    char szTraceFileName[ZEBU_PATH_ROOM] = {}; // of the trace file opened last
+    char szManageDir[ZEBU_PATH_ROOM] = {};
+    char szManageFileName[ZEBU_PATH_ROOM] = {};
+    long lCurrentFile = 0; // the file to map; after a failure not the one that is mapped
+    long lMappedFile = 0;  // the file that pTraceMap shows, 0 when none
+    long lWriteOffset = 0; // as found, or as last read from the record or written to it
+    long lFileSize = 0;    // in force in the ring
+    long lFileNum = 0;     // likewise
+    long lMapSize = 0; // to which the next file is extended and mapped: lFileSize, or more after a long line
+    long lMappedLength = 0; // of pTraceMap
+    long lFoundLength = 0;  // of the mapped file when it was opened, before it was lengthened
+    unsigned int uMode = 0;
+    unsigned int uOption = 0;
+    unsigned int uEodLength = 0;
+    unsigned int uLockCount = 0;
+    int iLockWaitTime = 1;    // milliseconds
+    int iLockRetryTimes = 20; // attempts in all
+    char szHostName[17] = {};
+    char szSystem[61] = {};
+    char szStartTime[ZEBU_TIME_TEXT + 1] = {}; // of construction, later of the last file-start header
+    char szTimeZone[33] = {};
+    char szLang[79] = {};
+    const char* pszAppName = nullptr;
+    int iFileAttr = -1;
+    long lSyncedOffset = 0; // up to which the mapping was flushed
+
+    static long cs_PAGESIZE;
 };
+
 #endif

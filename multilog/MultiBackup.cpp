@@ -1,0 +1,128 @@
+// multilog/MultiBackup.cpp -- services on a shared ring as a whole: the copy into one file and permissions.
+//
+// Files are read from disk, not from a mapping: the page cache shows what others wrote through theirs.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "frame/Guards.h"
+#include "multilog/EndOfData.h"
+#include "multilog/RingLock.h"
+
+// ---- Backup --------------------------------------------------------------------------------------
+
+int ZebuMultiLogFile::backupToFile(const char* pszDest, int iFlag)
+{
+    if (checkFilePath(pszDest) != 0)
+        return -1;
+    if (!pszPath)
+        return 0;
+    if (iManageFd == -1)
+        return ZEBU_Fail(ZEBU_EPOS_NOTREADY, 0);
+    tagZEBU_MANAGEMENT_DATA rec;
+    ZEBURingLock lock(*this);
+    if (lock.acquire(&rec) != 0)
+        return -1;
+    // Under the lock, since it may make the file, and with the record, since another may be current by now.
+    if (iTraceFd == -1) {
+        (void)followRecord(rec);
+        if (openTraceFile(false) != 0)
+            return -1;
+    }
+    if (refuseOwnFile(pszDest, rec) != 0)
+        return -1;
+    if (iFlag == ZEBU2_BACKUP_NOLOCK)
+        lock.release();
+
+    ZEBUFd out;
+    if (openFileFunc(out.out(), pszDest, O_WRONLY | O_CREAT | O_TRUNC | O_APPEND) != 0)
+        return -1;
+    if (copyRing(out.get(), rec) != 0)
+        return -1;
+    if (close(out.release()) != 0)
+        return ZEBU_Fail(ZEBU_EPOS_CLOSE, errno);
+    return 0;
+}
+
+int ZebuMultiLogFile::refuseOwnFile(const char* pszDest, const tagZEBU_MANAGEMENT_DATA& rec) const
+{
+    struct stat info;
+    if (stat(pszDest, &info) == 0 && info.st_ino == ulManageIno && info.st_dev == ulManageDev)
+        return ZEBU_Fail(ZEBU_EPOS_PARAM, 0);
+    return ZEBU_RefuseRingFile(pszDest, pszPath, rec.fileNum);
+}
+
+// Copies the first bytes of a file, fewer where it ends or cannot be read.
+static int fs_copyHead(int iFrom, int iOut, unsigned long ulLength)
+{
+    char szBlock[ZEBU_SCAN_BLOCK];
+    while (ulLength > 0) {
+        const long lRead = ZEBU_Read(iFrom, szBlock, ulLength < sizeof szBlock ? ulLength : sizeof szBlock);
+        if (lRead <= 0)
+            return 0;
+        if (ZEBU_WriteAll(iOut, szBlock, static_cast<size_t>(lRead)) != 0)
+            return -1;
+        ulLength -= static_cast<unsigned long>(lRead);
+    }
+    return 0;
+}
+
+// Copies a file up to its mark.
+static int fs_copyData(int iFrom, int iOut)
+{
+    ZEBUEndOfDataScan scan;
+    char szBlock[ZEBU_SCAN_BLOCK];
+    while (!scan.found()) {
+        const long lRead = ZEBU_Read(iFrom, szBlock, sizeof szBlock);
+        if (lRead <= 0)
+            return 0;
+        if (ZEBU_WriteAll(iOut, szBlock, scan.examine(szBlock, static_cast<size_t>(lRead))) != 0)
+            return -1;
+    }
+    return 0;
+}
+
+int ZebuMultiLogFile::copyRing(int iOut, const tagZEBU_MANAGEMENT_DATA& rec) const
+{
+    const long lCount = rec.fileNum;
+    const long lCurrent = rec.currentFile;
+    for (long i = 1; i <= lCount; ++i) {
+        const long lNumber = lCurrent + i > lCount ? lCurrent + i - lCount : lCurrent + i;
+        char szName[ZEBU_PATH_ROOM];
+        if (ZEBU_TraceFileName(szName, pszPath, lNumber, lCount) != 0)
+            continue;
+        const ZEBUFd from(openToRead(szName));
+        if (from.get() == -1)
+            continue;
+        const int iResult = lNumber == lCurrent ? fs_copyHead(from.get(), iOut, rec.writeOffset)
+                                                : fs_copyData(from.get(), iOut);
+        if (iResult != 0)
+            return -1;
+    }
+    return 0;
+}
+
+// ---- Permissions ---------------------------------------------------------------------------------
+
+// A directory is of use only with execute bits: for the owner always, else where it may be read or written.
+static mode_t fs_directoryMode(int iMode)
+{
+    const int iGroup = iMode & 0060 ? 0010 : 0;
+    const int iOthers = iMode & 0006 ? 0001 : 0;
+    return static_cast<mode_t>(iMode | 0100 | iGroup | iOthers);
+}
+
+int ZebuMultiLogFile::chFileAttr(int iMode)
+{
+    if (!pszPath)
+        return 0;
+    ZEBURingLock lock(*this);
+    if (lock.lock() != 0)
+        return -1;
+    if (ZEBU_ChmodRing(pszPath, lFileNum, iMode) != 0)
+        return -1;
+    const int iDirErrno = chmod(szManageDir, fs_directoryMode(iMode)) == 0 ? 0 : errno;
+    if (chmod(szManageFileName, static_cast<mode_t>(iMode)) != 0)
+        return ZEBU_Fail(ZEBU_EPOS_CHMOD, errno);
+    return iDirErrno == 0 ? 0 : ZEBU_Fail(ZEBU_EPOS_CHMOD, iDirErrno);
+}

@@ -1,0 +1,227 @@
+// multilog/MultiTrace.cpp -- the trace files of a shared ring: making, filling, mapping and closing them, and
+// finding the current one and its end of data when the record has to be rebuilt.
+#include <fcntl.h>
+#include <limits.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "frame/Guards.h"
+#include "multilog/EndOfData.h"
+#include "multilog/MultiLogFile.h"
+
+int ZebuMultiLogFile::generateTraceFileName(char (&szName)[ZEBU_PATH_ROOM], const char* pszPrefix,
+                                            long lNumber) const
+{
+    return ZEBU_TraceFileName(szName, pszPrefix, lNumber, lFileNum);
+}
+
+// ---- Opening and mapping -------------------------------------------------------------------------
+
+int ZebuMultiLogFile::openTraceFile(bool bAtOpen)
+{
+    if ((iTraceFd != -1 || isMapped()) && closeTraceFile() != 0)
+        return -1;
+    if (prepareTraceFiles(bAtOpen) == 0 && extendTraceFile() == 0 && mapTraceFile() == 0)
+        return 0;
+    const ZEBUErrKeep keep;
+    (void)closeTraceFile();
+    return -1;
+}
+
+// In ring order from the file after the current one, so that the current one comes last and stays open.
+int ZebuMultiLogFile::prepareTraceFiles(bool bAtOpen)
+{
+    const bool bFill = (uMode & ZEBU2_OPT_NOFILL) == 0;
+    const bool bAll = bAtOpen && (uMode & ZEBU2_OPT_CURRENT_ONLY) == 0;
+    long lNumber = bAll ? lCurrentFile + 1 : lCurrentFile;
+    for (long lCount = bAll ? lFileNum : 1; lCount > 0; --lCount, ++lNumber) {
+        if (closeTraceDescriptor() != 0)
+            return -1;
+        if (lNumber > lFileNum)
+            lNumber = 1;
+        if (prepareTraceFile(lNumber, bFill) != 0)
+            return -1;
+    }
+    if (iTraceFd != -1)
+        return 0;
+    return openFileFunc(&iTraceFd, szTraceFileName, O_RDWR | O_CREAT);
+}
+
+int ZebuMultiLogFile::prepareTraceFile(long lNumber, bool bFill)
+{
+    if (generateTraceFileName(szTraceFileName, pszPath, lNumber) != 0)
+        return -1;
+    struct stat info;
+    const bool bExisted = stat(szTraceFileName, &info) == 0;
+    lFoundLength = bExisted ? info.st_size : 0;
+    if (bExisted && (!bFill || lFoundLength >= lMapSize))
+        return 0;
+    if (openFileFunc(&iTraceFd, szTraceFileName, O_RDWR | O_CREAT) != 0)
+        return -1;
+    auto uSize = static_cast<unsigned int>(lFoundLength < UINT_MAX ? lFoundLength : UINT_MAX);
+    return initializeTraceFile(bFill, bExisted, &uSize);
+}
+
+int ZebuMultiLogFile::initializeTraceFile(bool bFill, bool bExisted, unsigned int* puSize)
+{
+    if (lseek(iTraceFd, 0, SEEK_END) == -1)
+        return ZEBU_Fail(ZEBU_EPOS_LSEEK, errno);
+    if (!bFill || !bExisted) {
+        char szMark[ZEBU_EOD_MARK];
+        ZEBU_PutEndOfData(szMark);
+        if (ZEBU_WriteAll(iTraceFd, szMark, sizeof szMark) != 0)
+            return -1;
+        *puSize += ZEBU_EOD_MARK;
+    }
+    if (bFill) {
+        char szBlanks[1024];
+        memset(szBlanks, ' ', sizeof szBlanks);
+        for (long lLeft = lMapSize - *puSize; lLeft > 0; lLeft -= static_cast<long>(sizeof szBlanks)) {
+            const auto uPiece = static_cast<size_t>(lLeft);
+            if (ZEBU_WriteAll(iTraceFd, szBlanks, uPiece < sizeof szBlanks ? uPiece : sizeof szBlanks) != 0)
+                return -1;
+        }
+        *puSize = static_cast<unsigned int>(lMapSize);
+    }
+    if (lseek(iTraceFd, 0, SEEK_SET) == -1)
+        return ZEBU_Fail(ZEBU_EPOS_LSEEK, errno);
+    return 0;
+}
+
+int ZebuMultiLogFile::reserveBlocks(int iFd, long lLength)
+{
+    int iResult;
+    do
+        iResult = fallocate(iFd, 0, 0, lLength);
+    while (iResult != 0 && errno == EINTR);
+    if (iResult == 0)
+        return 0;
+    const int iErrno = errno;
+    const bool bNoRoom = iErrno == ENOSPC || iErrno == EDQUOT || iErrno == EFBIG || iErrno == EIO;
+    return bNoRoom ? ZEBU_Fail(ZEBU_EPOS_WRITE, iErrno) : 1;
+}
+
+int ZebuMultiLogFile::extendTraceFile()
+{
+    (void)futimens(iTraceFd, nullptr);
+    struct stat info;
+    if (fstat(iTraceFd, &info) != 0)
+        return ZEBU_Fail(ZEBU_EPOS_STAT, errno);
+    if (info.st_size < lFoundLength)
+        lFoundLength = info.st_size;
+    // A file that has its length may still have holes, and a store into one needs a block as well.
+    const bool bShort = info.st_size < lMapSize;
+    if (!bShort && info.st_blocks * 512L >= lMapSize)
+        return 0;
+    const int iReserved = reserveBlocks(iTraceFd, lMapSize);
+    if (iReserved == -1)
+        return -1;
+    if (iReserved == 0 || !bShort)
+        return 0;
+    if (lseek(iTraceFd, lMapSize - 1, SEEK_SET) == -1)
+        return ZEBU_Fail(ZEBU_EPOS_LSEEK, errno);
+    return ZEBU_WriteAll(iTraceFd, "", 1);
+}
+
+int ZebuMultiLogFile::mapTraceFile()
+{
+    void* pMap =
+        mmap(nullptr, static_cast<size_t>(lMapSize), PROT_READ | PROT_WRITE, MAP_SHARED, iTraceFd, 0);
+    if (pMap == MAP_FAILED)
+        return ZEBU_Fail(ZEBU_EPOS_MMAP, errno);
+    pTraceMap = pMap;
+    lMappedLength = lMapSize;
+    lMappedFile = lCurrentFile;
+    lSyncedOffset = 0;
+    fillGap();
+    return 0;
+}
+
+// A file that was emptied or removed has lost data below the write offset. What stands there now (blanks,
+// zero bytes, or the mark of a file just made) would end or derail every search for the end of the data: make
+// it one blank line.
+void ZebuMultiLogFile::fillGap()
+{
+    if (lFoundLength >= lWriteOffset || lWriteOffset > lMappedLength)
+        return;
+    const auto uGap = static_cast<size_t>(lWriteOffset - lFoundLength);
+    char* pGap = static_cast<char*>(pTraceMap) + lFoundLength;
+    memset(pGap, ' ', uGap);
+    if (uGap >= 2)
+        memcpy(pGap + uGap - 2, "\r\n", 2);
+}
+
+// ---- Closing -------------------------------------------------------------------------------------
+
+int ZebuMultiLogFile::closeTraceFile()
+{
+    if (isMapped()) {
+        if (munmap(pTraceMap, static_cast<size_t>(lMappedLength)) != 0)
+            return ZEBU_Fail(ZEBU_EPOS_MUNMAP, errno);
+        pTraceMap = MAP_FAILED;
+        lMappedLength = 0;
+        lMappedFile = 0;
+    }
+    if (iTraceFd != -1)
+        (void)futimens(iTraceFd, nullptr); // the newest file is found by its time
+    return closeTraceDescriptor();
+}
+
+int ZebuMultiLogFile::closeTraceDescriptor()
+{
+    if (iTraceFd == -1)
+        return 0;
+    // Whatever close says, the descriptor is gone: closing it again could hit a file of the application.
+    const int iResult = close(iTraceFd) == 0 ? 0 : ZEBU_Fail(ZEBU_EPOS_CLOSE, errno);
+    iTraceFd = -1;
+    return iResult;
+}
+
+// ---- Finding the end of the data -----------------------------------------------------------------
+
+int ZebuMultiLogFile::openToRead(const char* pszName)
+{
+    const ZEBUErrKeep keep;
+    ZEBUFd fd;
+    struct stat info;
+    if (ZEBU_OpenFile(fd.out(), pszName, O_RDONLY, -1) != 0 || fstat(fd.get(), &info) != 0)
+        return -1;
+    return S_ISREG(info.st_mode) ? fd.release() : -1; // a device could be read without end
+}
+
+int ZebuMultiLogFile::searchEOF(int iNumber) const
+{
+    char szName[ZEBU_PATH_ROOM];
+    if (generateTraceFileName(szName, pszPath, iNumber) != 0)
+        return -1;
+    const ZEBUFd fd(openToRead(szName));
+    if (fd.get() == -1)
+        return 0;
+    ZEBUEndOfDataScan scan;
+    unsigned long ulCount = 0;
+    char szBlock[ZEBU_SCAN_BLOCK];
+    long lRead;
+    while (!scan.found() && (lRead = ZEBU_Read(fd.get(), szBlock, sizeof szBlock)) > 0)
+        ulCount += scan.examine(szBlock, static_cast<size_t>(lRead));
+    if (!scan.found())
+        return 0;
+    return ulCount < INT_MAX ? static_cast<int>(ulCount) : INT_MAX;
+}
+
+int ZebuMultiLogFile::searchTraceFileData()
+{
+    lCurrentFile = 1;
+    lWriteOffset = 0;
+    long lSize;
+    const long lNewest = ZEBU_NewestTraceFile(pszPath, lFileNum, &lSize);
+    if (lNewest == 0)
+        return 0;
+    lCurrentFile = lNewest;
+    lWriteOffset = searchEOF(static_cast<int>(lNewest));
+    if (static_cast<unsigned long>(lWriteOffset) < static_cast<unsigned long>(lFileSize))
+        return 1;
+    lCurrentFile = lNewest < lFileNum ? lNewest + 1 : 1;
+    lWriteOffset = 0;
+    return 1;
+}
