@@ -1,0 +1,317 @@
+// The trace area: creation, checks, the ring's arithmetic, damaged headers, writers that meet.
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <sys/wait.h>
+
+#include <chrono>
+#include <csignal>
+#include <map>
+#include <thread>
+
+#include "support/Sandbox.h"
+
+class Area : public Sandbox
+{
+protected:
+    void start(int iExpected = 1) { ASSERT_EQ(ZEBU2_Initialize(nullptr, "app"), iExpected); }
+    static void stop() { EXPECT_EQ(ZEBU2_Finalize(), 0); }
+    static int putBytes(size_t count) { return ZEBU2_PutToShm(std::string(count, 'x').data(), count); }
+};
+
+TEST_F(Area, IsCreatedForEverybody)
+{
+    const mode_t oldMask = umask(077);
+    start();
+    umask(oldMask);
+    EXPECT_EQ(fileMode(path("mmap")), 0777);
+    EXPECT_EQ(fileMode(areaFile()), 0666);
+    EXPECT_EQ(readFile(areaFile()), std::string("ZEBU\0\0\0\0\xE8\xFF\0\0", 12) + std::string(65524, '\0'));
+    EXPECT_EQ(ZEBU2_PutToShm("a\0b", 3), 0);
+    stop();
+    const std::string line = areaBytes();
+    EXPECT_EQ(line.size(), 73u);
+    EXPECT_EQ(line.substr(68), std::string("a\0b\r\n", 5));
+
+    configure("MapSize = 131072\n");  // an area that exists keeps its geometry, and its lines
+    start();
+    EXPECT_EQ(fileSize(areaFile()), 131072);
+    EXPECT_EQ(areaHeader().uDataSize, 65512u);
+    EXPECT_EQ(putBytes(1), 0);
+    EXPECT_EQ(areaLines().size(), 2u);
+    stop();
+}
+
+TEST_F(Area, SmallAreasStartAfreshAndTinyOnesAreRefused)
+{
+    configure("MapSize = 4096\n");
+    for (int i = 0; i < 2; ++i) {
+        start();
+        EXPECT_EQ(putBytes(1), 0);
+        EXPECT_EQ(areaLines().size(), 1u);
+        stop();
+    }
+    configure("MapSize = 25\n");
+    start();
+    EXPECT_EQ(areaHeader().uDataSize, 1u);
+    EXPECT_EQ(putBytes(0), 0);  // no room: dropped
+    stop();
+    for (const char* pszSize : {"24", "1", "0"}) {
+        configure(std::string("MapSize = ") + pszSize + "\n");
+        (void)unlink(areaFile().c_str());
+        start(-1);
+        EXPECT_EQ(lastError(), 0x0600001A);
+        EXPECT_FALSE(exists(areaFile()));
+    }
+}
+
+TEST_F(Area, RingArithmetic)
+{
+    configure("MapSize = 4200\n");
+    start();
+    constexpr uint32_t uSize = 4176;
+    const struct
+    {
+        uint32_t uRead, uWrite, uLine, uExpected;
+    } cases[] = {
+        {0, 0, uSize - 1, uSize - 1},            // an empty ring takes all but one byte
+        {0, 0, uSize, 0},                        // and no more
+        {100, uSize - 100, 199, 99},             // round the end
+        {100, uSize - 100, 200, uSize - 100},    // would look empty
+        {500, uSize - 100, 100, uSize},          // up to the very end
+        {500, uSize, 100, 100},                  // and on from there
+        {200, 100, 99, 199},   {200, 100, 100, 100},
+        {uSize, uSize, 80, 80},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(&c - cases);
+        setAreaField(12, c.uRead);
+        setAreaField(16, c.uWrite);
+        ASSERT_EQ(putBytes(c.uLine - 70), 0);
+        EXPECT_EQ(areaHeader().uWriteOffset, c.uExpected);
+        EXPECT_EQ(areaHeader().uGuard, 0u);
+        if (c.uExpected != c.uWrite) {
+            EXPECT_EQ(areaBytes().substr(areaBytes().size() - 3), "x\r\n");
+        }
+    }
+    stop();
+}
+
+TEST_F(Area, DamagedHeadersAreNeverFollowed)
+{
+    start();
+    const uint32_t values[] = {1, 65511, 65512, 65513, 0x7FFFFFFF, 0x80000000, 0xFFFFFFE8, 0xFFFFFFFF};
+    for (const long lField : {0L, 8L, 12L, 16L}) {
+        for (const uint32_t uValue : values) {
+            SCOPED_TRACE(testing::Message() << "field at " << lField << " is " << uValue);
+            setAreaField(0, 0x5542455A);
+            setAreaField(8, 65512);
+            setAreaField(12, 0);
+            setAreaField(16, 0);
+            setAreaField(lField, uValue);
+            const bool bDamaged = lField == 0 || uValue > 65512;
+            EXPECT_EQ(putBytes(4117), bDamaged ? -1 : 0);
+            EXPECT_EQ(lastError(), bDamaged ? 0x0D00001A : 0);
+            EXPECT_EQ(areaHeader().uGuard, 0u);
+        }
+    }
+    stop();
+    setAreaField(0, 0x58585858);  // found damaged at the open: attached, but nothing goes in
+    start();
+    EXPECT_EQ(putBytes(1), -1);
+    EXPECT_EQ(lastError(), 0x0D00001A);
+    EXPECT_EQ(areaHeader().uMagic, 0x58585858u);
+    stop();
+}
+
+TEST_F(Area, AnInterruptedCreationIsFinishedByTheNext)
+{
+    ASSERT_EQ(mkdir(path("mmap").c_str(), 0777), 0);
+    for (const size_t uSize : {size_t{0}, size_t{24}, size_t{4097}, size_t{65536}}) {
+        std::string left(uSize, '\0');
+        if (uSize == 65536)
+            left.replace(8, 4, "\xE8\xFF\0\0", 4);
+        writeFile(areaFile(), left);
+        start();
+        EXPECT_EQ(putBytes(1), 0);
+        EXPECT_EQ(areaLines().size(), 1u) << uSize;
+        stop();
+    }
+}
+
+TEST_F(Area, LinksAreNotFollowed)
+{
+    ASSERT_EQ(mkdir(path("mmap").c_str(), 0777), 0);
+    writeFile(path("victim"), "untouched");
+    ASSERT_EQ(symlink(path("victim").c_str(), areaFile().c_str()), 0);
+    start(-1);
+    EXPECT_EQ(lastError(), 0x06000007);
+    EXPECT_EQ(lastCode(), EACCES);
+    EXPECT_EQ(readFile(path("victim")), "untouched");
+}
+
+TEST_F(Area, RateLimit)
+{
+    configure("IntervalSec = 86400\nMaxMsgNum = 3\n");
+    start();
+    for (int i = 0; i < 5; ++i)
+        EXPECT_EQ(putBytes(1), 0);
+    EXPECT_EQ(areaLines().size(), 3u);
+    stop();
+    configure("IntervalSec = 10\nMaxMsgNum = 0\n");
+    start();
+    EXPECT_EQ(putBytes(1), 0);
+    EXPECT_EQ(areaLines().size(), 3u);
+    stop();
+}
+
+// ---- Writers that meet ---------------------------------------------------------------------------
+
+namespace {
+
+// The consumer: takes lines out of the area and counts them by sender.
+class Consumer
+{
+public:
+    explicit Consumer(const std::string& file)
+    {
+        const int iFd = open(file.c_str(), O_RDWR);
+        m_pHeader = static_cast<AreaHeader*>(mmap(nullptr, 65536, PROT_READ | PROT_WRITE, MAP_SHARED, iFd, 0));
+        (void)close(iFd);
+        CHECK(m_pHeader != MAP_FAILED);
+    }
+    ~Consumer() { (void)munmap(m_pHeader, 65536); }
+
+    void drain()
+    {
+        const uint32_t uWrite = __atomic_load_n(&m_pHeader->uWriteOffset, __ATOMIC_ACQUIRE);
+        const char* pData = reinterpret_cast<const char*>(m_pHeader + 1);
+        uint32_t uRead = m_pHeader->uReadOffset;
+        if (uRead > uWrite) {
+            m_rest.append(pData + uRead, m_pHeader->uDataSize - uRead);
+            uRead = 0;
+        }
+        m_rest.append(pData + uRead, uWrite - uRead);
+        __atomic_store_n(&m_pHeader->uReadOffset, uWrite, __ATOMIC_RELEASE);
+        for (size_t end; (end = m_rest.find("\r\n")) != std::string::npos; m_rest.erase(0, end + 2))
+            take(m_rest.substr(0, end));
+    }
+
+    std::map<std::string, int> m_seen;  // bodies
+    int m_torn = 0;
+
+private:
+    // A whole line is "sender number filler", the filler as long as the number says.
+    void take(const std::string& line)
+    {
+        const std::string text = body(line);
+        char szSender[16] = {};
+        int iNumber = 0, iFiller = 0;
+        if (sscanf(text.c_str(), "%15s %d %n", szSender, &iNumber, &iFiller) < 2 || iFiller == 0 ||
+            text.substr(static_cast<size_t>(iFiller)) != std::string(static_cast<size_t>(iNumber % 997), 'x'))
+            ++m_torn;
+        else
+            ++m_seen[std::string(szSender) + " " + std::to_string(iNumber)];
+    }
+
+    AreaHeader* m_pHeader;
+    std::string m_rest;
+};
+
+std::string message(const std::string& sender, int iNumber)
+{
+    return sender + " " + std::to_string(iNumber) + " " + std::string(static_cast<size_t>(iNumber % 997), 'x');
+}
+
+// Puts a line, and again while the area has no room for it.
+void putSurely(const std::string& text, AreaHeader* pHeader)
+{
+    for (;;) {
+        const uint32_t uRead = __atomic_load_n(&pHeader->uReadOffset, __ATOMIC_ACQUIRE);
+        const uint32_t uWrite = __atomic_load_n(&pHeader->uWriteOffset, __ATOMIC_ACQUIRE);
+        const uint32_t uRoom = uRead > uWrite ? uRead - uWrite : uRead + 65512 - uWrite;
+        if (uRoom > 40000)  // room for every writer's longest line
+            break;
+        std::this_thread::yield();
+    }
+    CHECK(ZEBU2_PutToShm(text.data(), text.size()) == 0);
+}
+
+AreaHeader* mapHeader(const std::string& file)
+{
+    const int iFd = open(file.c_str(), O_RDWR);
+    void* p = mmap(nullptr, 65536, PROT_READ | PROT_WRITE, MAP_SHARED, iFd, 0);
+    (void)close(iFd);
+    CHECK(p != MAP_FAILED);
+    return static_cast<AreaHeader*>(p);
+}
+
+}  // namespace
+
+TEST_F(Area, WritersOfSeveralProcessesNeitherTearNorLoseLines)
+{
+    constexpr int cs_iProcesses = 3, cs_iThreads = 2, cs_iLines = 2000;
+    start();
+    stop();
+    Consumer consumer(areaFile());
+    std::vector<pid_t> writers;
+    for (int p = 0; p < cs_iProcesses; ++p) {
+        writers.push_back(startChild([&] {
+            CHECK(ZEBU2_Initialize(nullptr, "app") == 1);
+            AreaHeader* pHeader = mapHeader(areaFile());
+            std::vector<std::thread> threads;
+            for (int t = 0; t < cs_iThreads; ++t) {
+                threads.emplace_back([=] {
+                    const std::string sender = "p" + std::to_string(p) + "t" + std::to_string(t);
+                    for (int i = 0; i < cs_iLines; ++i)
+                        putSurely(message(sender, i), pHeader);
+                });
+            }
+            for (std::thread& thread : threads)
+                thread.join();
+            CHECK(ZEBU2_Finalize() == 0);
+        }));
+    }
+    std::thread collector([&] {
+        while (consumer.m_seen.size() < size_t{cs_iProcesses} * cs_iThreads * cs_iLines && consumer.m_torn == 0)
+            consumer.drain();
+    });
+    for (const pid_t iWriter : writers)
+        EXPECT_EQ(waitForChild(iWriter), 0);
+    collector.join();
+    EXPECT_EQ(consumer.m_torn, 0);
+    for (const auto& [line, count] : consumer.m_seen)
+        ASSERT_EQ(count, 1) << line;
+    EXPECT_EQ(areaHeader().uGuard, 0u);
+}
+
+TEST_F(Area, AWriterThatDiedInsideAnAppendIsPassedOver)
+{
+    start();
+    EXPECT_EQ(putBytes(1), 0);
+    const pid_t iDead = startChild([] { _exit(0); });
+    ASSERT_EQ(usleep(0), 0);
+    siginfo_t info;
+    ASSERT_EQ(waitid(P_PID, static_cast<id_t>(iDead), &info, WEXITED | WNOWAIT), 0);
+    // Dead but still a zombie, then gone: noticed at once. Alive but standing still: after a while.
+    const struct
+    {
+        const char* pszName;
+        uint32_t uHolder;
+        int iMilliseconds;
+    } cases[] = {{"zombie", static_cast<uint32_t>(iDead), 50}, {"gone", 4194303, 50},
+                 {"hung", static_cast<uint32_t>(getppid()), 1000}};
+    for (const auto& c : cases) {
+        setAreaField(20, c.uHolder | 5u << 22);
+        const size_t uBefore = areaLines().size();
+        const auto begun = std::chrono::steady_clock::now();
+        EXPECT_EQ(putBytes(1), 0);
+        EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::milliseconds(c.iMilliseconds)) << c.pszName;
+        EXPECT_EQ(areaLines().size(), uBefore + 1);
+        EXPECT_EQ(areaHeader().uGuard, 0u);
+    }
+    EXPECT_EQ(waitForChild(iDead), 0);
+    stop();
+}
