@@ -1,9 +1,7 @@
-// cleanup/LogCleanup.h -- removal of old trace files by age or by number,
-// behind ZEBU2_LogFileClear.
+// cleanup/LogCleanup.h -- removal of old trace files by age or by number, behind ZEBU2_LogFileClear.
 //
-// Functions that return int give 0, or -1 with the failure recorded (function
-// number 0). None takes a lock of the library; each call has its own list and
-// buffers.
+// Functions that return int give 0, or -1 with the failure recorded (function number 0). None takes a
+// lock of the library; each call has its own list and buffers.
 #ifndef ZEBU_CLEANUP_LOGCLEANUP_H
 #define ZEBU_CLEANUP_LOGCLEANUP_H
 
@@ -16,8 +14,8 @@ struct ZEBUFindFileElement
     char szPath[ZEBU_FOUND_PATH_ROOM];
 };
 
-// The files found for the rule by number, most recently modified first; of
-// equal times the one that was added later comes first. Owns its elements.
+// The files found for the rule by number, most recently modified first; of equal times the one that was
+// added later comes first. Owns its elements.
 struct ZEBUFindFileList
 {
     ZEBUFindFileElement* pHead = nullptr;
@@ -28,19 +26,17 @@ struct ZEBUFindFileList
     ZEBUFindFileList(const ZEBUFindFileList&) = delete;
     ZEBUFindFileList& operator=(const ZEBUFindFileList&) = delete;
 
-    // Times are compared by the 32 bits of their difference. When there is no
-    // memory the file is left out and failure 9 recorded.
+    // Times are compared by the 32 bits of their difference. When there is no memory the file is left
+    // out and failure 9 recorded.
     void addElement(const char* pszPath, long lMtime);
 };
 
-// Removes every matching file that was last modified at least `iSeconds` ago.
-// Fails with 13, with 20 where the scan ended, or with 8, after which the scan
-// went on.
+// Removes every matching file that was last modified at least `iSeconds` ago. Fails with 13, with 20
+// where the scan ended, or with 8, after which the scan went on.
 int ZEBU_DeleteLogByTime(const char* pszPattern, int iSeconds);
 
-// Removes every matching file but the `iKeep` most recently modified. Fails
-// with 13 or 20, both before anything is removed, or with 8, after which the
-// others were removed.
+// Removes every matching file but the `iKeep` most recently modified. Fails with 13 or 20, both before
+// anything is removed, or with 8, after which the others were removed.
 int ZEBU_DeleteLogByNumber(const char* pszPattern, int iKeep);
 
 // The two halves of the rule by number.

@@ -49,8 +49,7 @@ int ZEBUFileScan::next()
     return 0;
 }
 
-// Puts a name behind the directory. Returns false when no call would take the
-// path.
+// Puts a name behind the directory. Returns false when no call would take the path.
 bool ZEBUFileScan::appendName(const char* pszName)
 {
     const size_t uLength = strlen(pszName);

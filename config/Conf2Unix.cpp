@@ -1,5 +1,4 @@
-// config/Conf2Unix.cpp -- finding the template among the lines of the
-// configuration file.
+// config/Conf2Unix.cpp -- finding the template among the lines of the configuration file.
 #include "config/Conf2Unix.h"
 
 #include <string.h>

@@ -1,5 +1,4 @@
-// config/Conf2Unix.h -- the template of the file-switch notice, read by every
-// ring of one process.
+// config/Conf2Unix.h -- the template of the file-switch notice, read by every ring of one process.
 #ifndef ZEBU_CONFIG_CONF2UNIX_H
 #define ZEBU_CONFIG_CONF2UNIX_H
 
@@ -12,8 +11,7 @@ class ZEBUConfigInf2 final
 public:
     char szMsgString[ZEBU_MSG_STRING_MAX + 1]; // may end in a line feed; empty when there is none
 
-    // Reads the file that the environment names, if it is allowed, else the
-    // standard file.
+    // Reads the file that the environment names, if it is allowed, else the standard file.
     ZEBUConfigInf2();
 
     // Returns 0, or -1 when the file cannot be opened. Records no failure.

@@ -1,8 +1,6 @@
-// config/ConfFile.h -- the configuration file: which one is read, and its
-// lines.
+// config/ConfFile.h -- the configuration file: which one is read, and its lines.
 //
-// Shared by the two configuration classes, each of which picks its own keys out
-// of the lines.
+// Shared by the two configuration classes, each of which picks its own keys out of the lines.
 #ifndef ZEBU_CONFIG_CONFFILE_H
 #define ZEBU_CONFIG_CONFFILE_H
 
@@ -15,14 +13,13 @@ constexpr char ZEBU_cs_pszCnf2Env[] = "ZEBU2_TRACECNF_FILE";
 constexpr int ZEBU_CNF_PATH_MAX = 4096;  // characters of a path that the configuration may name
 constexpr int ZEBU_CNF_LINE_ROOM = 4160; // a longer line is read in pieces of one byte less
 
-// Returns the file that the environment names in place of
-// ZEBU_cs_pszCnfFileName, or null when it names none or one that is not
-// allowed: not 1 to 4096 characters, not absolute, one of the two standard
+// Returns the file that the environment names in place of ZEBU_cs_pszCnfFileName, or null when it names
+// none or one that is not allowed: not 1 to 4096 characters, not absolute, one of the two standard
 // files in any spelling, or not an existing regular file.
 const char* ZEBU_GetCnfOverride();
 
-// A configuration file opened for reading; closed with the object. The open
-// never waits, not even for the writer of a FIFO.
+// A configuration file opened for reading; closed with the object. The open never waits, not even for
+// the writer of a FIFO.
 class ZEBUConfFile final
 {
 public:
@@ -33,9 +30,8 @@ public:
 
     bool isOpen() const { return pStream != nullptr; }
 
-    // Reads the next line, with its line feed, or piece of one. Returns null at
-    // the end of the file and when reading fails. The text lives until the next
-    // call.
+    // Reads the next line, with its line feed, or piece of one. Returns null at the end of the file and
+    // when reading fails. The text lives until the next call.
     const char* nextLine();
 
 private:
@@ -43,8 +39,7 @@ private:
     char szLine[ZEBU_CNF_LINE_ROOM];
 };
 
-// Whether a line belongs to a key: it begins with the key's name, whatever
-// follows.
+// Whether a line belongs to a key: it begins with the key's name, whatever follows.
 bool ZEBU_IsCnfKey(const char* pszLine, const char* pszKey);
 
 #endif

@@ -13,8 +13,7 @@ namespace {
 constexpr char cs_pszMMapSpoolDir[] = "/opt/kelvora/ZEBULib2/mmap";
 constexpr char cs_pszMMapSpoolFile[] = "/opt/kelvora/ZEBULib2/mmap/zebu2mmap.mm";
 
-// Behind the parent directory of what "LogFile" names, when another file than
-// the standard one is read.
+// Behind the parent directory of what "LogFile" names, when another file than the standard one is read.
 constexpr char ZEBU_cs_pszTestSpoolDir[] = "/mmap";
 constexpr char ZEBU_cs_pszTestMMapFile[] = "/mmap/zebu2mmap.mm";
 
@@ -22,8 +21,7 @@ constexpr char cs_szKeyLogFile[] = "LogFile";
 constexpr char cs_szFormatText[] = "%4097s";
 static_assert(ZEBU_CNF_TEXT_MAX == 4097, "the width in the format");
 
-// In the order in which a line is compared with them; one of the three fields
-// is set.
+// In the order in which a line is compared with them; one of the three fields is set.
 struct tagZEBU_CNF_KEY
 {
     const char* pszName;
@@ -44,9 +42,8 @@ constexpr tagZEBU_CNF_KEY cs_keys[] = {
     {"MaxMsgNum", &ZEBUConfigInf::iMaxMsgNum, nullptr, nullptr},
 };
 
-// Returns where the value of a line begins, or null. A blank must stand between
-// the key and the "=", since the key is the first blank-delimited word whatever
-// it holds.
+// Returns where the value of a line begins, or null. A blank must stand between the key and the "=",
+// since the key is the first blank-delimited word whatever it holds.
 const char* fs_value(const char* pszLine)
 {
     int iValue = -1;
@@ -54,9 +51,8 @@ const char* fs_value(const char* pszLine)
     return iValue == -1 ? nullptr : pszLine + iValue;
 }
 
-// The conversions of scanf's %d and %u: they leave a number that does not fit
-// undefined, these keep its low 32 bits (of the largest or smallest long when
-// it does not fit that either).
+// The conversions of scanf's %d and %u: they leave a number that does not fit undefined, these keep its
+// low 32 bits (of the largest or smallest long when it does not fit that either).
 void fs_readInt(const char* pszValue, int* piField)
 {
     char* pszEnd;

@@ -1,9 +1,7 @@
-// config/ConfUnix.h -- the general settings, a snapshot of the configuration
-// file.
+// config/ConfUnix.h -- the general settings, a snapshot of the configuration file.
 //
-// The trace area constructs one at each use and reads the fields. Nothing is
-// range-checked here and no failure is recorded: what cannot be read keeps its
-// default.
+// The trace area constructs one at each use and reads the fields. Nothing is range-checked here and no
+// failure is recorded: what cannot be read keeps its default.
 #ifndef ZEBU_CONFIG_CONFUNIX_H
 #define ZEBU_CONFIG_CONFUNIX_H
 
@@ -40,13 +38,12 @@ public:
                                             // empty when no file was read
     int iLoaded;                            // 1 once the file to read is settled
 
-    // Reads the file that the environment names, if it is allowed and says where
-    // the trace area lies, else the standard file.
+    // Reads the file that the environment names, if it is allowed and says where the trace area lies,
+    // else the standard file.
     ZEBUConfigInf();
 
-    // Reads once: the environment's file while iLoaded is 0, else the standard
-    // file. Returns 0, or -1 when it cannot be opened or does not say where the
-    // trace area lies.
+    // Reads once: the environment's file while iLoaded is 0, else the standard file. Returns 0, or -1
+    // when it cannot be opened or does not say where the trace area lies.
     int loadCnf();
 
     // Nothing is ever written back. Returns 0.

@@ -25,8 +25,7 @@ size_t fs_countSlashes(const char* psz)
     return uCount;
 }
 
-// Stores the components of `src` that are left after "." and ".." took effect;
-// returns their number.
+// Stores the components of `src` that are left after "." and ".." took effect; returns their number.
 size_t fs_split(const char* src, tagZEBU_COMPONENT* pTable)
 {
     size_t uCount = 0;

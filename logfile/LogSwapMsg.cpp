@@ -25,8 +25,7 @@ int ZEBU_IsEnableSwapMsg()
     return ZEBU_eSwapMsgMode.load(std::memory_order_relaxed) == 1 ? 1 : 0;
 }
 
-// Appends to one of the two texts of a notice, which is terminated after it;
-// cuts what has no room.
+// Appends to one of the two texts of a notice, which is terminated after it; cuts what has no room.
 static int fs_append(char (&szText)[ZEBU_SWAP_MSG_MAX + 1], int iEnd, const char* pszPiece)
 {
     const size_t uLength = strnlen(pszPiece, static_cast<size_t>(ZEBU_SWAP_MSG_MAX - iEnd));
@@ -69,8 +68,7 @@ int ZEBU_BuildSwapMsg(tagZEBU_SWAP_MSG* pMsg, const char* pszTemplate, const cha
                 break;
             pszPiece = fs_replacement(*psz, pszAppName, szNumber, pszFileName);
         }
-        // What is shown comes from the text, so that both are cut at the same
-        // place.
+        // What is shown comes from the text, so that both are cut at the same place.
         const char* pszAppended = pMsg->szText + iText;
         iText = fs_append(pMsg->szText, iText, pszPiece);
         iShown = fs_append(pMsg->szShown, iShown, pszPiece == cs_szPercent ? "%" : pszAppended);
