@@ -8,11 +8,12 @@
 #include "mmap/MMap.h"
 #include "multilog/MultiLogFile.h"
 
-int ZEBU_ReleaseMMap(const ZEBUErrScope& err)
+int ZEBU_ReleaseMMap(bool* pbHolds, const ZEBUErrScope& err)
 {
     ZEBUMMapFile* pMMap = ZEBU2_pMMap;
-    if (!pMMap)
+    if (!pMMap || !*pbHolds)
         return 0;
+    *pbHolds = false;
     pMMap->relRef();
     if (pMMap->refCount() > 0)
         return 0;
@@ -49,7 +50,7 @@ int ZEBU2_Finalize(void)
         iResult = fs_closeEngine(&ZEBU2_pLogFile, err);
     if (ZEBU2_pMultiLogFile)
         iResult = fs_closeEngine(&ZEBU2_pMultiLogFile, err);
-    const int iArea = ZEBU_ReleaseMMap(err);
+    const int iArea = ZEBU_ReleaseMMap(&ZEBU2_bHoldsMMap, err);
     ZEBU2_iIsInitialized = 0;
     ZEBU_UninitializeGrobalVar();
     return iResult != 0 ? iResult : iArea;

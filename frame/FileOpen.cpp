@@ -81,16 +81,16 @@ static int ZEBU_InitializeMMapFile()
         delete ZEBU2_pMMap.exchange(nullptr);
         return iResult;
     }
-    ZEBU2_pMMap.load()->addRef();
     return 0;
 }
 
-int ZEBU_AttachMMap()
+int ZEBU_AttachMMap(bool* pbHolds)
 {
-    if (!ZEBU2_pMMap)
-        return ZEBU_InitializeMMapFile();
-    ZEBU2_pMMap.load()->addRef();
-    return 0;
+    const int iResult = ZEBU2_pMMap ? 0 : ZEBU_InitializeMMapFile();
+    *pbHolds = iResult == 0;
+    if (*pbHolds)
+        ZEBU2_pMMap.load()->addRef();
+    return iResult;
 }
 
 int ZEBU_CombineResults(int iFiles, int iArea, const ZEBUErrScope& err)
@@ -144,7 +144,7 @@ static int ZEBU2_SubInitialize(const tagZEBU_LOGFILE_SPEC* pSpec, const char* ps
     ZEBU_StoreAppName(pszAppName);
 
     const int iFiles = fs_hasEngine(eMode) ? 0 : err.finish(ZEBU_InitializeLogFile(pSpec, iOption, eMode));
-    const int iResult = ZEBU_CombineResults(iFiles, ZEBU_AttachMMap(), err);
+    const int iResult = ZEBU_CombineResults(iFiles, ZEBU_AttachMMap(&ZEBU2_bHoldsMMap), err);
     if (iResult == -1)
         fs_giveUp();
     else

@@ -22,8 +22,9 @@ int ZEBU_StartSingle(ZebuLogFile** ppEngine, const tagZEBU_LOGFILE_SPEC* pSpec);
 int ZEBU_StartShared(ZebuMultiLogFile** ppEngine, const tagZEBU_LOGFILE_SPEC* pSpec, int iOption,
                      const char* pszAppName, int iLockValues);
 
-// Attaches a user to the trace area, opening it for the first. Returns 0 or the failure result.
-int ZEBU_AttachMMap();
+// Attaches a user to the trace area, opening it for the first. Returns 0 or the failure result, and in
+// `*pbHolds` whether the area now counts the user.
+int ZEBU_AttachMMap(bool* pbHolds);
 
 // What a start comes to: the result of the files, R, after the area's, M, with the function number put on
 // the recorded failure where it belongs.

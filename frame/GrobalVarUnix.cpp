@@ -23,6 +23,7 @@ constinit std::atomic<int> ZEBU2_iIsInitialized{0};
 constinit std::atomic<ZEBUMMapFile*> ZEBU2_pMMap{nullptr};
 ZebuLogFile* ZEBU2_pLogFile;
 ZebuMultiLogFile* ZEBU2_pMultiLogFile;
+bool ZEBU2_bHoldsMMap;
 constinit tagZEBU_THRESHOLD ZEBU2_Threshold = {"ID_ZEBU", {0}, {0}, {0}};
 constinit std::atomic<int> ZEBU2_LockValue[ZEBU_LOCK_VALUES] = {{1}, {20}, {1}, {20}};
 constinit std::atomic<int> ZEBU2_iTickType{0};

@@ -33,6 +33,7 @@ extern constinit std::atomic<int> ZEBU2_iIsInitialized;
 extern constinit std::atomic<ZEBUMMapFile*> ZEBU2_pMMap;  // also read by the signal-safe put
 extern ZebuLogFile* ZEBU2_pLogFile;
 extern ZebuMultiLogFile* ZEBU2_pMultiLogFile;
+extern bool ZEBU2_bHoldsMMap;  // the process log is one of the users that the trace area counts
 extern constinit tagZEBU_THRESHOLD ZEBU2_Threshold;
 extern constinit std::atomic<int> ZEBU2_LockValue[ZEBU_LOCK_VALUES];
 extern constinit std::atomic<int> ZEBU2_iTickType;

@@ -14,7 +14,7 @@
 
 ZEBUTraceObject::ZEBUTraceObject(const tagZEBU_LOGFILE_SPEC*, const char* pszName)
     : pLogFile(nullptr), pMultiLogFile(nullptr), iLogLevel(0), iFileThreshold(0), iShmThreshold(0),
-      bCountedOff(false)
+      bHoldsMMap(false), bCountedOff(false)
 {
     memcpy(szTag, "LIVE", sizeof szTag);
     setAppName(pszName);
@@ -102,7 +102,7 @@ static int fs_createInstance(ZEBU2_HINSTANCE* phInstance, const tagZEBU_LOGFILE_
     }
     ZEBU_InitializeGrobalVar();
     const int iFiles = fs_openFiles(pInstance, pSpec, iOption, eMode, err);
-    const int iResult = ZEBU_CombineResults(iFiles, ZEBU_AttachMMap(), err);
+    const int iResult = ZEBU_CombineResults(iFiles, ZEBU_AttachMMap(&pInstance->bHoldsMMap), err);
     if (iResult == -1) {
         ZEBU_RemoveLiveHandle(pInstance);
         delete pInstance;
@@ -138,13 +138,12 @@ int ZEBU2_DeleteInstance(ZEBU2_HINSTANCE hInstance)
     const int iResult = err.finish(hInstance->closeLogFileObject());
     const bool bCountOff = !hInstance->bCountedOff;  // not once more when a failed deletion is tried again
     hInstance->bCountedOff = true;
+    const int iArea = ZEBU_ReleaseMMap(&hInstance->bHoldsMMap, err);
     if (iResult == 0) {
         ZEBU_RemoveLiveHandle(hInstance);
         delete hInstance;
     }
-    if (!bCountOff)
-        return iResult;
-    const int iArea = ZEBU_ReleaseMMap(err);
-    ZEBU_UninitializeGrobalVar();
+    if (bCountOff)
+        ZEBU_UninitializeGrobalVar();
     return iResult != 0 ? iResult : iArea;
 }

@@ -41,6 +41,7 @@ struct ZEBUTraceObject final
     std::atomic<int> iLogLevel;
     std::atomic<int> iFileThreshold;
     std::atomic<int> iShmThreshold;
+    bool bHoldsMMap;   // the instance is one of the users that the trace area counts
     bool bCountedOff;  // a deletion was tried: the instance is a user of the process's objects no more
 };
 
