@@ -1,15 +1,10 @@
 // tests/test_swap_message.cpp -- the file-switch notice: its text and what reaches syslog.
-#include <gtest/gtest.h>
-
 #include <stdarg.h>
 #include <stdio.h>
 #include <syslog.h>
 
-#include <string>
-#include <vector>
-
 #include "logfile/LogSwapMsg.h"
-#include "ZEBULib2.h"
+#include "support/Sandbox.h"
 
 namespace {
 
@@ -99,6 +94,37 @@ TEST(SwapMessage, ModeTakesZeroAndOneAlone)
         EXPECT_EQ(ZEBU2_SetSwapMessageMode(test.uMode), test.uInForce) << test.uMode;
         EXPECT_EQ(ZEBU_IsEnableSwapMsg(), static_cast<int>(test.uInForce)) << test.uMode;
     }
+}
+
+class SwapNotice : public Sandbox
+{
+protected:
+    // Fills file after file of a ring of two, beginning with the first. Returns what was logged.
+    Lines fill(int iFiles)
+    {
+        cs_logged.clear();
+        EXPECT_EQ(ZEBU2_Initialize(ring(4096, 2), "app"), 0);
+        for (int i = 0; i < iFiles; ++i)
+            EXPECT_EQ(ZEBU2_PutLine(0, std::string(4000, 'x').c_str()), 0);
+        EXPECT_EQ(ZEBU2_Finalize(), 0);
+        Lines messages;
+        for (const tagLogged& logged : cs_logged)
+            messages.push_back(logged.message);
+        return messages;
+    }
+};
+
+TEST_F(SwapNotice, NamesTheFileJustLeft)
+{
+    configure("MsgString = %a left %f, %i\n");
+    EXPECT_EQ(fill(2), Lines()) << "off at first";
+    ASSERT_EQ(ZEBU2_SetSwapMessageMode(1), 1U);
+    const std::string left = "app              left ";
+    EXPECT_EQ(fill(4), (Lines{left + traceFile(1) + ", 1\n", left + traceFile(2) + ", 2\n",
+                              left + traceFile(1) + ", 1\n"}));
+    EXPECT_EQ(fill(1), Lines()) << "the file chosen at the start is no switch";
+    configure();
+    EXPECT_EQ(fill(2), Lines()) << "no template";
 }
 
 } // namespace

@@ -6,14 +6,17 @@
 #include <sys/stat.h>
 #include <utime.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 
 std::string readFile(const std::string& path)
 {
     std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
+    std::ostringstream bytes;
+    bytes << in.rdbuf();
+    return bytes.str();
 }
 
 void writeFile(const std::string& path, const std::string& bytes)
@@ -118,7 +121,8 @@ AreaHeader Sandbox::areaHeader() const
 std::string Sandbox::areaBytes() const
 {
     const AreaHeader header = areaHeader();
-    const std::string data = readFile(areaFile()).substr(sizeof header, header.uDataSize);
+    std::string data = readFile(areaFile());
+    data = data.substr(std::min(data.size(), sizeof header), header.uDataSize);
     if (header.uReadOffset <= header.uWriteOffset)
         return data.substr(header.uReadOffset, header.uWriteOffset - header.uReadOffset);
     return data.substr(header.uReadOffset) + data.substr(0, header.uWriteOffset);

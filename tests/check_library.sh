@@ -1,0 +1,22 @@
+#!/bin/sh
+# What the shared object shows to the outside: the exported names agree in the version script, the public
+# header and the object itself, all under one version; it needs nothing but libc; its name is stable.
+# Usage: check_library.sh <library> <version script> <public header> [sanitized]
+set -eu
+library=$1 script=$2 header=$3
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+
+grep -o '^ *ZEBU2_[A-Za-z_]*;' "$script" | tr -d ' ;' | sort > "$work/script"
+grep '^\(extern \)\?ZEBU2_API' "$header" | grep -o 'ZEBU2_[A-Za-z_]*[([]' | tr -d '([' | sort > "$work/header"
+nm -D --defined-only "$library" | sed 's/.* //' | sort > "$work/defined"
+{ echo ZEBULib2; sed 's/$/@@ZEBULib2/' "$work/script"; } | sort > "$work/expected"
+
+diff -u "$work/script" "$work/header"
+diff -u "$work/expected" "$work/defined"
+readelf -dW "$library" > "$work/dynamic"
+grep -q 'SONAME.*\[libZEBULib2\.so\.2\]' "$work/dynamic"
+grep -q 'FLAGS.*BIND_NOW' "$work/dynamic"
+if [ $# -lt 4 ]; then
+    [ "$(sed -n 's/.*NEEDED.*\[\(.*\)\]/\1/p' "$work/dynamic")" = libc.so.6 ]
+fi
