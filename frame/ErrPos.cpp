@@ -3,8 +3,8 @@
 
 #include <stdlib.h>
 
-volatile int ZEBU2_PutMsgSigSafe_ErrorCode;
-volatile int ZEBU2_PutMsgSigSafe_ErrorPos;
+constinit std::atomic<int> ZEBU2_PutMsgSigSafe_ErrorCode{0};
+constinit std::atomic<int> ZEBU2_PutMsgSigSafe_ErrorPos{0};
 
 void SetErrPos(int iPos, int iCode)
 {

@@ -6,6 +6,8 @@
 
 #include <errno.h>
 
+#include <atomic>
+
 #include "frame/TLS.h"
 #include "ZEBULib2.h"
 
@@ -23,8 +25,8 @@ int ZEBU_Fail(int iPos, int iCode);
 void* ZEBU_AllocateObject(size_t uSize) noexcept;
 
 // Outcome of the last signal-safe put of the process. Kept for a debugger; nothing reads them back.
-extern volatile int ZEBU2_PutMsgSigSafe_ErrorCode;
-extern volatile int ZEBU2_PutMsgSigSafe_ErrorPos;
+extern constinit std::atomic<int> ZEBU2_PutMsgSigSafe_ErrorCode;
+extern constinit std::atomic<int> ZEBU2_PutMsgSigSafe_ErrorPos;
 
 // The error fields of the calling thread for the time of one entry point, cleared at its start.
 class ZEBUErrScope final

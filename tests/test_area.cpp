@@ -1,17 +1,12 @@
 // The trace area: creation, checks, the ring's arithmetic, damaged headers, writers that meet.
-#include <fcntl.h>
-#include <sys/mman.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
-#include <sys/wait.h>
-
 #include <chrono>
-#include <csignal>
-#include <map>
 #include <thread>
 
-#include "support/Sandbox.h"
+#include "support/AreaConsumer.h"
 
 class Area : public Sandbox
 {
@@ -169,104 +164,25 @@ TEST_F(Area, RateLimit)
 
 // ---- Writers that meet ---------------------------------------------------------------------------
 
-namespace {
-
-// The consumer: takes lines out of the area and counts them by sender.
-class Consumer
-{
-public:
-    explicit Consumer(const std::string& file)
-    {
-        const int iFd = open(file.c_str(), O_RDWR);
-        m_pHeader = static_cast<AreaHeader*>(mmap(nullptr, 65536, PROT_READ | PROT_WRITE, MAP_SHARED, iFd, 0));
-        (void)close(iFd);
-        CHECK(m_pHeader != MAP_FAILED);
-    }
-    ~Consumer() { (void)munmap(m_pHeader, 65536); }
-
-    void drain()
-    {
-        const uint32_t uWrite = __atomic_load_n(&m_pHeader->uWriteOffset, __ATOMIC_ACQUIRE);
-        const char* pData = reinterpret_cast<const char*>(m_pHeader + 1);
-        uint32_t uRead = m_pHeader->uReadOffset;
-        if (uRead > uWrite) {
-            m_rest.append(pData + uRead, m_pHeader->uDataSize - uRead);
-            uRead = 0;
-        }
-        m_rest.append(pData + uRead, uWrite - uRead);
-        __atomic_store_n(&m_pHeader->uReadOffset, uWrite, __ATOMIC_RELEASE);
-        for (size_t end; (end = m_rest.find("\r\n")) != std::string::npos; m_rest.erase(0, end + 2))
-            take(m_rest.substr(0, end));
-    }
-
-    std::map<std::string, int> m_seen;  // bodies
-    int m_torn = 0;
-
-private:
-    // A whole line is "sender number filler", the filler as long as the number says.
-    void take(const std::string& line)
-    {
-        const std::string text = body(line);
-        char szSender[16] = {};
-        int iNumber = 0, iFiller = 0;
-        if (sscanf(text.c_str(), "%15s %d %n", szSender, &iNumber, &iFiller) < 2 || iFiller == 0 ||
-            text.substr(static_cast<size_t>(iFiller)) != std::string(static_cast<size_t>(iNumber % 997), 'x'))
-            ++m_torn;
-        else
-            ++m_seen[std::string(szSender) + " " + std::to_string(iNumber)];
-    }
-
-    AreaHeader* m_pHeader;
-    std::string m_rest;
-};
-
-std::string message(const std::string& sender, int iNumber)
-{
-    return sender + " " + std::to_string(iNumber) + " " + std::string(static_cast<size_t>(iNumber % 997), 'x');
-}
-
-// Puts a line, and again while the area has no room for it.
-void putSurely(const std::string& text, AreaHeader* pHeader)
-{
-    for (;;) {
-        const uint32_t uRead = __atomic_load_n(&pHeader->uReadOffset, __ATOMIC_ACQUIRE);
-        const uint32_t uWrite = __atomic_load_n(&pHeader->uWriteOffset, __ATOMIC_ACQUIRE);
-        const uint32_t uRoom = uRead > uWrite ? uRead - uWrite : uRead + 65512 - uWrite;
-        if (uRoom > 40000)  // room for every writer's longest line
-            break;
-        std::this_thread::yield();
-    }
-    CHECK(ZEBU2_PutToShm(text.data(), text.size()) == 0);
-}
-
-AreaHeader* mapHeader(const std::string& file)
-{
-    const int iFd = open(file.c_str(), O_RDWR);
-    void* p = mmap(nullptr, 65536, PROT_READ | PROT_WRITE, MAP_SHARED, iFd, 0);
-    (void)close(iFd);
-    CHECK(p != MAP_FAILED);
-    return static_cast<AreaHeader*>(p);
-}
-
-}  // namespace
-
 TEST_F(Area, WritersOfSeveralProcessesNeitherTearNorLoseLines)
 {
     constexpr int cs_iProcesses = 3, cs_iThreads = 2, cs_iLines = 2000;
     start();
     stop();
-    Consumer consumer(areaFile());
+    AreaConsumer consumer(areaFile());
     std::vector<pid_t> writers;
     for (int p = 0; p < cs_iProcesses; ++p) {
         writers.push_back(startChild([&] {
             CHECK(ZEBU2_Initialize(nullptr, "app") == 1);
-            AreaHeader* pHeader = mapHeader(areaFile());
             std::vector<std::thread> threads;
             for (int t = 0; t < cs_iThreads; ++t) {
-                threads.emplace_back([=] {
+                threads.emplace_back([&, t] {
                     const std::string sender = "p" + std::to_string(p) + "t" + std::to_string(t);
-                    for (int i = 0; i < cs_iLines; ++i)
-                        putSurely(message(sender, i), pHeader);
+                    for (int i = 0; i < cs_iLines; ++i) {
+                        const std::string text = areaMessage(sender, i);
+                        consumer.waitForRoom();
+                        CHECK(ZEBU2_PutToShm(text.data(), text.size()) == 0);
+                    }
                 });
             }
             for (std::thread& thread : threads)

@@ -1,0 +1,70 @@
+#include "support/AreaConsumer.h"
+
+#include <fcntl.h>
+#include <stdio.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <thread>
+
+static constexpr size_t cs_uSize = 65536;
+
+std::string areaMessage(const std::string& sender, int iNumber)
+{
+    return sender + " " + std::to_string(iNumber) + " " + std::string(static_cast<size_t>(iNumber % 997), 'x');
+}
+
+AreaConsumer::AreaConsumer(const std::string& file)
+{
+    const int iFd = open(file.c_str(), O_RDWR);
+    void* pMap = mmap(nullptr, cs_uSize, PROT_READ | PROT_WRITE, MAP_SHARED, iFd, 0);
+    (void)close(iFd);
+    CHECK(pMap != MAP_FAILED);
+    m_pHeader = static_cast<AreaHeader*>(pMap);
+}
+
+AreaConsumer::~AreaConsumer()
+{
+    (void)munmap(m_pHeader, cs_uSize);
+}
+
+void AreaConsumer::drain()
+{
+    const uint32_t uWrite = __atomic_load_n(&m_pHeader->uWriteOffset, __ATOMIC_ACQUIRE);
+    const char* pData = reinterpret_cast<const char*>(m_pHeader + 1);
+    uint32_t uRead = m_pHeader->uReadOffset;
+    if (uRead > uWrite) {
+        m_rest.append(pData + uRead, m_pHeader->uDataSize - uRead);
+        uRead = 0;
+    }
+    m_rest.append(pData + uRead, uWrite - uRead);
+    __atomic_store_n(&m_pHeader->uReadOffset, uWrite, __ATOMIC_RELEASE);
+    size_t start = 0;
+    for (size_t end; (end = m_rest.find("\r\n", start)) != std::string::npos; start = end + 2)
+        take(body(m_rest.substr(start, end - start)));
+    m_rest.erase(0, start);
+}
+
+void AreaConsumer::waitForRoom() const
+{
+    for (;;) {
+        const uint32_t uRead = __atomic_load_n(&m_pHeader->uReadOffset, __ATOMIC_ACQUIRE);
+        const uint32_t uWrite = __atomic_load_n(&m_pHeader->uWriteOffset, __ATOMIC_ACQUIRE);
+        const uint32_t uRoom = uRead > uWrite ? uRead - uWrite : uRead + m_pHeader->uDataSize - uWrite;
+        if (uRoom > 50000)
+            return;
+        std::this_thread::yield();
+    }
+}
+
+void AreaConsumer::take(const std::string& text)
+{
+    char szSender[16] = {};
+    int iNumber = 0, iFiller = 0;
+    const bool bWhole = sscanf(text.c_str(), "%15s %d%n", szSender, &iNumber, &iFiller) == 2 &&
+                        text == areaMessage(szSender, iNumber);
+    if (bWhole)
+        ++m_seen[std::string(szSender) + " " + std::to_string(iNumber)];
+    else
+        ++m_torn;
+}

@@ -1,0 +1,37 @@
+// tests/support/AreaConsumer.h -- the reader of the trace area, and messages it can tell whole from torn.
+#ifndef ZEBU_TESTS_SUPPORT_AREACONSUMER_H
+#define ZEBU_TESTS_SUPPORT_AREACONSUMER_H
+
+#include <map>
+#include <string>
+
+#include "support/Sandbox.h"
+
+// "sender number filler": how long the filler is follows from the number.
+std::string areaMessage(const std::string& sender, int iNumber);
+
+// Maps an area of the default size.
+class AreaConsumer
+{
+public:
+    explicit AreaConsumer(const std::string& file);
+    ~AreaConsumer();
+    AreaConsumer(const AreaConsumer&) = delete;
+    AreaConsumer& operator=(const AreaConsumer&) = delete;
+
+    // Takes out and counts the lines that are there.
+    void drain();
+    // Waits until the area has room for the longest lines of a dozen writers.
+    void waitForRoom() const;
+
+    std::map<std::string, int> m_seen;  // "sender number", how often
+    int m_torn = 0;
+
+private:
+    void take(const std::string& text);
+
+    AreaHeader* m_pHeader;
+    std::string m_rest;
+};
+
+#endif
