@@ -143,7 +143,7 @@ int ZebuLogFile::closeFile()
     iReadFd = -1;
     if (iFd == -1)
         return 0;
-    (void)lockf(iFd, F_ULOCK, 0);
+    ZEBU_Unlock(iFd);
     const int iResult = close(iFd);
     iFd = -1;  // a close that fails has released the descriptor all the same
     return iResult == 0 ? 0 : ZEBU_Fail(ZEBU_EPOS_CLOSE, errno);

@@ -212,6 +212,12 @@ int ZEBU_RefuseRingFile(const char* pszPath, const char* pszPrefix, long lCount)
 
 // ---- Bytes ---------------------------------------------------------------------------------------
 
+void ZEBU_Unlock(int iFd)
+{
+    if (lockf(iFd, F_ULOCK, 0) != 0)
+        return;
+}
+
 int ZEBU_WriteAll(int iFd, const char* pBytes, size_t uLength)
 {
     while (uLength > 0) {

@@ -40,6 +40,9 @@ int ZEBU_ChmodRing(const char* pszPrefix, long lCount, int iMode);
 // Fails with 1 when `pszPath` names a file of the ring: copying the ring there would empty it.
 int ZEBU_RefuseRingFile(const char* pszPath, const char* pszPrefix, long lCount);
 
+// Gives a lockf lock up. Cannot fail in a way that matters: closing gives it up as well.
+void ZEBU_Unlock(int iFd);
+
 // Writes all bytes. Fails with 4, with ENOSPC when a write was short.
 int ZEBU_WriteAll(int iFd, const char* pBytes, size_t uLength);
 

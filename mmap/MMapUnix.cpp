@@ -155,7 +155,7 @@ int ZEBUMMapFile::checkLockedFile(unsigned int uWanted)
     if (iResult == cs_iFresh)
         iResult = initFileObject(uWanted - static_cast<unsigned int>(sizeof(tagZEBU_AREA_HEADER)));
     (void)lseek(iFd, 0, SEEK_SET);
-    (void)lockf(iFd, F_ULOCK, 0);
+    ZEBU_Unlock(iFd);
     return iResult;
 }
 

@@ -51,7 +51,7 @@ int ZebuMultiLogFile::mp_unlock()
     if (uLockCount == 0 || --uLockCount > 0)
         return 0;
     const int iErrno = errno;
-    (void)lockf(iManageFd, F_ULOCK, 0);
+    ZEBU_Unlock(iManageFd);
     errno = iErrno;
     return 0;
 }
