@@ -23,7 +23,7 @@ int main(int argc, char** argv)
     stack_t alternate;
     struct sigaction action;
     tagZEBU_LOGFILE_SPEC ring = {64 * 1024, 2, NULL};
-    int* volatile pNowhere = NULL;
+    volatile int* volatile pNowhere = NULL;
     if (argc < 2)
         return 2;
     ring.pszFilePath = argv[1];
