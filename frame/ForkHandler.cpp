@@ -29,14 +29,13 @@ static void fs_parent()
     ZEBU_MtUnlock();
 }
 
-// Made anew rather than unlocked: in the child the thread that locked them has another kernel id.
 static void fs_child()
 {
     ZEBU_uForkGeneration.fetch_add(1, std::memory_order_relaxed);
     ZEBU_ForgetThreads();
-    ZEBU_TimeRenew();
+    ZEBU_TimeUnlock();
     ZEBU_TlsVarMtRenew();
-    ZEBU_MtRenew();
+    ZEBU_MtUnlock();
 }
 
 void ZEBU_RegisterForkGuards()

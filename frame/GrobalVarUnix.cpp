@@ -44,11 +44,6 @@ void ZEBU_MtUnlock()
     pthread_mutex_unlock(&cs_mutex);
 }
 
-void ZEBU_MtRenew()
-{
-    pthread_mutex_init(&cs_mutex, nullptr);
-}
-
 static void fs_storeWords(char* pShared, const char* pText, int iWords)
 {
     for (int i = 0; i < iWords; ++i, pShared += sizeof(ZEBUTextWord), pText += sizeof(ZEBUTextWord)) {

@@ -13,7 +13,6 @@ class ZEBUMMapFile;
 // The process mutex. Lock order: this one, then a shared ring's lock, then the list of contexts.
 void ZEBU_MtLock();
 void ZEBU_MtUnlock();
-void ZEBU_MtRenew();  // in the child of a fork
 
 struct tagZEBU_THRESHOLD
 {

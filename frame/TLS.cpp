@@ -29,8 +29,11 @@ void ZEBU_TlsVarMtUnlock()
     pthread_mutex_unlock(&ZEBU_tlsVarMutex);
 }
 
+// A recursive mutex knows its owner by the kernel's thread id, which is another one in the child: unlocking
+// fails, and it is made anew.
 void ZEBU_TlsVarMtRenew()
 {
+    pthread_mutex_unlock(&ZEBU_tlsVarMutex);
     pthread_mutex_init(&ZEBU_tlsVarMutex, &cs_tlsVarAttrib);
 }
 

@@ -22,11 +22,6 @@ void ZEBU_TimeUnlock()
     pthread_mutex_unlock(&cs_timeMutex);
 }
 
-void ZEBU_TimeRenew()
-{
-    pthread_mutex_init(&cs_timeMutex, nullptr);
-}
-
 // Writes the columns up to the point before the milliseconds. Returns false when there is no local time.
 static bool fs_putSecond(char* pBuf, time_t lSecond)
 {

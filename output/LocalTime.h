@@ -21,9 +21,8 @@ void ZEBU_PutLocalTime(char* pBuf, const timeval& time, tagZEBU_TLS_VAR* pTls);
 // The time as it is now, NUL-terminated.
 void ZEBU_FormatNow(char (&szTime)[ZEBU_TIME_TEXT + 1]);
 
-// Hold conversions back over a fork, and renew their lock in the child.
+// Hold conversions back over a fork.
 void ZEBU_TimeLock();
 void ZEBU_TimeUnlock();
-void ZEBU_TimeRenew();
 
 #endif
