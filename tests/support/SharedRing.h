@@ -1,0 +1,105 @@
+// tests/support/SharedRing.h -- a fixture that speaks the language of a shared ring: open it as one more
+// process would, write lines, read files and record, and damage both.
+#ifndef ZEBU_TESTS_SUPPORT_SHAREDRING_H
+#define ZEBU_TESTS_SUPPORT_SHAREDRING_H
+
+#include <fcntl.h>
+#include <stddef.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <memory>
+
+#include "frame/GrobalVarUnix.h"
+#include "multilog/EndOfData.h"
+#include "multilog/MultiLogFile.h"
+#include "support/Sandbox.h"
+
+struct ZEBUMultiLogFileAccess
+{
+    static unsigned int lockCount(const ZebuMultiLogFile& ring) { return ring.uLockCount; }
+    static int lock(ZebuMultiLogFile& ring) { return ring.mp_lock(); }
+    static int unlock(ZebuMultiLogFile& ring) { return ring.mp_unlock(); }
+};
+
+// The ring as one process has it; closed when the test is done with it.
+struct RingCloser
+{
+    void operator()(ZebuMultiLogFile* ring) const
+    {
+        (void)ring->closeFile();
+        delete ring;
+    }
+};
+using Ring = std::unique_ptr<ZebuMultiLogFile, RingCloser>;
+
+class SharedRing : public Sandbox
+{
+protected:
+    SharedRing() { ZEBU_InitializeGrobalVar(); }  // headers carry the process id
+
+    Ring make(int option = 0, long size = 4096, long count = 3) const
+    {
+        const tagZEBU_LOGFILE_SPEC spec = {size, count, base.c_str()};
+        Ring ring(new ZebuMultiLogFile(&spec));
+        ring->setOption(option);
+        return ring;
+    }
+    Ring open(int option = 0, long size = 4096, long count = 3, int expected = 0) const
+    {
+        Ring ring = make(option, size, count);
+        SetErrPos(0, 0);
+        EXPECT_EQ(ring->openFile(), expected) << "failure " << lastError();
+        return ring;
+    }
+
+    // Writes `text` and CR LF.
+    static int put(const Ring& ring, const std::string& text)
+    {
+        const std::string line = text + "\r\n";
+        return ring->putMessage(line.data(), line.size());
+    }
+    // Writes one line that brings the write offset to `offset`.
+    void fillTo(const Ring& ring, unsigned int offset) const
+    {
+        ASSERT_LT(record().writeOffset + 2, offset);
+        ASSERT_EQ(put(ring, std::string(offset - record().writeOffset - 2, 'f')), 0);
+        ASSERT_EQ(record().writeOffset, offset);
+    }
+
+    std::string traceName(int n) const { return base + std::to_string(n) + ".log"; }
+    std::string manageDir() const { return base.substr(0, base.rfind('/')) + "/mmap"; }
+    std::string manageName() const { return manageDir() + base.substr(base.rfind('/')) + ".mm"; }
+    std::string trace(int n) const { return readFile(traceName(n)); }
+    static std::string mark() { return std::string(1, ZEBU_EOD_BYTE) + ZEBU_EOD_TEXT; }
+
+    // What a scan finds before the mark, without regard to the record; "no mark" where there is none.
+    std::string data(int n) const
+    {
+        ZEBUEndOfDataScan scan;
+        const std::string text = trace(n);
+        const size_t length = scan.examine(text.data(), text.size());
+        return scan.found() ? text.substr(0, length) : "no mark";
+    }
+
+    tagZEBU_MANAGEMENT_DATA record() const
+    {
+        tagZEBU_MANAGEMENT_DATA rec = {};
+        const std::string text = readFile(manageName());
+        memcpy(&rec, text.data(), std::min(text.size(), sizeof rec));
+        return rec;
+    }
+    // Stores a word into the record behind everybody's back.
+    void poke(size_t offset, unsigned int value) const
+    {
+        const int fd = ::open(manageName().c_str(), O_WRONLY | O_CLOEXEC);
+        ASSERT_EQ(pwrite(fd, &value, sizeof value, static_cast<off_t>(offset)), 4);
+        close(fd);
+    }
+
+    std::string base = prefix();
+};
+
+#endif

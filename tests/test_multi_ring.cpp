@@ -1,0 +1,312 @@
+// The files of a shared ring and the way of a line into them, as processes that do no harm see them.
+#include "support/SharedRing.h"
+
+namespace {
+
+class MultiRing : public SharedRing
+{
+};
+
+TEST(MultiEndOfData, IsFoundWhereverTheBlocksAreCut)
+{
+    const struct
+    {
+        std::string text;
+        long mark; // -1: none
+    } cases[] = {
+        {"\x1A", 0},        {"abc\r\n\x1A", 5},      {"abc\x1A", -1},
+        {"abc\n\x1A", -1},  {"abc\r\x1A\n\x1A", -1}, {"a\x1A\r\n\x1A", 4},
+        {"a\r\r\n\x1A", 4}, {"a\r\n\n\x1A", -1},
+    };
+    for (const auto& test : cases) {
+        for (size_t cut = 0; cut <= test.text.size(); ++cut) {
+            ZEBUEndOfDataScan scan;
+            size_t length = scan.examine(test.text.data(), cut);
+            if (!scan.found())
+                length += scan.examine(test.text.data() + cut, test.text.size() - cut);
+            EXPECT_EQ(scan.found() ? static_cast<long>(length) : -1, test.mark)
+                << test.text << " cut at " << cut;
+        }
+    }
+    ZEBUEndOfDataScan scan;
+    EXPECT_EQ(scan.examine("ab\0\r\n\x1A", 6), 2u); // a zero byte ends the block
+    EXPECT_EQ(scan.examine("c\r\n\x1A", 4), 3u);    // and not the scan
+    EXPECT_TRUE(scan.found());
+}
+
+// ---- A new ring ----------------------------------------------------------------------------------
+
+TEST_F(MultiRing, NewFilesLookAsTheOptionsSay)
+{
+    const struct
+    {
+        int option;
+        std::string others; // content of files 2 and 3
+        char rest;          // what file 1 holds behind its mark
+    } cases[] = {{0, mark() + std::string(4096 - 48, ' '), ' '},
+                 {ZEBU2_OPT_NOFILL, mark(), '\0'},
+                 {ZEBU2_OPT_CURRENT_ONLY, "", ' '}};
+    for (const auto& test : cases) {
+        base = path("option") + std::to_string(test.option);
+        const Ring ring = open(test.option);
+        const size_t length = record().writeOffset;
+        EXPECT_EQ(data(1).size(), length);
+        EXPECT_EQ(trace(1).substr(length), mark() + std::string(4096 - length - 48, test.rest));
+        for (int n = 2; n <= 3; ++n) {
+            EXPECT_EQ(exists(traceName(n)), test.option != ZEBU2_OPT_CURRENT_ONLY);
+            EXPECT_EQ(trace(n), test.others);
+        }
+    }
+}
+
+TEST_F(MultiRing, RecordHasItsLayoutOnDisk)
+{
+    const Ring ring = open(0x05, 8192, 4);
+    const unsigned int expected[16] = {
+        0x5542455A, 0xEFBBBF00, 8192, 4, static_cast<unsigned int>(data(1).size()), 1, 0xFFFFFFC5, 1};
+    EXPECT_EQ(readFile(manageName()), std::string(reinterpret_cast<const char*>(expected), sizeof expected));
+    EXPECT_EQ(readFile(manageName()).substr(0, 4), "ZEBU");
+}
+
+TEST_F(MultiRing, HeadersFollowTheOptions)
+{
+    Ring ring = make(0x05, 1048576, 8);
+    ring->setAppName("app             ");
+    ASSERT_EQ(ring->openFile(), 0);
+    const std::string start = data(1);
+    EXPECT_EQ(start.substr(0, 22), "**** app              ");
+    EXPECT_EQ(start.substr(30, 32), " 0001048576 0008 00000005\r\n**** ");
+    EXPECT_EQ(start.substr(57 + 139, 7), "\r\n     ");
+    EXPECT_EQ(start.substr(57 + 141 + 90, 13), "message(LANG=");
+
+    // Without a start line, a file that is not empty gets none, nor does a ring just made: at that moment its
+    // record does not say yet that headers are wanted.
+    open(ZEBU2_OPT_NOSTARTLINE);
+    EXPECT_EQ(data(1), start);
+    base = path("second");
+    open(ZEBU2_OPT_NOSTARTLINE);
+    EXPECT_EQ(data(1), "");
+    open(ZEBU2_OPT_NOSTARTLINE);
+    EXPECT_EQ(data(1).substr(0, 5), "**** ");
+    EXPECT_EQ(data(1).substr(139, 7), "\r\n     ");
+}
+
+TEST_F(MultiRing, NamesAndModesFollowThePrefixAndNotTheUmask)
+{
+    const mode_t mask = umask(077);
+    base = path("a/b/c");
+    open();
+    umask(mask);
+    EXPECT_EQ(fileMode(path("a/b")), 0777);
+    EXPECT_EQ(fileMode(path("a/b/mmap")), 0777);
+    EXPECT_EQ(fileMode(path("a/b/c1.log")), 0666);
+    EXPECT_EQ(fileMode(path("a/b/mmap/c.mm")), 0666);
+
+    ASSERT_EQ(chdir(path("").c_str()), 0);
+    base = "app";
+    open();
+    EXPECT_TRUE(exists(path("mmap/app.mm")) && exists(path("app3.log")));
+}
+
+// ---- Moving on -----------------------------------------------------------------------------------
+
+TEST_F(MultiRing, LineThatJustFitsStaysAndOneByteMoreMovesOn)
+{
+    const Ring ring = open();
+    fillTo(ring, 4000);
+    ASSERT_EQ(put(ring, std::string(46, 'a')), 0); // 48 bytes: 4000 + 48 + 48
+    EXPECT_EQ(trace(1).substr(4000), std::string(46, 'a') + "\r\n" + mark());
+    ASSERT_EQ(put(ring, "b"), 0);
+    EXPECT_EQ(record().currentFile, 2u);
+    EXPECT_EQ(data(2).substr(0, 5), "**** ");
+    EXPECT_EQ(data(2).substr(data(2).size() - 5), "\r\nb\r\n");
+    EXPECT_EQ(record().writeOffset, data(2).size());
+}
+
+TEST_F(MultiRing, WrapsAndLeavesOldBytesBehindTheNewMark)
+{
+    const Ring ring = open(ZEBU2_OPT_NOHEADER, 4096, 2);
+    fillTo(ring, 4000);
+    const std::string old = trace(1);
+    ASSERT_EQ(put(ring, std::string(3900, 'b')), 0);
+    ASSERT_EQ(put(ring, std::string(200, 'c')), 0);
+    EXPECT_EQ(trace(1), std::string(200, 'c') + "\r\n" + mark() + old.substr(250));
+}
+
+TEST_F(MultiRing, LineLongerThanAFileGetsALongFile)
+{
+    const Ring ring = open();
+    const Ring other = open();
+    ASSERT_EQ(put(ring, std::string(4185, 'x')), 0);
+    EXPECT_EQ(trace(2).size(), 4187u + 48 + 317);
+    EXPECT_EQ(data(2).substr(data(2).size() - 4189), "\r\n" + std::string(4185, 'x') + "\r\n");
+
+    // Who joins without a line of its own has mapped less than was written. That is no failure.
+    EXPECT_EQ(open(ZEBU2_OPT_NOSTARTLINE)->bufferFlush(), 0);
+    ASSERT_EQ(put(other, "next"), 0);
+    EXPECT_EQ(record().currentFile, 3u);
+}
+
+TEST_F(MultiRing, StartHeaderThatDoesNotFitOpensAFileWithoutASecondHeader)
+{
+    {
+        const Ring ring = open();
+        fillTo(ring, 4000);
+    }
+    open(0x05);
+    EXPECT_EQ(record().currentFile, 2u);
+    EXPECT_EQ(data(2).substr(47, 10), "00000005\r\n");
+    EXPECT_EQ(data(2).size(), data(1).find("fff")); // one start header, as at the top of file 1
+}
+
+// ---- Joining -------------------------------------------------------------------------------------
+
+TEST_F(MultiRing, LaterProcessesAdoptOrGrowAndNarrowTheMode)
+{
+    const Ring first = open(0x0A, 8192, 2);
+    open(0x2B, 16384, 4); // the record has no GROW any more when this one looks for it
+    EXPECT_EQ(record().fileSize, 8192u);
+    EXPECT_EQ(record().fileNum, 2u);
+    EXPECT_EQ(record().mode, 0xFFFFFFCAu);
+
+    poke(offsetof(tagZEBU_MANAGEMENT_DATA, mode), 0xFFFFFFFF);
+    open(ZEBU2_OPT_GROW, 16384, 1);
+    EXPECT_EQ(record().fileSize, 16384u);
+    EXPECT_EQ(record().fileNum, 2u); // only ever upwards
+    ASSERT_EQ(put(first, "after"), 0);
+    EXPECT_EQ(trace(1).size(), 16384u);
+    EXPECT_EQ(data(1).substr(data(1).size() - 7), "after\r\n");
+}
+
+TEST_F(MultiRing, RebuildsItsPositionFromTheNewestFile)
+{
+    const std::string full = std::string(4094, 'x') + "\r\n" + mark();
+    const struct
+    {
+        long ages[4];       // seconds since files 1 to 4 were written, 0 for a file that is absent
+        std::string newest; // content of the newest
+        unsigned int file, offset;
+    } cases[] = {
+        {{40, 20, 20, 30}, "abc\r\n" + mark(), 3, 5},
+        {{40, 20, 0, 30}, "no mark", 2, 0},
+        {{0, 0, 30, 20}, full, 1, 0}, // full: the next one from its start
+        {{20, 0, 0, 0}, "y" + full, 2, 0},
+        {{0, 0, 0, 0}, "", 1, 0},
+    };
+    for (const auto& test : cases) {
+        unlink(manageName().c_str());
+        for (int n = 1; n <= 4; ++n) {
+            unlink(traceName(n).c_str());
+            if (test.ages[n - 1] == 0)
+                continue;
+            writeFile(traceName(n), test.ages[n - 1] == 20 ? test.newest : mark());
+            age(traceName(n), test.ages[n - 1]);
+        }
+        const bool none = test.newest.empty();
+        const Ring ring = open(ZEBU2_OPT_NOSTARTLINE, 4096, 4, none ? 0 : 3);
+        EXPECT_EQ(lastError(), none ? 0 : ZEBU_EPOS_MISMATCH);
+        EXPECT_EQ(record().currentFile, test.file);
+        EXPECT_EQ(record().writeOffset, test.offset);
+        EXPECT_EQ(put(ring, "usable"), 0);
+    }
+}
+
+TEST_F(MultiRing, ShortFilesAreCompletedAndKept)
+{
+    writeFile(traceName(1), std::string(98, 'a') + "\r\n");
+    writeFile(traceName(2), "");
+    ASSERT_EQ(mkdir(manageDir().c_str(), 0777), 0);
+    writeFile(manageName(), ""); // made before: no warning
+    open(0, 4096, 2, 0);
+    EXPECT_EQ(readFile(manageName()).size(), 64u);
+    EXPECT_EQ(trace(1), std::string(98, 'a') + "\r\n" + std::string(3996, ' '));
+    EXPECT_EQ(trace(2).size(), 4096u);
+}
+
+TEST_F(MultiRing, ClosedAndInertObjects)
+{
+    const Ring ring = open();
+    EXPECT_EQ(ring->openFile(), -1);
+    EXPECT_EQ(lastError(), ZEBU_EPOS_NOTREADY);
+    EXPECT_EQ(ring->closeFile() | ring->closeFile() | ring->bufferFlush(), 0);
+    EXPECT_EQ(put(ring, "x") + ring->backupToFile(path("backup").c_str(), 0), -2);
+    EXPECT_EQ(lastError(), ZEBU_EPOS_NOTREADY);
+    EXPECT_EQ(ring->openFile(), 0);
+
+    const Ring inert(new ZebuMultiLogFile(nullptr));
+    EXPECT_EQ(inert->openFile() | put(inert, "x") | inert->bufferFlush() | inert->chFileAttr(0600), 0);
+    EXPECT_EQ(inert->setLockWaitTime(7) | inert->getLockWaitTime() | inert->getLockRetryTimes(), 0);
+    EXPECT_EQ(inert->backupToFile(path("x/backup").c_str(), 0), 0);
+    EXPECT_TRUE(exists(path("x")) && !exists(path("x/backup")));
+    EXPECT_EQ(inert->putMessage(nullptr, 1), -1);
+    EXPECT_EQ(lastError(), ZEBU_EPOS_PARAM);
+}
+
+// ---- Backup and attributes -----------------------------------------------------------------------
+
+TEST_F(MultiRing, BackupHoldsTheDataOldestFirst)
+{
+    const std::string backup = path("x/y/backup");
+    const Ring ring = open(ZEBU2_OPT_NOHEADER);
+    ASSERT_EQ(ring->backupToFile(backup.c_str(), 0), 0);
+    EXPECT_EQ(readFile(backup), data(1)); // files that were never written give nothing
+
+    fillTo(ring, 4000);
+    ASSERT_EQ(put(ring, std::string(2000, 'b')), 0);
+    poke(offsetof(tagZEBU_MANAGEMENT_DATA, fileNum), 4); // a file that another process added
+    writeFile(traceName(4), "oldest\r\n" + mark());
+    unlink(traceName(3).c_str());
+    for (const int flag : {0, ZEBU2_BACKUP_NOLOCK}) {
+        ASSERT_EQ(ring->backupToFile(backup.c_str(), flag), 0);
+        EXPECT_EQ(readFile(backup), "oldest\r\n" + data(1) + data(2));
+    }
+}
+
+TEST_F(MultiRing, BackupThatCannotBeMadeLeavesTheRingAlone)
+{
+    const Ring ring = open();
+    writeFile(path("file"), "x");
+    ASSERT_EQ(link(traceName(2).c_str(), path("hard").c_str()), 0);
+    ASSERT_EQ(symlink(manageName().c_str(), path("soft").c_str()), 0);
+    const struct
+    {
+        std::string name;
+        int failure;
+    } cases[] = {{traceName(1), ZEBU_EPOS_PARAM},    {path("hard"), ZEBU_EPOS_PARAM},
+                 {manageName(), ZEBU_EPOS_PARAM},    {path("soft"), ZEBU_EPOS_PARAM},
+                 {path("file/b"), ZEBU_EPOS_NOTDIR}, {manageDir(), ZEBU_EPOS_OPEN},
+                 {"/dev/full", ZEBU_EPOS_WRITE}};
+    for (const auto& test : cases) {
+        EXPECT_EQ(ring->backupToFile(test.name.c_str(), 0), -1) << test.name;
+        EXPECT_EQ(lastError(), test.failure) << test.name;
+        EXPECT_EQ(ZEBUMultiLogFileAccess::lockCount(*ring), 0u);
+    }
+    EXPECT_EQ(trace(2).size(), 4096u);
+    EXPECT_EQ(put(ring, "goes on"), 0);
+}
+
+TEST_F(MultiRing, AttributesReachAllFilesAndThoseMadeLater)
+{
+    const Ring ring = open(ZEBU2_OPT_CURRENT_ONLY);
+    const struct
+    {
+        int mode, dirMode;
+    } cases[] = {{0640, 0750}, {0644, 0755}, {0600, 0700}, {0620, 0730}};
+    for (const auto& test : cases) {
+        ASSERT_EQ(ring->chFileAttr(test.mode), 0);
+        EXPECT_EQ(fileMode(traceName(1)), test.mode);
+        EXPECT_EQ(fileMode(manageName()), test.mode);
+        EXPECT_EQ(fileMode(manageDir()), test.dirMode);
+    }
+    ring->setFileAttr(0620);
+    fillTo(ring, 4000);
+    ASSERT_EQ(put(ring, "does not fit into file 1, which was filled up to byte 4000"), 0);
+    EXPECT_EQ(fileMode(traceName(2)), 0620);
+
+    unlink(manageName().c_str());
+    EXPECT_EQ(ring->chFileAttr(0600), -1);
+    EXPECT_EQ(lastError(), ZEBU_EPOS_CHMOD);
+    EXPECT_EQ(lastCode(), ENOENT);
+}
+
+} // namespace
