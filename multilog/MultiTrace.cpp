@@ -4,6 +4,7 @@
 #include <limits.h>
 #include <string.h>
 #include <sys/stat.h>
+#include <time.h>
 #include <unistd.h>
 
 #include "frame/Guards.h"
@@ -48,6 +49,15 @@ int ZebuMultiLogFile::prepareTraceFiles(bool bAtOpen)
     return openFileFunc(&iTraceFd, szTraceFileName, O_RDWR | O_CREAT);
 }
 
+// A file that was only completed must not pass for the newest when the record has to be rebuilt: it keeps the
+// time it had, or gets one before that of the current file.
+static void fs_setBackTime(int iFd, const struct stat* pBefore)
+{
+    const timespec now = {time(nullptr) - 1, 0};
+    const timespec aTimes[2] = {{0, UTIME_OMIT}, pBefore ? pBefore->st_mtim : now};
+    (void)futimens(iFd, aTimes);
+}
+
 int ZebuMultiLogFile::prepareTraceFile(long lNumber, bool bFill)
 {
     if (generateTraceFileName(szTraceFileName, pszPath, lNumber) != 0)
@@ -60,7 +70,11 @@ int ZebuMultiLogFile::prepareTraceFile(long lNumber, bool bFill)
     if (openFileFunc(&iTraceFd, szTraceFileName, O_RDWR | O_CREAT) != 0)
         return -1;
     auto uSize = static_cast<unsigned int>(lFoundLength < UINT_MAX ? lFoundLength : UINT_MAX);
-    return initializeTraceFile(bFill, bExisted, &uSize);
+    if (initializeTraceFile(bFill, bExisted, &uSize) != 0)
+        return -1;
+    if (lNumber != lCurrentFile)
+        fs_setBackTime(iTraceFd, bExisted ? &info : nullptr);
+    return 0;
 }
 
 int ZebuMultiLogFile::initializeTraceFile(bool bFill, bool bExisted, unsigned int* puSize)

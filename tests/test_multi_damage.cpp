@@ -1,0 +1,229 @@
+// A shared ring whose record or files somebody damaged, removed or cut, and what cannot be opened.
+#include <sys/mount.h>
+
+#include <filesystem>
+#include <random>
+
+#include "support/PrivateOpt.h"
+#include "support/SharedRing.h"
+
+namespace {
+
+constexpr size_t OFFSET = offsetof(tagZEBU_MANAGEMENT_DATA, writeOffset);
+
+class MultiDamage : public SharedRing
+{
+protected:
+    static int openDescriptors()
+    {
+        int count = 0;
+        for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd"))
+            count += entry.is_symlink() ? 1 : 0;
+        return count;
+    }
+};
+
+// ---- The record ----------------------------------------------------------------------------------
+
+TEST_F(MultiDamage, InvalidRecordIsRepairedByWhoeverMeetsItFirst)
+{
+    const struct
+    {
+        size_t offset;
+        unsigned int value;
+    } cases[] = {{0, 0x5542455B}, {8, 4095}, {8, 16777217}, {12, 0}, {12, 65}, {20, 0}, {20, 4}};
+    const Ring first = open();
+    const Ring second = open(ZEBU2_OPT_NOSTARTLINE);
+    for (const auto& test : cases) {
+        const std::string before = data(1);
+        poke(test.offset, test.value);
+        ASSERT_EQ(put(second, "repaired"), 0);
+        ASSERT_EQ(put(first, "goes on"), 0);
+        EXPECT_EQ(data(1), before + "repaired\r\ngoes on\r\n") << test.offset << ' ' << test.value;
+        EXPECT_EQ(record().writeOffset, data(1).size());
+        EXPECT_EQ(record().mode, 0xFFFFFFC0u);
+    }
+}
+
+// The newest file is not the one that the repairing process has mapped: it must leave that one alone.
+TEST_F(MultiDamage, RepairThatFindsAnotherFileMapsIt)
+{
+    const Ring ring = open(ZEBU2_OPT_NOSTARTLINE);
+    writeFile(traceName(3), "newest\r\n" + mark() + std::string(4096 - 56, ' '));
+    age(traceName(1), 10);
+    age(traceName(2), 10);
+    poke(0, 0);
+    EXPECT_EQ(ring->bufferFlush(), 0);
+    ASSERT_EQ(put(ring, "line"), 0);
+    EXPECT_EQ(data(3), "newest\r\nline\r\n");
+    EXPECT_EQ(data(1), "");
+}
+
+TEST_F(MultiDamage, NoWriteOffsetLeadsOutsideTheMapping)
+{
+    const Ring ring = open();
+    for (const unsigned int offset : {0xFFFFFFFFu, 0xFFFFFFD0u, 0x80000000u, 16777216u, 4096u, 4090u}) {
+        poke(OFFSET, offset);
+        EXPECT_EQ(ring->bufferFlush(), -1);
+        EXPECT_EQ(lastError(), ZEBU_EPOS_FLUSH);
+        EXPECT_EQ(ring->backupToFile(path("backup").c_str(), 0), 0);
+        const unsigned int file = record().currentFile;
+        EXPECT_EQ(put(ring, "line"), 0);
+        EXPECT_EQ(record().currentFile, file % 3 + 1);
+    }
+}
+
+TEST_F(MultiDamage, NoContentOfRecordOrFilesHarmsTheProcess)
+{
+    std::mt19937 random(1);
+    const Ring ring = open(0, 4096, 3);
+    for (int round = 0; round < 300; ++round) {
+        std::string noise(4096, '\0');
+        std::generate(noise.begin(), noise.end(), [&] { return "\r\n\x1A\0 a"[random() % 6]; });
+        const int fd = ::open(traceName(static_cast<int>(random() % 3) + 1).c_str(), O_WRONLY | O_CLOEXEC);
+        EXPECT_EQ(pwrite(fd, noise.data(), noise.size(), 0), 4096);
+        close(fd);
+        const unsigned int values[] = {0,    1,    3,    64,         4095,
+                                       4096, 4097, 8192, 0x7FFFFFFF, static_cast<unsigned int>(random())};
+        for (size_t word = 0; word < 8; ++word) {
+            if (random() % 4 == 0 && word != 6)
+                poke(word * 4, values[random() % 10]);
+        }
+        EXPECT_EQ(put(ring, "line"), 0) << round;
+        (void)ring->bufferFlush();
+        EXPECT_EQ(ring->backupToFile(path("backup").c_str(), 0), 0);
+        EXPECT_EQ(ZEBUMultiLogFileAccess::lockCount(*ring), 0u);
+    }
+}
+
+TEST_F(MultiDamage, ManagementFileRemovedReplacedOrEmptied)
+{
+    const Ring ring = open();
+    ASSERT_EQ(rename(manageName().c_str(), path("kept").c_str()), 0);
+    EXPECT_EQ(put(ring, "lost"), -1);
+    EXPECT_EQ(lastError(), ZEBU_EPOS_STAT);
+    EXPECT_EQ(lastCode(), ENOENT);
+    writeFile(manageName(), readFile(path("kept")));
+    EXPECT_EQ(put(ring, "lost"), -1);
+    EXPECT_EQ(lastError(), ZEBU_EPOS_MISMATCH);
+    EXPECT_EQ(lastCode(), 0);
+    ASSERT_EQ(rename(path("kept").c_str(), manageName().c_str()), 0);
+    EXPECT_EQ(put(ring, "line"), 0);
+
+    const std::string before = data(1);
+    ASSERT_EQ(truncate(manageName().c_str(), 0), 0);
+    EXPECT_EQ(ring->bufferFlush(), 0);
+    ASSERT_EQ(truncate(manageName().c_str(), 0), 0);
+    EXPECT_EQ(put(ring, "next"), 0);
+    EXPECT_EQ(data(1), before + "next\r\n");
+    EXPECT_EQ(readFile(manageName()).size(), 64u);
+}
+
+// ---- The trace files -----------------------------------------------------------------------------
+
+// Lines go on being written, and can be found without the record, also those of a process that mapped the
+// file before.
+TEST_F(MultiDamage, TraceFileCutOrRemovedWhileItIsMapped)
+{
+    for (const int option : {0, ZEBU2_OPT_NOFILL}) {
+        for (const long length : {0L, 200L, 4000L, -1L}) {
+            base = path("cut") + std::to_string(option) + std::to_string(length);
+            const Ring first = open(option);
+            const Ring second = open(option);
+            fillTo(first, 4030);
+            const std::string before = data(1);
+            ASSERT_EQ(length < 0 ? unlink(traceName(1).c_str()) : truncate(traceName(1).c_str(), length), 0);
+            ASSERT_EQ(put(first, "1"), 0);
+            ASSERT_EQ(put(second, "2"), 0);
+            EXPECT_EQ(trace(1).size(), 4096u);
+            EXPECT_EQ(data(1).substr(4028), "\r\n1\r\n2\r\n") << option << ' ' << length;
+            const auto kept = static_cast<size_t>(std::max(length, 0L));
+            EXPECT_EQ(data(1).substr(0, kept), before.substr(0, kept));
+        }
+    }
+}
+
+TEST_F(MultiDamage, FileThatCannotBeOpenedCostsLinesAndNothingElse)
+{
+    const Ring ring = open(ZEBU2_OPT_NOHEADER);
+    fillTo(ring, 4000);
+    const std::string before = trace(1);
+    unlink(traceName(2).c_str());
+    ASSERT_EQ(mkdir(traceName(2).c_str(), 0777), 0);
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(put(ring, std::string(90, 'x')), -1);
+        EXPECT_EQ(lastError(), ZEBU_EPOS_OPEN);
+        EXPECT_EQ(lastCode(), EISDIR);
+    }
+    EXPECT_EQ(ring->bufferFlush(), -1); // nothing is mapped
+    EXPECT_EQ(lastError(), ZEBU_EPOS_FLUSH);
+    ASSERT_EQ(rmdir(traceName(2).c_str()), 0);
+    EXPECT_EQ(put(ring, "back"), 0);
+    EXPECT_EQ(data(2), "back\r\n");
+    EXPECT_EQ(trace(1), before);
+}
+
+TEST_F(MultiDamage, FailedOpenLeavesNothingBehind)
+{
+    struct Case
+    {
+        std::string name; // what is in the way: a directory, or a FIFO
+        bool fifo;
+        int failure;
+    };
+    const Case cases[] = {{traceName(1), false, ZEBU_EPOS_OPEN}, {traceName(1), true, ZEBU_EPOS_LSEEK},
+                          {traceName(2), true, ZEBU_EPOS_LSEEK}, {manageName(), false, ZEBU_EPOS_OPEN},
+                          {manageName(), true, ZEBU_EPOS_LSEEK}, {manageDir(), true, ZEBU_EPOS_NOTDIR}};
+    for (const Case& test : cases) {
+        std::filesystem::create_directories(std::filesystem::path(test.name).parent_path());
+        ASSERT_EQ(test.fifo ? mkfifo(test.name.c_str(), 0666) : mkdir(test.name.c_str(), 0777), 0);
+        const Ring ring = make();
+        const int before = openDescriptors();
+        EXPECT_EQ(ring->openFile(), -1);
+        EXPECT_EQ(lastError(), test.failure) << test.name;
+        EXPECT_EQ(openDescriptors(), before) << test.name;
+        EXPECT_EQ(ZEBUMultiLogFileAccess::lockCount(*ring), 0u);
+        std::filesystem::remove_all(test.name);
+        EXPECT_NE(ring->openFile(), -1) << test.name; // and can be opened once it is gone
+        EXPECT_EQ(put(ring, "line"), 0);
+        ASSERT_EQ(ring->closeFile(), 0);
+        EXPECT_EQ(openDescriptors(), before);
+        std::filesystem::remove_all(manageDir());
+        for (int n = 1; n <= 3; ++n)
+            unlink(traceName(n).c_str());
+    }
+}
+
+// A store into a hole of a file on a full disk would kill the process.
+TEST_F(MultiDamage, FullDiskIsAFailureAndNoSignal)
+{
+    if (!enterPrivateOpt())
+        GTEST_SKIP() << "no mount namespaces here";
+    ASSERT_EQ(mkdir("/opt/full", 0777), 0);
+    ASSERT_EQ(mount("none", "/opt/full", "tmpfs", 0, "size=96k"), 0);
+    const int option = ZEBU2_OPT_NOFILL | ZEBU2_OPT_CURRENT_ONLY;
+    base = "/opt/full/app";
+    const auto expectFull = [](int result) {
+        EXPECT_EQ(result, -1);
+        EXPECT_EQ(lastError(), ZEBU_EPOS_WRITE);
+        EXPECT_EQ(lastCode(), ENOSPC);
+    };
+
+    expectFull(make(0, 32768)->openFile()); // three files do not fit
+    for (int n = 1; n <= 3; ++n)
+        unlink(traceName(n).c_str());
+    const Ring ring = open(option, 32768);
+    fillTo(ring, 32000);
+    writeFile("/opt/full/rest", std::string(65536, 'x'));
+    expectFull(put(ring, std::string(1000, 'x'))); // the next file, nothing but a hole
+    writeFile("/opt/full/rest", "");
+    EXPECT_EQ(put(ring, "line"), 0);
+    EXPECT_EQ(ring->closeFile(), 0);
+
+    ASSERT_EQ(truncate(traceName(2).c_str(), 0), 0);
+    ASSERT_EQ(truncate(traceName(2).c_str(), 32768), 0);
+    writeFile("/opt/full/rest", std::string(65536, 'x'));
+    expectFull(ring->openFile()); // as long as it should be, and a hole
+}
+
+} // namespace
