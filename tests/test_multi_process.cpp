@@ -1,0 +1,376 @@
+// A shared ring under several processes at once: the lock, lock-free operation, and processes that are
+// killed.
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/ptrace.h>
+#include <sys/user.h>
+#include <sys/wait.h>
+
+#include <atomic>
+#include <map>
+#include <random>
+
+#include "support/SharedRing.h"
+
+namespace {
+
+class MultiProcess : public SharedRing
+{
+protected:
+    // A ring that waits for its turn as long as it takes.
+    Ring join(int option, long size, long count) const
+    {
+        Ring ring = make(option, size, count);
+        ring->setLockWaitTime(0);
+        ring->setLockRetryTimes(1000000);
+        CHECK(ring->openFile() != -1);
+        return ring;
+    }
+
+    // Line `number` of a writer: its length varies, and its end shows that it is whole.
+    static std::string line(int writer, int number)
+    {
+        const std::string head = std::to_string(writer) + ':' + std::to_string(number) + ':';
+        return head + std::string(static_cast<size_t>(number * 37 % 150), '.') + "end";
+    }
+
+    // The numbers of each writer's lines in a text, in their order; every line must be whole.
+    static std::map<int, std::vector<int>> numbers(const std::string& text)
+    {
+        std::map<int, std::vector<int>> found;
+        for (const std::string& got : splitLines(text)) {
+            int writer = 0;
+            int number = 0;
+            if (sscanf(got.c_str(), "%d:%d:", &writer, &number) != 2)
+                continue;
+            EXPECT_EQ(got, line(writer, number));
+            found[writer].push_back(number);
+        }
+        return found;
+    }
+
+    std::string backup(const Ring& ring) const
+    {
+        EXPECT_EQ(ring->backupToFile(path("backup").c_str(), 0), 0);
+        return readFile(path("backup"));
+    }
+
+    // Takes the lock as a foreign process does.
+    int lockRaw() const
+    {
+        const int fd = ::open(manageName().c_str(), O_RDWR | O_CLOEXEC);
+        CHECK(fd != -1 && lockf(fd, F_TLOCK, 0) == 0);
+        return fd;
+    }
+    bool isLocked() const
+    {
+        return inChild([&] {
+                   CHECK(lockf(::open(manageName().c_str(), O_RDWR | O_CLOEXEC), F_TEST, 0) == 0);
+               }) != 0;
+    }
+};
+
+// ---- The lock ------------------------------------------------------------------------------------
+
+TEST_F(MultiProcess, LockHeldByAnotherFailsEveryOperationAndChangesNothing)
+{
+    const Ring ring = open();
+    const Ring second = make();
+    ring->setLockRetryTimes(2);
+    second->setLockRetryTimes(1);
+    Gate locked;
+    Gate done;
+    const pid_t holder = startChild([&] {
+        lockRaw();
+        locked.open();
+        done.wait();
+    });
+    locked.wait();
+    const std::string before = trace(1);
+    const int results[] = {
+        put(ring, "x"),         ring->bufferFlush(), ring->backupToFile(path("b").c_str(), 0),
+        ring->chFileAttr(0600), ring->closeFile(),   second->openFile()};
+    for (const int result : results)
+        EXPECT_EQ(result, -1);
+    EXPECT_EQ(lastError(), ZEBU_EPOS_LOCK);
+    EXPECT_TRUE(lastCode() == EAGAIN || lastCode() == EACCES);
+    EXPECT_EQ(trace(1), before);
+    EXPECT_FALSE(exists(path("b")));
+    done.open();
+    EXPECT_EQ(waitForChild(holder), 0);
+    EXPECT_EQ(put(ring, "x"), 0);
+    EXPECT_EQ(second->openFile(), 0);
+}
+
+TEST_F(MultiProcess, LockNestsAndIsFreeBetweenOperations)
+{
+    const Ring ring = open();
+    EXPECT_FALSE(isLocked());
+    using Access = ZEBUMultiLogFileAccess;
+    EXPECT_EQ(Access::lock(*ring) | Access::lock(*ring) | Access::unlock(*ring), 0);
+    EXPECT_TRUE(isLocked());
+    EXPECT_EQ(Access::unlock(*ring), 0);
+    EXPECT_FALSE(isLocked());
+}
+
+// The lock-free process has read the record when it learns that another one wants locking. While it waits for
+// the lock, that other one writes: what was read before is out of date.
+TEST_F(MultiProcess, LockFreeWriterStartsLockingInTheMiddleOfAWrite)
+{
+    const Ring ring = open(ZEBU2_OPT_NOLOCK);
+    ring->setLockRetryTimes(100000);
+    const int held = lockRaw(); // kept by this process: lock-free operation does not mind
+    EXPECT_EQ(put(ring, "free"), 0);
+    close(held);
+
+    Gate ready;
+    const pid_t parent = getpid();
+    const pid_t other = startChild([&] {
+        const Ring locking = join(0, 4096, 3);
+        const int fd = lockRaw();
+        ready.open();
+        // Until the parent sleeps between two attempts.
+        const std::string file = "/proc/" + std::to_string(parent) + "/syscall";
+        for (int call = 0; call != 35 && call != 230;)
+            (void)sscanf(readFile(file).c_str(), "%d", &call);
+        CHECK(put(locking, "other") == 0); // unlocks
+        close(fd);
+    });
+    ready.wait();
+    EXPECT_EQ(put(ring, "locking"), 0);
+    EXPECT_EQ(waitForChild(other), 0);
+    const std::string text = data(1);
+    EXPECT_EQ(text.substr(text.size() - 16), "other\r\nlocking\r\n");
+    EXPECT_EQ(ZEBUMultiLogFileAccess::lockCount(*ring), 0u);
+    EXPECT_FALSE(isLocked());
+}
+
+// ---- Many writers --------------------------------------------------------------------------------
+
+TEST_F(MultiProcess, EveryLineIsThereOnceAndWhole)
+{
+    constexpr int WRITERS = 4;
+    constexpr int LINES = 2500;
+    const Ring ring = join(ZEBU2_OPT_CURRENT_ONLY, 32768, 64); // room for all
+    std::vector<pid_t> writers;
+    for (int w = 1; w <= WRITERS; ++w) {
+        writers.push_back(startChild([&, w] {
+            const Ring own = w % 2 ? join(0, 4096, 3) : Ring(); // joined, or inherited over the fork
+            for (int i = 0; i < LINES; ++i)
+                CHECK(put(own ? own : ring, line(w, i)) == 0);
+        }));
+    }
+    // A copy of what is there at one moment has no gaps; one made while others write has no torn line.
+    (void)numbers(backup(ring));
+    EXPECT_EQ(ring->backupToFile(path("loose").c_str(), ZEBU2_BACKUP_NOLOCK), 0);
+    for (const pid_t writer : writers)
+        EXPECT_EQ(waitForChild(writer), 0);
+    auto found = numbers(backup(ring));
+    for (int w = 1; w <= WRITERS; ++w) {
+        ASSERT_EQ(found[w].size(), static_cast<size_t>(LINES));
+        for (int i = 0; i < LINES; ++i)
+            ASSERT_EQ(found[w][static_cast<size_t>(i)], i);
+    }
+}
+
+TEST_F(MultiProcess, ThousandsOfRingMovesLeaveNoGap)
+{
+    constexpr int LINES = 20000;
+    const Ring ring = join(0, 4096, 8);
+    std::vector<pid_t> writers;
+    for (int w = 1; w <= 3; ++w) {
+        writers.push_back(startChild([&, w] {
+            const Ring own = join(0, 4096, 8);
+            for (int i = 0; i < LINES; ++i)
+                CHECK(put(own, line(w, i)) == 0);
+        }));
+    }
+    for (const pid_t writer : writers)
+        EXPECT_EQ(waitForChild(writer), 0);
+    const auto found = numbers(backup(ring));
+    size_t lines = 0;
+    for (const auto& [writer, numbers] : found) {
+        EXPECT_EQ(numbers.back(), LINES - 1);
+        EXPECT_EQ(numbers.back() - numbers.front() + 1, static_cast<int>(numbers.size())) << writer;
+        lines += numbers.size();
+    }
+    EXPECT_GT(lines, 150u); // the seven older files are full
+}
+
+// ---- Killed writers ------------------------------------------------------------------------------
+
+TEST_F(MultiProcess, WritersKilledAtAnyTimeLoseNoAcknowledgedLine)
+{
+    constexpr int KILLS = 60;
+    auto* const acknowledged = static_cast<std::atomic<int>*>(
+        mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+    ASSERT_NE(acknowledged, MAP_FAILED);
+    const int option = ZEBU2_OPT_CURRENT_ONLY | ZEBU2_OPT_NOFILL;
+    const Ring ring = join(option, 524288, 64);
+    std::mt19937 random(7);
+    for (int w = 1; w <= KILLS; ++w) {
+        const pid_t writer = startChild([&, w] {
+            const Ring own = join(option, 524288, 64);
+            for (int i = 0;; ++i) {
+                CHECK(put(own, line(w, i)) == 0);
+                acknowledged[w] = i + 1;
+            }
+        });
+        const int enough = static_cast<int>(random() % 300);
+        while (acknowledged[w] < enough) {
+        }
+        kill(writer, SIGKILL);
+        EXPECT_EQ(waitForChild(writer), 128 + SIGKILL);
+        if (w % 8 == 0)
+            poke(0, 0); // the next one finds its place without the record
+    }
+    const auto found = numbers(backup(ring));
+    for (int w = 1; w <= KILLS; ++w) {
+        const int lines = acknowledged[w];
+        const auto numbers = found.count(w) ? found.at(w) : std::vector<int>();
+        EXPECT_GE(static_cast<int>(numbers.size()), lines);
+        EXPECT_LE(static_cast<int>(numbers.size()), lines + 1); // the one that was being acknowledged
+        for (int i = 0; i < static_cast<int>(numbers.size()); ++i)
+            ASSERT_EQ(numbers[static_cast<size_t>(i)], i) << w;
+    }
+}
+
+// Looks at the ring from outside after every single instruction of a write, as if the writer ended there:
+// with the record or without it, all lines acknowledged before must be found, and no torn one.
+class MultiKillPoint : public MultiProcess
+{
+protected:
+    // What file n holds according to the record, and up to its mark.
+    void expectSound(const std::string& kept, bool recordValid)
+    {
+        const tagZEBU_MANAGEMENT_DATA rec = record();
+        const std::string first = data(1);
+        ASSERT_EQ(first.substr(0, kept.size()), kept);
+        ASSERT_TRUE(isWhole(first.substr(kept.size()))) << first.substr(kept.size());
+        if (!recordValid && rec.magic != ZEBU_MANAGE_MAGIC)
+            return;
+        ASSERT_EQ(rec.magic, ZEBU_MANAGE_MAGIC);
+        ASSERT_TRUE(rec.currentFile == 1 || rec.currentFile == 2);
+        const std::string current = trace(static_cast<int>(rec.currentFile)).substr(0, rec.writeOffset);
+        const std::string old = rec.currentFile == 1 ? kept : "";
+        ASSERT_EQ(current.substr(0, old.size()), old);
+        ASSERT_TRUE(isWhole(current.substr(old.size()))) << current;
+        // Where the record says that lines are, they are found without it as well.
+        ASSERT_EQ(data(static_cast<int>(rec.currentFile)).substr(0, current.size()), current);
+    }
+    // Nothing, a header, the line, or both.
+    bool isWhole(std::string text) const
+    {
+        const size_t end = text.rfind(NEW_LINE);
+        if (text == unacknowledged)
+            return true;
+        if (end != std::string::npos && end + strlen(NEW_LINE) == text.size())
+            text.resize(end);
+        return text.empty() || (splitLines(text).size() == 2 && text.compare(0, 5, "**** ") == 0 &&
+                                text.find("message(LANG=") != std::string::npos && text.ends_with(")\r\n"));
+    }
+
+    // A mapped file and the bytes it had when it was last looked at.
+    struct View
+    {
+        explicit View(const std::string& name) : bytes(readFile(name))
+        {
+            const int fd = ::open(name.c_str(), O_RDONLY | O_CLOEXEC);
+            map = mmap(nullptr, bytes.size(), PROT_READ, MAP_SHARED, fd, 0);
+            close(fd);
+        }
+        bool changed()
+        {
+            if (memcmp(map, bytes.data(), bytes.size()) == 0)
+                return false;
+            memcpy(bytes.data(), map, bytes.size());
+            return true;
+        }
+        std::string bytes;
+        const void* map;
+    };
+
+    // Runs one write of a fresh process instruction by instruction.
+    void stepThroughWrite(const std::string& kept, bool recordValid)
+    {
+        const pid_t writer = startChild([&] {
+            const Ring ring = open(ZEBU2_OPT_NOSTARTLINE, 4096, 2);
+            CHECK(ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) == 0);
+            damage();
+            raise(SIGSTOP);
+            CHECK(ring->putMessage(NEW_LINE, strlen(NEW_LINE)) == 0);
+            _exit(0);
+        });
+        int status = 0;
+        ASSERT_EQ(waitpid(writer, &status, 0), writer);
+        if (WIFEXITED(status))
+            GTEST_SKIP() << "no ptrace here";
+        View views[] = {View(manageName()), View(traceName(1)), View(traceName(2))};
+        int changes = 0;
+        for (long still = 0; WIFSTOPPED(status) && !HasFatalFailure(); ++still) {
+            const bool changed[] = {views[0].changed(), views[1].changed(), views[2].changed()};
+            if (changed[0] || changed[1] || changed[2]) {
+                still = 0;
+                ++changes;
+                expectSound(kept, recordValid);
+            }
+            // Reading the clock repeats itself while it ticks, which a machine too busy to step fast never
+            // leaves: go on to the next system call then.
+            ASSERT_EQ(ptrace(still < 100000 ? PTRACE_SINGLESTEP : PTRACE_SYSCALL, writer, nullptr, nullptr),
+                      0);
+            ASSERT_EQ(waitpid(writer, &status, 0), writer);
+        }
+        if (WIFSTOPPED(status))
+            kill(writer, SIGKILL);
+        EXPECT_EQ(status, 0);
+        EXPECT_GT(changes, 5);
+    }
+
+    static constexpr char NEW_LINE[] = "0000 the new line with a text of its own\r\n";
+    std::function<void()> damage = [] {};
+    std::string unacknowledged;
+};
+
+TEST_F(MultiKillPoint, LineIntoTheCurrentFile)
+{
+    EXPECT_EQ(put(open(0, 4096, 2), "kept"), 0);
+    const std::string kept = data(1);
+    stepThroughWrite(kept, true);
+    EXPECT_EQ(data(1), kept + NEW_LINE);
+}
+
+// The writer before was killed when its line was complete and the record not yet advanced.
+TEST_F(MultiKillPoint, LineOverThatOfAKilledWriter)
+{
+    EXPECT_EQ(put(open(0, 4096, 2), "kept"), 0);
+    const std::string kept = data(1);
+    damage = [&] {
+        EXPECT_EQ(put(open(ZEBU2_OPT_NOSTARTLINE, 4096, 2), NEW_LINE + std::string(NEW_LINE) + "longer"), 0);
+        poke(offsetof(tagZEBU_MANAGEMENT_DATA, writeOffset), static_cast<unsigned int>(kept.size()));
+    };
+    unacknowledged = NEW_LINE + std::string(NEW_LINE) + "longer\r\n";
+    stepThroughWrite(kept, true);
+    EXPECT_EQ(data(1), kept + NEW_LINE);
+}
+
+TEST_F(MultiKillPoint, LineThatMovesTheRingOnToAFileWithOldLines)
+{
+    const Ring ring = open(0, 4096, 2);
+    fillTo(ring, 4000);
+    EXPECT_EQ(put(ring, std::string(3500, 'o')), 0); // file 2
+    EXPECT_EQ(put(ring, std::string(3500, 'n')), 0); // file 1
+    fillTo(ring, 4040);
+    stepThroughWrite(data(1), true);
+    EXPECT_EQ(data(2).substr(data(2).size() - strlen(NEW_LINE)), NEW_LINE);
+}
+
+TEST_F(MultiKillPoint, LineThatRepairsTheRecordFirst)
+{
+    EXPECT_EQ(put(open(0, 4096, 2), "kept"), 0);
+    const std::string kept = data(1);
+    damage = [&] { poke(0, 0); };
+    stepThroughWrite(kept, false);
+    EXPECT_EQ(data(1), kept + NEW_LINE);
+}
+
+} // namespace
