@@ -1,0 +1,89 @@
+// tools/Drain.cpp -- the consumer of the trace area.
+#include <errno.h>
+#include <string.h>
+
+#include "tools/reader/Area.h"
+#include "tools/Verbs.h"
+
+namespace {
+class ZEBUDrain
+{
+public:
+    explicit ZEBUDrain(const ZEBUDrainOptions& options);
+    int run();
+
+private:
+    std::string openArea();
+    bool printBatch();
+
+    const ZEBUDrainOptions& m_options;
+    const ZEBUFilter m_filter;
+    ZEBUOutput m_output;
+    const std::string m_strPath;
+    ZEBUArea m_area;
+    ZEBUAreaSource* m_pSource = nullptr; // owned by m_pRecords
+    std::unique_ptr<ZEBURecords> m_pRecords;
+    bool m_bShown = false;
+    bool m_bLastShown = false;
+};
+
+ZEBUDrain::ZEBUDrain(const ZEBUDrainOptions& options)
+    : m_options(options), m_filter(options.filter), m_output(options.eFormat, options.eColor),
+      m_strPath(options.strArea.empty() ? ZEBU_ConfiguredArea() : options.strArea)
+{
+}
+
+// Returns what is wrong, or an empty text.
+std::string ZEBUDrain::openArea()
+{
+    const int iErrno = m_area.open(m_strPath, !m_options.bPeek);
+    if (iErrno != 0)
+        return m_strPath + ": " + (iErrno == EINVAL ? "is no trace area" : strerror(iErrno));
+    if (!m_options.bPeek && !m_area.lock())
+        return m_strPath + " is drained by another process";
+    auto pSource = std::make_unique<ZEBUAreaSource>(m_area, !m_options.bPeek, m_options.bFollow, ZEBU_Say);
+    m_pSource = pSource.get();
+    m_pRecords = std::make_unique<ZEBURecords>(std::move(pSource), true);
+    return "";
+}
+
+// Prints what is unread, and gives it back once it was written. False when there was nothing.
+bool ZEBUDrain::printBatch()
+{
+    ZEBURecord record;
+    while (m_pRecords->next(&record) == ZEBUNext::Record) {
+        m_bLastShown = m_filter.matches(record, m_bLastShown);
+        m_bShown = m_bShown || m_bLastShown;
+        if (m_bLastShown)
+            m_output.print(record, m_filter.form(), m_pRecords->file());
+    }
+    m_output.flush();
+    return m_pSource->finishBatch();
+}
+
+int ZEBUDrain::run()
+{
+    const std::string strError = openArea();
+    if (!strError.empty())
+        throw ZEBUFailure{strError};
+    while (!ZEBU_IsEnded()) {
+        if (printBatch() && m_options.bFollow)
+            continue;
+        if (!m_options.bFollow)
+            break;
+        do
+            ZEBU_Pause(m_options.iInterval);
+        while (m_area.isReplaced() && !openArea().empty() && !ZEBU_IsEnded());
+    }
+    if (m_pSource->isDamaged())
+        return ZEBU_EXIT_ERROR;
+    return m_bShown ? ZEBU_EXIT_OK : ZEBU_EXIT_NOTHING;
+}
+} // namespace
+
+int ZEBU_Drain(const ZEBUDrainOptions& options)
+{
+    if (options.bFollow)
+        ZEBU_EndOnSignals();
+    return ZEBUDrain(options).run();
+}

@@ -1,0 +1,255 @@
+// tools/Main.cpp -- the command line.
+#include <CLI/CLI.hpp>
+#include <map>
+#include <poll.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include "tools/Verbs.h"
+
+namespace {
+const std::map<std::string, ZEBUFormat> cs_formats = {
+    {"text", ZEBUFormat::Text}, {"json", ZEBUFormat::Json}, {"raw", ZEBUFormat::Raw}};
+const std::map<std::string, ZEBUFormat> cs_statFormats = {{"text", ZEBUFormat::Text},
+                                                          {"json", ZEBUFormat::Json}};
+const std::map<std::string, ZEBUColor> cs_colors = {
+    {"auto", ZEBUColor::Auto}, {"always", ZEBUColor::Always}, {"never", ZEBUColor::Never}};
+const std::map<std::string, ZEBUForm> cs_forms = {
+    {"plain", ZEBUForm::Plain}, {"id", ZEBUForm::Id}, {"type", ZEBUForm::Type}};
+
+template <typename Value>
+void fs_addChoice(CLI::App* pApp, const std::string& strName, Value& value,
+                  const std::map<std::string, Value>& map, const std::string& strHelp)
+{
+    const auto set = [&value, &map, strName](const std::string& strWord) {
+        const auto found = map.find(strWord);
+        if (found == map.end())
+            throw CLI::ValidationError(strName,
+                                       "\"" + strWord + "\" is not among the words that --help shows");
+        value = found->second;
+    };
+    pApp->add_option_function<std::string>(strName, set, strHelp)->type_name("WORD");
+}
+
+void fs_addFilter(CLI::App* pApp, ZEBUFilterOptions& filter)
+{
+    pApp->add_option("-S,--since", filter.strSince,
+                     "Lines of this time and later: \"2026-11-22 10:00\", 10:00, today, -15min, @epoch");
+    pApp->add_option("-U,--until", filter.strUntil, "Lines of this time and before");
+    pApp->add_option("--app", filter.apps, "Lines of this application; as the next four, may be repeated")
+        ->allow_extra_args(false);
+    pApp->add_option("--pid", filter.pids, "Lines of this process, decimal or 0x...")
+        ->allow_extra_args(false);
+    pApp->add_option("--tid", filter.tids, "Lines of this thread, as the line shows it")
+        ->allow_extra_args(false);
+    pApp->add_option("--id", filter.idGlobs, "Lines whose message id matches a wildcard pattern")
+        ->allow_extra_args(false);
+    pApp->add_option("--type", filter.types, "Lines of this message type")->allow_extra_args(false);
+    pApp->add_option("--grep", filter.strGrep, "Lines whose body matches an extended regular expression");
+    pApp->add_flag("-i", filter.bIgnoreCase, "Let --grep ignore upper and lower case");
+    pApp->add_flag("--headers", filter.bHeaders, "Show the headers of files and processes too");
+    fs_addChoice(pApp, "--form", filter.eForm, cs_forms,
+                 "Read bodies as plain, id or type instead of guessing");
+}
+
+template <typename Options>
+void fs_addOutput(CLI::App* pApp, Options& options)
+{
+    fs_addChoice(pApp, "-o,--output", options.eFormat, cs_formats,
+                 "text, json (one object a line) or raw (exact bytes)");
+    fs_addChoice(pApp, "--color", options.eColor, cs_colors, "auto, always or never");
+    pApp->add_option("--interval", options.iInterval, "Milliseconds between two looks with -f (100)")
+        ->check(CLI::Range(1, 3600000));
+    pApp->add_flag("-f,--follow", options.bFollow, "Go on as lines come");
+}
+
+// A flag that may carry a file: --area or --area=FILE.
+CLI::Option* fs_addArea(CLI::App* pApp, std::string& strFile, const std::string& strHelp)
+{
+    return pApp->add_flag("--area{}", strFile, strHelp);
+}
+
+class ZEBUCommandLine
+{
+public:
+    ZEBUCommandLine();
+    int run(int argc, char** argv);
+
+private:
+    void addShow();
+    void addStat();
+    void addDrain();
+    void addPut();
+    void addFiles();
+    void addWords();
+
+    CLI::App m_app{"Shows and keeps the traces that applications write with ZEBULib2.", "zebu2"};
+    ZEBUShowOptions m_show;
+    ZEBUStatOptions m_stat;
+    ZEBUDrainOptions m_drain;
+    ZEBUPutOptions m_put;
+    ZEBUBackupOptions m_backup;
+    ZEBUCleanOptions m_clean;
+    ZEBUConfigOptions m_config;
+    ZEBUExplainOptions m_explain;
+    std::function<int()> m_verb;
+};
+
+ZEBUCommandLine::ZEBUCommandLine()
+{
+    m_app.require_subcommand(1);
+    m_app.footer("Exit status: 0 something shown or done, 1 nothing matched, 2 an error,\n"
+                 "3 nothing matched and what was read begins after --since.");
+    addShow();
+    addStat();
+    addDrain();
+    addPut();
+    addFiles();
+    addWords();
+}
+
+void ZEBUCommandLine::addShow()
+{
+    CLI::App* pApp = m_app.add_subcommand("show", "Show lines, oldest first");
+    pApp->add_option("SOURCE", m_show.sources, "Prefix of a ring, a file, or - for the standard input")
+        ->required();
+    fs_addFilter(pApp, m_show.filter);
+    fs_addOutput(pApp, m_show);
+    CLI::Option* pLast =
+        pApp->add_option("-n,--lines", m_show.lLast, "Only the last N")->check(CLI::NonNegativeNumber);
+    CLI::Option* pCount =
+        pApp->add_option("--count", m_show.strCount, "A table by app, pid, tid, id, type, minute or hour");
+    pCount->check(CLI::IsMember({"app", "pid", "tid", "id", "type", "minute", "hour"}).description(""));
+    pCount->excludes(pLast)->excludes(pApp->get_option("--follow"));
+    pApp->final_callback([this] { m_verb = [this] { return ZEBU_Show(m_show); }; });
+}
+
+void ZEBUCommandLine::addStat()
+{
+    CLI::App* pApp = m_app.add_subcommand("stat", "Describe a ring, a file or the trace area");
+    CLI::Option* pSource = pApp->add_option("SOURCE", m_stat.strSource, "Prefix of a ring, or a file");
+    CLI::Option* pArea = fs_addArea(pApp, m_stat.strArea, "The trace area instead of a SOURCE");
+    pArea->excludes(pSource);
+    fs_addChoice(pApp, "-o,--output", m_stat.eFormat, cs_statFormats, "text or json");
+    pApp->add_flag("--check", m_stat.bCheck, "Exit with 1 when there is a warning");
+    pApp->final_callback([this, pArea, pSource] {
+        m_stat.bArea = pArea->count() > 0;
+        if (!m_stat.bArea && pSource->count() == 0)
+            throw CLI::RequiredError("SOURCE or --area");
+        m_verb = [this] { return ZEBU_Stat(m_stat); };
+    });
+}
+
+void ZEBUCommandLine::addDrain()
+{
+    CLI::App* pApp =
+        m_app.add_subcommand("drain", "Take the lines out of the trace area, those that do not match too");
+    fs_addArea(pApp, m_drain.strArea, "Its file, instead of the configured one: --area=FILE");
+    pApp->add_flag("--peek", m_drain.bPeek, "Leave them there");
+    fs_addFilter(pApp, m_drain.filter);
+    fs_addOutput(pApp, m_drain);
+    pApp->final_callback([this] { m_verb = [this] { return ZEBU_Drain(m_drain); }; });
+}
+
+void ZEBUCommandLine::addPut()
+{
+    CLI::App* pApp = m_app.add_subcommand("put", "Write lines as an application does");
+    CLI::Option* pArea = pApp->add_flag("--area-only", m_put.bAreaOnly, "Into the trace area alone");
+    CLI::Option* pRing =
+        pApp->add_option("--ring", m_put.strRing, "Into the ring with this prefix, and the trace area");
+    CLI::Option* pSize = pApp->add_option("--size", m_put.lSize, "Size of one file of the ring, in bytes");
+    CLI::Option* pFiles = pApp->add_option("--files", m_put.lFiles, "Number of its files");
+    CLI::Option* pShared = pApp->add_flag("--shared", m_put.bShared, "It is shared by several processes");
+    pRing->excludes(pArea)->needs(pSize)->needs(pFiles);
+    pSize->needs(pRing);
+    pFiles->needs(pRing);
+    pShared->needs(pRing);
+    pApp->add_option("--app", m_put.strApp, "Application name (zebu2)");
+    pApp->add_option("--level", m_put.iLevel, "Message level (0)")->check(CLI::Range(0, 1000));
+    CLI::Option* pId = pApp->add_option("--id", m_put.strId, "Message id");
+    pApp->add_option("--type", m_put.strType, "Message type")->needs(pId);
+    pApp->add_option("TEXT", m_put.strText, "The text, or - for the lines of the standard input")
+        ->default_val("-");
+    pApp->final_callback([this, pArea, pRing] {
+        if (pArea->count() + pRing->count() == 0)
+            throw CLI::RequiredError("--area-only or --ring");
+        m_verb = [this] { return ZEBU_Put(m_put); };
+    });
+}
+
+void ZEBUCommandLine::addFiles()
+{
+    CLI::App* pBackup = m_app.add_subcommand("backup", "Copy a ring into one file, oldest first");
+    pBackup->add_option("PREFIX", m_backup.strPrefix, "Prefix of the ring")->required();
+    pBackup->add_option("DEST", m_backup.strDestination, "The file, made or overwritten")->required();
+    pBackup->final_callback([this] { m_verb = [this] { return ZEBU_Backup(m_backup); }; });
+
+    CLI::App* pClean = m_app.add_subcommand("clean", "Remove old trace files");
+    pClean->add_option("PATTERN", m_clean.strPattern, "Directory and wildcard pattern: '/var/trace/app*.log'")
+        ->required();
+    CLI::Option* pOlder = pClean->add_option("--older-than", m_clean.strOlderThan,
+                                             "Those last written so long ago: 90s, 30min, 12h, 7d");
+    CLI::Option* pKeep = pClean->add_option("--keep", m_clean.iKeep, "All but so many of the newest")
+                             ->check(CLI::NonNegativeNumber);
+    pOlder->excludes(pKeep);
+    pClean->add_flag("--dry-run", m_clean.bDryRun, "Only show what would be removed");
+    pClean->add_flag("--force", m_clean.bForce, "Also files of a shared ring that may be in use");
+    pClean->final_callback([this, pOlder, pKeep] {
+        if (pOlder->count() + pKeep->count() == 0)
+            throw CLI::RequiredError("--older-than or --keep");
+        m_verb = [this] { return ZEBU_Clean(m_clean); };
+    });
+}
+
+void ZEBUCommandLine::addWords()
+{
+    CLI::App* pConfig = m_app.add_subcommand("config", "Tell what the library reads from its configuration");
+    pConfig->add_option("FILE", m_config.strFile, "As if the environment named this file");
+    pConfig->add_flag("--check", m_config.bCheck, "Exit with 1 when a line has no effect");
+    pConfig->final_callback([this] { m_verb = [this] { return ZEBU_Config(m_config); }; });
+
+    CLI::App* pExplain = m_app.add_subcommand("explain", "Put an error value into words");
+    pExplain->add_option("VALUE", m_explain.strValue, "Of ZEBU2_GetLastError: 0x2700001D")->required();
+    pExplain->add_option("CODE", m_explain.strCode, "The error code that came with it");
+    pExplain->final_callback([this] { m_verb = [this] { return ZEBU_Explain(m_explain); }; });
+}
+
+int ZEBUCommandLine::run(int argc, char** argv)
+{
+    try {
+        m_app.parse(argc, argv);
+        return m_verb();
+    } catch (const CLI::ParseError& error) {
+        return m_app.exit(error) == 0 ? ZEBU_EXIT_OK : ZEBU_EXIT_ERROR;
+    } catch (const ZEBUEnded&) {
+        return ZEBU_EXIT_OK;
+    } catch (const ZEBUFailure& failure) {
+        ZEBU_Say(failure.strText);
+    } catch (const std::exception& error) {
+        ZEBU_Say(error.what());
+    }
+    return ZEBU_EXIT_ERROR;
+}
+
+// A file that was mapped got shorter: there is nothing sensible to go on with.
+void fs_onBus(int)
+{
+    static constexpr char szText[] = "zebu2: a file was cut off while it was read\n";
+    (void)!write(STDERR_FILENO, szText, sizeof szText - 1);
+    _exit(ZEBU_EXIT_ERROR);
+}
+} // namespace
+
+void ZEBU_Pause(int iMilliseconds)
+{
+    pollfd output = {.fd = STDOUT_FILENO, .events = 0, .revents = 0};
+    if (poll(&output, 1, iMilliseconds) > 0 && (output.revents & POLLERR) != 0)
+        throw ZEBUEnded{}; // nobody reads any more
+}
+
+int main(int argc, char** argv)
+{
+    (void)signal(SIGPIPE, SIG_IGN);
+    (void)signal(SIGBUS, fs_onBus);
+    return ZEBUCommandLine().run(argc, argv);
+}

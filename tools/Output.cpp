@@ -1,0 +1,225 @@
+#include "tools/Output.h"
+
+#include <errno.h>
+#include <poll.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
+
+#include <nlohmann/json.hpp>
+
+namespace {
+constexpr size_t cs_uBuffer = 64 * 1024;
+volatile sig_atomic_t cs_bEnded = 0;
+
+void fs_onSignal(int)
+{
+    cs_bEnded = 1;
+}
+
+bool fs_wantsColor(ZEBUFormat eFormat, ZEBUColor eColor, bool bTerminal)
+{
+    if (eFormat != ZEBUFormat::Text || eColor != ZEBUColor::Auto)
+        return eFormat == ZEBUFormat::Text && eColor == ZEBUColor::Always;
+    const char* pszNoColor = getenv("NO_COLOR");
+    const char* pszTerm = getenv("TERM");
+    return bTerminal && !(pszNoColor && *pszNoColor) && !(pszTerm && strcmp(pszTerm, "dumb") == 0);
+}
+
+// The length of the UTF-8 sequence that a text begins with, 0 when it is none or a control character.
+size_t fs_printable(std::string_view svText)
+{
+    const auto at = [&](size_t u) { return static_cast<unsigned char>(svText[u]); };
+    if (at(0) < 0x80)
+        return at(0) >= 0x20 && at(0) != 0x7F ? 1 : 0;
+    const size_t uLength = at(0) >= 0xF0 ? 4 : at(0) >= 0xE0 ? 3 : 2;
+    if (at(0) < 0xC2 || at(0) > 0xF4 || svText.size() < uLength)
+        return 0;
+    unsigned uCode = at(0) & (0xFFu >> (uLength + 1));
+    for (size_t u = 1; u < uLength; ++u) {
+        if ((at(u) & 0xC0) != 0x80)
+            return 0;
+        uCode = uCode << 6 | (at(u) & 0x3Fu);
+    }
+    const bool bOverlong = uCode < (uLength == 4 ? 0x10000u : uLength == 3 ? 0x800u : 0x80u);
+    return bOverlong || uCode < 0xA0 || uCode > 0x10FFFF || (uCode >> 11) == 0x1B ? 0 : uLength;
+}
+} // namespace
+
+std::string ZEBU_Escaped(std::string_view svText)
+{
+    static constexpr char szDigits[] = "0123456789ABCDEF";
+    std::string strOut;
+    while (!svText.empty()) {
+        size_t uLength = fs_printable(svText);
+        if (uLength > 0) {
+            strOut += svText.substr(0, uLength);
+        } else {
+            const auto u = static_cast<unsigned char>(svText[0]);
+            const char* pszKnown = u == '\t' ? "\\t" : u == '\n' ? "\\n" : u == '\r' ? "\\r" : nullptr;
+            if (pszKnown)
+                strOut += pszKnown;
+            else
+                strOut += {'\\', 'x', szDigits[u >> 4], szDigits[u & 15]};
+            uLength = 1;
+        }
+        svText.remove_prefix(uLength);
+    }
+    return strOut;
+}
+
+void ZEBU_Say(const std::string& strText)
+{
+    const std::string strLine = "zebu2: " + ZEBU_Escaped(strText) + "\n";
+    (void)!write(STDERR_FILENO, strLine.data(), strLine.size());
+}
+
+void ZEBU_WriteFully(int iFd, std::string_view svBytes, const std::string& strName)
+{
+    while (!svBytes.empty()) {
+        const ssize_t iWritten = write(iFd, svBytes.data(), svBytes.size());
+        if (iWritten >= 0) {
+            svBytes.remove_prefix(static_cast<size_t>(iWritten));
+        } else if (errno == EPIPE || (errno == EINTR && cs_bEnded)) {
+            throw ZEBUEnded{};
+        } else if (errno == EAGAIN) {
+            pollfd wait = {.fd = iFd, .events = POLLOUT, .revents = 0};
+            (void)poll(&wait, 1, -1);
+        } else if (errno != EINTR) {
+            throw ZEBUFailure{strName + ": " + strerror(errno)};
+        }
+    }
+}
+
+void ZEBU_EndOnSignals()
+{
+    struct sigaction action = {};
+    action.sa_handler = fs_onSignal;
+    (void)sigaction(SIGINT, &action, nullptr);
+    (void)sigaction(SIGTERM, &action, nullptr);
+}
+
+bool ZEBU_IsEnded()
+{
+    return cs_bEnded != 0;
+}
+
+ZEBUOutput::ZEBUOutput(ZEBUFormat eFormat, ZEBUColor eColor)
+    : m_eFormat(eFormat), m_bTerminal(isatty(STDOUT_FILENO) == 1),
+      m_bColored(fs_wantsColor(eFormat, eColor, m_bTerminal))
+{
+    m_strBuffer.reserve(2 * cs_uBuffer);
+}
+
+void ZEBUOutput::write(std::string_view svBytes)
+{
+    if (svBytes.size() >= cs_uBuffer) {
+        flush();
+        ZEBU_WriteFully(STDOUT_FILENO, svBytes, "standard output");
+        return;
+    }
+    m_strBuffer += svBytes;
+    if (m_strBuffer.size() >= cs_uBuffer)
+        flush();
+}
+
+void ZEBUOutput::flush()
+{
+    const std::string strBytes(std::move(m_strBuffer));
+    m_strBuffer.clear();
+    m_strBuffer.reserve(2 * cs_uBuffer);
+    ZEBU_WriteFully(STDOUT_FILENO, strBytes, "standard output");
+}
+
+void ZEBUOutput::writeText(std::string_view svText)
+{
+    write(m_bTerminal ? ZEBU_Escaped(svText) : svText);
+}
+
+void ZEBUOutput::print(const ZEBURecord& record, ZEBUForm eForm, const std::string& strFile)
+{
+    if (m_eFormat == ZEBUFormat::Json) {
+        printJson(record, eForm, strFile);
+    } else if (isEscaping()) {
+        printText(record);
+    } else {
+        write(record.svBytes);
+        if (!record.bLineEnd && m_eFormat == ZEBUFormat::Text)
+            write("\n");
+    }
+}
+
+void ZEBUOutput::colored(const char* pszColor, std::string_view svText)
+{
+    if (m_bColored)
+        write(pszColor);
+    write(ZEBU_Escaped(svText));
+    if (m_bColored)
+        write("\x1B[0m");
+}
+
+void ZEBUOutput::printText(const ZEBURecord& record)
+{
+    static constexpr char szFaint[] = "\x1B[2m";
+    if (record.eKind != ZEBURecordKind::Line) {
+        if (m_bColored && record.eKind == ZEBURecordKind::Header)
+            write(szFaint);
+        printLines(record.svBytes);
+        if (m_bColored && record.eKind == ZEBURecordKind::Header)
+            write("\x1B[0m");
+        return;
+    }
+    const std::string_view svHeader = record.svBytes.substr(0, ZEBU_LINE_HEADER);
+    colored(szFaint, svHeader.substr(0, 5));
+    colored("\x1B[32m", svHeader.substr(5, 28));
+    colored("\x1B[36m", svHeader.substr(33, 17));
+    colored(szFaint, svHeader.substr(50));
+    printLines(record.svBytes.substr(ZEBU_LINE_HEADER));
+}
+
+void ZEBUOutput::printLines(std::string_view svText)
+{
+    do {
+        const std::string_view svLine = svText.substr(0, svText.find('\n') + 1);
+        const std::string_view svWhole = svLine.empty() ? svText : svLine;
+        write(ZEBU_Escaped(ZEBU_WithoutLineEnd(svWhole)));
+        write("\n");
+        svText.remove_prefix(svWhole.size());
+    } while (!svText.empty());
+}
+
+void ZEBUOutput::printJson(const ZEBURecord& record, ZEBUForm eForm, const std::string& strFile)
+{
+    static constexpr const char* szForms[] = {nullptr, "plain", "id", "type"};
+    static constexpr const char* szKinds[] = {"line", "header", "text"};
+    const auto orNull = [](bool bKnown, std::string_view svText) {
+        return bKnown ? nlohmann::ordered_json(svText) : nlohmann::ordered_json();
+    };
+    const bool bLine = record.eKind == ZEBURecordKind::Line;
+    const ZEBULine& line = record.line;
+    const std::string_view svBody = bLine ? line.svBody : ZEBU_WithoutLineEnd(record.svBytes);
+    ZEBUBody body;
+    if (bLine && (eForm == ZEBUForm::Unknown || !ZEBU_CutBody(svBody, eForm, &body)))
+        body = ZEBU_ReadBody(svBody);
+    const bool bFields = body.eForm == ZEBUForm::Id || body.eForm == ZEBUForm::Type;
+    std::string strTime(line.svTime);
+    if (line.lTime != ZEBU_TIME_NONE)
+        strTime[4] = strTime[7] = '-', strTime[10] = 'T';
+    nlohmann::ordered_json json;
+    json["kind"] = szKinds[static_cast<int>(record.eKind)];
+    json["counter"] = bLine ? nlohmann::ordered_json(line.iCounter) : nlohmann::ordered_json();
+    json["time"] = orNull(bLine && line.lTime != ZEBU_TIME_NONE, strTime);
+    json["app"] = orNull(bLine, line.svApp);
+    json["pid"] = bLine ? nlohmann::ordered_json(line.uPid) : nlohmann::ordered_json();
+    json["tid"] = orNull(bLine, line.svTid);
+    json["body"] = svBody;
+    const char* pszForm = szForms[static_cast<int>(body.eForm)];
+    json["form"] = pszForm ? nlohmann::ordered_json(pszForm) : nlohmann::ordered_json();
+    json["id"] = orNull(bFields, body.svId);
+    json["type"] = orNull(body.eForm == ZEBUForm::Type, body.svType);
+    json["text"] = orNull(body.eForm != ZEBUForm::Unknown, body.svText);
+    json["file"] = strFile;
+    write(json.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
+    write("\n");
+}

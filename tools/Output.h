@@ -1,0 +1,69 @@
+// tools/Output.h -- the standard output, and what a record looks like on it.
+#ifndef ZEBU_TOOLS_OUTPUT_H
+#define ZEBU_TOOLS_OUTPUT_H
+
+#include <string>
+#include <string_view>
+
+#include "tools/reader/Records.h"
+
+enum class ZEBUFormat { Text, Json, Raw };
+enum class ZEBUColor { Auto, Always, Never };
+
+// Thrown when nobody reads the output any more, or the user ended a tool that waits.
+struct ZEBUEnded
+{
+};
+
+// Thrown for a failure that ends the tool with status 2. The text is shown to the user.
+struct ZEBUFailure
+{
+    std::string strText;
+};
+
+// Text made fit for a terminal: control characters and bytes that are no UTF-8 as \n, \t, \e or \x1B.
+std::string ZEBU_Escaped(std::string_view svText);
+
+// Says something on the standard error output, as a line of its own.
+void ZEBU_Say(const std::string& strText);
+
+// Writes all bytes to a descriptor. Throws ZEBUEnded for a closed pipe, ZEBUFailure for anything else.
+void ZEBU_WriteFully(int iFd, std::string_view svBytes, const std::string& strName);
+
+// Makes SIGINT and SIGTERM end the tool where it waits or writes, as if its input had ended.
+void ZEBU_EndOnSignals();
+bool ZEBU_IsEnded();
+
+class ZEBUOutput
+{
+public:
+    ZEBUOutput(ZEBUFormat eFormat, ZEBUColor eColor);
+
+    bool isTerminal() const { return m_bTerminal; }
+    bool isColored() const { return m_bColored; }
+    // Whether bytes go out as they come in.
+    bool isPlain() const { return m_eFormat != ZEBUFormat::Json && !m_bColored && !isEscaping(); }
+    bool isEscaping() const { return m_eFormat == ZEBUFormat::Text && (m_bTerminal || m_bColored); }
+    ZEBUFormat format() const { return m_eFormat; }
+
+    void write(std::string_view svBytes);
+    void flush();
+
+    // Text that is not of a record: escaped on a terminal.
+    void writeText(std::string_view svText);
+
+    void print(const ZEBURecord& record, ZEBUForm eForm, const std::string& strFile);
+
+private:
+    void printText(const ZEBURecord& record);
+    void printLines(std::string_view svText);
+    void printJson(const ZEBURecord& record, ZEBUForm eForm, const std::string& strFile);
+    void colored(const char* pszColor, std::string_view svText);
+
+    const ZEBUFormat m_eFormat;
+    const bool m_bTerminal;
+    const bool m_bColored;
+    std::string m_strBuffer;
+};
+
+#endif

@@ -1,0 +1,185 @@
+// tools/Show.cpp -- the lines of rings and files, now and as they come.
+#include <deque>
+#include <string.h>
+
+#include "tools/Count.h"
+#include "tools/Merge.h"
+#include "tools/Verbs.h"
+
+namespace {
+constexpr size_t cs_uBlock = 256 * 1024;
+
+// A record that outlives the buffer it was cut from.
+struct Kept
+{
+    ZEBURecord record;
+    std::string strBytes;
+    std::string strFile;
+};
+
+class ZEBUShow
+{
+public:
+    explicit ZEBUShow(const ZEBUShowOptions& options);
+    int run();
+
+private:
+    bool isStream() const;
+    void stream(ZEBUSource& source);
+    size_t streamLines(std::string_view svBytes, bool bFileEnd);
+    void merge();
+    void show(const ZEBURecord& record);
+    void printKept();
+    int status() const;
+
+    const ZEBUShowOptions& m_options;
+    const ZEBUFilter m_filter;
+    ZEBUOutput m_output;
+    ZEBUMerge m_merge;
+    ZEBUCount m_count;
+    std::deque<Kept> m_kept;
+    bool m_bKeep; // until the last ones are known
+    bool m_bShown = false;
+    bool m_bFailed = false;
+};
+
+ZEBUShow::ZEBUShow(const ZEBUShowOptions& options)
+    : m_options(options), m_filter(options.filter), m_output(options.eFormat, options.eColor),
+      m_count(options.strCount, options.filter.eForm), m_bKeep(options.lLast >= 0)
+{
+}
+
+int ZEBUShow::run()
+{
+    std::unique_ptr<ZEBUSource> pOnly;
+    for (const std::string& strSource : m_options.sources) {
+        int iErrno = 0;
+        auto pSource = ZEBU_OpenSource(strSource, m_options.bFollow, ZEBU_Say, &iErrno);
+        if (!pSource) {
+            ZEBU_Say(strSource + ": " + strerror(iErrno));
+            m_bFailed = true;
+        } else if (isStream()) {
+            pOnly = std::move(pSource);
+        } else {
+            m_merge.add(std::move(pSource));
+        }
+    }
+    if (pOnly)
+        stream(*pOnly);
+    else
+        merge();
+    m_output.flush();
+    return status();
+}
+
+// Whether the bytes of the one source are the output, but for the headers.
+bool ZEBUShow::isStream() const
+{
+    return m_options.sources.size() == 1 && m_filter.isEmpty() && m_output.isPlain() && !m_options.bFollow &&
+           m_options.lLast < 0 && m_options.strCount.empty();
+}
+
+void ZEBUShow::stream(ZEBUSource& source)
+{
+    std::string strBlock(cs_uBlock, '\0');
+    size_t uHeld = 0; // bytes of a line that goes on in the next block
+    for (;;) {
+        size_t uRead = 0;
+        const ZEBURead eRead = source.read(strBlock.data() + uHeld, strBlock.size() - uHeld, &uRead);
+        if (eRead == ZEBURead::Gap)
+            uHeld = 0;
+        const size_t uTaken = streamLines({strBlock.data(), uHeld + uRead}, eRead != ZEBURead::Bytes);
+        uHeld = uHeld + uRead - uTaken;
+        memmove(strBlock.data(), strBlock.data() + uTaken, uHeld);
+        if (eRead == ZEBURead::End)
+            return;
+    }
+}
+
+// Writes whole lines, and returns how many bytes that were. A line that fills the block, and the rest of a
+// file, count as whole.
+size_t ZEBUShow::streamLines(std::string_view svBytes, bool bFileEnd)
+{
+    size_t uWritten = 0;
+    size_t uLine = 0;
+    while (uLine < svBytes.size()) {
+        size_t uNext = svBytes.find('\n', uLine) + 1;
+        const bool bWhole = uNext != 0;
+        if (!bWhole && !bFileEnd && svBytes.size() < cs_uBlock)
+            break;
+        uNext = bWhole ? uNext : svBytes.size();
+        const bool bHeader = (svBytes[uLine] == '*' || svBytes[uLine] == ' ') && !m_filter.hasHeaders();
+        if (bHeader && ZEBU_ClassifyPiece(svBytes.substr(uLine, uNext - uLine)) != ZEBUPiece::Text) {
+            m_output.write(svBytes.substr(uWritten, uLine - uWritten));
+            m_bShown = m_bShown || uLine > uWritten;
+            uWritten = uNext;
+        }
+        uLine = uNext;
+    }
+    m_output.write(svBytes.substr(uWritten, uLine - uWritten));
+    m_bShown = m_bShown || uLine > uWritten;
+    if (bFileEnd && uLine > uWritten && svBytes.back() != '\n' && m_output.format() == ZEBUFormat::Text)
+        m_output.write("\n");
+    return uLine;
+}
+
+void ZEBUShow::merge()
+{
+    ZEBURecord record;
+    while (!ZEBU_IsEnded()) {
+        const ZEBUNext eNext = m_merge.next(m_filter, &record);
+        if (eNext == ZEBUNext::Record) {
+            show(record);
+            continue;
+        }
+        printKept();
+        m_bKeep = false;
+        if (eNext == ZEBUNext::End)
+            break;
+        m_output.flush();
+        ZEBU_Pause(m_options.iInterval);
+    }
+    m_count.print(m_output);
+}
+
+void ZEBUShow::show(const ZEBURecord& record)
+{
+    m_bShown = true;
+    if (!m_options.strCount.empty()) {
+        m_count.add(record);
+    } else if (!m_bKeep) {
+        m_output.print(record, m_filter.form(), m_merge.file());
+    } else {
+        m_kept.push_back({record, std::string(record.svBytes), m_merge.file()});
+        if (m_kept.size() > static_cast<size_t>(m_options.lLast))
+            m_kept.pop_front();
+    }
+}
+
+void ZEBUShow::printKept()
+{
+    for (Kept& kept : m_kept) {
+        kept.record.svBytes = kept.strBytes;
+        (void)ZEBU_ParseLine(kept.record.svBytes, &kept.record.line);
+        m_output.print(kept.record, m_filter.form(), kept.strFile);
+    }
+    m_kept.clear();
+}
+
+int ZEBUShow::status() const
+{
+    if (m_bFailed)
+        return ZEBU_EXIT_ERROR;
+    if (m_bShown)
+        return ZEBU_EXIT_OK;
+    const bool bTooYoung = m_filter.since() != ZEBU_TIME_NONE && !m_merge.reachesBackTo(m_filter.since());
+    return bTooYoung ? ZEBU_EXIT_TOO_YOUNG : ZEBU_EXIT_NOTHING;
+}
+} // namespace
+
+int ZEBU_Show(const ZEBUShowOptions& options)
+{
+    if (options.bFollow)
+        ZEBU_EndOnSignals();
+    return ZEBUShow(options).run();
+}

@@ -1,0 +1,106 @@
+// tools/Verbs.h -- what the user can ask for. Each verb returns the tool's exit status, or throws.
+#ifndef ZEBU_TOOLS_VERBS_H
+#define ZEBU_TOOLS_VERBS_H
+
+#include <string>
+#include <vector>
+
+#include "tools/Filter.h"
+#include "tools/Output.h"
+
+constexpr int ZEBU_EXIT_OK = 0;
+constexpr int ZEBU_EXIT_NOTHING = 1;   // nothing matched; of stat and config --check: a warning
+constexpr int ZEBU_EXIT_ERROR = 2;     // also wrong usage
+constexpr int ZEBU_EXIT_TOO_YOUNG = 3; // nothing matched, and what was read begins after --since
+
+struct ZEBUShowOptions
+{
+    std::vector<std::string> sources;
+    bool bFollow = false;
+    long lLast = -1; // -1: all
+    ZEBUFilterOptions filter;
+    ZEBUFormat eFormat = ZEBUFormat::Text;
+    ZEBUColor eColor = ZEBUColor::Auto;
+    std::string strCount; // key to count by, empty to show lines
+    int iInterval = 100;  // of polls, in milliseconds
+};
+int ZEBU_Show(const ZEBUShowOptions& options);
+
+struct ZEBUDrainOptions
+{
+    std::string strArea; // empty: the configured one
+    bool bFollow = false;
+    bool bPeek = false;
+    ZEBUFilterOptions filter;
+    ZEBUFormat eFormat = ZEBUFormat::Text;
+    ZEBUColor eColor = ZEBUColor::Auto;
+    int iInterval = 100;
+};
+int ZEBU_Drain(const ZEBUDrainOptions& options);
+
+struct ZEBUStatOptions
+{
+    std::string strSource;
+    bool bArea = false;  // the trace area instead of a source
+    std::string strArea; // empty: the configured one
+    bool bCheck = false;
+    ZEBUFormat eFormat = ZEBUFormat::Text;
+};
+int ZEBU_Stat(const ZEBUStatOptions& options);
+
+struct ZEBUPutOptions
+{
+    bool bAreaOnly = false;
+    std::string strRing;
+    long lSize = 0;
+    long lFiles = 0;
+    bool bShared = false;
+    std::string strApp;
+    int iLevel = 0;
+    std::string strId;
+    std::string strType;
+    std::string strText; // "-": lines of the standard input
+};
+int ZEBU_Put(const ZEBUPutOptions& options);
+
+struct ZEBUBackupOptions
+{
+    std::string strPrefix;
+    std::string strDestination;
+};
+int ZEBU_Backup(const ZEBUBackupOptions& options);
+
+struct ZEBUCleanOptions
+{
+    std::string strPattern;
+    std::string strOlderThan; // empty: keep a number of files
+    int iKeep = 0;
+    bool bDryRun = false;
+    bool bForce = false;
+};
+int ZEBU_Clean(const ZEBUCleanOptions& options);
+
+struct ZEBUConfigOptions
+{
+    std::string strFile; // empty: the one that the library would read
+    bool bCheck = false;
+};
+int ZEBU_Config(const ZEBUConfigOptions& options);
+
+struct ZEBUExplainOptions
+{
+    std::string strValue;
+    std::string strCode;
+};
+int ZEBU_Explain(const ZEBUExplainOptions& options);
+
+// Function and failure of an error value in words, for messages.
+std::string ZEBU_ExplainedError(unsigned uValue, int iCode);
+
+// The path of the trace area that the library would use. Throws when there is none.
+std::string ZEBU_ConfiguredArea();
+
+// Waits between two polls, or until the user ends the tool.
+void ZEBU_Pause(int iMilliseconds);
+
+#endif

@@ -1,0 +1,171 @@
+#include "tools/reader/Line.h"
+
+namespace {
+constexpr size_t cs_uTimeColumn = 5;
+constexpr size_t cs_uTimeWidth = 23;
+constexpr size_t cs_uAppColumn = 33;
+constexpr size_t cs_uPidColumn = 50;
+constexpr size_t cs_uTidColumn = 59;
+constexpr size_t cs_uIdWidth = 21;      // of an id that has no type behind it
+constexpr size_t cs_uTypedIdWidth = 16; // of one that has
+constexpr size_t cs_uTypeColumn = 17;   // within the body, as the next
+constexpr size_t cs_uTextColumn = 22;
+constexpr std::string_view cs_svStars = "**** ";
+constexpr std::string_view cs_svTimeShape = "dddd/dd/dd dd:dd:dd.ddd";
+constexpr std::string_view cs_svMasked = "****/**/** **:**:**.***";
+constexpr std::string_view cs_svNoClock = "----/--/-- --:--:--.---";
+constexpr std::string_view cs_svCaption =
+    "     yyyy/mm/dd hh:mm:ss.sss                      pid      tid      message-id            ";
+
+bool fs_isDigit(char c)
+{
+    return c >= '0' && c <= '9';
+}
+bool fs_isHex(char c)
+{
+    return fs_isDigit(c) || (c >= 'A' && c <= 'F');
+}
+
+// "d" stands for a digit, "x" for an upper-case hexadecimal digit, "?" for any byte.
+bool fs_hasShape(std::string_view svText, std::string_view svShape)
+{
+    for (size_t i = 0; i < svShape.size(); ++i) {
+        const bool bFits = svShape[i] == 'd'   ? fs_isDigit(svText[i])
+                           : svShape[i] == 'x' ? fs_isHex(svText[i])
+                                               : svShape[i] == '?' || svShape[i] == svText[i];
+        if (!bFits)
+            return false;
+    }
+    return true;
+}
+
+long fs_digits(std::string_view svText)
+{
+    long lValue = 0;
+    for (const char c : svText)
+        if (fs_isDigit(c))
+            lValue = lValue * 10 + (c - '0');
+    return lValue;
+}
+
+bool fs_parseTime(std::string_view svTime, ZEBUTime* plTime)
+{
+    *plTime = ZEBU_TIME_NONE;
+    if (svTime == cs_svMasked || svTime == cs_svNoClock)
+        return true;
+    if (!fs_hasShape(svTime, cs_svTimeShape))
+        return false;
+    const long lMonth = fs_digits(svTime.substr(5, 2));
+    const long lDay = fs_digits(svTime.substr(8, 2));
+    *plTime = fs_digits(svTime);
+    return lMonth >= 1 && lMonth <= 12 && lDay >= 1 && lDay <= 31 && svTime.substr(11, 2) <= "23" &&
+           svTime.substr(14, 2) <= "59" && svTime.substr(17, 2) <= "60";
+}
+
+std::string_view fs_withoutBlanks(std::string_view svField)
+{
+    return svField.substr(0, svField.find_last_not_of(' ') + 1);
+}
+
+bool fs_isWord(std::string_view svField)
+{
+    return !svField.empty() && svField.find(' ') == svField.npos;
+}
+} // namespace
+
+bool ZEBU_ParseLine(std::string_view svText, ZEBULine* pLine)
+{
+    if (svText.size() < ZEBU_LINE_HEADER || !fs_hasShape(svText, "dddd ") ||
+        !fs_hasShape(svText.substr(28), "     ????????????????"
+                                        " xxxxxxxx ???????? "))
+        return false;
+    pLine->svTime = svText.substr(cs_uTimeColumn, cs_uTimeWidth);
+    if (!fs_parseTime(pLine->svTime, &pLine->lTime))
+        return false;
+    pLine->iCounter = static_cast<int>(fs_digits(svText.substr(0, 4)));
+    pLine->svApp = fs_withoutBlanks(svText.substr(cs_uAppColumn, 16));
+    pLine->uPid = 0;
+    for (const char c : svText.substr(cs_uPidColumn, 8))
+        pLine->uPid = pLine->uPid * 16 + static_cast<unsigned>(fs_isDigit(c) ? c - '0' : c - 'A' + 10);
+    pLine->svTid = fs_withoutBlanks(svText.substr(cs_uTidColumn, 8));
+    pLine->svBody = ZEBU_WithoutLineEnd(svText.substr(ZEBU_LINE_HEADER));
+    return true;
+}
+
+ZEBUPiece ZEBU_ClassifyPiece(std::string_view svPiece)
+{
+    ZEBULine line;
+    if (ZEBU_ParseLine(svPiece, &line))
+        return ZEBUPiece::Trace;
+    if (svPiece.starts_with(cs_svCaption))
+        return ZEBUPiece::Caption;
+    if (!svPiece.starts_with(cs_svStars))
+        return ZEBUPiece::Text;
+    const std::string_view svLine = ZEBU_WithoutLineEnd(svPiece);
+    ZEBUTime lTime;
+    if (svLine.size() == 139 && svLine[115] == ' ' && fs_parseTime(svLine.substr(116), &lTime))
+        return ZEBUPiece::FileHeader;
+    if (svLine.size() == 55 && fs_hasShape(svLine.substr(21), " xxxxxxxx dddddddddd dddd xxxxxxxx"))
+        return ZEBUPiece::StartHeader;
+    return ZEBUPiece::Text;
+}
+
+ZEBUTime ZEBU_HeaderTime(std::string_view svPiece)
+{
+    ZEBUTime lTime = ZEBU_TIME_NONE;
+    if (svPiece.size() < 139 || !fs_parseTime(svPiece.substr(116, cs_uTimeWidth), &lTime))
+        return ZEBU_TIME_NONE;
+    return lTime;
+}
+
+size_t ZEBU_FindLineHeader(std::string_view svText)
+{
+    ZEBULine line;
+    for (size_t u = 0; u + ZEBU_LINE_HEADER <= svText.size(); ++u)
+        if (fs_isDigit(svText[u]) && ZEBU_ParseLine(svText.substr(u), &line))
+            return u;
+    return svText.npos;
+}
+
+bool ZEBU_CutBody(std::string_view svBody, ZEBUForm eForm, ZEBUBody* pOut)
+{
+    *pOut = {.eForm = eForm, .svId = {}, .svType = {}, .svText = svBody};
+    if (eForm == ZEBUForm::Plain)
+        return true;
+    if (svBody.size() < cs_uTextColumn || svBody[cs_uIdWidth] != ' ')
+        return false;
+    pOut->svText = svBody.substr(cs_uTextColumn);
+    if (eForm == ZEBUForm::Id) {
+        pOut->svId = fs_withoutBlanks(svBody.substr(0, cs_uIdWidth));
+        return true;
+    }
+    pOut->svId = fs_withoutBlanks(svBody.substr(0, cs_uTypedIdWidth));
+    pOut->svType = fs_withoutBlanks(svBody.substr(cs_uTypeColumn, 4));
+    return svBody[cs_uTypedIdWidth] == ' ';
+}
+
+ZEBUBody ZEBU_ReadBody(std::string_view svBody)
+{
+    ZEBUBody id;
+    ZEBUBody typed;
+    const bool bId = ZEBU_CutBody(svBody, ZEBUForm::Id, &id) && fs_isWord(id.svId);
+    const bool bTyped =
+        ZEBU_CutBody(svBody, ZEBUForm::Type, &typed) && fs_isWord(typed.svId) && fs_isWord(typed.svType);
+    if (bId && id.svId.size() < cs_uIdWidth)
+        return id;
+    if (bTyped && typed.svId.size() < cs_uTypedIdWidth)
+        return typed;
+    const bool bBlankId = ZEBU_CutBody(svBody, ZEBUForm::Id, &id) && id.svId.empty();
+    if (bId || bTyped || bBlankId)
+        return {};
+    return {.eForm = ZEBUForm::Plain, .svId = {}, .svType = {}, .svText = svBody};
+}
+
+std::string_view ZEBU_WithoutLineEnd(std::string_view svText)
+{
+    if (svText.ends_with("\r\n"))
+        return svText.substr(0, svText.size() - 2);
+    if (svText.ends_with('\n'))
+        return svText.substr(0, svText.size() - 1);
+    return svText;
+}

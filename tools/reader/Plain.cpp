@@ -1,0 +1,102 @@
+// tools/reader/Plain.cpp -- a file that is no ring: a backup, one trace file, or the standard input.
+#include <errno.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "tools/reader/Management.h"
+#include "tools/reader/Source.h"
+#include "tools/reader/TraceFile.h"
+
+namespace {
+class ZEBUPlain final : public ZEBUSource
+{
+public:
+    ZEBUPlain(bool bFollow, const ZEBUWarn& warn) : m_bFollow(bFollow), m_warn(warn) {}
+    int open(const std::string& strPath);
+    ZEBURead read(char* pBuffer, size_t uSize, size_t* puRead) override;
+    const std::string& file() const override { return m_strName; }
+
+private:
+    ZEBURead readStream(char* pBuffer, size_t uSize, size_t* puRead);
+
+    const bool m_bFollow;
+    const ZEBUWarn m_warn;
+    std::string m_strName;
+    ZEBUTraceFile m_file;
+    bool m_bStream = false; // cannot be read at an offset
+};
+
+int ZEBUPlain::open(const std::string& strPath)
+{
+    m_strName = strPath;
+    const int iErrno = m_file.open(strPath == "-" ? "/dev/stdin" : strPath, true);
+    if (iErrno != 0)
+        return iErrno;
+    m_bStream = lseek(m_file.fd(), 0, SEEK_CUR) == -1;
+    return 0;
+}
+
+ZEBURead ZEBUPlain::readStream(char* pBuffer, size_t uSize, size_t* puRead)
+{
+    ssize_t iRead;
+    do
+        iRead = ::read(m_file.fd(), pBuffer, uSize);
+    while (iRead < 0 && errno == EINTR);
+    if (iRead <= 0)
+        return ZEBURead::End;
+    *puRead = static_cast<size_t>(iRead);
+    return ZEBURead::Bytes;
+}
+
+ZEBURead ZEBUPlain::read(char* pBuffer, size_t uSize, size_t* puRead)
+{
+    *puRead = 0;
+    if (m_bStream)
+        return readStream(pBuffer, uSize, puRead);
+    const long lRead = m_file.readLive(pBuffer, uSize);
+    if (lRead < 0) {
+        m_warn(m_strName + " cannot be read to its end");
+        return ZEBURead::End;
+    }
+    if (m_bFollow && !m_file.isUnchanged()) {
+        m_warn(m_strName + " was written anew");
+        m_file.rewind(0);
+        return ZEBURead::Gap;
+    }
+    if (lRead == 0)
+        return m_bFollow ? ZEBURead::Idle : ZEBURead::End;
+    *puRead = static_cast<size_t>(lRead);
+    m_file.consume({pBuffer, *puRead});
+    return ZEBURead::Bytes;
+}
+} // namespace
+
+std::unique_ptr<ZEBUSource> ZEBU_OpenPlain(const std::string& strPath, bool bFollow, const ZEBUWarn& warn,
+                                           int* piErrno)
+{
+    auto pSource = std::make_unique<ZEBUPlain>(bFollow, warn);
+    *piErrno = pSource->open(strPath);
+    return *piErrno == 0 ? std::move(pSource) : nullptr;
+}
+
+ZEBUSourceKind ZEBU_SourceKind(const std::string& strName)
+{
+    struct stat info;
+    if (strName != "-" && stat(ZEBU_ManagementFileName(strName).c_str(), &info) == 0)
+        return ZEBUSourceKind::SharedRing;
+    return ZEBU_ExistingTraceFiles(strName).empty() ? ZEBUSourceKind::Plain : ZEBUSourceKind::SingleRing;
+}
+
+std::unique_ptr<ZEBUSource> ZEBU_OpenSource(const std::string& strName, bool bFollow, const ZEBUWarn& warn,
+                                            int* piErrno)
+{
+    *piErrno = 0;
+    switch (ZEBU_SourceKind(strName)) {
+    case ZEBUSourceKind::SharedRing:
+        return ZEBU_OpenSharedRing(strName, bFollow, warn, piErrno);
+    case ZEBUSourceKind::SingleRing:
+        return ZEBU_OpenSingleRing(strName, bFollow, warn);
+    default:
+        return ZEBU_OpenPlain(strName, bFollow, warn, piErrno);
+    }
+}

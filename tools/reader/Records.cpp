@@ -1,0 +1,141 @@
+#include "tools/reader/Records.h"
+
+#include <algorithm>
+#include <string.h>
+
+static constexpr size_t cs_uBuffer = 256 * 1024;
+static_assert(cs_uBuffer >= 2 * ZEBU_RECORD_MAX, "a record moved to the front leaves room to read on");
+
+ZEBURecords::ZEBURecords(std::unique_ptr<ZEBUSource> pSource, bool bForeign)
+    : m_pSource(std::move(pSource)), m_bForeign(bForeign), m_buffer(cs_uBuffer)
+{
+}
+
+ZEBUNext ZEBURecords::next(ZEBURecord* pRecord)
+{
+    for (;;) {
+        if (cut(pRecord))
+            return ZEBUNext::Record;
+        if (m_bFileEnd) {
+            m_uBegin = m_uGathered = m_uPiece = m_uLooked = m_uEnd = 0;
+            m_bAfterLine = m_bFileEnd = false;
+        }
+        if (m_bEnd)
+            return ZEBUNext::End;
+        const ZEBURead eRead = fill();
+        if (eRead == ZEBURead::Gap)
+            m_uEnd = m_uLooked = m_uGathered; // what was begun is cut off for good
+        m_bEnd = eRead == ZEBURead::End;
+        m_bFileEnd = m_bEnd || eRead == ZEBURead::FileEnd || eRead == ZEBURead::Gap;
+        if (eRead != ZEBURead::Idle)
+            continue;
+        if (m_uGathered == m_uBegin)
+            return ZEBUNext::Idle;
+        emit(m_uGathered, pRecord);
+        return ZEBUNext::Record;
+    }
+}
+
+// Gathers lines until one begins another record; false when that needs more bytes.
+bool ZEBURecords::cut(ZEBURecord* pRecord)
+{
+    while (findPiece()) {
+        const bool bEmpty = m_uGathered == m_uBegin;
+        if (!bEmpty && (!extends() || m_uPiece - m_uBegin > ZEBU_RECORD_MAX)) {
+            emit(m_uGathered, pRecord);
+            return true;
+        }
+        if (bEmpty)
+            m_eFirst = m_ePiece;
+        m_eLast = m_ePiece;
+        m_uGathered = m_uPiece;
+        if (m_uGathered - m_uBegin >= ZEBU_RECORD_MAX) {
+            emit(m_uGathered, pRecord);
+            return true;
+        }
+    }
+    if (!m_bFileEnd || m_uGathered == m_uBegin)
+        return false;
+    emit(m_uGathered, pRecord);
+    return true;
+}
+
+// Finds the line behind what was gathered. One that is as long as a record may be is taken in pieces, and
+// at the end of a file the line may lack its end.
+bool ZEBURecords::findPiece()
+{
+    if (m_uPiece > m_uGathered)
+        return true;
+    const size_t uLimit = std::min(m_uEnd, m_uGathered + ZEBU_RECORD_MAX);
+    m_uLooked = std::max(m_uLooked, m_uGathered);
+    const void* pFeed = memchr(m_buffer.data() + m_uLooked, '\n', uLimit - m_uLooked);
+    m_uLooked = pFeed ? static_cast<size_t>(static_cast<const char*>(pFeed) + 1 - m_buffer.data()) : uLimit;
+    if (!pFeed && uLimit - m_uGathered < ZEBU_RECORD_MAX && !(m_bFileEnd && uLimit > m_uGathered))
+        return false;
+    m_uPiece = m_uLooked;
+    const std::string_view svPiece = bytes(m_uGathered, m_uPiece);
+    m_ePiece = ZEBU_ClassifyPiece(svPiece);
+    if (!m_bForeign || m_ePiece != ZEBUPiece::Text)
+        return true;
+    const size_t uHeader = ZEBU_FindLineHeader(svPiece);
+    if (uHeader != svPiece.npos)
+        m_uPiece = m_uLooked = m_uGathered + uHeader;
+    return true;
+}
+
+bool ZEBURecords::extends() const
+{
+    switch (m_ePiece) {
+    case ZEBUPiece::Text:
+        return m_eFirst == ZEBUPiece::Trace || m_eFirst == ZEBUPiece::Text;
+    case ZEBUPiece::FileHeader:
+        return m_eLast == ZEBUPiece::StartHeader;
+    case ZEBUPiece::Caption:
+        return m_eLast == ZEBUPiece::FileHeader;
+    default:
+        return false;
+    }
+}
+
+void ZEBURecords::emit(size_t uEnd, ZEBURecord* pRecord)
+{
+    *pRecord = {};
+    pRecord->svBytes = bytes(m_uBegin, uEnd);
+    pRecord->bLineEnd = pRecord->svBytes.ends_with('\n');
+    ZEBUTime lTime = ZEBU_TIME_NONE;
+    if (m_eFirst == ZEBUPiece::Trace) {
+        pRecord->eKind = ZEBURecordKind::Line;
+        (void)ZEBU_ParseLine(pRecord->svBytes, &pRecord->line);
+        lTime = pRecord->line.lTime;
+    } else if (m_eFirst != ZEBUPiece::Text) {
+        pRecord->eKind = ZEBURecordKind::Header;
+        const size_t uFirst = m_eFirst == ZEBUPiece::StartHeader ? pRecord->svBytes.find('\n') + 1 : 0;
+        lTime = ZEBU_HeaderTime(pRecord->svBytes.substr(uFirst));
+    } else {
+        pRecord->bContinues = m_bAfterLine;
+    }
+    if (lTime != ZEBU_TIME_NONE)
+        m_lTime = lTime;
+    pRecord->lTime = m_lTime;
+    m_bAfterLine = pRecord->eKind != ZEBURecordKind::Header;
+    m_uBegin = uEnd;
+}
+
+// Reads behind what the buffer holds. The record that is gathered stays whole.
+ZEBURead ZEBURecords::fill()
+{
+    if (m_uEnd + ZEBU_RECORD_MAX > m_buffer.size()) {
+        memmove(m_buffer.data(), m_buffer.data() + m_uBegin, m_uEnd - m_uBegin);
+        m_uEnd -= m_uBegin;
+        m_uGathered -= m_uBegin;
+        m_uLooked -= m_uBegin;
+        m_uPiece = 0;
+        m_uBegin = 0;
+    }
+    size_t uRead = 0;
+    const ZEBURead eRead = m_pSource->read(m_buffer.data() + m_uEnd, m_buffer.size() - m_uEnd, &uRead);
+    m_uEnd += uRead;
+    if (eRead == ZEBURead::Bytes && m_strFile != m_pSource->file())
+        m_strFile = m_pSource->file();
+    return eRead;
+}

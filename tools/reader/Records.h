@@ -1,0 +1,72 @@
+// tools/reader/Records.h -- cuts the bytes of a source into records.
+//
+// A record is a trace line with the lines that continue it, a file header, or lines that continue nothing.
+// The memory it takes does not depend on the source.
+#ifndef ZEBU_TOOLS_READER_RECORDS_H
+#define ZEBU_TOOLS_READER_RECORDS_H
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "tools/reader/Line.h"
+#include "tools/reader/Source.h"
+
+// The longest record. What a message continues with beyond it becomes a further record.
+constexpr size_t ZEBU_RECORD_MAX = 64 * 1024;
+
+enum class ZEBURecordKind { Line, Header, Text };
+
+struct ZEBURecord
+{
+    ZEBURecordKind eKind = ZEBURecordKind::Text;
+    std::string_view svBytes;        // with all line ends
+    ZEBULine line;                   // of a Line; its body runs to the end of the record
+    ZEBUTime lTime = ZEBU_TIME_NONE; // its own, or that of the last record before it that had one
+    bool bContinues = false;         // a Text that goes on with the record before it
+    bool bLineEnd = true;            // false when the source ends within a line
+};
+
+enum class ZEBUNext { Record, Idle, End };
+
+class ZEBURecords
+{
+public:
+    // `bForeign`: bytes of other origin may stand between the lines, without a line end of their own.
+    explicit ZEBURecords(std::unique_ptr<ZEBUSource> pSource, bool bForeign = false);
+
+    // Fetches the next record. Its views are good until the next call, as is file().
+    ZEBUNext next(ZEBURecord* pRecord);
+
+    // The file that the last record came from.
+    const std::string& file() const { return m_strFile; }
+
+private:
+    bool cut(ZEBURecord* pRecord);
+    bool findPiece();
+    bool extends() const;
+    void emit(size_t uEnd, ZEBURecord* pRecord);
+    ZEBURead fill();
+
+    std::string_view bytes(size_t uFrom, size_t uTo) const { return {m_buffer.data() + uFrom, uTo - uFrom}; }
+
+    std::unique_ptr<ZEBUSource> m_pSource;
+    const bool m_bForeign;
+    std::vector<char> m_buffer;
+    size_t m_uBegin = 0;                  // of the record that is gathered
+    size_t m_uGathered = 0;               // its end so far, the end of a line
+    size_t m_uPiece = 0;                  // end of the line behind it, when that is not m_uGathered
+    size_t m_uEnd = 0;                    // of the bytes that were read
+    size_t m_uLooked = 0;                 // up to here there is no line end behind m_uGathered
+    ZEBUPiece m_eFirst = ZEBUPiece::Text; // first and last line of the record that is gathered
+    ZEBUPiece m_eLast = ZEBUPiece::Text;
+    ZEBUPiece m_ePiece = ZEBUPiece::Text; // the line behind it
+    bool m_bAfterLine = false;            // the record before it in the same file can be continued
+    bool m_bFileEnd = false;              // the buffer holds the rest of a file
+    bool m_bEnd = false;                  // and there is no other
+    ZEBUTime m_lTime = ZEBU_TIME_NONE;
+    std::string m_strFile;
+};
+
+#endif

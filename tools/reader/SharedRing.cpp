@@ -1,0 +1,243 @@
+// tools/reader/SharedRing.cpp -- the ring that several processes write through mappings.
+//
+// The record in the management file says where the next line goes. It is read without the writers' lock, so
+// it is a claim to be checked: a line may still be on its way into the file, and the ring may move on, or
+// come round again, while a file is read.
+#include <algorithm>
+#include <optional>
+#include <sched.h>
+#include <time.h>
+
+#include "tools/reader/Management.h"
+#include "tools/reader/Source.h"
+#include "tools/reader/TraceFile.h"
+
+namespace {
+constexpr int cs_iLooks = 16;       // at an offset that is not accepted, one after another
+constexpr int cs_iPauses = 50;      // between such series, before a reader that does not follow gives up
+constexpr long cs_lPause = 2000000; // nanoseconds
+
+class ZEBUSharedRing final : public ZEBUSource
+{
+public:
+    ZEBUSharedRing(const std::string& strPrefix, bool bFollow, const ZEBUWarn& warn);
+    int open();
+    ZEBURead read(char* pBuffer, size_t uSize, size_t* puRead) override;
+    const std::string& file() const override { return m_file.path(); }
+
+private:
+    void refresh();
+    bool isPassed(const ZEBUPosition& from, const ZEBUPosition& to) const;
+    bool openFile();
+    ZEBURead readOld(char* pBuffer, size_t uSize, size_t* puRead);
+    std::optional<ZEBURead> readCurrent(char* pBuffer, size_t uSize, size_t* puRead);
+    bool isAccepted(const ZEBUPosition& claim) const;
+    std::optional<ZEBURead> notAccepted();
+    ZEBURead setBack(unsigned uOffset);
+    ZEBURead take(const char* pBuffer, long lRead, size_t* puRead);
+    ZEBURead nextFile();
+    ZEBURead lost();
+
+    const std::string m_strPrefix;
+    const bool m_bFollow;
+    const ZEBUWarn m_warn;
+    ZEBUManagement m_management;
+    ZEBURingRecord m_record;  // the last valid one, or what the files tell
+    ZEBUPosition m_end;       // a reader that does not follow stops here
+    unsigned m_uNumber = 0;   // of the file that is read
+    bool m_bMissed = false;   // it is the current one and cannot be opened: said once
+    bool m_bDistrust = false; // its offset was never accepted: read it up to its mark
+    bool m_bAtZero = false;   // the record stands at its beginning, and it has not changed yet
+    ZEBUTraceFile m_file;
+};
+
+ZEBUSharedRing::ZEBUSharedRing(const std::string& strPrefix, bool bFollow, const ZEBUWarn& warn)
+    : m_strPrefix(strPrefix), m_bFollow(bFollow), m_warn(warn)
+{
+}
+
+int ZEBUSharedRing::open()
+{
+    const int iErrno = m_management.open(m_strPrefix);
+    if (iErrno != 0)
+        return iErrno;
+    if (!m_management.load(&m_record)) {
+        m_warn(ZEBU_ManagementFileName(m_strPrefix) +
+               " holds no valid record: the ring's place is worked out from its files");
+        ZEBU_DeriveRecord(m_strPrefix, &m_record);
+    }
+    m_end = m_record.position;
+    m_uNumber = m_end.uFile % m_record.uFileNum + 1;
+    return 0;
+}
+
+// Takes over the record as it is now. A damaged one is left to the writers, who repair it.
+void ZEBUSharedRing::refresh()
+{
+    if (m_bFollow && m_management.isReplaced())
+        (void)m_management.open(m_strPrefix);
+    ZEBURingRecord record;
+    if (m_management.load(&record))
+        m_record = record;
+}
+
+// Whether the ring, on its way between two positions, came to the file that is read.
+bool ZEBUSharedRing::isPassed(const ZEBUPosition& from, const ZEBUPosition& to) const
+{
+    const unsigned uNum = m_record.uFileNum;
+    const auto distance = [&](unsigned uFile) { return (uFile + uNum - from.uFile % uNum) % uNum; };
+    return m_uNumber != from.uFile && distance(m_uNumber) <= distance(to.uFile);
+}
+
+bool ZEBUSharedRing::openFile()
+{
+    if (m_file.isOpen() || m_file.open(ZEBU_TraceFileName(m_strPrefix, m_uNumber)) == 0)
+        return true;
+    if (m_uNumber == m_record.position.uFile && !m_bMissed)
+        m_warn(m_file.path() + ", the current file of the ring, cannot be opened");
+    m_bMissed = true;
+    return false;
+}
+
+ZEBURead ZEBUSharedRing::read(char* pBuffer, size_t uSize, size_t* puRead)
+{
+    for (;;) {
+        *puRead = 0;
+        const ZEBUPosition before = m_record.position;
+        refresh();
+        if (m_uNumber > m_record.uFileNum || isPassed(before, m_record.position))
+            return lost();
+        if (!openFile())
+            return nextFile();
+        if (m_uNumber != m_record.position.uFile || m_bDistrust)
+            return readOld(pBuffer, uSize, puRead);
+        const std::optional<ZEBURead> result = readCurrent(pBuffer, uSize, puRead);
+        if (result)
+            return *result;
+    }
+}
+
+// A file that the ring has left: complete, until the ring comes round.
+ZEBURead ZEBUSharedRing::readOld(char* pBuffer, size_t uSize, size_t* puRead)
+{
+    if (!m_bFollow && m_uNumber == m_end.uFile && !m_bDistrust)
+        uSize = std::min(uSize, std::max<size_t>(m_end.uOffset, m_file.offset()) - m_file.offset());
+    const long lRead = uSize == 0 ? 0 : m_file.readLive(pBuffer, uSize);
+    if (lRead < 0)
+        m_warn(m_file.path() + " cannot be read to its end");
+    return lRead > 0 ? take(pBuffer, lRead, puRead) : nextFile();
+}
+
+// Nothing means: look again.
+std::optional<ZEBURead> ZEBUSharedRing::readCurrent(char* pBuffer, size_t uSize, size_t* puRead)
+{
+    ZEBUPosition claim = m_record.position;
+    if (!m_bFollow && claim.uFile == m_end.uFile && claim.uOffset > m_end.uOffset)
+        claim = m_end; // the ring has gone on from there, so the line before it is complete
+    if (claim.uOffset < m_file.offset())
+        return setBack(claim.uOffset);
+    m_bAtZero = false;
+    if (claim.uOffset == m_file.offset())
+        return m_bFollow ? ZEBURead::Idle : ZEBURead::End;
+    if (claim == m_record.position && !isAccepted(claim))
+        return notAccepted();
+    const size_t uLeft = claim.uOffset - m_file.offset();
+    const long lRead = m_file.readAt(m_file.offset(), pBuffer, std::min(uSize, uLeft));
+    return lRead > 0 ? take(pBuffer, lRead, puRead) : notAccepted();
+}
+
+// Takes bytes as read, unless the ring came to their file meanwhile.
+ZEBURead ZEBUSharedRing::take(const char* pBuffer, long lRead, size_t* puRead)
+{
+    const ZEBUPosition before = m_record.position;
+    refresh();
+    if (isPassed(before, m_record.position) || !m_file.isUnchanged())
+        return lost();
+    *puRead = static_cast<size_t>(lRead);
+    m_file.consume({pBuffer, *puRead});
+    return ZEBURead::Bytes;
+}
+
+// Whether the line in front of an offset is complete. It is when the mark stands there behind a line end,
+// or when the writers, who come one after another, have gone on from there.
+bool ZEBUSharedRing::isAccepted(const ZEBUPosition& claim) const
+{
+    for (int i = 0; i < cs_iLooks; ++i) {
+        if (m_file.hasMarkAt(claim.uOffset))
+            return true;
+        ZEBURingRecord now;
+        if (m_management.load(&now) &&
+            (now.position.uFile != claim.uFile || now.position.uOffset > claim.uOffset))
+            return true;
+        (void)sched_yield();
+    }
+    return false;
+}
+
+// A line may be on its way, its writer may have died, or the record is wrong. A reader that follows looks
+// again at its next poll; any other waits a little and then shows what stands before the mark.
+std::optional<ZEBURead> ZEBUSharedRing::notAccepted()
+{
+    if (m_bFollow)
+        return ZEBURead::Idle;
+    const timespec pause = {.tv_sec = 0, .tv_nsec = cs_lPause};
+    for (int i = 0; i < cs_iPauses; ++i) {
+        (void)nanosleep(&pause, nullptr);
+        const ZEBUPosition claim = m_record.position;
+        refresh();
+        if (m_record.position != claim || m_file.hasMarkAt(claim.uOffset))
+            return {};
+    }
+    m_warn(m_file.path() +
+           " does not end where the ring's record says: it is shown up to its end-of-data mark");
+    m_bDistrust = true;
+    return {};
+}
+
+// The record points before the place that was read: the ring came round and the file's beginning is about
+// to change, or a writer worked the record out anew.
+ZEBURead ZEBUSharedRing::setBack(unsigned uOffset)
+{
+    if (!m_file.isUnchanged())
+        return lost();
+    if (uOffset > 0 || m_bAtZero) {
+        m_warn("the ring was set back to " + std::to_string(uOffset) + " in " + m_file.path());
+        m_file.rewind(uOffset);
+    }
+    m_bAtZero = uOffset == 0;
+    return m_bFollow ? ZEBURead::Idle : ZEBURead::End;
+}
+
+ZEBURead ZEBUSharedRing::nextFile()
+{
+    if (!m_bFollow && m_uNumber == m_end.uFile)
+        return ZEBURead::End;
+    if (m_uNumber == m_record.position.uFile)
+        return m_bFollow ? ZEBURead::Idle : ZEBURead::End;
+    m_file.close();
+    m_bMissed = false;
+    m_uNumber = m_uNumber % m_record.uFileNum + 1;
+    return ZEBURead::FileEnd;
+}
+
+// The ring came round: what it holds now is newer than all that was read, and begins behind the current file.
+ZEBURead ZEBUSharedRing::lost()
+{
+    m_warn(m_strPrefix + ": the ring overtook the reader, lines were lost");
+    m_file.close();
+    m_bMissed = false;
+    m_bDistrust = false;
+    m_bAtZero = false;
+    m_end = m_record.position;
+    m_uNumber = m_end.uFile % m_record.uFileNum + 1;
+    return ZEBURead::Gap;
+}
+} // namespace
+
+std::unique_ptr<ZEBUSource> ZEBU_OpenSharedRing(const std::string& strPrefix, bool bFollow,
+                                                const ZEBUWarn& warn, int* piErrno)
+{
+    auto pSource = std::make_unique<ZEBUSharedRing>(strPrefix, bFollow, warn);
+    *piErrno = pSource->open();
+    return *piErrno == 0 ? std::move(pSource) : nullptr;
+}

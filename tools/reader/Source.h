@@ -1,0 +1,54 @@
+// tools/reader/Source.h -- the bytes of a ring or file, oldest first, with nothing behind an end-of-data
+// mark.
+//
+// A source reads what other processes are writing. It takes no lock, writes nothing and never waits; with
+// `bFollow` it goes on when more was written.
+#ifndef ZEBU_TOOLS_READER_SOURCE_H
+#define ZEBU_TOOLS_READER_SOURCE_H
+
+#include <functional>
+#include <memory>
+#include <string>
+
+enum class ZEBURead {
+    Bytes,   // at least one byte was read
+    FileEnd, // the bytes that follow come from another file
+    Gap,     // as FileEnd, and the last bytes were cut off: their file was reused under the reader
+    Idle,    // nothing new now (only when following)
+    End      // nothing more will come
+};
+
+enum class ZEBUSourceKind { SharedRing, SingleRing, Plain };
+
+// Receives what the user should know, as a sentence without a line end.
+using ZEBUWarn = std::function<void(const std::string&)>;
+
+class ZEBUSource
+{
+public:
+    virtual ~ZEBUSource() = default;
+
+    // Reads the next bytes, at most `uSize`; `*puRead` is their number with Bytes, else 0.
+    virtual ZEBURead read(char* pBuffer, size_t uSize, size_t* puRead) = 0;
+
+    // The path that the last bytes came from.
+    virtual const std::string& file() const = 0;
+};
+
+// What a name stands for: a shared ring when its management file exists, a ring of one process when a file
+// with a number does, else a plain file ("-" is the standard input).
+ZEBUSourceKind ZEBU_SourceKind(const std::string& strName);
+
+// Opens a source. Null, with `*piErrno`, when it cannot be read at all.
+std::unique_ptr<ZEBUSource> ZEBU_OpenSource(const std::string& strName, bool bFollow, const ZEBUWarn& warn,
+                                            int* piErrno);
+
+// The three kinds; for ZEBU_OpenSource.
+std::unique_ptr<ZEBUSource> ZEBU_OpenSharedRing(const std::string& strPrefix, bool bFollow,
+                                                const ZEBUWarn& warn, int* piErrno);
+std::unique_ptr<ZEBUSource> ZEBU_OpenSingleRing(const std::string& strPrefix, bool bFollow,
+                                                const ZEBUWarn& warn);
+std::unique_ptr<ZEBUSource> ZEBU_OpenPlain(const std::string& strPath, bool bFollow, const ZEBUWarn& warn,
+                                           int* piErrno);
+
+#endif
