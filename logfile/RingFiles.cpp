@@ -95,7 +95,11 @@ static int fs_openTrusted(const char* pszName, int iFlags)
 
 int ZEBU_OpenToRead(const char* pszName)
 {
-    return fs_openTrusted(pszName, O_RDONLY);
+    ZEBUFd fd(fs_openTrusted(pszName, O_RDONLY));
+    struct stat info;
+    if (fd.get() == -1 || fstat(fd.get(), &info) != 0 || !S_ISREG(info.st_mode))  // a device may have no end
+        return -1;
+    return fd.release();
 }
 
 int ZEBU_OpenFile(int* piFd, const char* pszName, int iFlags, int iFileAttr)

@@ -24,7 +24,7 @@ long ZEBU_NewestTraceFile(const char* pszPrefix, long lCount, long* plSize);
 // caller made it. Never waits. Fails with 2; `*piFd` is then -1.
 int ZEBU_OpenFile(int* piFd, const char* pszName, int iFlags, int iFileAttr);
 
-// Opens a file for reading in the same way. Returns the descriptor, or -1; records nothing.
+// Opens a regular file for reading in the same way. Returns the descriptor, or -1; records nothing.
 int ZEBU_OpenToRead(const char* pszName);
 
 // Makes sure that the directory part of a file's path exists. Missing levels are made with mode 0777

@@ -52,21 +52,6 @@ int ZebuMultiLogFile::refuseOwnFile(const char* pszDest, const tagZEBU_MANAGEMEN
     return ZEBU_RefuseRingFile(pszDest, pszPath, rec.fileNum);
 }
 
-// Copies the first bytes of a file, fewer where it ends or cannot be read.
-static int fs_copyHead(int iFrom, int iOut, unsigned long ulLength)
-{
-    char szBlock[ZEBU_SCAN_BLOCK];
-    while (ulLength > 0) {
-        const long lRead = ZEBU_Read(iFrom, szBlock, ulLength < sizeof szBlock ? ulLength : sizeof szBlock);
-        if (lRead <= 0)
-            return 0;
-        if (ZEBU_WriteAll(iOut, szBlock, static_cast<size_t>(lRead)) != 0)
-            return -1;
-        ulLength -= static_cast<unsigned long>(lRead);
-    }
-    return 0;
-}
-
 // Copies a file up to its mark.
 static int fs_copyData(int iFrom, int iOut)
 {
@@ -91,10 +76,10 @@ int ZebuMultiLogFile::copyRing(int iOut, const tagZEBU_MANAGEMENT_DATA& rec) con
         char szName[ZEBU_PATH_ROOM];
         if (ZEBU_TraceFileName(szName, pszPath, lNumber, lCount) != 0)
             continue;
-        const ZEBUFd from(openToRead(szName));
+        const ZEBUFd from(ZEBU_OpenToRead(szName));
         if (from.get() == -1)
             continue;
-        const int iResult = lNumber == lCurrent ? fs_copyHead(from.get(), iOut, rec.writeOffset)
+        const int iResult = lNumber == lCurrent ? ZEBU_CopyFile(from.get(), iOut, rec.writeOffset)
                                                 : fs_copyData(from.get(), iOut);
         if (iResult != 0)
             return -1;

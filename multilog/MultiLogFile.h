@@ -172,8 +172,6 @@ private:
     // Reserves the blocks of a file's first bytes, so that no store into a mapping meets a full disk.
     // Returns 1 when the file system cannot; fails with 4.
     static int reserveBlocks(int iFd, long lLength);
-    // Opens a regular file for reading, or returns -1 and records nothing.
-    static int openToRead(const char* pszName);
     // Offset of the mark in a file: 0 when there is no file or no mark; -1 for a number out of range.
     int searchEOF(int iNumber) const;
     // Sets lCurrentFile and lWriteOffset from the files on disk. Returns 1 when there are any, else 0.

@@ -194,22 +194,12 @@ int ZebuMultiLogFile::closeTraceDescriptor()
 
 // ---- Finding the end of the data -----------------------------------------------------------------
 
-int ZebuMultiLogFile::openToRead(const char* pszName)
-{
-    const ZEBUErrKeep keep;
-    ZEBUFd fd;
-    struct stat info;
-    if (ZEBU_OpenFile(fd.out(), pszName, O_RDONLY, -1) != 0 || fstat(fd.get(), &info) != 0)
-        return -1;
-    return S_ISREG(info.st_mode) ? fd.release() : -1; // a device could be read without end
-}
-
 int ZebuMultiLogFile::searchEOF(int iNumber) const
 {
     char szName[ZEBU_PATH_ROOM];
     if (generateTraceFileName(szName, pszPath, iNumber) != 0)
         return -1;
-    const ZEBUFd fd(openToRead(szName));
+    const ZEBUFd fd(ZEBU_OpenToRead(szName));
     if (fd.get() == -1)
         return 0;
     ZEBUEndOfDataScan scan;
