@@ -1,6 +1,7 @@
 // frame/FileOpen.cpp -- starting the process log.
 #include "frame/FileOpen.h"
 
+#include <stddef.h>
 #include <string.h>
 
 #include "frame/GrobalVarUnix.h"
@@ -8,6 +9,12 @@
 #include "logfile/LogFile.h"
 #include "mmap/MMap.h"
 #include "multilog/MultiLogFile.h"
+
+// What applications were compiled with.
+static_assert(sizeof(tagZEBU_LOGFILE_SPEC) == 24);
+static_assert(offsetof(tagZEBU_LOGFILE_SPEC, lMaxFileSize) == 0);
+static_assert(offsetof(tagZEBU_LOGFILE_SPEC, lFileCount) == 8);
+static_assert(offsetof(tagZEBU_LOGFILE_SPEC, pszFilePath) == 16);
 
 // ---- Steps shared with trace instances -----------------------------------------------------------
 

@@ -1,0 +1,82 @@
+# What is installed where, in four components: runtime (the shared object), development (headers, linking,
+# manual of the functions), tools (the operator's program and its manual) and, only when asked for by
+# name, config (the standard configuration and the directory of the trace area, under /opt).
+#
+# There is no static archive: two copies of the library in one process would split its state.
+
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+
+set(ZEBU_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/ZEBULib2)
+set(ZEBU_PC_DIR ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+# ---- Library and headers -------------------------------------------------------------------------
+
+install(TARGETS ZEBULib2 EXPORT ZEBULib2Targets
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development
+  INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(FILES include/ZEBULib2.h include/ZEBULib2.hpp
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
+
+# ---- Finding it: find_package and pkg-config, both from wherever the tree lies --------------------
+
+install(EXPORT ZEBULib2Targets NAMESPACE ZEBULib2:: DESTINATION ${ZEBU_CMAKE_DIR} COMPONENT development)
+configure_package_config_file(cmake/ZEBULib2Config.cmake.in ZEBULib2Config.cmake
+  INSTALL_DESTINATION ${ZEBU_CMAKE_DIR} NO_SET_AND_CHECK_MACRO)
+write_basic_package_version_file(ZEBULib2ConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/ZEBULib2Config.cmake ${PROJECT_BINARY_DIR}/ZEBULib2ConfigVersion.cmake
+  DESTINATION ${ZEBU_CMAKE_DIR} COMPONENT development)
+add_library(ZEBULib2::ZEBULib2 ALIAS ZEBULib2)
+
+file(RELATIVE_PATH ZEBU_PC_TO_PREFIX /prefix/${ZEBU_PC_DIR} /prefix)
+string(REGEX REPLACE "/$" "" ZEBU_PC_TO_PREFIX "${ZEBU_PC_TO_PREFIX}")
+configure_file(cmake/ZEBULib2.pc.in ZEBULib2.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/ZEBULib2.pc DESTINATION ${ZEBU_PC_DIR} COMPONENT development)
+
+# ---- Manual: a page per family, and a link page per function made from the page's list of names ---
+
+file(GLOB ZEBU_MAN_PAGES CONFIGURE_DEPENDS docs/man/*.[1-8])
+foreach(page IN LISTS ZEBU_MAN_PAGES)
+  string(REGEX MATCH "[1-8]$" section ${page})
+  if(section MATCHES "[15]")
+    set(component tools)
+  else()
+    set(component development)
+  endif()
+  install(FILES ${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section} COMPONENT ${component})
+  if(section EQUAL 3)
+    get_filename_component(name ${page} NAME)
+    file(STRINGS ${page} functions REGEX "^\\.Nm ZEBU2_")
+    foreach(function IN LISTS functions)
+      string(REGEX MATCH "ZEBU2_[A-Za-z0-9_]+" function "${function}")
+      file(CONFIGURE OUTPUT man3/${function}.3 CONTENT ".so man3/${name}\n")
+      install(FILES ${PROJECT_BINARY_DIR}/man3/${function}.3
+        DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 COMPONENT development)
+    endforeach()
+  endif()
+endforeach()
+
+# ---- The operator's tool, when it is built --------------------------------------------------------
+
+if(TARGET zebu2)
+  # A tree in a place of its own finds its library; in /usr the loader does.
+  if(NOT CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+    file(RELATIVE_PATH ZEBU_BIN_TO_LIB /prefix/${CMAKE_INSTALL_BINDIR} /prefix/${CMAKE_INSTALL_LIBDIR})
+    set_target_properties(zebu2 PROPERTIES INSTALL_RPATH "$ORIGIN/${ZEBU_BIN_TO_LIB}")
+  endif()
+  install(TARGETS zebu2 RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+  install(FILES tools/completion/zebu2 DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
+    COMPONENT tools OPTIONAL)
+  install(FILES tools/lnav/zebu2.json DESTINATION ${CMAKE_INSTALL_DATADIR}/lnav/formats COMPONENT tools OPTIONAL)
+endif()
+
+# ---- The standard configuration, where the library looks for it -----------------------------------
+
+set(ZEBU_OPT_DIR /opt/kelvora/ZEBULib2)
+install(FILES packaging/D002zebu2.cnf DESTINATION ${ZEBU_OPT_DIR}/etc COMPONENT config EXCLUDE_FROM_ALL)
+# As open as the library makes it, but with the sticky bit: who may write may not remove others' files.
+install(DIRECTORY DESTINATION ${ZEBU_OPT_DIR}/mmap COMPONENT config EXCLUDE_FROM_ALL
+  DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_WRITE GROUP_EXECUTE
+    WORLD_READ WORLD_WRITE WORLD_EXECUTE)
+
+include(cmake/Packages.cmake)

@@ -1,0 +1,62 @@
+# Debian packages of the four components: cmake --preset package && cmake --build --preset package &&
+# cpack --preset package. Equal sources give equal bytes, whatever the folder, the user and the day.
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME zebulib2)
+set(CPACK_PACKAGE_VENDOR "ZEBULib2 developers")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")  # each package has its own
+set(CPACK_PACKAGE_CONTACT "ZEBULib2 developers <dev@zebulib2.invalid>")
+set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
+set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
+set(CPACK_PACKAGING_INSTALL_PREFIX ${CMAKE_INSTALL_PREFIX})
+set(CPACK_COMPONENTS_ALL runtime development config)
+if(TARGET zebu2)
+  list(APPEND CPACK_COMPONENTS_ALL tools)
+endif()
+set(CPACK_STRIP_FILES ON)
+set(CPACK_PROJECT_CONFIG_FILE ${PROJECT_SOURCE_DIR}/cmake/PackageDate.cmake)
+set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/cmake/PrepareStage.cmake)
+set(CPACK_ZEBU_CHANGELOG ${PROJECT_SOURCE_DIR}/CHANGELOG.md)
+
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
+
+set(ZEBU_DEBIAN_VERSION ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})
+
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libzebulib2-2)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SUGGESTS "zebulib2-config, zebu2")
+configure_file(packaging/shlibs.in packaging/shlibs @ONLY)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA
+  ${PROJECT_BINARY_DIR}/packaging/shlibs ${PROJECT_SOURCE_DIR}/packaging/triggers)
+set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "trace-log library
+Writes lines of fixed columns into a ring of trace files, of one process or
+of several, and into an area that all processes of the host share.")
+
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libzebulib2-dev)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libzebulib2-2 (= ${ZEBU_DEBIAN_VERSION})")
+set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "trace-log library - headers and manual
+The headers for C and C++, files for pkg-config and CMake, and the manual.")
+
+set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME zebu2)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION admin)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "libzebulib2-2 (= ${ZEBU_DEBIAN_VERSION})")
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR})
+set(CPACK_DEBIAN_TOOLS_DESCRIPTION "reader of trace rings and of the trace area
+Shows, follows and filters trace files while they are written, drains the
+trace area, and checks the state of both.")
+
+set(CPACK_DEBIAN_CONFIG_PACKAGE_NAME zebulib2-config)
+set(CPACK_DEBIAN_CONFIG_PACKAGE_SECTION admin)
+set(CPACK_DEBIAN_CONFIG_PACKAGE_ARCHITECTURE all)
+set(CPACK_DEBIAN_CONFIG_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/conffiles)
+set(CPACK_DEBIAN_CONFIG_DESCRIPTION "trace-log library - standard configuration
+The configuration file in its standard place, and the directory of the trace
+area of the host.")
+
+include(CPack)

@@ -1,0 +1,729 @@
+// ZEBULib2.hpp -- C++17 wrapper over ZEBULib2.h: owners, status values, puts of string views and formats.
+//
+// Header only, over the C functions alone. Nothing here throws or allocates, and nothing is kept beside
+// what an owner owns: levels and thresholds may be set by the C functions too. Texts that are terminated
+// (literals, char pointers, std::string) reach the C function as they are; a string_view is copied to the
+// stack first, and formats write there, in both cases only when the message passes the level.
+//
+//     zebu2::process_log log(zebu2::ring("/var/trace/app").size(1 << 20).files(4), "app");
+//     if (!log)
+//         std::fprintf(stderr, "%s\n", log.state().why().text().c_str());
+//     log.set_level(zebu2::level::info);
+//     log.put(zebu2::level::info, "started");
+//     log.putf(zebu2::level::debug, "%d files", n);
+#ifndef ZEBULIB2_HPP
+#define ZEBULIB2_HPP
+
+#include <cstdarg>
+#include <cstddef>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "ZEBULib2.h"
+
+// The {} puts are there where <format> or the fmt library is; ZEBU2_HAS_FORMAT tells. With fmt a program
+// that uses them links fmt or defines FMT_HEADER_ONLY; ZEBU2_NO_FMT leaves it out.
+#if __has_include(<version>)
+#include <version>
+#endif
+#if defined(__cpp_lib_format) && __cpp_lib_format >= 202207L
+#include <format>
+#define ZEBU2_FORMAT_NAMESPACE std
+#elif !defined(ZEBU2_NO_FMT) && __has_include(<fmt/core.h>)
+#include <fmt/core.h>
+#define ZEBU2_FORMAT_NAMESPACE fmt
+#endif
+#ifdef ZEBU2_FORMAT_NAMESPACE
+#define ZEBU2_HAS_FORMAT 1
+#endif
+
+namespace zebu2 {
+
+// Suggested levels, with room between them. A message passes when its level is at most the log level.
+namespace level {
+inline constexpr int off = ZEBU2_LEVEL_OFF; // of a log or a threshold, not of a message
+inline constexpr int fatal = 0;             // the only one seen at first
+inline constexpr int error = 100;
+inline constexpr int warning = 200;
+inline constexpr int notice = 300;
+inline constexpr int info = 400;
+inline constexpr int debug = 600;
+inline constexpr int trace = 800;
+inline constexpr int all = ZEBU2_LEVEL_MAX;
+} // namespace level
+
+// ---- Errors --------------------------------------------------------------------------------------
+
+// A text in a place of its own.
+struct error_text
+{
+    char buffer[256];
+    const char* c_str() const noexcept { return buffer; }
+    operator std::string_view() const noexcept { return buffer; }
+};
+
+namespace detail {
+
+inline const char* failure_name(int failure) noexcept
+{
+    switch (failure) {
+    case ZEBU_EPOS_NONE:
+        return "no failure";
+    case ZEBU_EPOS_PARAM:
+        return "invalid argument";
+    case ZEBU_EPOS_OPEN:
+        return "a file could not be opened";
+    case ZEBU_EPOS_CLOSE:
+        return "a file could not be closed";
+    case ZEBU_EPOS_WRITE:
+        return "writing failed";
+    case ZEBU_EPOS_READ:
+        return "reading the header of the trace area failed";
+    case ZEBU_EPOS_MMAP:
+        return "a file could not be mapped";
+    case ZEBU_EPOS_UNLINK:
+        return "an old trace file could not be removed";
+    case ZEBU_EPOS_NOMEM:
+        return "out of memory";
+    case ZEBU_EPOS_NOTREADY:
+        return "not initialised, not open, or not a live instance";
+    case ZEBU_EPOS_FLUSH:
+        return "flushing failed";
+    case ZEBU_EPOS_OPENDIR:
+        return "the directory could not be opened";
+    case ZEBU_EPOS_LSEEK:
+        return "seeking in a file failed";
+    case ZEBU_EPOS_NOCONTEXT:
+        return "the thread has made no call that could fail";
+    case ZEBU_EPOS_NOTDIR:
+        return "part of the path is not a directory";
+    case ZEBU_EPOS_STAT:
+        return "a file could not be examined";
+    case ZEBU_EPOS_MKDIR:
+        return "a directory could not be made";
+    case ZEBU_EPOS_LOCK:
+        return "another process holds the file";
+    case ZEBU_EPOS_MUNMAP:
+        return "a file could not be unmapped";
+    case ZEBU_EPOS_AREA:
+        return "the header of the trace area is damaged";
+    case ZEBU_EPOS_CHMOD:
+        return "permissions could not be changed";
+    case ZEBU_EPOS_NOTMULTI:
+        return "the ring is not shared";
+    case ZEBU_EPOS_MISMATCH:
+        return "the files of the shared ring do not match its management file";
+    default:
+        return "unknown failure";
+    }
+}
+
+inline const char* function_name(int function) noexcept
+{
+    static constexpr const char* names[] = {nullptr,
+                                            nullptr,
+                                            "SetLogLevel",
+                                            nullptr,
+                                            "SetFileThreshold",
+                                            "SetShmThreshold",
+                                            "Initialize",
+                                            "Finalize",
+                                            "PutLine",
+                                            "PutWithId",
+                                            "PutWithIdEx",
+                                            "FileBufferFlush",
+                                            "LogFileClear",
+                                            "PutToShm",
+                                            "TraceBackup",
+                                            "SetInstanceLogLevel",
+                                            "GetInstanceLogLevel",
+                                            "SetInstanceFileThreshold",
+                                            "SetInstanceShmThreshold",
+                                            "CreateInstance",
+                                            "DeleteInstance",
+                                            "PutInstanceLine",
+                                            "PutInstanceWithId",
+                                            "PutInstanceWithIdEx",
+                                            "InstanceFileBufferFlush",
+                                            "InstanceTraceBackup",
+                                            nullptr,
+                                            nullptr,
+                                            nullptr,
+                                            nullptr,
+                                            nullptr,
+                                            nullptr,
+                                            "PutWithMsgType",
+                                            "PutInstanceWithMsgType",
+                                            nullptr,
+                                            "PutWithIdAndTidEx",
+                                            "PutWithMsgTypeAndTid",
+                                            "ChFileAttr",
+                                            "ChInstanceFileAttr",
+                                            "InitializeM",
+                                            "CreateInstanceM",
+                                            "GetLockWaitTime",
+                                            "SetLockWaitTime",
+                                            "GetLockRetryTimes",
+                                            "SetLockRetryTimes",
+                                            "GetInstanceLockWaitTime",
+                                            "SetInstanceLockWaitTime",
+                                            "GetInstanceLockRetryTimes",
+                                            "SetInstanceLockRetryTimes",
+                                            "TraceBackupM",
+                                            "InstanceTraceBackupM"};
+    static_assert(sizeof names / sizeof *names == ZEBU_FUNC_INSTANCE_TRACE_BACKUP_M + 1);
+    return function <= ZEBU_FUNC_INSTANCE_TRACE_BACKUP_M ? names[function] : nullptr;
+}
+
+// strerror_r comes in two kinds.
+inline const char* strerror_result(int, const char* buffer) noexcept
+{
+    return buffer;
+}
+inline const char* strerror_result(const char* text, const char*) noexcept
+{
+    return text;
+}
+
+} // namespace detail
+
+// What ZEBU2_GetLastError gives.
+struct error_info
+{
+    int value = 0; // function and failure number
+    int code = 0;  // errno, or 0
+
+    int function() const noexcept { return ZEBU2_ERROR_FUNCTION(value); }
+    int failure() const noexcept { return ZEBU2_ERROR_FAILURE(value); }
+    explicit operator bool() const noexcept { return failure() != ZEBU_EPOS_NONE; }
+
+    // For example "ZEBU2_Initialize: a file could not be opened (2): Permission denied".
+    error_text text() const noexcept
+    {
+        error_text result;
+        char reason[96] = "";
+        const char* name = detail::function_name(function());
+        const char* system =
+            code == 0 ? "" : detail::strerror_result(strerror_r(code, reason, sizeof reason), reason);
+        (void)std::snprintf(result.buffer, sizeof result.buffer, "%s%s%s%s (%d)%s%s", name ? "ZEBU2_" : "",
+                            name ? name : "", name ? ": " : "", detail::failure_name(failure()), failure(),
+                            code == 0 ? "" : ": ", system);
+        return result;
+    }
+};
+
+// The calling thread's last failure; false when its last call succeeded.
+inline error_info last_error() noexcept
+{
+    error_info result;
+    result.value = ZEBU2_GetLastError(&result.code);
+    return result;
+}
+
+// What starting a log came to. A partial success is kept, not turned into a failure.
+class status
+{
+public:
+    status() noexcept = default; // not started
+    status(int result, const error_info& why) noexcept : m_result(result), m_why(why) {}
+
+    int result() const noexcept { return m_result; } // of the C function: -1, 0, 1, 2 or 3
+    const error_info& why() const noexcept { return m_why; }
+    explicit operator bool() const noexcept { return m_result >= 0; }          // messages can be put
+    bool complete() const noexcept { return m_result == 0 && !m_why; }         // all that was asked for
+    bool has_files() const noexcept { return m_result == 0 || m_result >= 2; } // trace files are open
+    bool has_area() const noexcept { return m_result >= 0 && m_result != 2; }  // the trace area is
+    bool found_again() const noexcept { return m_why.failure() == ZEBU_EPOS_MISMATCH; } // result 3
+
+private:
+    int m_result = -1;
+    error_info m_why;
+};
+
+// ---- Describing a ring ---------------------------------------------------------------------------
+
+// A ring of trace files; the prefix must live until the log is open.
+class ring
+{
+public:
+    explicit constexpr ring(const char* prefix) noexcept : m_prefix(prefix) {}
+    constexpr ring& size(long bytes) noexcept { return m_size = bytes, *this; }     // of one file
+    constexpr ring& files(long count) noexcept { return m_files = count, *this; }   // in the ring
+    constexpr ring& permissions(int mode) noexcept { return m_mode = mode, *this; } // as soon as it is open
+    // Used by several processes. options: OR of ZEBU2_OPT_...
+    constexpr ring& shared(int options = 0) noexcept { return m_shared = true, m_options = options, *this; }
+
+    tagZEBU_LOGFILE_SPEC spec() const noexcept { return {m_size, m_files, m_prefix}; }
+    constexpr bool is_shared() const noexcept { return m_shared; }
+    constexpr int options() const noexcept { return m_options; }
+    constexpr int mode() const noexcept { return m_mode; } // -1: 0666 for new files
+
+private:
+    const char* m_prefix;
+    long m_size = 1048576;
+    long m_files = 4;
+    int m_mode = -1;
+    bool m_shared = false;
+    int m_options = 0;
+};
+
+// Stands for a ring where a log is to have none: its messages go to the trace area alone.
+struct no_ring_t
+{
+};
+inline constexpr no_ring_t no_ring{};
+
+// ---- Putting messages ----------------------------------------------------------------------------
+
+// A text handed to a put. A char pointer, null too, and a std::string are terminated.
+class text
+{
+public:
+    constexpr text(const char* terminated) noexcept : m_data(terminated) {}
+    text(const std::string& terminated) noexcept : m_data(terminated.c_str()) {}
+    constexpr text(std::string_view view) noexcept : m_data(view.data()), m_size(view.size()), m_view(true) {}
+
+    constexpr bool is_terminated() const noexcept { return !m_view; }
+    constexpr const char* data() const noexcept { return m_data; }
+    constexpr std::size_t size() const noexcept { return m_size; } // of a view
+
+private:
+    const char* m_data;
+    std::size_t m_size = 0;
+    bool m_view = false;
+};
+
+namespace detail {
+
+inline constexpr std::size_t plain_max = 4117; // bytes of text that a line keeps
+inline constexpr std::size_t id_max = 4095;    // beside a message id
+
+// A terminated text of at most Max bytes: the caller's own, or a copy.
+template <std::size_t Max>
+class terminated
+{
+public:
+    explicit terminated(text from) noexcept : m_text(from.is_terminated() ? from.data() : m_copy)
+    {
+        if (from.is_terminated())
+            return;
+        const std::size_t size = from.size() < Max ? from.size() : Max;
+        if (size > 0)
+            std::memcpy(m_copy, from.data(), size);
+        m_copy[size] = '\0';
+    }
+    terminated(const terminated&) = delete;
+    terminated& operator=(const terminated&) = delete;
+    const char* c_str() const noexcept { return m_text; }
+
+private:
+    const char* m_text;
+    char m_copy[Max + 1];
+};
+
+// An application name as it is printed.
+struct name_buffer
+{
+    char buffer[ZEBU2_APP_NAME_LENGTH + 1] = "";
+    name_buffer() noexcept = default;
+    explicit name_buffer(text from) noexcept
+    {
+        if (from.data())
+            std::snprintf(buffer, sizeof buffer, "%s", terminated<ZEBU2_APP_NAME_LENGTH>(from).c_str());
+    }
+};
+
+} // namespace detail
+
+// The puts of every kind of log. Log gives enabled(level) and write(level, [id, [type,]] text).
+//
+// They return 0 or -1 as the C functions do. A message above the level is done with at once: the puts of
+// terminated texts leave the thread's error as it was, those of views and formats clear it.
+template <class Log>
+class puts
+{
+public:
+    int put(int level, text message) const noexcept
+    {
+        if (message.is_terminated())
+            return log().write(level, message.data());
+        return log().enabled(level) ? copy(level, message) : above(level);
+    }
+
+    // With a message id, 21 columns.
+    int put(int level, text id, text message) const noexcept
+    {
+        if (id.is_terminated() && message.is_terminated())
+            return log().write(level, id.data(), message.data());
+        return log().enabled(level) ? copy(level, id, message) : above(level);
+    }
+
+    // With a message id, 16 columns, and a message type, 4.
+    int put(int level, text id, text type, text message) const noexcept
+    {
+        if (id.is_terminated() && type.is_terminated() && message.is_terminated())
+            return log().write(level, id.data(), type.data(), message.data());
+        return log().enabled(level) ? copy(level, id, type, message) : above(level);
+    }
+
+    [[gnu::format(printf, 3, 4)]] int putf(int level, const char* format, ...) const noexcept
+    {
+        if (!log().enabled(level))
+            return above(level);
+        char line[detail::plain_max + 1];
+        std::va_list args;
+        va_start(args, format);
+        (void)std::vsnprintf(line, sizeof line, format, args);
+        va_end(args);
+        return log().write(level, line);
+    }
+
+    [[gnu::format(printf, 4, 5)]] int putf_id(int level, const char* id, const char* format,
+                                              ...) const noexcept
+    {
+        if (!log().enabled(level))
+            return above(level);
+        char line[detail::id_max + 1];
+        std::va_list args;
+        va_start(args, format);
+        (void)std::vsnprintf(line, sizeof line, format, args);
+        va_end(args);
+        return log().write(level, id, line);
+    }
+
+#ifdef ZEBU2_FORMAT_NAMESPACE
+    // The format is checked while compiling. -1 when the formatting of an argument throws.
+    template <class... Args>
+    int format(int level, ZEBU2_FORMAT_NAMESPACE::format_string<Args...> format,
+               Args&&... args) const noexcept
+    {
+        if (!log().enabled(level))
+            return above(level);
+        char line[detail::plain_max + 1];
+        return fill<Args...>(line, format, std::forward<Args>(args)...) ? log().write(level, line) : -1;
+    }
+
+    template <class... Args>
+    int format_id(int level, const char* id, ZEBU2_FORMAT_NAMESPACE::format_string<Args...> format,
+                  Args&&... args) const noexcept
+    {
+        if (!log().enabled(level))
+            return above(level);
+        char line[detail::id_max + 1];
+        return fill<Args...>(line, format, std::forward<Args>(args)...) ? log().write(level, id, line) : -1;
+    }
+#endif
+
+private:
+    const Log& log() const noexcept
+    {
+        return static_cast<const Log&>(*this);
+    }
+
+    // A level that no message can have is the library's to refuse; it writes nothing then.
+    int above(int level) const noexcept
+    {
+        return level < ZEBU2_LEVEL_MIN || level > ZEBU2_LEVEL_MAX ? log().write(level, "") : 0;
+    }
+
+    // Not inlined: their copies would lie in the caller's frame.
+    [[gnu::noinline]] int copy(int level, text message) const noexcept
+    {
+        return log().write(level, detail::terminated<detail::plain_max>(message).c_str());
+    }
+    [[gnu::noinline]] int copy(int level, text id, text message) const noexcept
+    {
+        return log().write(level, detail::terminated<21>(id).c_str(),
+                           detail::terminated<detail::id_max>(message).c_str());
+    }
+    [[gnu::noinline]] int copy(int level, text id, text type, text message) const noexcept
+    {
+        return log().write(level, detail::terminated<16>(id).c_str(), detail::terminated<4>(type).c_str(),
+                           detail::terminated<detail::id_max>(message).c_str());
+    }
+
+#ifdef ZEBU2_FORMAT_NAMESPACE
+    template <class... Args, std::size_t Size>
+    static bool fill(char (&line)[Size], ZEBU2_FORMAT_NAMESPACE::format_string<Args...> format,
+                     Args&&... args) noexcept
+    {
+        char* const begin = line;
+#ifdef __cpp_exceptions
+        try {
+            *ZEBU2_FORMAT_NAMESPACE::format_to_n(begin, Size - 1, format, std::forward<Args>(args)...).out =
+                '\0';
+            return true;
+        } catch (...) {
+            return false;
+        }
+#else
+        *ZEBU2_FORMAT_NAMESPACE::format_to_n(begin, Size - 1, format, std::forward<Args>(args)...).out = '\0';
+        return true;
+#endif
+    }
+#endif
+};
+
+// Copies bytes into the trace area alone, as ZEBU2_PutToShm does.
+inline int put_to_area(std::string_view bytes) noexcept
+{
+    return ZEBU2_PutToShm(bytes.data(), bytes.size());
+}
+
+// ---- The process log -----------------------------------------------------------------------------
+
+// Puts under another thread text (8 columns) than the thread's own, through the ...AndTid functions. All
+// of them print an id: it is blank where none is given. The time is never masked.
+class labelled : public puts<labelled>
+{
+public:
+    labelled(text label, text name) noexcept : m_name(name)
+    {
+        std::snprintf(m_label, sizeof m_label, "%s", detail::terminated<8>(label).c_str());
+    }
+    static bool enabled(int level) noexcept { return level <= ZEBU2_GetLogLevel(); }
+    int write(int level, const char* message) const noexcept { return write(level, nullptr, message); }
+    int write(int level, const char* id, const char* message) const noexcept
+    {
+        return ZEBU2_PutWithIdAndTidEx(level, m_name.buffer, m_label, id, message);
+    }
+    int write(int level, const char* id, const char* type, const char* message) const noexcept
+    {
+        return ZEBU2_PutWithMsgTypeAndTid(level, m_name.buffer, m_label, id, type, message);
+    }
+
+private:
+    detail::name_buffer m_name;
+    char m_label[9];
+};
+
+// Owns the process log: started by open(), stopped by close() or the end of the owner. One per process.
+class process_log : public puts<process_log>
+{
+public:
+    process_log() noexcept = default;
+    process_log(const ring& files, text name) noexcept { (void)open(files, name); }
+    process_log(no_ring_t, text name) noexcept { (void)open(no_ring, name); }
+    ~process_log() { (void)close(); }
+    process_log(process_log&& other) noexcept : m_state(other.m_state), m_name(other.m_name)
+    {
+        other.m_state = {};
+    }
+    process_log& operator=(process_log&& other) noexcept
+    {
+        if (this != &other) {
+            (void)close();
+            m_state = other.m_state;
+            m_name = other.m_name;
+            other.m_state = {};
+        }
+        return *this;
+    }
+
+    const status& open(const ring& files, text name) noexcept
+    {
+        const tagZEBU_LOGFILE_SPEC spec = files.spec();
+        return begin(&spec, files, detail::name_buffer(name));
+    }
+    const status& open(no_ring_t, text name) noexcept
+    {
+        return begin(nullptr, ring(nullptr), detail::name_buffer(name));
+    }
+
+    // 0, or -1 when closing failed (last_error()); closed all the same.
+    int close() noexcept
+    {
+        if (!m_state)
+            return 0;
+        m_state = {};
+        return ZEBU2_Finalize();
+    }
+
+    // In the child of a fork: lines carry the child's process id from here on. A shared ring is given as the
+    // parent opened it; a ring of one process stays the parent's, so the child names one of its own. Levels
+    // and thresholds stay.
+    const status& after_fork(const ring& files) noexcept
+    {
+        const tagZEBU_LOGFILE_SPEC spec = files.spec();
+        (void)close();
+        return begin(&spec, files, m_name);
+    }
+    const status& after_fork(no_ring_t) noexcept
+    {
+        (void)close();
+        return begin(nullptr, ring(nullptr), m_name);
+    }
+
+    const status& state() const noexcept { return m_state; }
+    explicit operator bool() const noexcept { return static_cast<bool>(m_state); }
+
+    // Whether a message of this level would be processed. Clears the thread's error, as ZEBU2_GetLogLevel
+    // does.
+    static bool enabled(int level) noexcept { return level <= ZEBU2_GetLogLevel(); }
+    static int level() noexcept { return ZEBU2_GetLogLevel(); }
+    // The setters return the value before.
+    static int set_level(int level) noexcept { return ZEBU2_SetLogLevel(level); }
+    static int set_file_threshold(int level) noexcept { return ZEBU2_SetFileThreshold(level); } // and above
+    static int set_area_threshold(int level) noexcept { return ZEBU2_SetShmThreshold(level); }  // and below
+    static int set_permissions(int mode) noexcept { return ZEBU2_ChFileAttr(mode); }
+    static int flush() noexcept { return ZEBU2_FileBufferFlush(); }
+    static int backup(const char* path, int option = 0) noexcept { return ZEBU2_TraceBackupM(path, option); }
+
+    labelled with_label(text label) const noexcept { return labelled(label, m_name.buffer); }
+
+    int write(int level, const char* message) const noexcept { return ZEBU2_PutLine(level, message); }
+    int write(int level, const char* id, const char* message) const noexcept
+    {
+        return ZEBU2_PutWithId(level, id, message);
+    }
+    int write(int level, const char* id, const char* type, const char* message) const noexcept
+    {
+        return ZEBU2_PutWithMsgType(level, m_name.buffer, id, type, message);
+    }
+
+private:
+    const status& begin(const tagZEBU_LOGFILE_SPEC* spec, const ring& files,
+                        const detail::name_buffer& name) noexcept
+    {
+        (void)close();
+        m_name = name;
+        const int result = files.is_shared() ? ZEBU2_InitializeM(spec, m_name.buffer, files.options())
+                                             : ZEBU2_Initialize(spec, m_name.buffer);
+        m_state = status(result, last_error());
+        if (spec && m_state.has_files() && files.mode() != -1 && ZEBU2_ChFileAttr(files.mode()) != 0)
+            m_state = status(result, last_error());
+        return m_state;
+    }
+
+    status m_state;
+    detail::name_buffer m_name;
+};
+
+// ---- Instances -----------------------------------------------------------------------------------
+
+// Owns a trace instance, a log with a ring, a name, levels and thresholds of its own.
+class instance : public puts<instance>
+{
+public:
+    instance() noexcept = default;
+    instance(const ring& files, text name) noexcept { (void)open(files, name); }
+    instance(no_ring_t, text name) noexcept { (void)open(no_ring, name); }
+    ~instance() { (void)close(); }
+    instance(instance&& other) noexcept
+        : m_state(other.m_state), m_handle(other.m_handle), m_name(other.m_name)
+    {
+        other.forget();
+    }
+    instance& operator=(instance&& other) noexcept
+    {
+        if (this != &other) {
+            (void)close();
+            m_state = other.m_state;
+            m_handle = other.m_handle;
+            m_name = other.m_name;
+            other.forget();
+        }
+        return *this;
+    }
+
+    const status& open(const ring& files, text name) noexcept
+    {
+        const tagZEBU_LOGFILE_SPEC spec = files.spec();
+        return begin(&spec, files, detail::name_buffer(name));
+    }
+    const status& open(no_ring_t, text name) noexcept
+    {
+        return begin(nullptr, ring(nullptr), detail::name_buffer(name));
+    }
+
+    // 0, or -1 when closing failed; an instance that could not be closed is still owned.
+    int close() noexcept
+    {
+        if (!m_handle)
+            return 0;
+        if (ZEBU2_DeleteInstance(m_handle) != 0)
+            return -1;
+        forget();
+        return 0;
+    }
+
+    // As process_log::after_fork. The level and the thresholds are taken over.
+    const status& after_fork(const ring& files) noexcept
+    {
+        const int level = ZEBU2_GetInstanceLogLevel(m_handle);
+        const int file = ZEBU2_SetInstanceFileThreshold(m_handle, 0);
+        const int area = ZEBU2_SetInstanceShmThreshold(m_handle, 0);
+        const tagZEBU_LOGFILE_SPEC spec = files.spec();
+        if (begin(&spec, files, detail::name_buffer(m_name))) {
+            (void)set_level(level);
+            (void)set_file_threshold(file);
+            (void)set_area_threshold(area);
+        }
+        return m_state;
+    }
+
+    const status& state() const noexcept { return m_state; }
+    explicit operator bool() const noexcept { return m_handle != nullptr; }
+    ZEBU2_HINSTANCE handle() const noexcept { return m_handle; }
+
+    // Asks the library, which takes its mutex for it; a put of a terminated text needs no such question.
+    bool enabled(int level) const noexcept { return level <= ZEBU2_GetInstanceLogLevel(m_handle); }
+    int level() const noexcept { return ZEBU2_GetInstanceLogLevel(m_handle); }
+    int set_level(int level) noexcept { return ZEBU2_SetInstanceLogLevel(m_handle, level); }
+    int set_file_threshold(int level) noexcept { return ZEBU2_SetInstanceFileThreshold(m_handle, level); }
+    int set_area_threshold(int level) noexcept { return ZEBU2_SetInstanceShmThreshold(m_handle, level); }
+    int set_permissions(int mode) noexcept { return ZEBU2_ChInstanceFileAttr(m_handle, mode); }
+    int flush() noexcept { return ZEBU2_InstanceFileBufferFlush(m_handle); }
+    int backup(const char* path, int option = 0) noexcept
+    {
+        return ZEBU2_InstanceTraceBackupM(m_handle, path, option);
+    }
+
+    int write(int level, const char* message) const noexcept
+    {
+        return ZEBU2_PutInstanceLine(m_handle, level, message);
+    }
+    int write(int level, const char* id, const char* message) const noexcept
+    {
+        return ZEBU2_PutInstanceWithId(m_handle, level, id, message);
+    }
+    int write(int level, const char* id, const char* type, const char* message) const noexcept
+    {
+        return ZEBU2_PutInstanceWithMsgType(m_handle, level, m_name.buffer, id, type, message);
+    }
+
+private:
+    void forget() noexcept
+    {
+        m_handle = nullptr;
+        m_state = {};
+    }
+
+    const status& begin(const tagZEBU_LOGFILE_SPEC* spec, const ring& files,
+                        const detail::name_buffer& name) noexcept
+    {
+        if (close() != 0)
+            return m_state;
+        m_name = name;
+        const int result = files.is_shared()
+                               ? ZEBU2_CreateInstanceM(&m_handle, spec, m_name.buffer, files.options())
+                               : ZEBU2_CreateInstance(&m_handle, spec, m_name.buffer);
+        m_state = status(result, last_error());
+        if (spec && m_state.has_files() && files.mode() != -1 && set_permissions(files.mode()) != 0)
+            m_state = status(result, last_error());
+        return m_state;
+    }
+
+    status m_state;
+    ZEBU2_HINSTANCE m_handle = nullptr;
+    detail::name_buffer m_name;
+};
+
+} // namespace zebu2
+
+#undef ZEBU2_FORMAT_NAMESPACE
+
+#endif

@@ -1,0 +1,168 @@
+// The C++ wrapper: what it adds to the C functions.
+#include <unistd.h>
+
+#include <string_view>
+#include <utility>
+
+#define FMT_HEADER_ONLY
+#include "support/Sandbox.h"
+#include "ZEBULib2.hpp"
+
+using namespace std::string_literals;
+using namespace std::string_view_literals;
+
+namespace {
+
+class Wrapper : public Sandbox
+{
+protected:
+    zebu2::ring files(const std::string& name = "app")
+    {
+        return zebu2::ring((m_prefix = path(name)).c_str()).files(3);
+    }
+    std::string lastBody(int n = 1) const { return bodies(lines(n)).back(); }
+
+private:
+    std::string m_prefix;
+};
+
+// The pid column of a line.
+std::string pidOf(const std::string& line)
+{
+    return line.substr(50, 8);
+}
+
+std::string hexPid(pid_t pid)
+{
+    char text[9];
+    std::snprintf(text, sizeof text, "%08X", static_cast<unsigned int>(pid));
+    return text;
+}
+
+} // namespace
+
+TEST_F(Wrapper, PutsEveryKindOfTextInEveryForm)
+{
+    zebu2::process_log log(files(), "app");
+    const std::string long5000(5000, 'x');
+    const std::string view = "viewed, not terminated";
+    EXPECT_EQ(log.put(0, "literal"), 0);
+    EXPECT_EQ(log.put(0, "string"s), 0);
+    EXPECT_EQ(log.put(0, std::string_view(view).substr(0, 6)), 0);
+    EXPECT_EQ(log.put(0, std::string_view()), 0);
+    EXPECT_EQ(log.put(0, std::string_view(long5000)), 0);
+    EXPECT_EQ(log.put(0, "ID", std::string_view(long5000)), 0);
+    EXPECT_EQ(log.put(0, std::string_view(view).substr(0, 4), "typeX"sv, "text"), 0);
+    EXPECT_EQ(log.putf(0, "%d-%s", 7, long5000.c_str()), 0);
+    EXPECT_EQ(log.putf_id(0, "ID", "%5.1f", 2.5), 0);
+    const std::string id(22, ' ');
+    EXPECT_EQ(bodies(lines(1)),
+              (Lines{"literal", "string", "viewed", "", std::string(4117, 'x'),
+                     "ID" + id.substr(2) + std::string(4095, 'x'), "view             type text",
+                     "7-" + std::string(4115, 'x'), "ID" + id.substr(2) + "  2.5"}));
+#ifdef ZEBU2_HAS_FORMAT
+    EXPECT_EQ(log.format(0, "{}/{}", 1, "two"), 0);
+    EXPECT_EQ(lastBody(), "1/two");
+    EXPECT_EQ(log.format_id(0, "ID", "{}", long5000), 0);
+    EXPECT_EQ(lastBody().size(), 22u + 4095u);
+#endif
+}
+
+TEST_F(Wrapper, FormatsNothingAboveTheLevel)
+{
+    zebu2::process_log log(files(), "app");
+    zebu2::instance other(files("other"), "other");
+    const char* unreadable = reinterpret_cast<const char*>(8);
+    EXPECT_EQ(log.putf(1, "%s", unreadable), 0);
+    EXPECT_EQ(other.putf_id(1, "ID", "%s", unreadable), 0);
+    EXPECT_EQ(log.put(1, std::string_view(unreadable, 10)), 0);
+    EXPECT_EQ(ZEBU2_SetLogLevel(1), 0); // behind the wrapper's back
+    EXPECT_EQ(log.putf(1, "%s", "seen"), 0);
+    EXPECT_EQ(bodies(lines(1)), Lines{"seen"});
+    for (const int level : {-1, 1001}) {
+        EXPECT_EQ(log.putf(level, "%d", 1), -1);
+        EXPECT_EQ(other.put(level, "view"sv), -1);
+        EXPECT_EQ(zebu2::last_error().failure(), ZEBU_EPOS_PARAM);
+    }
+}
+
+TEST_F(Wrapper, KeepsPartialSuccessAndItsReason)
+{
+    struct
+    {
+        std::string prefix;
+        long size;
+        int result;
+        bool files;
+        const char* why;
+    } const cases[] = {
+        {path("ok"), 4096, 0, true, "no failure (0)"},
+        {path("small"), 4095, 1, false, "ZEBU2_Initialize: invalid argument (1)"},
+        {"/dev/null/x", 4096, 1, false, "ZEBU2_Initialize: part of the path is not a directory (17)"},
+        {"/proc/none/x", 4096, 1, false,
+         "ZEBU2_Initialize: a directory could not be made (21): No such file or directory"},
+    };
+    for (const auto& expected : cases) {
+        zebu2::process_log log(zebu2::ring(expected.prefix.c_str()).size(expected.size).permissions(0640),
+                               "app");
+        EXPECT_EQ(log.state().result(), expected.result);
+        EXPECT_EQ(log.state().has_files(), expected.files);
+        EXPECT_TRUE(log && log.state().has_area());
+        EXPECT_STREQ(log.state().why().text().c_str(), expected.why);
+    }
+    EXPECT_EQ(fileMode(path("ok1.log")), 0640);
+    EXPECT_EQ(zebu2::process_log(zebu2::no_ring, "app").state().result(), 1);
+}
+
+TEST_F(Wrapper, AnOwnerClosesOnce)
+{
+    zebu2::process_log first(files(), "app");
+    EXPECT_FALSE(zebu2::process_log(files(), "again")); // one per process; this one must not stop the first
+    zebu2::process_log second(std::move(first));
+    EXPECT_EQ(first.close(), 0);
+    EXPECT_EQ(second.put(0, "still open"), 0);
+    EXPECT_EQ(second.close(), 0);
+    EXPECT_EQ(ZEBU2_PutLine(0, "closed"), -1);
+
+    zebu2::instance a(files("a"), "a");
+    zebu2::instance b(files("b"), "b");
+    const ZEBU2_HINSTANCE gone = b.handle();
+    b = std::move(a);
+    EXPECT_EQ(ZEBU2_PutInstanceLine(gone, 0, "deleted"), -1);
+    EXPECT_EQ(b.put(0, "alive"), 0);
+}
+
+TEST_F(Wrapper, LabelsThreads)
+{
+    zebu2::process_log log(files(), "app");
+    const zebu2::labelled worker = log.with_label("worker-number-1");
+    EXPECT_EQ(worker.put(0, "text"), 0);
+    EXPECT_EQ(worker.put(0, "ID", "TYP", "text"), 0);
+    for (const std::string& line : lines(1)) {
+        EXPECT_EQ(line.substr(33, 16), "app             ");
+        EXPECT_EQ(line.substr(59, 9), "worker-n ");
+        EXPECT_EQ(line.substr(90), "text");
+    }
+}
+
+TEST_F(Wrapper, AfterForkTheChildHasItsOwnRingAndProcessId)
+{
+    zebu2::process_log log(files(), "app");
+    zebu2::instance other(files("other"), "other");
+    other.set_level(500);
+    other.set_file_threshold(100);
+    pid_t child = startChild([&] {
+        CHECK(log.after_fork(files("child")));
+        CHECK(other.after_fork(files("childother")));
+        CHECK(other.level() == 500);
+        CHECK(log.put(0, "child") == 0);
+        CHECK(other.put(99, "below") == 0 && other.put(500, "in") == 0);
+        log.close();
+        other.close();
+    });
+    ASSERT_EQ(waitForChild(child), 0);
+    EXPECT_EQ(log.put(0, "parent"), 0);
+    EXPECT_EQ(pidOf(lines(1).back()), hexPid(getpid()));
+    EXPECT_EQ(pidOf(traceLines(readFile(path("child1.log"))).back()), hexPid(child));
+    EXPECT_EQ(bodies(traceLines(readFile(path("childother1.log")))), Lines{"in"});
+}
