@@ -1,0 +1,70 @@
+#!/bin/sh
+# Runs every example into a directory of its own and looks at what it left there.
+# Usage: check_examples.sh <directory of the built examples>
+set -eu
+examples=$1
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+
+# run STATUS NAME ARGUMENT...: runs an example in $work/NAME.
+run() {
+    expected=$1 name=$2
+    shift 2
+    mkdir -p "$work/$name"
+    cd "$work/$name"
+    echo "LogFile = $work/$name/trace" > ../cnf
+    status=0
+    ZEBU2_TRACECNF_FILE=$work/cnf "$examples/$name" "$@" 2> ../stderr || status=$?
+    [ "$status" -eq "$expected" ] || fail "status $status: $(cat ../stderr)"
+}
+
+fail() { echo "$name: $*"; exit 1; }
+
+# has COUNT FILES TEXT: so many lines of the files, the trace area among them, hold the text.
+has() {
+    found=$(cat $2 | tr '\000' '\n' | grep -c -- "$3") || true
+    [ "$found" -eq "$1" ] || fail "$found lines with '$3' in $2 instead of $1"
+}
+
+area=mmap/zebu2mmap.mm
+
+run 0 hello app
+has 1 app1.log 'NET-17                a line with a message id'
+has 3 app1.log ' hello    '
+
+run 0 levels app
+has 1 app1.log 'level [0-6] with log level 0, files 0'
+has 1 $area 'level [0-6] with log level 0, files 0'
+has 6 app1.log 'level [0-6] with log level 5, files 0'
+has 1 $area 'level [0-6] with log level 5, files 0'
+has 3 app1.log 'level [345] with log level 5, files 3'
+has 5 $area 'level [0-4] with log level 5, files 3'
+has 0 app1.log 'files -1'
+has 6 $area 'files -1'
+has 0 "app1.log $area" 'log level -1'
+
+run 0 threads app /usr/include/linux 3
+has 3 'app?.log' 'walker is done'
+has 6 $area walker
+
+run 0 instances .
+has 1 audit1.log ' audit .* LOGIN  *user 4711'
+has 1 jobs1.log 'JOB0001          I    nightly run begins'
+has 0 $area LOGIN
+
+run 139 crash_handler app
+has 1 $area '-------- dying of SIGSEGV'
+
+run 0 fork app
+has 2 app1.log ' parent  .* parent '
+has 1 app1.log 'child, still'
+has 1 app1.log 'child, under its own id'
+[ "$(grep -a 'child, ' app1.log | cut -c 51-58 | uniq | wc -l)" -eq 2 ] || fail "one process id for both"
+
+run 0 cleanup .
+[ "$(ls run-*.log | wc -l)" -eq 2 ] || fail "left: $(ls)"
+
+run 0 wrapper .
+has 2 wrapper1.log ' \(reader\|writer\)   WORK '
+has 0 wrapper1.log 'never formatted'
+has 1 audit1.log 'owners stop'

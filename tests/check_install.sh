@@ -1,0 +1,73 @@
+#!/bin/sh
+# Installs the build into a directory of its own, moves it, and uses it as an application would: from C
+# through pkg-config, from C++ through find_package. Needs pkg-config.
+# Usage: check_install.sh <source folder> <build folder>
+set -eu
+source=$1 build=$2
+command -v pkg-config > /dev/null || { echo "skipped: no pkg-config"; exit 77; }
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+
+fail() { echo "$*"; exit 1; }
+
+cmake --install "$build" --prefix "$work/first" > "$work/log"
+mv "$work/first" "$work/moved"
+root=$work/moved
+if grep -rIl -e "$work/first" -e "$source" -e "$build" "$root" | grep -q .; then
+    fail "paths of the build in: $(grep -rIl -e "$work/first" -e "$source" -e "$build" "$root")"
+fi
+if find "$root" -name '*.a' | grep -q . || [ -e "$root/opt" ]; then
+    fail "an archive, or the standard configuration, came along"
+fi
+libdir=$(dirname "$(find "$root" -name libZEBULib2.so)")
+[ "$(readlink "$libdir/libZEBULib2.so")" = libZEBULib2.so.2 ]
+[ "$(readlink "$libdir/libZEBULib2.so.2")" = libZEBULib2.so.2.3.16 ]
+
+# The standard configuration only when it is asked for. What it shows as defaults is commented out.
+DESTDIR=$work/config cmake --install "$build" --component config >> "$work/log"
+[ -d "$work/config/opt/kelvora/ZEBULib2/mmap" ]
+if grep -v '^#' "$work/config/opt/kelvora/ZEBULib2/etc/D002zebu2.cnf" | grep -q .; then
+    fail "the standard configuration sets something"
+fi
+
+echo "LogFile = $work/trace" > "$work/cnf"
+export ZEBU2_TRACECNF_FILE="$work/cnf" LD_LIBRARY_PATH="$libdir"
+PKG_CONFIG_PATH=$libdir/pkgconfig
+export PKG_CONFIG_PATH
+
+# C, in the manner of the examples.
+[ "$(pkg-config --modversion ZEBULib2)" = 2.3.16 ]
+${CC:-cc} "$source/examples/hello.c" $(pkg-config --cflags --libs ZEBULib2) -o "$work/hello"
+"$work/hello" "$work/c"
+grep -q ' hello  *[0-9A-F]\{8\} [0-9A-F]\{8\} hello' "$work/c1.log" || fail "no line from C"
+
+# C++: a project that knows nothing but the name of the package.
+mkdir "$work/project"
+cp "$source/examples/wrapper.cpp" "$work/project"
+cat > "$work/project/CMakeLists.txt" << 'EOF'
+cmake_minimum_required(VERSION 3.16)
+project(consumer CXX)
+set(CMAKE_CXX_STANDARD 17)
+find_package(Threads REQUIRED)
+find_package(ZEBULib2 2.3 REQUIRED)
+add_executable(consumer wrapper.cpp)
+target_link_libraries(consumer ZEBULib2::ZEBULib2 Threads::Threads)
+EOF
+cmake -S "$work/project" -B "$work/project/build" -DCMAKE_PREFIX_PATH="$root" >> "$work/log"
+cmake --build "$work/project/build" >> "$work/log"
+"$work/project/build/consumer" "$work"
+grep -q 'with id and type' "$work/wrapper1.log" || fail "no line from C++"
+sed -i 's/ZEBULib2 2.3 REQUIRED/ZEBULib2 3 REQUIRED/' "$work/project/CMakeLists.txt"
+if cmake -S "$work/project" -B "$work/project/other" -DCMAKE_PREFIX_PATH="$root" > /dev/null 2>&1; then
+    fail "version 2 was taken for version 3"
+fi
+
+# The quick start, as the README has it: the C block is hello.c, the shell block behind it is run.
+mkdir "$work/quick"
+cd "$work/quick"
+awk '/^```c$/ { inside = 1; next } /^```$/ { inside = 0 } inside' "$source/README.md" > hello.c
+awk '/^```c$/ { behind = 1 } behind && /^```sh$/ { inside = 1; next } /^```$/ { if (inside) exit } inside' \
+    "$source/README.md" > quick.sh
+[ -x "$root/bin/zebu2" ] || echo 'zebu2() { cat "$2"1.log; }' | cat - quick.sh > quick.sh.all
+PATH=$root/bin:$PATH sh -eu "$([ -e quick.sh.all ] && echo quick.sh.all || echo quick.sh)" > shown
+[ "$(grep -c ' hello  *[0-9A-F]\{8\} ' shown)" -eq 2 ] || fail "the quick start shows: $(cat shown)"

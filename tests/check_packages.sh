@@ -1,0 +1,56 @@
+#!/bin/sh
+# Builds the Debian packages twice, in folders of different names, compares them byte by byte, unpacks
+# them, and uses what they hold. The interface is compared with its description on the way.
+# Usage: check_packages.sh <source folder>
+set -eu
+source=$1
+for tool in cpack dpkg-deb dpkg-shlibdeps ninja; do
+    command -v $tool > /dev/null || { echo "skipped: no $tool"; exit 77; }
+done
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+
+fail() { echo "$*"; exit 1; }
+
+# packages FOLDER UMASK
+packages() (
+    umask "$2"
+    cmake -S "$source" --preset package -B "$work/$1" -DCMAKE_INSTALL_PREFIX=/usr
+    cmake --build "$work/$1"
+    cd "$work/$1"
+    cpack --config CPackConfig.cmake
+) > "$work/log" 2>&1 || { cat "$work/log"; exit 1; }
+
+packages one 022
+packages another-folder 077
+for package in "$work"/one/*.deb; do
+    cmp "$package" "$work/another-folder/$(basename "$package")"
+    dpkg-deb -x "$package" "$work/root"
+done
+cmp "$work/one/libZEBULib2.so.2.3.16" "$work/another-folder/libZEBULib2.so.2.3.16"
+
+if command -v abidiff > /dev/null; then
+    abidiff --exported-interfaces-only --headers-dir2 "$source/include" "$source/abi/ZEBULib2.abi" "$work/one/libZEBULib2.so.2.3.16" ||
+        fail "the interface is not the one in abi/ZEBULib2.abi"
+fi
+
+# What the packages say.
+field() { dpkg-deb -f "$work"/one/"$1"_*.deb "$2"; }
+case "$(field libzebulib2-2 Depends)" in
+libc6\ *,*) fail "the library depends on $(field libzebulib2-2 Depends)" ;;
+libc6\ *) ;;
+*) fail "the library depends on $(field libzebulib2-2 Depends)" ;;
+esac
+[ "$(field libzebulib2-dev Depends)" = "libzebulib2-2 (= 2.3.16-1)" ]
+[ "$(dpkg-deb -I "$work"/one/zebulib2-config_*.deb conffiles)" = /opt/kelvora/ZEBULib2/etc/D002zebu2.cnf ]
+
+# What they hold, built against and run.
+libdir=$(dirname "$(find "$work/root" -name libZEBULib2.so)")
+echo "LogFile = $work/trace" > "$work/cnf"
+export ZEBU2_TRACECNF_FILE="$work/cnf" LD_LIBRARY_PATH="$libdir"
+${CC:-cc} "$source/examples/hello.c" -I"$work/root/usr/include" -L"$libdir" -lZEBULib2 -o "$work/hello"
+"$work/hello" "$work/app"
+grep -q 'hello$' "$work/app1.log" || grep -q "hello$(printf '\r')" "$work/app1.log"
+if [ -e "$work/root/usr/bin/zebu2" ]; then
+    "$work/root/usr/bin/zebu2" show "$work/app" | grep -q 'NET-17'
+fi
