@@ -1,5 +1,5 @@
 # Debian packages of the four components: cmake --preset package && cmake --build --preset package &&
-# cpack --preset package. Equal sources give equal bytes, whatever the folder, the user and the day.
+# cpack --preset package. Equal sources give equal bytes under umask 022, whatever the folder and the day.
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME zebulib2)

@@ -12,17 +12,17 @@ trap 'rm -rf "$work"' EXIT
 
 fail() { echo "$*"; exit 1; }
 
-# packages FOLDER UMASK
+# packages FOLDER
 packages() (
-    umask "$2"
+    umask 022  # the members of a package have modes
     cmake -S "$source" --preset package -B "$work/$1" -DCMAKE_INSTALL_PREFIX=/usr
     cmake --build "$work/$1"
     cd "$work/$1"
     cpack --config CPackConfig.cmake
 ) > "$work/log" 2>&1 || { cat "$work/log"; exit 1; }
 
-packages one 022
-packages another-folder 077
+packages one
+packages another-folder
 for package in "$work"/one/*.deb; do
     cmp "$package" "$work/another-folder/$(basename "$package")"
     dpkg-deb -x "$package" "$work/root"
