@@ -482,7 +482,12 @@ class labelled : public puts<labelled>
 public:
     labelled(text label, text name) noexcept : m_name(name)
     {
-        std::snprintf(m_label, sizeof m_label, "%s", detail::terminated<8>(label).c_str());
+        const detail::terminated<8> whole(label);
+        std::size_t length = 0;
+        while (length < 8 && whole.c_str()[length] != '\0')
+            ++length;
+        std::memcpy(m_label, whole.c_str(), length);
+        m_label[length] = '\0';
     }
     static bool enabled(int level) noexcept { return level <= ZEBU2_GetLogLevel(); }
     int write(int level, const char* message) const noexcept { return write(level, nullptr, message); }
