@@ -91,6 +91,9 @@ int ZEBURingLock::acquire(tagZEBU_MANAGEMENT_DATA* pRec, long lManageLength)
         bHeld = false;
         return -1;
     }
+    // The record was made anew by a process that did not know what the others in the ring asked for.
+    if ((pRec->mode & ~file.uMode) != 0)
+        file.publishMode();
     return 0;
 }
 

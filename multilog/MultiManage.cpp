@@ -32,6 +32,7 @@ int ZebuMultiLogFile::openManagementFile()
 {
     lCurrentFile = 0;
     lWriteOffset = 0;
+    lMapSize = lFileSize;
     if (generateManagementFileName(pszPath) != 0 || checkFilePath(szManageFileName) != 0)
         return -1;
     struct stat info;
@@ -133,6 +134,7 @@ int ZebuMultiLogFile::checkManagementIdentity(long* plLength) const
     struct stat info;
     if (stat(szManageFileName, &info) != 0)
         return ZEBU_Fail(ZEBU_EPOS_STAT, errno);
+    // Not the number alone: with another file system mounted over the directory it may be the same.
     if (info.st_ino != ulManageIno || info.st_dev != ulManageDev)
         return ZEBU_Fail(ZEBU_EPOS_MISMATCH, 0);
     *plLength = info.st_size;

@@ -65,7 +65,7 @@ protected:
     bool isLocked() const
     {
         return inChild([&] {
-                   CHECK(lockf(::open(manageName().c_str(), O_RDWR | O_CLOEXEC), F_TEST, 0) == 0);
+                   _exit(lockf(::open(manageName().c_str(), O_RDWR | O_CLOEXEC), F_TEST, 0) != 0);
                }) != 0;
     }
 };
@@ -143,6 +143,17 @@ TEST_F(MultiProcess, LockFreeWriterStartsLockingInTheMiddleOfAWrite)
     EXPECT_EQ(text.substr(text.size() - 16), "other\r\nlocking\r\n");
     EXPECT_EQ(ZEBUMultiLogFileAccess::lockCount(*ring), 0u);
     EXPECT_FALSE(isLocked());
+}
+
+// The record was made anew by a process that wants no lock, while another one is in the ring that does.
+TEST_F(MultiProcess, ModeOfARepairedRecordIsNarrowedByThoseInTheRing)
+{
+    const Ring locking = open();
+    poke(0, 0);
+    const Ring lockFree = open(ZEBU2_OPT_NOLOCK);
+    EXPECT_NE(record().mode & ZEBU2_OPT_NOLOCK, 0u);
+    ASSERT_EQ(put(locking, "here"), 0);
+    EXPECT_EQ(record().mode, 0xFFFFFFC0u);
 }
 
 // ---- Many writers --------------------------------------------------------------------------------

@@ -145,6 +145,13 @@ TEST_F(MultiRing, LineLongerThanAFileGetsALongFile)
     EXPECT_EQ(open(ZEBU2_OPT_NOSTARTLINE)->bufferFlush(), 0);
     ASSERT_EQ(put(other, "next"), 0);
     EXPECT_EQ(record().currentFile, 3u);
+    EXPECT_EQ(trace(3).size(), 4096u);
+
+    // The length stays with the process that needed it, until it opens the ring again.
+    ASSERT_EQ(ring->closeFile(), 0);
+    unlink(manageName().c_str());
+    ASSERT_EQ(ring->openFile(), 3);
+    EXPECT_EQ(trace(3).size(), 4096u);
 }
 
 TEST_F(MultiRing, StartHeaderThatDoesNotFitOpensAFileWithoutASecondHeader)

@@ -38,7 +38,7 @@ using Ring = std::unique_ptr<ZebuMultiLogFile, RingCloser>;
 class SharedRing : public Sandbox
 {
 protected:
-    SharedRing() { ZEBU_InitializeGrobalVar(); }  // headers carry the process id
+    SharedRing() { ZEBU_InitializeGrobalVar(); } // headers carry the process id
 
     Ring make(int option = 0, long size = 4096, long count = 3) const
     {
