@@ -2,7 +2,6 @@
 #include "frame/GrobalVarUnix.h"
 
 #include <pthread.h>
-#include <stdint.h>
 #include <string.h>
 #include <unistd.h>
 
@@ -12,9 +11,6 @@
 #include "multilog/MultiLogFile.h"
 #include "output/ltostr.h"
 #include "ZEBULib2.h"
-
-// Text that is read while another thread may store it: moved as whole words.
-typedef uint64_t __attribute__((may_alias)) ZEBUTextWord;
 
 constexpr char ZEBU2_version_string[] =
     "$Version: Kelvora Dacy Trace Library 2. 03-16.     Last Update: May 18 2007 $";
@@ -53,26 +49,16 @@ static void fs_storeWords(char* pShared, const char* pText, int iWords)
     }
 }
 
-static void fs_loadWords(char* pText, const char* pShared, int iWords)
-{
-    for (int i = 0; i < iWords; ++i, pShared += sizeof(ZEBUTextWord), pText += sizeof(ZEBUTextWord)) {
-        const ZEBUTextWord uWord =
-            __atomic_load_n(reinterpret_cast<const ZEBUTextWord*>(pShared), __ATOMIC_RELAXED);
-        memcpy(pText, &uWord, sizeof uWord);
-    }
-}
-
 void ZEBU_LoadAppName(char* pszName)
 {
-    fs_loadWords(pszName, ZEBU2_szAppName, 2);
+    ZEBU_PutAppName(pszName);
     pszName[ZEBU_APP_NAME] = '\0';
 }
 
 void ZEBU_LoadProcessId(char* pszId)
 {
-    fs_loadWords(pszId, ZEBU2_szProcessId, 1);
-    pszId[8] = ' ';
-    pszId[9] = '\0';
+    ZEBU_PutProcessId(pszId);
+    pszId[ZEBU_PROCESS_ID] = '\0';
 }
 
 void ZEBU_PadAppName(char* pszPadded, const char* pszName)
@@ -94,15 +80,6 @@ static void fs_storeProcessId()
     ZEBU_PutHex8(szDigits, static_cast<unsigned int>(getpid()));
     fs_storeWords(ZEBU2_szProcessId, szDigits, 1);
     __atomic_store_n(&ZEBU2_szProcessId[8], ' ', __ATOMIC_RELAXED);
-}
-
-int ZEBU_TakeMsgCount()
-{
-    int iCount = ZEBU2_iMsgCount.load(std::memory_order_relaxed);
-    while (!ZEBU2_iMsgCount.compare_exchange_weak(iCount, iCount >= 9999 ? 0 : iCount + 1,
-                                                  std::memory_order_relaxed))
-        ;
-    return iCount;
 }
 
 void ZEBU_InitializeGrobalVar()

@@ -4,6 +4,8 @@
 #ifndef ZEBU_FRAME_GROBALVARUNIX_H
 #define ZEBU_FRAME_GROBALVARUNIX_H
 
+#include <stdint.h>
+
 #include <atomic>
 
 class ZebuLogFile;
@@ -22,17 +24,17 @@ struct tagZEBU_THRESHOLD
     std::atomic<int> iShmThreshold;
 };
 
-constexpr int ZEBU_APP_NAME = 16;   // characters of an application name
-constexpr int ZEBU_PROCESS_ID = 9;  // eight hexadecimal digits and a blank
+constexpr int ZEBU_APP_NAME = 16;  // characters of an application name
+constexpr int ZEBU_PROCESS_ID = 9; // eight hexadecimal digits and a blank
 
 // Positions in ZEBU2_LockValue.
 enum { ZEBU_LOCK_WAIT, ZEBU_LOCK_RETRY, ZEBU_LOCK_INSTANCE_WAIT, ZEBU_LOCK_INSTANCE_RETRY, ZEBU_LOCK_VALUES };
 
 extern constinit std::atomic<int> ZEBU2_iIsInitialized;
-extern constinit std::atomic<ZEBUMMapFile*> ZEBU2_pMMap;  // also read by the signal-safe put
+extern constinit std::atomic<ZEBUMMapFile*> ZEBU2_pMMap; // also read by the signal-safe put
 extern ZebuLogFile* ZEBU2_pLogFile;
 extern ZebuMultiLogFile* ZEBU2_pMultiLogFile;
-extern bool ZEBU2_bHoldsMMap;  // the process log is one of the users that the trace area counts
+extern bool ZEBU2_bHoldsMMap; // the process log is one of the users that the trace area counts
 extern constinit tagZEBU_THRESHOLD ZEBU2_Threshold;
 extern constinit std::atomic<int> ZEBU2_LockValue[ZEBU_LOCK_VALUES];
 extern constinit std::atomic<int> ZEBU2_iTickType;
@@ -42,9 +44,32 @@ extern constinit std::atomic<int> ZEBU2_iMsgCount;
 extern char ZEBU2_szAppName[ZEBU_APP_NAME + 1];
 extern char ZEBU2_szProcessId[ZEBU_PROCESS_ID + 1];
 
-// Copies the process log's application name: 16 characters, blank-padded, and a NUL. Signal-safe.
+// Text that is read while another thread may store it moves as whole words.
+typedef uint64_t __attribute__((may_alias)) ZEBUTextWord;
+
+[[gnu::always_inline]] inline void ZEBU_LoadWord(char* pText, const char* pShared)
+{
+    const ZEBUTextWord uWord =
+        __atomic_load_n(reinterpret_cast<const ZEBUTextWord*>(pShared), __ATOMIC_RELAXED);
+    __builtin_memcpy(pText, &uWord, sizeof uWord);
+}
+
+// Writes the process log's application name, 16 characters, blank-padded. No terminator. Signal-safe.
+[[gnu::always_inline]] inline void ZEBU_PutAppName(char* pBuf)
+{
+    ZEBU_LoadWord(pBuf, ZEBU2_szAppName);
+    ZEBU_LoadWord(pBuf + sizeof(ZEBUTextWord), ZEBU2_szAppName + sizeof(ZEBUTextWord));
+}
+
+// Writes the process id text: eight hexadecimal digits and a blank. No terminator. Signal-safe.
+[[gnu::always_inline]] inline void ZEBU_PutProcessId(char* pBuf)
+{
+    ZEBU_LoadWord(pBuf, ZEBU2_szProcessId);
+    pBuf[8] = ' ';
+}
+
+// The same two with a NUL behind them.
 void ZEBU_LoadAppName(char* pszName);
-// Copies the process id text: eight hexadecimal digits, a blank and a NUL. Signal-safe.
 void ZEBU_LoadProcessId(char* pszId);
 
 // Stores a name of any length (null for none) as 16 blank-padded characters and a NUL.
@@ -52,7 +77,14 @@ void ZEBU_PadAppName(char* pszPadded, const char* pszName);
 void ZEBU_StoreAppName(const char* pszName);
 
 // Returns the number for the next line, 0 to 9999, and advances the counter. Lock-free, signal-safe.
-int ZEBU_TakeMsgCount();
+[[gnu::always_inline]] inline int ZEBU_TakeMsgCount()
+{
+    int iCount = ZEBU2_iMsgCount.load(std::memory_order_relaxed);
+    while (!ZEBU2_iMsgCount.compare_exchange_weak(iCount, iCount >= 9999 ? 0 : iCount + 1,
+                                                  std::memory_order_relaxed))
+        ;
+    return iCount;
+}
 
 // Counts a user of the process-wide objects on, or off and deletes them when it was the last. The
 // caller holds the process mutex.

@@ -10,6 +10,7 @@
 #include <stddef.h>
 #include <time.h>
 
+constexpr int ZEBU_THREAD_ID = 9;         // eight hexadecimal digits and a blank
 constexpr int ZEBU_LINE_HEADER = 68;      // columns of a line before its body
 constexpr int ZEBU_PLAIN_TEXT_MAX = 4117; // text bytes of a line without a message id
 constexpr int ZEBU_LINE_BUFFER = 4188;    // the longest line with CR LF and a NUL
@@ -21,7 +22,7 @@ struct tagZEBU_TLS_VAR
     tagZEBU_TLS_VAR* pPrev;
     int iErrorCode;
     int iErrorPos;
-    char szThreadId[10];
+    char szThreadId[ZEBU_THREAD_ID + 1];
     char szLineBuf[ZEBU_LINE_BUFFER];
     // The local time of the last second that this thread printed, "yyyy/mm/dd hh:mm:ss."; kept because
     // converting it takes a lock that all threads of the process share.

@@ -15,10 +15,31 @@ static_assert(sizeof cs_szMaskedTime == ZEBU_TIME_TEXT + 1);
 
 // ---- The line ------------------------------------------------------------------------------------
 
-int ZEBU_MakeupTraceMessageHeader(char* pszLine, const char* pszAppName, const char* pszThreadId, int iTickType,
-                                  timeval* pTime)
+// The process log's own name may be stored anew meanwhile.
+static void fs_putAppName(char* pBuf, const char* pszAppName)
 {
-    memset(pszLine, ' ', ZEBU_COL_TID);  // every column that stays blank, up to the thread id
+    if (pszAppName == ZEBU2_szAppName)
+        ZEBU_PutAppName(pBuf);
+    else
+        ZEBU_PutField(pBuf, pszAppName, ZEBU_APP_NAME);
+}
+
+// The thread's own text is nine characters and brings its closing blank with it.
+static void fs_putThreadId(char* pBuf, const char* pszThreadId, const tagZEBU_TLS_VAR* pTls)
+{
+    if (pTls && pszThreadId == pTls->szThreadId) {
+        memcpy(pBuf, pszThreadId, ZEBU_THREAD_ID);
+        return;
+    }
+    const bool bWhole = pszThreadId && strnlen(pszThreadId, ZEBU_THREAD_ID) == ZEBU_THREAD_ID;
+    ZEBU_PutField(pBuf, pszThreadId, bWhole ? ZEBU_THREAD_ID : ZEBU_THREAD_ID - 1);
+}
+
+int ZEBU_MakeupTraceMessageHeader(char* pszLine, const char* pszAppName, const char* pszThreadId,
+                                  int iTickType, timeval* pTime)
+{
+    tagZEBU_TLS_VAR* pTls = ZEBU_PeekTlsVar();
+    memset(pszLine, ' ', ZEBU_COL_TID); // every column that stays blank, up to the thread id
     ZEBU2_IntToStr(pszLine + ZEBU_COL_COUNT, ZEBU_TakeMsgCount(), 4);
 
     if (iTickType == 1) {
@@ -27,16 +48,11 @@ int ZEBU_MakeupTraceMessageHeader(char* pszLine, const char* pszAppName, const c
         memcpy(pszLine + ZEBU_COL_TIME, cs_szMaskedTime, ZEBU_TIME_TEXT);
     } else {
         gettimeofday(pTime, nullptr);
-        ZEBU_PutLocalTime(pszLine + ZEBU_COL_TIME, *pTime, ZEBU_PeekTlsVar());
+        ZEBU_PutLocalTime(pszLine + ZEBU_COL_TIME, *pTime, pTls);
     }
-    ZEBU_PutField(pszLine + ZEBU_COL_APP, pszAppName, ZEBU_APP_NAME);
-    char szProcessId[ZEBU_PROCESS_ID + 1];
-    ZEBU_LoadProcessId(szProcessId);
-    memcpy(pszLine + ZEBU_COL_PID, szProcessId, ZEBU_PROCESS_ID);
-
-    // The thread's own text is nine characters and brings its closing blank with it.
-    const bool bWhole = pszThreadId && strnlen(pszThreadId, 9) == 9;
-    ZEBU_PutField(pszLine + ZEBU_COL_TID, pszThreadId, bWhole ? 9 : 8);
+    fs_putAppName(pszLine + ZEBU_COL_APP, pszAppName);
+    ZEBU_PutProcessId(pszLine + ZEBU_COL_PID);
+    fs_putThreadId(pszLine + ZEBU_COL_TID, pszThreadId, pTls);
     return 0;
 }
 
@@ -53,13 +69,13 @@ struct tagZEBU_PUT
     Body eBody = ZEBU_BODY_PLAIN;
     const char* pszMsgId = nullptr;
     const char* pszMsgType = nullptr;
-    bool bOwnName = true;  // of the log
+    bool bOwnName = true; // of the log
     const char* pszAppName = nullptr;
     bool bOwnThread = true;
     const char* pszThreadId = nullptr;
 };
 
-}  // namespace
+} // namespace
 
 // Writes the body with its CR LF and NUL. Returns the length of the line.
 static unsigned long fs_putBody(char* pszLine, const tagZEBU_PUT& put)
@@ -90,19 +106,15 @@ static int fs_tickType(const ZEBUTraceObject* pInstance, const tagZEBU_PUT& put)
     return pInstance || !put.bOwnThread ? 0 : ZEBU2_iTickType.load(std::memory_order_relaxed);
 }
 
-static unsigned long fs_buildLine(const ZEBUTraceObject* pInstance, tagZEBU_TLS_VAR* pTls, const tagZEBU_PUT& put,
-                                  timeval* pTime)
+static unsigned long fs_buildLine(const ZEBUTraceObject* pInstance, tagZEBU_TLS_VAR* pTls,
+                                  const tagZEBU_PUT& put, timeval* pTime)
 {
-    char szProcessName[ZEBU_APP_NAME + 1];
     const char* pszName = put.pszAppName;
-    if (put.bOwnName && pInstance) {
-        pszName = pInstance->szAppName;
-    } else if (put.bOwnName) {
-        ZEBU_LoadAppName(szProcessName);
-        pszName = szProcessName;
-    }
+    if (put.bOwnName)
+        pszName = pInstance ? pInstance->szAppName : ZEBU2_szAppName;
     const char* pszThread = put.bOwnThread ? pTls->szThreadId : put.pszThreadId;
-    (void)ZEBU_MakeupTraceMessageHeader(pTls->szLineBuf, pszName, pszThread, fs_tickType(pInstance, put), pTime);
+    (void)ZEBU_MakeupTraceMessageHeader(pTls->szLineBuf, pszName, pszThread, fs_tickType(pInstance, put),
+                                        pTime);
     pTls->szLineBuf[ZEBU_COL_BODY - 1] = ' ';
     return fs_putBody(pTls->szLineBuf, put);
 }
@@ -110,8 +122,8 @@ static unsigned long fs_buildLine(const ZEBUTraceObject* pInstance, tagZEBU_TLS_
 // ---- The destinations ----------------------------------------------------------------------------
 
 // The files take levels at or above their threshold, the trace area levels at or below its own.
-static int ZEBU_PutMsgToLogFile(const ZEBUTraceObject* pInstance, int iThreshold, int iLevel, const char* pszLine,
-                                unsigned long ulLength)
+static int ZEBU_PutMsgToLogFile(const ZEBUTraceObject* pInstance, int iThreshold, int iLevel,
+                                const char* pszLine, unsigned long ulLength)
 {
     if (iThreshold == ZEBU2_LEVEL_OFF || iThreshold > iLevel)
         return 0;
@@ -128,7 +140,8 @@ static int ZEBU_PutMsgToShm(tagZEBU_TLS_VAR* pTls, int iThreshold, int iLevel, c
     return ZEBU_PutMsgToMMap(pTls, pszLine, ulLength, pTime);
 }
 
-int ZEBU_PutMsgToMMap(tagZEBU_TLS_VAR* pTls, const char* pszLine, unsigned long ulLength, const timeval* pTime)
+int ZEBU_PutMsgToMMap(tagZEBU_TLS_VAR* pTls, const char* pszLine, unsigned long ulLength,
+                      const timeval* pTime)
 {
     const ZEBUShortMutexGuard lock;
     ZEBUMMapFile* pMMap = ZEBU2_pMMap.load(std::memory_order_relaxed);
@@ -151,7 +164,7 @@ struct Thresholds
     int iShm;
 };
 
-}  // namespace
+} // namespace
 
 // Builds a line and hands it to both destinations. Without an instance it is the process log's.
 static int fs_put(const ZEBUTraceObject* pInstance, const Thresholds& thresholds, const tagZEBU_PUT& put)
@@ -162,7 +175,8 @@ static int fs_put(const ZEBUTraceObject* pInstance, const Thresholds& thresholds
         return -1;
     timeval time;
     const unsigned long ulLength = fs_buildLine(pInstance, pTls, put, &time);
-    const int iFile = ZEBU_PutMsgToLogFile(pInstance, thresholds.iFile, put.iLevel, pTls->szLineBuf, ulLength);
+    const int iFile =
+        ZEBU_PutMsgToLogFile(pInstance, thresholds.iFile, put.iLevel, pTls->szLineBuf, ulLength);
     const int iShm = ZEBU_PutMsgToShm(pTls, thresholds.iShm, put.iLevel, pTls->szLineBuf, ulLength, &time);
     if (iFile == 0 && iShm == 0)
         return 0;
@@ -261,8 +275,8 @@ int ZEBU2_PutWithIdAndTidEx(int iLevel, const char* pszAppName, const char* pszT
                           .pszThreadId = pszThreadId});
 }
 
-int ZEBU2_PutWithMsgTypeAndTid(int iLevel, const char* pszAppName, const char* pszThreadId, const char* pszMsgId,
-                               const char* pszMsgType, const char* pszText)
+int ZEBU2_PutWithMsgTypeAndTid(int iLevel, const char* pszAppName, const char* pszThreadId,
+                               const char* pszMsgId, const char* pszMsgType, const char* pszText)
 {
     return fs_putProcess({.iFunc = ZEBU_FUNC_PUT_TYPE_TID,
                           .iLevel = iLevel,
@@ -278,7 +292,8 @@ int ZEBU2_PutWithMsgTypeAndTid(int iLevel, const char* pszAppName, const char* p
 
 int ZEBU2_PutInstanceLine(ZEBU2_HINSTANCE hInstance, int iLevel, const char* pszText)
 {
-    return fs_putInstance(hInstance, {.iFunc = ZEBU_FUNC_PUT_INSTANCE_LINE, .iLevel = iLevel, .pszText = pszText});
+    return fs_putInstance(hInstance,
+                          {.iFunc = ZEBU_FUNC_PUT_INSTANCE_LINE, .iLevel = iLevel, .pszText = pszText});
 }
 
 int ZEBU2_PutInstanceWithId(ZEBU2_HINSTANCE hInstance, int iLevel, const char* pszMsgId, const char* pszText)
@@ -290,8 +305,8 @@ int ZEBU2_PutInstanceWithId(ZEBU2_HINSTANCE hInstance, int iLevel, const char* p
                                       .pszMsgId = pszMsgId});
 }
 
-int ZEBU2_PutInstanceWithIdEx(ZEBU2_HINSTANCE hInstance, int iLevel, const char* pszAppName, const char* pszMsgId,
-                              const char* pszText)
+int ZEBU2_PutInstanceWithIdEx(ZEBU2_HINSTANCE hInstance, int iLevel, const char* pszAppName,
+                              const char* pszMsgId, const char* pszText)
 {
     return fs_putInstance(hInstance, {.iFunc = ZEBU_FUNC_PUT_INSTANCE_ID_EX,
                                       .iLevel = iLevel,
@@ -302,8 +317,8 @@ int ZEBU2_PutInstanceWithIdEx(ZEBU2_HINSTANCE hInstance, int iLevel, const char*
                                       .pszAppName = pszAppName});
 }
 
-int ZEBU2_PutInstanceWithMsgType(ZEBU2_HINSTANCE hInstance, int iLevel, const char* pszAppName, const char* pszMsgId,
-                                 const char* pszMsgType, const char* pszText)
+int ZEBU2_PutInstanceWithMsgType(ZEBU2_HINSTANCE hInstance, int iLevel, const char* pszAppName,
+                                 const char* pszMsgId, const char* pszMsgType, const char* pszText)
 {
     return fs_putInstance(hInstance, {.iFunc = ZEBU_FUNC_PUT_INSTANCE_TYPE,
                                       .iLevel = iLevel,

@@ -14,10 +14,8 @@ int ZEBU2_PutToShm(const void* pData, unsigned long ulLength)
     if (!pData && ulLength > 0)
         return err.fail(ZEBU_EPOS_PARAM);
 
-    char szAppName[ZEBU_APP_NAME + 1];
-    ZEBU_LoadAppName(szAppName);
     timeval time;
-    (void)ZEBU_MakeupTraceMessageHeader(pTls->szLineBuf, szAppName, pTls->szThreadId, 0, &time);
+    (void)ZEBU_MakeupTraceMessageHeader(pTls->szLineBuf, ZEBU2_szAppName, pTls->szThreadId, 0, &time);
     const size_t uLength = ulLength < ZEBU_PLAIN_TEXT_MAX ? ulLength : ZEBU_PLAIN_TEXT_MAX;
     if (uLength > 0)
         memcpy(pTls->szLineBuf + ZEBU_COL_BODY, pData, uLength);

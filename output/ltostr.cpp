@@ -1,12 +1,5 @@
 #include "output/ltostr.h"
 
-char* ZEBU2_IntToStr(char* pBuf, int iValue, int iWidth)
-{
-    for (int i = iWidth - 1; i >= 0; --i, iValue /= 10)
-        pBuf[i] = static_cast<char>('0' + iValue % 10);
-    return pBuf;
-}
-
 void ZEBU_PutHex8(char* pBuf, unsigned int uValue)
 {
     for (int i = 7; i >= 0; --i, uValue >>= 4)

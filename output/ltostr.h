@@ -2,12 +2,19 @@
 //
 // Every function writes exactly the width it names at the position it is given, and no terminator.
 // Widths are in bytes. No lock, no allocation, no library call: safe in a signal handler.
+// IntToStr is laid out anew wherever it is used, as so many stores where the width is a number in the code.
 #ifndef ZEBU_OUTPUT_LTOSTR_H
 #define ZEBU_OUTPUT_LTOSTR_H
 
 // Writes the lowest `iWidth` decimal digits of `iValue` (not negative), zero-filled on the left:
 // 7 in width 3 is "007", 123 in width 2 is "23". A width below 1 writes nothing. Returns `pBuf`.
-char* ZEBU2_IntToStr(char* pBuf, int iValue, int iWidth);
+[[gnu::always_inline]] inline char* ZEBU2_IntToStr(char* pBuf, int iValue, int iWidth)
+{
+    auto uValue = static_cast<unsigned int>(iValue);
+    for (int i = iWidth - 1; i >= 0; --i, uValue /= 10)
+        pBuf[i] = static_cast<char>('0' + uValue % 10);
+    return pBuf;
+}
 
 // Writes `uValue` as eight upper-case hexadecimal digits.
 void ZEBU_PutHex8(char* pBuf, unsigned int uValue);
