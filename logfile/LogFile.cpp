@@ -52,7 +52,10 @@ int ZebuLogFile::openFile()
         return -1;
 
     long lSize = 0;
-    lCurFileNo = ZEBU_NewestTraceFile(pszFilePrefix, lFileNum, &lSize);
+    const long lNewest = ZEBU_NewestTraceFile(pszFilePrefix, lFileNum, &lSize);
+    if (lNewest == -1)
+        return -1;
+    lCurFileNo = lNewest;
     if (lCurFileNo != 0 && static_cast<unsigned long>(lSize) < ulFileSizeMax) {
         ulCurFileSize = static_cast<unsigned long>(lSize);
         return openTraceFile(cs_ulAppend);

@@ -30,7 +30,7 @@ public:
     static void operator delete(void* p) noexcept { free(p); }
 
     // Goes on in the newest file of the ring, in the next one when that is full, or in file 1. Fails with
-    // 1, 2, 4, 11 (already open), 17, 21 or 22; closeFile is due even then.
+    // 1, 2, 4, 11 (already open), 17, 20, 21 or 22; closeFile is due even then.
     int openFile();
 
     // Gives the lock up and closes. Fails with 3; the file is closed all the same.

@@ -20,6 +20,11 @@ int ZEBU_TraceFileName(char (&szName)[ZEBU_PATH_ROOM], const char* pszPrefix, lo
     return 0;
 }
 
+static bool fs_isAbsent(int iErrno)
+{
+    return iErrno == ENOENT || iErrno == ENOTDIR || iErrno == ELOOP;
+}
+
 long ZEBU_NewestTraceFile(const char* pszPrefix, long lCount, long* plSize)
 {
     long lNewest = 0;
@@ -27,8 +32,15 @@ long ZEBU_NewestTraceFile(const char* pszPrefix, long lCount, long* plSize)
     for (long n = 1; n <= lCount; ++n) {
         char szName[ZEBU_PATH_ROOM];
         struct stat info;
-        if (ZEBU_TraceFileName(szName, pszPrefix, n, lCount) != 0 || stat(szName, &info) != 0)
-            continue;
+        if (ZEBU_TraceFileName(szName, pszPrefix, n, lCount) != 0)
+            return -1;
+        if (stat(szName, &info) != 0) {
+            // One that cannot be looked at may be the newest: passing over it, the ring would go on in the
+            // wrong place and empty it.
+            if (fs_isAbsent(errno))
+                continue;
+            return ZEBU_Fail(ZEBU_EPOS_STAT, errno);
+        }
         if (lNewest == 0 || info.st_mtime >= lNewestTime) {
             lNewest = n;
             lNewestTime = info.st_mtime;
@@ -72,48 +84,92 @@ static int fs_followTrustedLink(char (&szName)[ZEBU_PATH_ROOM])
     return 0;
 }
 
-// As open(2), without following a symbolic link that somebody else made, and without waiting for the
-// other end of a FIFO.
-static int fs_openTrusted(const char* pszName, int iFlags)
+// Runs `operation` on a file whose last component it must not follow when it is a link (it gives -1 with
+// `iIsLink` then), and again on what the link points to as long as root or the caller made it.
+template <class Operation>
+static int fs_onTrusted(const char* pszName, int iIsLink, Operation operation)
 {
-    iFlags |= O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK;
-    int iFd = open(pszName, iFlags, 0666);
-    if (iFd != -1 || errno != ELOOP)
-        return iFd;
+    int iResult = operation(pszName);
+    if (iResult != -1 || errno != iIsLink)
+        return iResult;
 
     char szName[ZEBU_PATH_ROOM];
     if (strlen(pszName) >= sizeof szName)
         return -1;
     strcpy(szName, pszName);
-    for (int iLinks = 0; iFd == -1 && errno == ELOOP && iLinks < 8; ++iLinks) {
+    for (int iLinks = 0; iResult == -1 && errno == iIsLink && iLinks < 8; ++iLinks) {
         if (fs_followTrustedLink(szName) != 0)
             return -1;
-        iFd = open(szName, iFlags, 0666);
+        iResult = operation(szName);
     }
+    return iResult;
+}
+
+// As open(2) with a note whether the file was made. Told by the calls that open it, not by a look before
+// them: a file that only could not be looked at is not a new one.
+static int fs_openOrMake(const char* pszName, int iFlags, bool* pbMade)
+{
+    int iFd = open(pszName, iFlags & ~O_CREAT);
+    if (iFd != -1 || errno != ENOENT || (iFlags & O_CREAT) == 0)
+        return iFd;
+    iFd = open(pszName, iFlags | O_EXCL, 0666);
+    *pbMade = iFd != -1;
+    if (iFd == -1 && errno == EEXIST) // another process was faster
+        iFd = open(pszName, iFlags & ~O_CREAT);
     return iFd;
+}
+
+// Without following a symbolic link that somebody else made, and without waiting for the other end of a
+// FIFO.
+static int fs_openTrusted(const char* pszName, int iFlags, bool* pbMade)
+{
+    iFlags |= O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK;
+    return fs_onTrusted(pszName, ELOOP,
+                        [=](const char* psz) { return fs_openOrMake(psz, iFlags, pbMade); });
 }
 
 int ZEBU_OpenToRead(const char* pszName)
 {
-    ZEBUFd fd(fs_openTrusted(pszName, O_RDONLY));
+    bool bMade;
+    ZEBUFd fd(fs_openTrusted(pszName, O_RDONLY, &bMade));
     struct stat info;
-    if (fd.get() == -1 || fstat(fd.get(), &info) != 0 || !S_ISREG(info.st_mode))  // a device may have no end
+    if (fd.get() == -1 || fstat(fd.get(), &info) != 0)
         return -1;
-    return fd.release();
+    if (S_ISREG(info.st_mode))
+        return fd.release();
+    errno = ENOENT; // a device may have no end
+    return -1;
 }
 
 int ZEBU_OpenFile(int* piFd, const char* pszName, int iFlags, int iFileAttr)
 {
-    struct stat info;
-    const bool bExisted = stat(pszName, &info) == 0;
-    *piFd = fs_openTrusted(pszName, iFlags);
+    bool bMade = false;
+    *piFd = fs_openTrusted(pszName, iFlags, &bMade);
     if (*piFd == -1)
         return ZEBU_Fail(ZEBU_EPOS_OPEN, errno);
     if (iFileAttr != -1)
         (void)fchmod(*piFd, static_cast<mode_t>(iFileAttr));
-    else if (!bExisted)
+    else if (bMade)
         (void)fchmod(*piFd, 0666);
     return 0;
+}
+
+// The descriptor that this takes inside libc is of the kind whose closing leaves the locks on the file.
+static int fs_chmodNoFollow(const char* pszName, int iMode)
+{
+    return fchmodat(AT_FDCWD, pszName, static_cast<mode_t>(iMode), AT_SYMLINK_NOFOLLOW);
+}
+
+int ZEBU_ChmodFile(const char* pszName, int iMode)
+{
+    const int iResult =
+        fs_onTrusted(pszName, EOPNOTSUPP, [=](const char* psz) { return fs_chmodNoFollow(psz, iMode); });
+    return iResult == 0 || errno == ENOENT ? 0 : ZEBU_Fail(ZEBU_EPOS_CHMOD, errno);
+}
+
+void ZEBU_OpenNewDirectory(const char* pszDirectory)
+{
+    (void)fs_chmodNoFollow(pszDirectory, 0777);
 }
 
 // ---- Directories ---------------------------------------------------------------------------------
@@ -122,7 +178,7 @@ int ZEBU_OpenFile(int* piFd, const char* pszName, int iFlags, int iFileAttr)
 static int fs_makeDirectory(const char* pszDirectory)
 {
     if (mkdir(pszDirectory, 0777) == 0) {
-        (void)chmod(pszDirectory, 0777);
+        ZEBU_OpenNewDirectory(pszDirectory);
         return 0;
     }
     const int iErrno = errno;
@@ -187,13 +243,8 @@ int ZEBU_ChmodRing(const char* pszPrefix, long lCount, int iMode)
 {
     for (long n = 1; n <= lCount; ++n) {
         char szName[ZEBU_PATH_ROOM];
-        struct stat info;
-        if (ZEBU_TraceFileName(szName, pszPrefix, n, lCount) != 0)
+        if (ZEBU_TraceFileName(szName, pszPrefix, n, lCount) != 0 || ZEBU_ChmodFile(szName, iMode) != 0)
             return -1;
-        if (stat(szName, &info) != 0)
-            continue;
-        if (chmod(szName, static_cast<mode_t>(iMode)) != 0 && errno != ENOENT)
-            return ZEBU_Fail(ZEBU_EPOS_CHMOD, errno);
     }
     return 0;
 }

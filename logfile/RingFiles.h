@@ -16,7 +16,8 @@ constexpr size_t ZEBU_PATH_ROOM = 4097;
 int ZEBU_TraceFileName(char (&szName)[ZEBU_PATH_ROOM], const char* pszPrefix, long lNumber, long lCount);
 
 // Finds the file of the ring that was modified last (whole seconds; of equals the highest number).
-// Returns its number, with its size in `*plSize`, or 0 when no file exists.
+// Returns its number, with its size in `*plSize`, or 0 when no file exists. -1: fails with 1, or with 20 when
+// a file cannot be looked at, since that may be the one.
 long ZEBU_NewestTraceFile(const char* pszPrefix, long lCount, long* plSize);
 
 // Opens a file close-on-exec with `iFlags` (mode 0666 whatever the umask when it is made), and gives it
@@ -33,6 +34,14 @@ int ZEBU_CheckFilePath(const char* pszPath);
 
 // The same for a directory.
 int ZEBU_MakeDirectories(const char* pszDirectory);
+
+// Gives a directory that was just made its mode, 0777 whatever the umask, unless something else has taken its
+// place.
+void ZEBU_OpenNewDirectory(const char* pszDirectory);
+
+// Changes the mode of a file, if it exists. Follows a symbolic link only when root or the caller made it, and
+// leaves the locks of this process alone. Fails with 27.
+int ZEBU_ChmodFile(const char* pszName, int iMode);
 
 // Changes the mode of every file of the ring that exists. Fails with 27 at the first that cannot be.
 int ZEBU_ChmodRing(const char* pszPrefix, long lCount, int iMode);

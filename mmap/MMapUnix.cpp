@@ -84,7 +84,7 @@ static int fs_makeAreaDirectory(const char* pszDirectory)
     if (stat(pszDirectory, &info) == 0)
         return 0;
     if (mkdir(pszDirectory, 0777) == 0) {
-        (void)chmod(pszDirectory, 0777);
+        ZEBU_OpenNewDirectory(pszDirectory);
         return 0;
     }
     const int iErrno = errno;
@@ -183,6 +183,16 @@ static int fs_readField(int iFd, uint32_t* puField)
     return lRead == sizeof *puField ? 0 : ZEBU_Fail(ZEBU_EPOS_READ, EIO);
 }
 
+// The magic is written last: whoever was making the file stopped before it, or on a full disk within it.
+static bool fs_isUnfinished(uint32_t uMagic)
+{
+    for (uint32_t uWritten : {0u, 0xFFu, 0xFFFFu, 0xFFFFFFu}) {
+        if (uMagic == (ZEBU_AREA_MAGIC & uWritten))
+            return true;
+    }
+    return false;
+}
+
 int ZEBUMMapFile::readAndCheckHeader()
 {
     const off_t lSize = lseek(iFd, 0, SEEK_END);
@@ -198,7 +208,7 @@ int ZEBUMMapFile::readAndCheckHeader()
         if (fs_readField(iFd, puField) != 0)
             return -1;
     }
-    if (uMagic == 0)  // whoever was creating the file died before the last step
+    if (fs_isUnfinished(uMagic))
         return cs_iFresh;
     if (uMagic != ZEBU_AREA_MAGIC || static_cast<off_t>(uDataSize) + 24 != lSize || uReadOffset > uDataSize ||
         uWriteOffset > uDataSize)

@@ -1,0 +1,425 @@
+// Every failing call: a fixed run of the library is repeated, and each time another call of another libc
+// function fails inside it. Whatever fails: no crash, no hang, no lock, descriptor or mapping left behind,
+// results and error values as documented, and every line that was acknowledged is there once.
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <string.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <map>
+#include <set>
+
+#include "fault/inject.h"
+#include "support/PrivateOpt.h"
+#include "support/Sandbox.h"
+
+// ---- What can fail, how, and what may come of it -------------------------------------------------
+
+struct Failing
+{
+    int iFunction;
+    const char* pszName;
+    std::vector<int> codes;
+    std::set<int> failures; // numbers that the library may report for it, with that code
+    bool bConfig;           // can keep the configuration from being read: no area directory is known then
+};
+
+#define FAILING(name, ...) {FAULT_##name, #name, __VA_ARGS__}
+
+static const std::vector<Failing> cs_failing = {
+    FAILING(calloc, {ENOMEM}, {ZEBU_EPOS_NOMEM}, true),
+    FAILING(chmod, {EPERM}, {ZEBU_EPOS_CHMOD}, false),
+    FAILING(close, {EIO, EINTR}, {ZEBU_EPOS_CLOSE}, false),
+    FAILING(closedir, {EIO}, {}, false),
+    FAILING(fallocate, {ENOSPC, EINTR, EOPNOTSUPP}, {ZEBU_EPOS_WRITE}, false),
+    FAILING(fchmod, {EPERM}, {ZEBU_EPOS_CHMOD}, false),
+    FAILING(fchmodat, {EPERM}, {ZEBU_EPOS_CHMOD}, false),
+    FAILING(fclose, {EIO}, {}, true),
+    FAILING(fcntl, {EIO}, {ZEBU_EPOS_FLUSH}, false),
+    FAILING(fdopen, {ENOMEM}, {}, true),
+    FAILING(fgets, {EIO}, {}, true),
+    FAILING(fstat, {EIO}, {ZEBU_EPOS_STAT, ZEBU_EPOS_OPEN, ZEBU_EPOS_CHMOD}, false),
+    FAILING(fstatat, {EIO}, {ZEBU_EPOS_STAT}, false),
+    FAILING(ftruncate, {EIO}, {ZEBU_EPOS_OPEN}, false),
+    FAILING(futimens, {EPERM}, {}, false),
+    FAILING(gethostname, {ENAMETOOLONG}, {}, false),
+    FAILING(localtime_r, {EOVERFLOW}, {}, false),
+    FAILING(lockf, {EAGAIN, EINTR, ENOLCK}, {ZEBU_EPOS_LOCK}, false),
+    FAILING(lseek, {EIO}, {ZEBU_EPOS_LSEEK}, false),
+    FAILING(lstat, {EACCES}, {ZEBU_EPOS_STAT}, false),
+    FAILING(malloc, {ENOMEM}, {ZEBU_EPOS_NOMEM}, true),
+    FAILING(mkdir, {EACCES, ENOSPC}, {ZEBU_EPOS_MKDIR}, false),
+    FAILING(mmap, {ENOMEM}, {ZEBU_EPOS_MMAP}, false),
+    FAILING(msync, {EIO}, {ZEBU_EPOS_FLUSH}, false),
+    FAILING(munmap, {ENOMEM}, {ZEBU_EPOS_MUNMAP}, false),
+    FAILING(open, {EMFILE, EACCES, EINTR}, {ZEBU_EPOS_OPEN, ZEBU_EPOS_CHMOD}, true),
+    FAILING(openat, {EMFILE}, {ZEBU_EPOS_OPEN}, false),
+    FAILING(opendir, {EMFILE}, {ZEBU_EPOS_OPENDIR}, false),
+    FAILING(pthread_key_create, {EAGAIN}, {}, false),
+    FAILING(pthread_setspecific, {ENOMEM}, {}, false),
+    FAILING(read, {EIO, EINTR, FAULT_SHORT}, {ZEBU_EPOS_READ}, false),
+    FAILING(readdir, {EIO}, {}, false),
+    FAILING(readlinkat, {EIO}, {ZEBU_EPOS_OPEN, ZEBU_EPOS_CHMOD}, false),
+    FAILING(stat, {EACCES}, {ZEBU_EPOS_STAT}, true),
+    FAILING(uname, {EFAULT}, {}, false),
+    FAILING(unlink, {EACCES}, {ZEBU_EPOS_UNLINK}, false),
+    FAILING(utimensat, {EPERM}, {}, false),
+    FAILING(write, {ENOSPC, EIO, EINTR, FAULT_SHORT}, {ZEBU_EPOS_WRITE}, false),
+};
+
+static ZebuFault* plan()
+{
+    static const auto find = reinterpret_cast<ZebuFaultPlan>(dlsym(RTLD_DEFAULT, ZEBU_FAULT_PLAN));
+    return find ? find() : nullptr;
+}
+
+// ---- One run with one fault ----------------------------------------------------------------------
+
+namespace {
+
+// Which log is run: its functions differ, the script does not.
+struct Script
+{
+    const char* pszName;
+    bool bInstance;
+    bool bShared;
+    int iOption;
+    struct
+    {
+        int iStart, iPut, iFlush, iMode, iBackup, iStop;
+    } functions;
+};
+
+class Scene
+{
+public:
+    Scene(const Script& script, const Failing& failing, const std::string& dir)
+        : m_script(script), m_failing(failing), m_dir(dir), m_prefix(dir + "/ring/app")
+    {
+        m_ring = {4096, 4, m_prefix.c_str()};
+    }
+
+    void start()
+    {
+        const auto body = [this] {
+            if (m_script.bInstance)
+                return m_script.bShared ? ZEBU2_CreateInstanceM(&m_handle, &m_ring, "fault", m_script.iOption)
+                                        : ZEBU2_CreateInstance(&m_handle, &m_ring, "fault");
+            return m_script.bShared ? ZEBU2_InitializeM(&m_ring, "fault", m_script.iOption)
+                                    : ZEBU2_Initialize(&m_ring, "fault");
+        };
+        m_iStarted = call(m_script.functions.iStart, body);
+        // A record that was lost with the process that was to write it is found from the files again.
+        if (m_iStarted == 3)
+            CHECK(lastError() == (m_script.functions.iStart << 24 | ZEBU_EPOS_MISMATCH));
+    }
+    void put(size_t uLength = 1200)
+    {
+        std::string text = "line " + std::to_string(m_iLines++) + " ";
+        text.resize(uLength, '.');
+        const int iResult = call(m_script.functions.iPut, [&] {
+            return m_script.bInstance ? ZEBU2_PutInstanceLine(m_handle, 0, text.c_str())
+                                      : ZEBU2_PutLine(0, text.c_str());
+        });
+        m_put.push_back({text, iResult == 0, iResult == 0 && lastError() == 0});
+    }
+    void flush()
+    {
+        call(m_script.functions.iFlush, [this] {
+            return m_script.bInstance ? ZEBU2_InstanceFileBufferFlush(m_handle) : ZEBU2_FileBufferFlush();
+        });
+    }
+    void changeMode()
+    {
+        call(m_script.functions.iMode, [this] {
+            return m_script.bInstance ? ZEBU2_ChInstanceFileAttr(m_handle, 0640) : ZEBU2_ChFileAttr(0640);
+        });
+    }
+    void backup()
+    {
+        const std::string to = m_dir + "/backup/all.log";
+        call(m_script.functions.iBackup, [&] {
+            return m_script.bInstance ? ZEBU2_InstanceTraceBackup(m_handle, to.c_str())
+                                      : ZEBU2_TraceBackup(to.c_str());
+        });
+    }
+    void stop()
+    {
+        if (m_iStarted == -1 || (m_script.bInstance && !m_handle))
+            return;
+        const int iResult = call(m_script.functions.iStop, [this] {
+            return m_script.bInstance ? ZEBU2_DeleteInstance(m_handle) : ZEBU2_Finalize();
+        });
+        if (iResult == 0 || !m_script.bInstance)
+            m_iStarted = -1;
+        else if (stillLives())
+            stop(); // a close of its files that failed leaves the instance alive
+        else
+            m_iStarted = -1;
+    }
+
+    // The script. It begins with an empty directory and starts twice, the second time on a ring with lines.
+    void play()
+    {
+        start();
+        for (int i = 0; i < 5; ++i) // through two files
+            put();
+        changeMode();
+        flush();
+        stop();
+        start();
+        put();
+        backup();
+        put();
+        put(3000);
+        stop();
+    }
+
+    // With nothing failing any more.
+    void recover()
+    {
+        plan()->iFunction = -1;
+        start();
+        CHECK(m_iStarted == 0);
+        put();
+        CHECK(m_put.back().bAcknowledged);
+        stop();
+    }
+
+    bool hasContext() const { return m_bContext; }
+
+    void checkRing() const
+    {
+        std::map<std::string, int> found;
+        for (int n = 1; n <= 4; ++n)
+            countLines(m_prefix + std::to_string(n) + ".log", m_script.bShared, &found);
+        for (const Put& p : m_put) {
+            const int iCount = found.contains(p.text) ? found[p.text] : 0;
+            if (iCount != 1 && (p.bAcknowledged || iCount > 1))
+                (void)fprintf(stderr, "%s: put %s, found %d times\n", p.text.substr(0, 9).c_str(),
+                              p.bAcknowledged ? "acknowledged" : "failed", iCount);
+            CHECK(p.bAcknowledged ? iCount == 1 : iCount <= 1);
+            found.erase(p.text);
+        }
+        CHECK(found.empty());
+    }
+    void checkArea() const
+    {
+        const std::string area = readFile(m_dir + "/mmap/zebu2mmap.mm");
+        for (const Put& p : m_put) {
+            const size_t uFirst = area.find(p.text + "\r\n");
+            CHECK(!p.bInArea || uFirst != std::string::npos);
+            CHECK(uFirst == std::string::npos || area.find(p.text + "\r\n", uFirst + 1) == std::string::npos);
+        }
+    }
+
+private:
+    struct Put
+    {
+        std::string text;
+        bool bAcknowledged, bInArea;
+    };
+
+    template <class Body>
+    int call(int iFunc, Body body)
+    {
+        const long lFired = plan()->lFired;
+        plan()->iArmed = 1;
+        const int iResult = body();
+        plan()->iArmed = 0;
+        const bool bFired = plan()->lFired != lFired;
+        m_bHit |= bFired;
+        check(iFunc, iResult, bFired);
+        return iResult;
+    }
+
+    void check(int iFunc, int iResult, bool bFired)
+    {
+        int iCode = 0;
+        const int iValue = ZEBU2_GetLastError(&iCode);
+        const int iFailure = ZEBU2_ERROR_FAILURE(iValue);
+        if (!m_bHit && (iResult != 0 || iValue != 0))
+            say(iFunc, iResult, iValue, iCode);
+        CHECK(m_bHit || (iResult == 0 && iValue == 0));
+        if (iResult == 0) {
+            CHECK(iValue == 0 || iValue == ZEBU_EPOS_NOTREADY); // without area
+            return;
+        }
+        if (iValue == ZEBU_EPOS_NOCONTEXT) {
+            CHECK(iResult == -1);
+            m_bContext = false;
+            return;
+        }
+        m_bContext = true;
+        const bool bFunction = ZEBU2_ERROR_FUNCTION(iValue) == iFunc ||
+                               (ZEBU2_ERROR_FUNCTION(iValue) == 0 && iResult == 2);
+        const bool bFailure = bFired ? isExplained(iFailure, iCode) : isConsequence(iFailure, iCode);
+        if (!bFunction || !bFailure)
+            say(iFunc, iResult, iValue, iCode);
+        CHECK(bFunction && bFailure);
+    }
+    bool isExplained(int iFailure, int iCode) const
+    {
+        const int iInjected = plan()->iCode == FAULT_SHORT ? (m_failing.iFunction == FAULT_read ? EIO : ENOSPC) : plan()->iCode;
+        if (m_failing.failures.contains(iFailure) && iCode == iInjected)
+            return true;
+        return m_failing.bConfig && iFailure == ZEBU_EPOS_MKDIR && iCode == ENOENT;
+    }
+    // What a call that is not hit itself may report after one that was.
+    bool isConsequence(int iFailure, int iCode) const
+    {
+        if (iFailure == ZEBU_EPOS_FLUSH) // nothing is open since a file could not be closed or opened
+            return iCode == EBADF;
+        const bool bNoHandle = m_script.bInstance && !m_handle && iFailure == ZEBU_EPOS_PARAM;
+        return iCode == 0 && (bNoHandle || iFailure == ZEBU_EPOS_NOTREADY || iFailure == ZEBU_EPOS_MISMATCH);
+    }
+    static void say(int iFunc, int iResult, int iValue, int iCode)
+    {
+        (void)fprintf(stderr, "function %d: result %d, value %08X, code %d (%s)\n", iFunc, iResult, iValue, iCode,
+                      strerror(iCode));
+    }
+    bool stillLives() const { return ZEBU2_GetInstanceLogLevel(m_handle) != -2 && lastError() == 0; }
+
+    // Counts the trace lines of a file. Whatever is not a whole line of ours, or of a header, is a fault.
+    static void countLines(const std::string& name, bool bShared, std::map<std::string, int>* pFound)
+    {
+        std::string bytes = readFile(name);
+        if (bShared)
+            bytes = bytes.substr(0, bytes.starts_with('\x1A') ? 0 : bytes.find("\r\n\x1A") + 2);
+        CHECK(bytes.empty() || bytes.ends_with("\r\n"));
+        for (const std::string& line : traceLines(bytes))
+            ++(*pFound)[body(line)];
+    }
+
+    const Script& m_script;
+    const Failing& m_failing;
+    const std::string m_dir;
+    const std::string m_prefix;
+    tagZEBU_LOGFILE_SPEC m_ring;
+    ZEBU2_HINSTANCE m_handle = nullptr;
+    std::vector<Put> m_put;
+    int m_iLines = 0;
+    int m_iStarted = -1;
+    bool m_bHit = false;
+    bool m_bContext = true;
+};
+
+} // namespace
+
+// ---- What must not be left behind ----------------------------------------------------------------
+
+static long openDescriptors()
+{
+    long lCount = 0;
+    for (int i = 0; i < 256; ++i)
+        lCount += fcntl(i, F_GETFD) != -1 ? 1 : 0;
+    return lCount;
+}
+
+static bool mapsAnythingIn(const std::string& dir)
+{
+    std::ifstream maps("/proc/self/maps");
+    for (std::string line; std::getline(maps, line);) {
+        if (line.find(dir) != std::string::npos)
+            return true;
+    }
+    return false;
+}
+
+// Asks as another owner: the locks of this process conflict.
+static bool isLocked(const std::string& name)
+{
+    const int iFd = open(name.c_str(), O_RDWR | O_CLOEXEC);
+    CHECK(iFd != -1);
+    struct flock lock = {};
+    lock.l_type = F_WRLCK;
+    CHECK(fcntl(iFd, F_OFD_GETLK, &lock) == 0);
+    CHECK(close(iFd) == 0);
+    return lock.l_type != F_UNLCK;
+}
+
+static void checkNothingLeft(const std::string& dir, long lDescriptors)
+{
+    CHECK(openDescriptors() == lDescriptors);
+    CHECK(!mapsAnythingIn(dir));
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(dir)) {
+        if (entry.is_regular_file())
+            CHECK(!isLocked(entry.path()));
+    }
+}
+
+// ---- The tests -----------------------------------------------------------------------------------
+
+static const Script cs_scripts[] = {
+    {"Single", false, false, 0,
+     {ZEBU_FUNC_INITIALIZE, ZEBU_FUNC_PUT_LINE, ZEBU_FUNC_FILE_BUFFER_FLUSH, ZEBU_FUNC_CH_FILE_ATTR,
+      ZEBU_FUNC_TRACE_BACKUP, ZEBU_FUNC_FINALIZE}},
+    {"Instance", true, false, 0,
+     {ZEBU_FUNC_CREATE_INSTANCE, ZEBU_FUNC_PUT_INSTANCE_LINE, ZEBU_FUNC_INSTANCE_FILE_BUFFER_FLUSH,
+      ZEBU_FUNC_CH_INSTANCE_FILE_ATTR, ZEBU_FUNC_INSTANCE_TRACE_BACKUP, ZEBU_FUNC_DELETE_INSTANCE}},
+};
+
+class Fault : public ::testing::TestWithParam<Script>
+{
+protected:
+    void SetUp() override
+    {
+        ASSERT_NE(plan(), nullptr) << "the injector is not preloaded";
+        (void)enterPrivateOpt(); // without the area's directory the standard one must not be found
+    }
+
+    // The script with calls lFirst to lLast of a function failing, in a process and a directory of its own.
+    // Whether any did is stored in *pbFired.
+    static int run(const Script& script, const Failing& failing, int iCode, long lFirst, long lLast, bool* pbFired)
+    {
+        std::string dir = std::filesystem::temp_directory_path() / "zebu-fault-XXXXXX";
+        CHECK(mkdtemp(dir.data()));
+        CHECK(mkdir((dir + "/ring").c_str(), 0777) == 0);
+        CHECK(symlink("../elsewhere.log", (dir + "/ring/app2.log").c_str()) == 0);
+        writeFile(dir + "/test.cnf", "LogFile = " + dir + "/log\n");
+        CHECK(setenv("ZEBU2_TRACECNF_FILE", (dir + "/test.cnf").c_str(), 1) == 0);
+        const int iStatus = inChild([&] {
+            alarm(20); // for a hang
+            const long lDescriptors = openDescriptors();
+            *plan() = {failing.iFunction, iCode, lFirst, lLast, 0, 0, {}};
+            Scene once(script, failing, dir);
+            once.play();
+            *pbFired = plan()->lFired != 0;
+            if (failing.iFunction == FAULT_pthread_key_create && *pbFired)
+                return; // the process has no contexts, for good
+            once.recover();
+            once.checkRing();
+            once.checkArea();
+            checkNothingLeft(dir, lDescriptors);
+        });
+        std::filesystem::remove_all(dir);
+        return iStatus;
+    }
+};
+
+TEST_P(Fault, OnEveryCallOfEveryFunction)
+{
+    auto* pbFired = static_cast<bool*>(
+        mmap(nullptr, sizeof(bool), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+    int iRuns = 0;
+    for (const Failing& failing : cs_failing) {
+        for (const int iCode : failing.codes) {
+            *pbFired = true;
+            for (long n = 1; *pbFired; ++n, ++iRuns) {
+                *pbFired = false;
+                EXPECT_EQ(run(GetParam(), failing, iCode, n, n, pbFired), 0)
+                    << "call " << n << " of " << failing.pszName << ", code " << iCode;
+            }
+        }
+    }
+    std::cout << iRuns << " runs\n";
+}
+
+INSTANTIATE_TEST_SUITE_P(Of, Fault, ::testing::ValuesIn(cs_scripts),
+                         [](const auto& test) { return test.param.pszName; });
