@@ -56,3 +56,20 @@ int ZEBUEngineRef::changeFileAttr(int iMode) const
         return fs_changeFileAttr(pMultiLogFile, iMode);
     return ZEBU_Fail(ZEBU_EPOS_NOTREADY, 0);
 }
+
+void ZEBU_DiscardEngine(ZebuLogFile** ppEngine)
+{
+    const ZEBUErrKeep keep;
+    if (*ppEngine)
+        (void)(*ppEngine)->closeFile();
+    delete *ppEngine;
+    *ppEngine = nullptr;
+}
+
+void ZEBU_DiscardEngine(ZebuMultiLogFile** ppEngine)
+{
+    if (*ppEngine)
+        (*ppEngine)->abandon();
+    delete *ppEngine;
+    *ppEngine = nullptr;
+}

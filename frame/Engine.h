@@ -21,6 +21,11 @@ struct ZEBUEngineRef
     int changeFileAttr(int iMode) const;
 };
 
+// Deletes an engine that is given up, and closes first what a failed open or close has left open, or its
+// descriptors, mappings and locks would stay behind. Null is allowed. The failure on record stays.
+void ZEBU_DiscardEngine(ZebuLogFile** ppEngine);
+void ZEBU_DiscardEngine(ZebuMultiLogFile** ppEngine);
+
 // The engine of the process log.
 ZEBUEngineRef ZEBU_ProcessEngine();
 

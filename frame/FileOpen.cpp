@@ -4,6 +4,7 @@
 #include <stddef.h>
 #include <string.h>
 
+#include "frame/Engine.h"
 #include "frame/GrobalVarUnix.h"
 #include "frame/Guards.h"
 #include "logfile/LogFile.h"
@@ -34,17 +35,6 @@ ZEBUCheck ZEBU_CheckArgument(const tagZEBU_LOGFILE_SPEC* pSpec, int iOption, ZEB
     return bValid ? ZEBU_CHECK_VALID : ZEBU_CHECK_INVALID;
 }
 
-// Deletes an engine whose open failed. What the open left open is closed first, or its descriptor and its
-// lock would stay behind; the failure that is reported stays the open's.
-template <class Engine>
-static void fs_discard(Engine** ppEngine)
-{
-    const ZEBUErrKeep keep;
-    (void)(*ppEngine)->closeFile();
-    delete *ppEngine;
-    *ppEngine = nullptr;
-}
-
 int ZEBU_StartSingle(ZebuLogFile** ppEngine, const tagZEBU_LOGFILE_SPEC* pSpec)
 {
     *ppEngine = new ZebuLogFile(pSpec);
@@ -52,7 +42,7 @@ int ZEBU_StartSingle(ZebuLogFile** ppEngine, const tagZEBU_LOGFILE_SPEC* pSpec)
         return 1;
     if ((*ppEngine)->openFile() == 0)
         return 0;
-    fs_discard(ppEngine);
+    ZEBU_DiscardEngine(ppEngine);
     return 1;
 }
 
@@ -72,7 +62,7 @@ int ZEBU_StartShared(ZebuMultiLogFile** ppEngine, const tagZEBU_LOGFILE_SPEC* pS
     const int iResult = (*ppEngine)->openFile();
     if (iResult == 0 || iResult == 3)
         return iResult;
-    fs_discard(ppEngine);
+    ZEBU_DiscardEngine(ppEngine);
     return 1;
 }
 
@@ -131,10 +121,8 @@ static bool fs_hasEngine(ZEBUMode eMode)
 
 static void fs_giveUp()
 {
-    delete ZEBU2_pLogFile;
-    ZEBU2_pLogFile = nullptr;
-    delete ZEBU2_pMultiLogFile;
-    ZEBU2_pMultiLogFile = nullptr;
+    ZEBU_DiscardEngine(&ZEBU2_pLogFile);
+    ZEBU_DiscardEngine(&ZEBU2_pMultiLogFile);
     ZEBU_UninitializeGrobalVar();
 }
 

@@ -5,6 +5,8 @@
 #include <string.h>
 #include <unistd.h>
 
+#include "frame/Engine.h"
+#include "frame/ErrPos.h"
 #include "frame/TLS.h"
 #include "logfile/LogFile.h"
 #include "mmap/MMap.h"
@@ -96,9 +98,8 @@ void ZEBU_UninitializeGrobalVar()
 {
     if (--cs_iInitCallCount != 0)
         return;
-    delete ZEBU2_pLogFile;
-    ZEBU2_pLogFile = nullptr;
-    delete ZEBU2_pMultiLogFile;
-    ZEBU2_pMultiLogFile = nullptr;
+    ZEBU_DiscardEngine(&ZEBU2_pLogFile);
+    ZEBU_DiscardEngine(&ZEBU2_pMultiLogFile);
+    const ZEBUErrKeep keep;
     delete ZEBU2_pMMap.exchange(nullptr);
 }

@@ -58,10 +58,8 @@ int ZEBUTraceObject::closeLogFileObject()
 
 void ZEBUTraceObject::deleteLogFileObject()
 {
-    delete pLogFile;
-    pLogFile = nullptr;
-    delete pMultiLogFile;
-    pMultiLogFile = nullptr;
+    ZEBU_DiscardEngine(&pLogFile);
+    ZEBU_DiscardEngine(&pMultiLogFile);
 }
 
 int ZEBU_CheckInstance(const ZEBUTraceObject* hInstance)

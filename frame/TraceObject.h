@@ -14,7 +14,6 @@
 struct ZEBUTraceObject final
 {
     ZEBUTraceObject(const tagZEBU_LOGFILE_SPEC* pSpec, const char* pszName);
-    // Deletes the engine without closing it.
     ~ZEBUTraceObject();
     ZEBUTraceObject(const ZEBUTraceObject&) = delete;
     ZEBUTraceObject& operator=(const ZEBUTraceObject&) = delete;
@@ -31,7 +30,7 @@ struct ZEBUTraceObject final
     int createLogFileObject(const tagZEBU_LOGFILE_SPEC* pSpec, int iOption, ZEBUMode eMode);
     // Closes the engine's files. Returns 0 or the failing close's result.
     int closeLogFileObject();
-    // Deletes the engine, without closing.
+    // Deletes the engine, and closes it if need be.
     void deleteLogFileObject();
 
     char szTag[4];

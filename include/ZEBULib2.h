@@ -169,7 +169,7 @@ extern ZEBU2_API const char ZEBU2_version_string[];
  * Returns
  *    0  the trace files and the trace area are open;
  *    1  only the trace area is: invalid spec (0x06000001), null spec (0x06000000), or the open
- *       failed (0x06 and the failure: OPEN, WRITE, NOMEM, PARAM, NOTDIR, MKDIR, LOCK);
+ *       failed (0x06 and the failure: OPEN, WRITE, NOMEM, PARAM, NOTDIR, STAT, MKDIR, LOCK);
  *    2  only the trace files are: the failure of the area with function number 0 (OPEN, WRITE,
  *       READ, MMAP, NOMEM, LSEEK, STAT, MKDIR, LOCK, AREA);
  *   -1  nothing is: already initialised (0x0600000B), both failed (0x06 and the area's failure), or
@@ -180,7 +180,7 @@ ZEBU2_API int ZEBU2_Initialize(const tagZEBU_LOGFILE_SPEC* pSpec, const char* ps
 /* Starts the process log with a ring that several processes share; otherwise as ZEBU2_Initialize.
  * iOption: OR of ZEBU2_OPT_..., 0 to 63. The first process makes the ring, later ones take over its
  * size and number of files. Besides the results of ZEBU2_Initialize (with function number 0x27; the
- * open can also fail with CLOSE, MMAP, LSEEK, STAT, MUNMAP):
+ * open can also fail with CLOSE, READ, MMAP, LSEEK, MUNMAP):
  *    3  open, but the management file was missing beside existing trace files; the place to go on was
  *       found from the files (0x2700001D). Becomes 2 when the trace area failed too.
  * Waits for other processes at most the lock parameters (ZEBU2_SetLockWaitTime). */

@@ -20,7 +20,7 @@ int ZEBU_TraceFileName(char (&szName)[ZEBU_PATH_ROOM], const char* pszPrefix, lo
     return 0;
 }
 
-static bool fs_isAbsent(int iErrno)
+bool ZEBU_IsAbsent(int iErrno)
 {
     return iErrno == ENOENT || iErrno == ENOTDIR || iErrno == ELOOP;
 }
@@ -37,7 +37,7 @@ long ZEBU_NewestTraceFile(const char* pszPrefix, long lCount, long* plSize)
         if (stat(szName, &info) != 0) {
             // One that cannot be looked at may be the newest: passing over it, the ring would go on in the
             // wrong place and empty it.
-            if (fs_isAbsent(errno))
+            if (ZEBU_IsAbsent(errno))
                 continue;
             return ZEBU_Fail(ZEBU_EPOS_STAT, errno);
         }
@@ -160,11 +160,9 @@ static int fs_chmodNoFollow(const char* pszName, int iMode)
     return fchmodat(AT_FDCWD, pszName, static_cast<mode_t>(iMode), AT_SYMLINK_NOFOLLOW);
 }
 
-int ZEBU_ChmodFile(const char* pszName, int iMode)
+int ZEBU_ChmodTrusted(const char* pszName, int iMode)
 {
-    const int iResult =
-        fs_onTrusted(pszName, EOPNOTSUPP, [=](const char* psz) { return fs_chmodNoFollow(psz, iMode); });
-    return iResult == 0 || errno == ENOENT ? 0 : ZEBU_Fail(ZEBU_EPOS_CHMOD, errno);
+    return fs_onTrusted(pszName, EOPNOTSUPP, [=](const char* psz) { return fs_chmodNoFollow(psz, iMode); });
 }
 
 void ZEBU_OpenNewDirectory(const char* pszDirectory)
@@ -243,8 +241,10 @@ int ZEBU_ChmodRing(const char* pszPrefix, long lCount, int iMode)
 {
     for (long n = 1; n <= lCount; ++n) {
         char szName[ZEBU_PATH_ROOM];
-        if (ZEBU_TraceFileName(szName, pszPrefix, n, lCount) != 0 || ZEBU_ChmodFile(szName, iMode) != 0)
+        if (ZEBU_TraceFileName(szName, pszPrefix, n, lCount) != 0)
             return -1;
+        if (ZEBU_ChmodTrusted(szName, iMode) != 0 && errno != ENOENT)
+            return ZEBU_Fail(ZEBU_EPOS_CHMOD, errno);
     }
     return 0;
 }
@@ -267,12 +267,6 @@ int ZEBU_RefuseRingFile(const char* pszPath, const char* pszPrefix, long lCount)
 
 // ---- Bytes ---------------------------------------------------------------------------------------
 
-void ZEBU_Unlock(int iFd)
-{
-    if (lockf(iFd, F_ULOCK, 0) != 0)
-        return;
-}
-
 int ZEBU_WriteAll(int iFd, const char* pBytes, size_t uLength)
 {
     while (uLength > 0) {
@@ -287,6 +281,17 @@ int ZEBU_WriteAll(int iFd, const char* pBytes, size_t uLength)
         pBytes += lWritten;
     }
     return 0;
+}
+
+void ZEBU_DropLocks(int iFd)
+{
+    (void)close(dup(iFd));
+}
+
+void ZEBU_Unlock(int iFd)
+{
+    if (lockf(iFd, F_ULOCK, 0) != 0)
+        ZEBU_DropLocks(iFd);
 }
 
 long ZEBU_Read(int iFd, char* pBytes, size_t uRoom)

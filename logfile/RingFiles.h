@@ -20,6 +20,9 @@ int ZEBU_TraceFileName(char (&szName)[ZEBU_PATH_ROOM], const char* pszPrefix, lo
 // a file cannot be looked at, since that may be the one.
 long ZEBU_NewestTraceFile(const char* pszPrefix, long lCount, long* plSize);
 
+// Whether this errno of a look at a file says that no such file is there, not that it could not be seen.
+bool ZEBU_IsAbsent(int iErrno);
+
 // Opens a file close-on-exec with `iFlags` (mode 0666 whatever the umask when it is made), and gives it
 // the permission bits `iFileAttr` unless that is -1. A symbolic link is followed only when root or the
 // caller made it. Never waits. Fails with 2; `*piFd` is then -1.
@@ -39,9 +42,9 @@ int ZEBU_MakeDirectories(const char* pszDirectory);
 // place.
 void ZEBU_OpenNewDirectory(const char* pszDirectory);
 
-// Changes the mode of a file, if it exists. Follows a symbolic link only when root or the caller made it, and
-// leaves the locks of this process alone. Fails with 27.
-int ZEBU_ChmodFile(const char* pszName, int iMode);
+// As chmod(2), but follows a symbolic link only when root or the caller made it. Leaves the locks of this
+// process on the file alone.
+int ZEBU_ChmodTrusted(const char* pszName, int iMode);
 
 // Changes the mode of every file of the ring that exists. Fails with 27 at the first that cannot be.
 int ZEBU_ChmodRing(const char* pszPrefix, long lCount, int iMode);
@@ -49,8 +52,10 @@ int ZEBU_ChmodRing(const char* pszPrefix, long lCount, int iMode);
 // Fails with 1 when `pszPath` names a file of the ring: copying the ring there would empty it.
 int ZEBU_RefuseRingFile(const char* pszPath, const char* pszPrefix, long lCount);
 
-// Gives a lockf lock up. Cannot fail in a way that matters: closing gives it up as well.
+// Gives up the lockf lock on a file, whose position is where it was taken; where that fails, every lock of this
+// process on the file. Records nothing.
 void ZEBU_Unlock(int iFd);
+void ZEBU_DropLocks(int iFd);
 
 // Writes all bytes. Fails with 4, with ENOSPC when a write was short.
 int ZEBU_WriteAll(int iFd, const char* pBytes, size_t uLength);

@@ -154,8 +154,10 @@ int ZEBUMMapFile::checkLockedFile(unsigned int uWanted)
         return -1;
     if (iResult == cs_iFresh)
         iResult = initFileObject(uWanted - static_cast<unsigned int>(sizeof(tagZEBU_AREA_HEADER)));
-    (void)lseek(iFd, 0, SEEK_SET);
-    ZEBU_Unlock(iFd);
+    if (lseek(iFd, 0, SEEK_SET) == -1)
+        ZEBU_DropLocks(iFd);
+    else
+        ZEBU_Unlock(iFd);
     return iResult;
 }
 

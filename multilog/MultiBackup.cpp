@@ -90,11 +90,11 @@ int ZebuMultiLogFile::copyRing(int iOut, const tagZEBU_MANAGEMENT_DATA& rec) con
 // ---- Permissions ---------------------------------------------------------------------------------
 
 // A directory is of use only with execute bits: for the owner always, else where it may be read or written.
-static mode_t fs_directoryMode(int iMode)
+static int fs_directoryMode(int iMode)
 {
     const int iGroup = iMode & 0060 ? 0010 : 0;
     const int iOthers = iMode & 0006 ? 0001 : 0;
-    return static_cast<mode_t>(iMode | 0100 | iGroup | iOthers);
+    return iMode | 0100 | iGroup | iOthers;
 }
 
 int ZebuMultiLogFile::chFileAttr(int iMode)
@@ -106,8 +106,8 @@ int ZebuMultiLogFile::chFileAttr(int iMode)
         return -1;
     if (ZEBU_ChmodRing(pszPath, lFileNum, iMode) != 0)
         return -1;
-    const int iDirErrno = chmod(szManageDir, fs_directoryMode(iMode)) == 0 ? 0 : errno;
-    if (chmod(szManageFileName, static_cast<mode_t>(iMode)) != 0)
+    const int iDirErrno = ZEBU_ChmodTrusted(szManageDir, fs_directoryMode(iMode)) == 0 ? 0 : errno;
+    if (ZEBU_ChmodTrusted(szManageFileName, iMode) != 0)
         return ZEBU_Fail(ZEBU_EPOS_CHMOD, errno);
     return iDirErrno == 0 ? 0 : ZEBU_Fail(ZEBU_EPOS_CHMOD, iDirErrno);
 }

@@ -88,7 +88,7 @@ int ZEBURingLock::acquire(tagZEBU_MANAGEMENT_DATA* pRec, long lManageLength)
         return -1;
     }
     if (file.takeRecord(pRec) != 0) {
-        bHeld = false;
+        release(); // nothing to do where it was the lock that could not be had
         return -1;
     }
     // The record was made anew by a process that did not know what the others in the ring asked for.

@@ -84,6 +84,8 @@ public:
     int openFile();
     // Closes the ring; harmless when it is closed. Fails with 22, 23 or 3.
     int closeFile();
+    // Closes whatever is open without asking for the lock, which ends with it. The failure on record stays.
+    void abandon();
 
     // Appends a line, its CR LF included. Moves the ring on when it does not fit. Fails with 1 (null), 11
     // (closed), 20 or 29 (the management file is no longer the one that was opened), 22, and as opening the
@@ -115,8 +117,6 @@ private:
     // Opens the management file and, under its lock, everything else. Results as openFile.
     int openManagementFile();
     int openUnderLock(bool bExisted);
-    // Closes what a failed open left open, which ends the lock, and keeps the failure that led here.
-    void abandonOpen();
     // Fills szManageDir and szManageFileName. Fails with 1.
     int generateManagementFileName(const char* pszPrefix);
     // Lengthens the management file to ZEBU_MANAGE_LENGTH bytes where it is shorter. Fails with 4, 14, 20.
@@ -129,11 +129,12 @@ private:
     void adoptRecord(const tagZEBU_MANAGEMENT_DATA& rec);
 
     // The record, under the lock. check... returns 0 or -1 and records nothing; repare... rebuilds the
-    // record from the trace files. readRecord does what is needed of the three.
+    // record from the trace files. readRecord does what is needed of the three. Rebuilding fails with 2, 5 or
+    // 20 when the trace files cannot be looked at: the ring would go on over lines that are there.
     int readAndCheckManagementFileMMap(tagZEBU_MANAGEMENT_DATA* pOut) const;
     static int checkManagementFile(const tagZEBU_MANAGEMENT_DATA& rec);
-    void repareManagementFile(tagZEBU_MANAGEMENT_DATA* pOut);
-    void readRecord(tagZEBU_MANAGEMENT_DATA* pOut);
+    int repareManagementFile(tagZEBU_MANAGEMENT_DATA* pOut);
+    int readRecord(tagZEBU_MANAGEMENT_DATA* pOut);
     // Reads the record and takes over its mode. Fails with 22 when that mode asks for a lock that cannot be
     // had; nothing is locked then.
     int takeRecord(tagZEBU_MANAGEMENT_DATA* pOut);
@@ -172,9 +173,11 @@ private:
     // Reserves the blocks of a file's first bytes, so that no store into a mapping meets a full disk.
     // Returns 1 when the file system cannot; fails with 4.
     static int reserveBlocks(int iFd, long lLength);
-    // Offset of the mark in a file: 0 when there is no file or no mark; -1 for a number out of range.
+    // Offset of the mark in a file: 0 when there is no file or no mark. Fails with 1 for a number out of range,
+    // and with 2 or 5.
     int searchEOF(int iNumber) const;
-    // Sets lCurrentFile and lWriteOffset from the files on disk. Returns 1 when there are any, else 0.
+    // Sets lCurrentFile and lWriteOffset from the files on disk. Returns 1 when there are any, else 0. Fails
+    // with 2, 5 or 20.
     int searchTraceFileData();
 
     // ---- MultiWrite.cpp

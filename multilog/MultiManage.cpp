@@ -42,7 +42,7 @@ int ZebuMultiLogFile::openManagementFile()
     ZEBURingLock lock(*this);
     const int iResult = lock.lock() == 0 ? openUnderLock(bExisted) : -1;
     if (iResult == -1)
-        abandonOpen();
+        abandon();
     return iResult;
 }
 
@@ -66,7 +66,10 @@ int ZebuMultiLogFile::openUnderLock(bool bExisted)
             return -1;
         adoptRecord(rec);
     } else {
-        bTraceFiles = searchTraceFileData() == 1;
+        const int iFound = searchTraceFileData();
+        if (iFound == -1)
+            return -1;
+        bTraceFiles = iFound == 1;
         publishRecord(&rec, ZEBU_MODE_ALL);
     }
     if (openTraceFile(true) != 0)
@@ -84,7 +87,7 @@ int ZebuMultiLogFile::openUnderLock(bool bExisted)
     return 3;
 }
 
-void ZebuMultiLogFile::abandonOpen()
+void ZebuMultiLogFile::abandon()
 {
     const ZEBUErrKeep keep;
     (void)closeTraceFile();
@@ -205,29 +208,30 @@ int ZebuMultiLogFile::checkManagementFile(const tagZEBU_MANAGEMENT_DATA& rec)
     return rec.currentFile < 1 || rec.currentFile > rec.fileNum ? -1 : 0;
 }
 
-void ZebuMultiLogFile::repareManagementFile(tagZEBU_MANAGEMENT_DATA* pOut)
+int ZebuMultiLogFile::repareManagementFile(tagZEBU_MANAGEMENT_DATA* pOut)
 {
-    (void)searchTraceFileData();
+    if (searchTraceFileData() == -1)
+        return -1;
     publishRecord(pOut, uMode);
+    return 0;
 }
 
-void ZebuMultiLogFile::readRecord(tagZEBU_MANAGEMENT_DATA* pOut)
+int ZebuMultiLogFile::readRecord(tagZEBU_MANAGEMENT_DATA* pOut)
 {
-    if (readAndCheckManagementFileMMap(pOut) != 0)
-        repareManagementFile(pOut);
+    return readAndCheckManagementFileMMap(pOut) == 0 ? 0 : repareManagementFile(pOut);
 }
 
 int ZebuMultiLogFile::takeRecord(tagZEBU_MANAGEMENT_DATA* pOut)
 {
-    readRecord(pOut);
+    if (readRecord(pOut) != 0)
+        return -1;
     const bool bLockFree = (uMode & ZEBU2_OPT_NOLOCK) != 0;
     if (updateModeAndRetryMpLock(pOut->mode) != 0)
         return -1;
     if (!bLockFree || (uMode & ZEBU2_OPT_NOLOCK))
         return 0;
     // The lock was taken only now: what was read without it may be out of date.
-    readRecord(pOut);
-    return updateModeAndRetryMpLock(pOut->mode);
+    return readRecord(pOut) == 0 ? updateModeAndRetryMpLock(pOut->mode) : -1;
 }
 
 void ZebuMultiLogFile::publishRecord(tagZEBU_MANAGEMENT_DATA* pOut, unsigned int uRecordMode)

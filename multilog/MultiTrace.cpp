@@ -64,13 +64,16 @@ int ZebuMultiLogFile::prepareTraceFile(long lNumber, bool bFill)
         return -1;
     struct stat info;
     const bool bExisted = stat(szTraceFileName, &info) == 0;
+    if (!bExisted && !ZEBU_IsAbsent(errno)) // taken for a new file, its data would be lost
+        return ZEBU_Fail(ZEBU_EPOS_STAT, errno);
     lFoundLength = bExisted ? info.st_size : 0;
-    if (bExisted && (!bFill || lFoundLength >= lMapSize))
+    if (lFoundLength > 0 && (!bFill || lFoundLength >= lMapSize))
         return 0;
     if (openFileFunc(&iTraceFd, szTraceFileName, O_RDWR | O_CREAT) != 0)
         return -1;
     auto uSize = static_cast<unsigned int>(lFoundLength < UINT_MAX ? lFoundLength : UINT_MAX);
-    if (initializeTraceFile(bFill, bExisted, &uSize) != 0)
+    // An empty one is what a process leaves that failed or died before it wrote the mark.
+    if (initializeTraceFile(bFill, bExisted && uSize > 0, &uSize) != 0)
         return -1;
     if (lNumber != lCurrentFile)
         fs_setBackTime(iTraceFd, bExisted ? &info : nullptr);
@@ -201,13 +204,15 @@ int ZebuMultiLogFile::searchEOF(int iNumber) const
         return -1;
     const ZEBUFd fd(ZEBU_OpenToRead(szName));
     if (fd.get() == -1)
-        return 0;
+        return ZEBU_IsAbsent(errno) ? 0 : ZEBU_Fail(ZEBU_EPOS_OPEN, errno);
     ZEBUEndOfDataScan scan;
     unsigned long ulCount = 0;
     char szBlock[ZEBU_SCAN_BLOCK];
-    long lRead;
+    long lRead = 0;
     while (!scan.found() && (lRead = ZEBU_Read(fd.get(), szBlock, sizeof szBlock)) > 0)
         ulCount += scan.examine(szBlock, static_cast<size_t>(lRead));
+    if (lRead < 0)
+        return ZEBU_Fail(ZEBU_EPOS_READ, errno);
     if (!scan.found())
         return 0;
     return ulCount < INT_MAX ? static_cast<int>(ulCount) : INT_MAX;
@@ -219,10 +224,12 @@ int ZebuMultiLogFile::searchTraceFileData()
     lWriteOffset = 0;
     long lSize;
     const long lNewest = ZEBU_NewestTraceFile(pszPath, lFileNum, &lSize);
-    if (lNewest == 0)
-        return 0;
+    if (lNewest <= 0)
+        return static_cast<int>(lNewest);
     lCurrentFile = lNewest;
     lWriteOffset = searchEOF(static_cast<int>(lNewest));
+    if (lWriteOffset == -1)
+        return -1;
     if (static_cast<unsigned long>(lWriteOffset) < static_cast<unsigned long>(lFileSize))
         return 1;
     lCurrentFile = lNewest < lFileNum ? lNewest + 1 : 1;

@@ -42,7 +42,7 @@ static int fs_due(int iFunction)
 #define REAL(name)                                                                                           \
     static __typeof__(&name) real_##name;                                                                    \
     if (!real_##name)                                                                                        \
-        *(void**)&real_##name = dlsym(RTLD_NEXT, #name)
+    *(void**)&real_##name = dlsym(RTLD_NEXT, #name)
 
 #define FAILING(type, failed, name, parameters, arguments)                                                   \
     __attribute__((visibility("default"))) type name parameters                                              \
@@ -87,7 +87,8 @@ FAILING(ssize_t, -1, readlinkat, (int i, const char* psz, char* pBuf, size_t u),
 FAILING(int, -1, stat, (const char* psz, struct stat* p), (psz, p))
 FAILING(int, -1, uname, (struct utsname * p), (p))
 FAILING(int, -1, unlink, (const char* psz), (psz))
-FAILING(int, -1, utimensat, (int i, const char* psz, const struct timespec p[2], int iFlags), (i, psz, p, iFlags))
+FAILING(int, -1, utimensat, (int i, const char* psz, const struct timespec p[2], int iFlags),
+        (i, psz, p, iFlags))
 
 FAILING_AFTER(int, -1, close, (int i), (i))
 FAILING_AFTER(int, -1, closedir, (DIR * p), (p))
@@ -228,8 +229,8 @@ __attribute__((visibility("default"))) int __gethostname_chk(char* psz, size_t u
 }
 
 ssize_t __readlinkat_chk(int i, const char* psz, char* p, size_t uLength, size_t uRoom);
-__attribute__((visibility("default"))) ssize_t __readlinkat_chk(int i, const char* psz, char* p, size_t uLength,
-                                                                size_t uRoom)
+__attribute__((visibility("default"))) ssize_t __readlinkat_chk(int i, const char* psz, char* p,
+                                                                size_t uLength, size_t uRoom)
 {
     return uLength > uRoom ? (abort(), -1) : readlinkat(i, psz, p, uLength);
 }

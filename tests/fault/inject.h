@@ -8,17 +8,18 @@
 
 /* Every function that it stands in for. */
 #define ZEBU_FAULT_FUNCTIONS(X)                                                                              \
-    X(calloc) X(chmod) X(close) X(closedir) X(fallocate) X(fchmod) X(fchmodat) X(fclose) X(fcntl) X(fdopen)  \
-    X(fgets) X(fstat) X(fstatat) X(ftruncate) X(futimens) X(gethostname) X(localtime_r) X(lockf) X(lseek)    \
-    X(lstat) X(malloc) X(mkdir) X(mmap) X(msync) X(munmap) X(open) X(openat) X(opendir) X(pthread_key_create)\
-    X(pthread_setspecific) X(read) X(readdir) X(readlinkat) X(stat) X(uname) X(unlink) X(utimensat) X(write)
+    X(calloc)                                                                                                \
+    X(chmod) X(close) X(closedir) X(fallocate) X(fchmod) X(fchmodat) X(fclose) X(fcntl) X(fdopen) X(fgets)   \
+        X(fstat) X(fstatat) X(ftruncate) X(futimens) X(gethostname) X(localtime_r) X(lockf) X(lseek)         \
+            X(lstat) X(malloc) X(mkdir) X(mmap) X(msync) X(munmap) X(open) X(openat) X(opendir)              \
+                X(pthread_key_create) X(pthread_setspecific) X(read) X(readdir) X(readlinkat) X(stat)        \
+                    X(uname) X(unlink) X(utimensat) X(write)
 
-enum
-{
+enum {
 #define ZEBU_FAULT_ENUM(name) FAULT_##name,
     ZEBU_FAULT_FUNCTIONS(ZEBU_FAULT_ENUM)
 #undef ZEBU_FAULT_ENUM
-    FAULT_FUNCTIONS
+        FAULT_FUNCTIONS
 };
 
 /* In place of an errno: read and write half of what is asked for. */
@@ -26,11 +27,11 @@ enum
 
 struct ZebuFault
 {
-    int iFunction;         /* FAULT_... */
-    int iCode;             /* errno, or FAULT_SHORT */
-    long lFirst, lLast;    /* which calls, counted from 1 */
+    int iFunction;      /* FAULT_... */
+    int iCode;          /* errno, or FAULT_SHORT */
+    long lFirst, lLast; /* which calls, counted from 1 */
     int iArmed;
-    long lFired;           /* calls that were made to fail */
+    long lFired;                  /* calls that were made to fail */
     long lCalls[FAULT_FUNCTIONS]; /* counted while armed */
 };
 
