@@ -4,7 +4,7 @@
 #include <sys/utsname.h>
 #include <unistd.h>
 
-#include <regex>
+#include <algorithm>
 
 #include "support/Sandbox.h"
 
@@ -39,7 +39,9 @@ TEST_F(Ring, HeaderHasItsColumns)
     std::string host = strlen(szHost) > 16 ? "Unknown" : szHost;
     host.resize(17, ' ');
     EXPECT_EQ(header[0].substr(0, 116), "**** " + system + " " + host + "TZ=Europe/Berlin-and-more-charac ");
-    EXPECT_TRUE(std::regex_match(header[0].substr(116), std::regex(R"(\d{4}/\d\d/\d\d \d\d:\d\d:\d\d\.\d{3})")));
+    std::string time = header[0].substr(116);
+    std::replace_if(time.begin(), time.end(), [](char c) { return c >= '0' && c <= '9'; }, '9');
+    EXPECT_EQ(time, "9999/99/99 99:99:99.999");
     EXPECT_EQ(header[1], "     yyyy/mm/dd hh:mm:ss.sss                      pid      tid      message-id"
                          "            message(LANG=" +
                              std::string(64, 'l') + ")");
