@@ -20,23 +20,37 @@ enum : uint32_t { cs_uThreadBits = 22, cs_uThreadMask = (1u << cs_uThreadBits) -
 enum { cs_iSpins = 200, cs_iLookPauses = 10, cs_iHungPauses = 1000, cs_iPausesMax = 10000 };
 
 // Used in signal handlers: the library's thread-local memory is there from a thread's start.
-static __thread uint32_t cs_uThread;
-static __thread uint32_t cs_uAppends;
-static __thread volatile int cs_iDepth;  // appends that this thread is in; 2 and more in handlers
+namespace {
+
+struct Appender
+{
+    uint32_t uThread;
+    uint32_t uAppends;
+    volatile int iDepth; // appends that this thread is in; 2 and more in handlers
+};
+
+} // namespace
+
+static __thread Appender cs_self;
 
 static constinit std::atomic<int> cs_iSigSafePuts{0};
 
 static void fs_pause()
 {
     const timespec pause = {0, 50 * 1000};
-    (void)syscall(SYS_nanosleep, &pause, nullptr);  // the function of that name can be cancelled
+    (void)syscall(SYS_nanosleep, &pause, nullptr); // the function of that name can be cancelled
+}
+
+[[gnu::noinline, gnu::cold]] static void fs_learnThread()
+{
+    cs_self.uThread = static_cast<uint32_t>(syscall(SYS_gettid)) & cs_uThreadMask;
 }
 
 static uint32_t fs_newWord()
 {
-    if (cs_uThread == 0)
-        cs_uThread = static_cast<uint32_t>(syscall(SYS_gettid)) & cs_uThreadMask;
-    return ++cs_uAppends << cs_uThreadBits | cs_uThread;
+    if (cs_self.uThread == 0)
+        fs_learnThread();
+    return ++cs_self.uAppends << cs_uThreadBits | cs_self.uThread;
 }
 
 // The state letter of a thread from /proc, or 0. A dead thread whose parent has not asked for it yet
@@ -79,19 +93,20 @@ static bool fs_isGone(uint32_t uWord)
 static void fs_changeDepth(int iBy)
 {
     std::atomic_signal_fence(std::memory_order_seq_cst);
-    cs_iDepth = cs_iDepth + iBy;
+    cs_self.iDepth = cs_self.iDepth + iBy;
     std::atomic_signal_fence(std::memory_order_seq_cst);
 }
 
 static bool fs_replaceWord(tagZEBU_AREA_HEADER* pHeader, uint32_t uSeen, uint32_t uWord)
 {
-    return __atomic_compare_exchange_n(&pHeader->uGuard, &uSeen, uWord, false, __ATOMIC_ACQUIRE, __ATOMIC_RELAXED);
+    return __atomic_compare_exchange_n(&pHeader->uGuard, &uSeen, uWord, false, __ATOMIC_ACQUIRE,
+                                       __ATOMIC_RELAXED);
 }
 
 // True when the holder `uWord` is the append that a handler on this thread has interrupted.
 static bool fs_isInterruptedSelf(uint32_t uWord)
 {
-    return cs_iDepth > 1 && (uWord & cs_uThreadMask) == cs_uThread;
+    return cs_self.iDepth > 1 && (uWord & cs_uThreadMask) == cs_self.uThread;
 }
 
 // True when a holder that has stood still for `iQuiet` pauses may be passed over.
@@ -102,7 +117,8 @@ static bool fs_mayPass(uint32_t uWord, int iQuiet)
     return iQuiet % cs_iLookPauses == cs_iLookPauses - 1 && fs_isGone(uWord);
 }
 
-static bool fs_waitForGuard(tagZEBU_AREA_HEADER* pHeader, uint32_t uWord)
+// Kept out of the way of an append that finds the guard free.
+[[gnu::noinline, gnu::cold]] static bool fs_waitForGuard(tagZEBU_AREA_HEADER* pHeader, uint32_t uWord)
 {
     uint32_t uSeen = 0;
     for (int iTurn = 0, iQuiet = 0; iTurn < cs_iSpins + cs_iPausesMax; ++iTurn) {
@@ -152,13 +168,14 @@ void ZEBU_DropAreaGuard(tagZEBU_AREA_HEADER* pHeader, uint32_t uGuard)
     fs_changeDepth(-1);
 }
 
-bool ZEBU_CommitAppend(tagZEBU_AREA_HEADER* pHeader, uint32_t uGuard, uint32_t uOldOffset, uint32_t uNewOffset)
+bool ZEBU_CommitAppend(tagZEBU_AREA_HEADER* pHeader, uint32_t uGuard, uint32_t uOldOffset,
+                       uint32_t uNewOffset)
 {
-    typedef uint64_t __attribute__((may_alias)) TWord;  // write offset and guard; the mapping is aligned
+    typedef uint64_t __attribute__((may_alias)) TWord; // write offset and guard; the mapping is aligned
     char* pOffset = reinterpret_cast<char*>(pHeader) + offsetof(tagZEBU_AREA_HEADER, uWriteOffset);
     uint64_t uExpected = static_cast<uint64_t>(uGuard) << 32 | uOldOffset;
-    if (!__atomic_compare_exchange_n(reinterpret_cast<TWord*>(pOffset), &uExpected, uNewOffset,
-                                     false, __ATOMIC_RELEASE, __ATOMIC_RELAXED)) {
+    if (!__atomic_compare_exchange_n(reinterpret_cast<TWord*>(pOffset), &uExpected, uNewOffset, false,
+                                     __ATOMIC_RELEASE, __ATOMIC_RELAXED)) {
         ZEBU_DropAreaGuard(pHeader, uGuard);
         return false;
     }
@@ -188,7 +205,7 @@ bool ZEBU_WaitForSigSafePuts()
 
 void ZEBU_ForgetThreads()
 {
-    cs_uThread = 0;
-    cs_iDepth = 0;
+    cs_self.uThread = 0;
+    cs_self.iDepth = 0;
     cs_iSigSafePuts.store(0);
 }
