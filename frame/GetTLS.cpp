@@ -1,16 +1,8 @@
-// frame/GetTLS.cpp -- finding the calling thread's context.
+// frame/GetTLS.cpp -- the context of a thread that has none yet.
 #include "frame/TLS.h"
-#include "frame/TLSState.h"
 
-tagZEBU_TLS_VAR* ZEBU_PeekTlsVar()
+tagZEBU_TLS_VAR* ZEBU_MakeTlsVar()
 {
-    return ZEBU2_TlsKeyEnable.load(std::memory_order_acquire) != 0 ? cs_pOwnTlsVar : nullptr;
-}
-
-tagZEBU_TLS_VAR* ZEBU_GetTlsVar()
-{
-    if (tagZEBU_TLS_VAR* pTls = ZEBU_PeekTlsVar())
-        return pTls;
     if (ZEBU2_TlsKeyEnable.load(std::memory_order_acquire) == 0)
         ZEBU_InitializeTlsIndex();
     if (ZEBU2_TlsKeyEnable.load(std::memory_order_acquire) == 0 || ZEBU_InitializeTlsVar() != 0)

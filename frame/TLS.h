@@ -10,6 +10,8 @@
 #include <stddef.h>
 #include <time.h>
 
+#include "frame/TLSState.h"
+
 constexpr int ZEBU_THREAD_ID = 9;         // eight hexadecimal digits and a blank
 constexpr int ZEBU_LINE_HEADER = 68;      // columns of a line before its body
 constexpr int ZEBU_PLAIN_TEXT_MAX = 4117; // text bytes of a line without a message id
@@ -31,11 +33,21 @@ struct tagZEBU_TLS_VAR
     char szSecond[21];
 };
 
-// Returns the calling thread's context, made on first use; null when none can be had.
-tagZEBU_TLS_VAR* ZEBU_GetTlsVar();
-
 // Returns the calling thread's context if it has one. Async-signal-safe.
-tagZEBU_TLS_VAR* ZEBU_PeekTlsVar();
+inline tagZEBU_TLS_VAR* ZEBU_PeekTlsVar()
+{
+    return ZEBU2_TlsKeyEnable.load(std::memory_order_acquire) != 0 ? cs_pOwnTlsVar : nullptr;
+}
+
+// Makes the calling thread's context, and first what all threads need for theirs. Null when it cannot.
+tagZEBU_TLS_VAR* ZEBU_MakeTlsVar();
+
+// Returns the calling thread's context, made on first use; null when none can be had.
+inline tagZEBU_TLS_VAR* ZEBU_GetTlsVar()
+{
+    tagZEBU_TLS_VAR* pTls = ZEBU_PeekTlsVar();
+    return pTls ? pTls : ZEBU_MakeTlsVar();
+}
 
 // Makes the list mutex and the key, once per process.
 void ZEBU_InitializeTlsIndex();
