@@ -10,10 +10,8 @@
 #include "Empty.h"
 #include "Groups.h"
 
-static void put()
-{
-    (void)ZEBU2_PutLine(1, cs_pszText);
-}
+// An object and not a function: its call is laid out in the loops that it is given to.
+constexpr auto put = [] { (void)ZEBU2_PutLine(1, cs_pszText); };
 
 // ---- Above the level, and with both destinations off ----------------------------------------------
 

@@ -30,6 +30,8 @@ constexpr int ZEBU_PROCESS_ID = 9; // eight hexadecimal digits and a blank
 // Positions in ZEBU2_LockValue.
 enum { ZEBU_LOCK_WAIT, ZEBU_LOCK_RETRY, ZEBU_LOCK_INSTANCE_WAIT, ZEBU_LOCK_INSTANCE_RETRY, ZEBU_LOCK_VALUES };
 
+// Known to be of this library also where they are only declared: found without a table.
+#pragma GCC visibility push(hidden)
 extern constinit std::atomic<int> ZEBU2_iIsInitialized;
 extern constinit std::atomic<ZEBUMMapFile*> ZEBU2_pMMap; // also read by the signal-safe put
 extern ZebuLogFile* ZEBU2_pLogFile;
@@ -43,6 +45,7 @@ extern constinit std::atomic<int> ZEBU2_iMsgCount;
 // Read without the mutex while an initialisation may store them: through the functions below.
 extern char ZEBU2_szAppName[ZEBU_APP_NAME + 1];
 extern char ZEBU2_szProcessId[ZEBU_PROCESS_ID + 1];
+#pragma GCC visibility pop
 
 // Text that is read while another thread may store it moves as whole words.
 typedef uint64_t __attribute__((may_alias)) ZEBUTextWord;

@@ -193,6 +193,18 @@ static bool fs_isMessage(const tagZEBU_PUT& put)
     return static_cast<unsigned int>(put.iLevel) <= ZEBU2_LEVEL_MAX && put.pszText;
 }
 
+// True for a valid message above the log level, which costs no more than this: nothing is built before it,
+// and the way to `true` takes no branch. A level above any log level is not negative.
+static bool fs_isFiltered(int iLevel, const char* pszText)
+{
+    if (iLevel <= ZEBU2_Threshold.iLogLevel.load(std::memory_order_relaxed)) [[unlikely]]
+        return false;
+    if (iLevel > ZEBU2_LEVEL_MAX || !pszText || !ZEBU2_iIsInitialized.load(std::memory_order_relaxed))
+        [[unlikely]]
+        return false;
+    return true;
+}
+
 static int fs_putProcess(const tagZEBU_PUT& put)
 {
     if (!ZEBU2_iIsInitialized.load(std::memory_order_relaxed))
@@ -223,13 +235,21 @@ static int fs_putInstance(const ZEBUTraceObject* pInstance, const tagZEBU_PUT& p
 
 // ---- The entry points ----------------------------------------------------------------------------
 
-int ZEBU2_PutLine(int iLevel, const char* pszText)
+// A put that is filtered out leaves before any frame is made. A protected frame would be made at once; there
+// is no array in these to protect.
+#define ZEBU_FRAMELESS __attribute__((no_stack_protector))
+
+ZEBU_FRAMELESS int ZEBU2_PutLine(int iLevel, const char* pszText)
 {
+    if (fs_isFiltered(iLevel, pszText))
+        return 0;
     return fs_putProcess({.iFunc = ZEBU_FUNC_PUT_LINE, .iLevel = iLevel, .pszText = pszText});
 }
 
-int ZEBU2_PutWithId(int iLevel, const char* pszMsgId, const char* pszText)
+ZEBU_FRAMELESS int ZEBU2_PutWithId(int iLevel, const char* pszMsgId, const char* pszText)
 {
+    if (fs_isFiltered(iLevel, pszText))
+        return 0;
     return fs_putProcess({.iFunc = ZEBU_FUNC_PUT_ID,
                           .iLevel = iLevel,
                           .pszText = pszText,
@@ -237,8 +257,11 @@ int ZEBU2_PutWithId(int iLevel, const char* pszMsgId, const char* pszText)
                           .pszMsgId = pszMsgId});
 }
 
-int ZEBU2_PutWithIdEx(int iLevel, const char* pszAppName, const char* pszMsgId, const char* pszText)
+ZEBU_FRAMELESS int ZEBU2_PutWithIdEx(int iLevel, const char* pszAppName, const char* pszMsgId,
+                                     const char* pszText)
 {
+    if (fs_isFiltered(iLevel, pszText))
+        return 0;
     return fs_putProcess({.iFunc = ZEBU_FUNC_PUT_ID_EX,
                           .iLevel = iLevel,
                           .pszText = pszText,
@@ -248,9 +271,11 @@ int ZEBU2_PutWithIdEx(int iLevel, const char* pszAppName, const char* pszMsgId, 
                           .pszAppName = pszAppName});
 }
 
-int ZEBU2_PutWithMsgType(int iLevel, const char* pszAppName, const char* pszMsgId, const char* pszMsgType,
-                         const char* pszText)
+ZEBU_FRAMELESS int ZEBU2_PutWithMsgType(int iLevel, const char* pszAppName, const char* pszMsgId,
+                                        const char* pszMsgType, const char* pszText)
 {
+    if (fs_isFiltered(iLevel, pszText))
+        return 0;
     return fs_putProcess({.iFunc = ZEBU_FUNC_PUT_TYPE,
                           .iLevel = iLevel,
                           .pszText = pszText,
@@ -261,9 +286,11 @@ int ZEBU2_PutWithMsgType(int iLevel, const char* pszAppName, const char* pszMsgI
                           .pszAppName = pszAppName});
 }
 
-int ZEBU2_PutWithIdAndTidEx(int iLevel, const char* pszAppName, const char* pszThreadId, const char* pszMsgId,
-                            const char* pszText)
+ZEBU_FRAMELESS int ZEBU2_PutWithIdAndTidEx(int iLevel, const char* pszAppName, const char* pszThreadId,
+                                           const char* pszMsgId, const char* pszText)
 {
+    if (fs_isFiltered(iLevel, pszText))
+        return 0;
     return fs_putProcess({.iFunc = ZEBU_FUNC_PUT_ID_TID,
                           .iLevel = iLevel,
                           .pszText = pszText,
@@ -275,9 +302,12 @@ int ZEBU2_PutWithIdAndTidEx(int iLevel, const char* pszAppName, const char* pszT
                           .pszThreadId = pszThreadId});
 }
 
-int ZEBU2_PutWithMsgTypeAndTid(int iLevel, const char* pszAppName, const char* pszThreadId,
-                               const char* pszMsgId, const char* pszMsgType, const char* pszText)
+ZEBU_FRAMELESS int ZEBU2_PutWithMsgTypeAndTid(int iLevel, const char* pszAppName, const char* pszThreadId,
+                                              const char* pszMsgId, const char* pszMsgType,
+                                              const char* pszText)
 {
+    if (fs_isFiltered(iLevel, pszText))
+        return 0;
     return fs_putProcess({.iFunc = ZEBU_FUNC_PUT_TYPE_TID,
                           .iLevel = iLevel,
                           .pszText = pszText,
