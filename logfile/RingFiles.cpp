@@ -22,7 +22,7 @@ int ZEBU_TraceFileName(char (&szName)[ZEBU_PATH_ROOM], const char* pszPrefix, lo
 
 bool ZEBU_IsAbsent(int iErrno)
 {
-    return iErrno == ENOENT || iErrno == ENOTDIR || iErrno == ELOOP || iErrno == EACCES || iErrno == ENAMETOOLONG;
+    return iErrno == ENOENT || iErrno == ENOTDIR || iErrno == ELOOP || iErrno == ENAMETOOLONG;
 }
 
 long ZEBU_NewestTraceFile(const char* pszPrefix, long lCount, long* plSize)
