@@ -49,6 +49,9 @@ foreach(page IN LISTS ZEBU_MAN_PAGES)
     file(STRINGS ${page} functions REGEX "^\\.Nm ZEBU2_")
     foreach(function IN LISTS functions)
       string(REGEX MATCH "ZEBU2_[A-Za-z0-9_]+" function "${function}")
+      if(name STREQUAL "${function}.3")
+        continue()
+      endif()
       file(CONFIGURE OUTPUT man3/${function}.3 CONTENT ".so man3/${name}\n")
       install(FILES ${PROJECT_BINARY_DIR}/man3/${function}.3
         DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 COMPONENT development)
@@ -67,7 +70,8 @@ if(TARGET zebu2)
   install(TARGETS zebu2 RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
   install(FILES tools/completion/zebu2 DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
     COMPONENT tools OPTIONAL)
-  install(FILES tools/lnav/zebu2.json DESTINATION ${CMAKE_INSTALL_DATADIR}/lnav/formats COMPONENT tools OPTIONAL)
+  install(FILES tools/lnav/zebu2_log.json DESTINATION ${CMAKE_INSTALL_DATADIR}/lnav/formats COMPONENT tools
+    OPTIONAL)
 endif()
 
 # ---- The standard configuration, where the library looks for it -----------------------------------
