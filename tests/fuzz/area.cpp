@@ -1,0 +1,42 @@
+// Appending to a trace area whose header holds anything: no byte outside of it is touched, and a line that is
+// stored is there.
+#include <string.h>
+
+#include "Fuzz.h"
+#include "mmap/AreaGuard.h"
+#include "mmap/MMap.h"
+
+int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t uSize)
+{
+    tagZEBU_AREA_HEADER header = {ZEBU_AREA_MAGIC, 0, 0, 0, 0, 0};
+    if (uSize < sizeof header + 4)
+        return 0;
+    memcpy(&header, pData, sizeof header);
+    constexpr uint32_t uDead = 0x3FFFFF; // a thread that died within its append
+    header.uGuard = header.uGuard & 1 ? uDead : 0;
+    if (header.uMagic % 4 != 0)
+        header.uMagic = ZEBU_AREA_MAGIC;
+    const uint32_t uLength = static_cast<uint32_t>(sizeof header) + pData[24] * 4;
+    const uint32_t uLine = pData[25] * 4u + pData[26];
+    auto* pMap = static_cast<char*>(malloc(uLength)); // exactly: what follows is poisoned
+    memset(pMap, '.', uLength);
+    memcpy(pMap, &header, sizeof header);
+    const std::string line(uLine, 'x');
+    for (int i = 0; i < 3; ++i) {
+        tagZEBU_AREA_HEADER before, after;
+        memcpy(&before, pMap, sizeof before);
+        const ZEBUAppend eAppend = ZEBU_AppendToArea(pMap, uLength, line.data(), uLine);
+        memcpy(&after, pMap, sizeof after);
+        FUZZ_CHECK(after.uMagic == before.uMagic && after.uDataSize == before.uDataSize);
+        FUZZ_CHECK(after.uReadOffset == before.uReadOffset);
+        if (eAppend != ZEBU_APPEND_STORED) {
+            FUZZ_CHECK(after.uWriteOffset == before.uWriteOffset);
+            continue;
+        }
+        FUZZ_CHECK(after.uGuard == 0 && after.uWriteOffset <= after.uDataSize);
+        for (uint32_t u = 0; u < uLine; ++u)
+            FUZZ_CHECK(pMap[sizeof header + (before.uWriteOffset + u) % before.uDataSize] == 'x');
+    }
+    free(pMap);
+    return 0;
+}

@@ -1,0 +1,23 @@
+// The configuration file, with any content.
+#include <string.h>
+
+#include "config/Conf2Unix.h"
+#include "config/ConfUnix.h"
+#include "Fuzz.h"
+
+int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t uSize)
+{
+    static const FuzzDir dir;
+    dir.write("test.cnf", fuzzText(pData, uSize));
+    FUZZ_CHECK(setenv("ZEBU2_TRACECNF_FILE", dir.path("test.cnf").c_str(), 1) == 0);
+    static ZEBUConfigInf config; // large
+    config.~ZEBUConfigInf();
+    new (&config) ZEBUConfigInf;
+    FUZZ_CHECK(memchr(config.szMonPath, 0, sizeof config.szMonPath));
+    FUZZ_CHECK(memchr(config.szLogFile, 0, sizeof config.szLogFile));
+    FUZZ_CHECK(memchr(config.szMMapDir, 0, sizeof config.szMMapDir));
+    FUZZ_CHECK(config.szMMapFile[0] == '\0' || config.szMMapFile[0] == '/');
+    const ZEBUConfigInf2 notice;
+    FUZZ_CHECK(memchr(notice.szMsgString, 0, sizeof notice.szMsgString));
+    return 0;
+}
