@@ -1,5 +1,6 @@
 #include "tools/Output.h"
 
+#include <algorithm>
 #include <errno.h>
 #include <poll.h>
 #include <signal.h>
@@ -13,9 +14,11 @@ namespace {
 constexpr size_t cs_uBuffer = 64 * 1024;
 volatile sig_atomic_t cs_bEnded = 0;
 
+// Comes again every second: a signal that arrives just before a write that waits would go unnoticed.
 void fs_onSignal(int)
 {
     cs_bEnded = 1;
+    (void)alarm(1);
 }
 
 bool fs_wantsColor(ZEBUFormat eFormat, ZEBUColor eColor, bool bTerminal)
@@ -79,16 +82,15 @@ void ZEBU_WriteFully(int iFd, std::string_view svBytes, const std::string& strNa
 {
     while (!svBytes.empty()) {
         const ssize_t iWritten = write(iFd, svBytes.data(), svBytes.size());
-        if (iWritten >= 0) {
-            svBytes.remove_prefix(static_cast<size_t>(iWritten));
-        } else if (errno == EPIPE || (errno == EINTR && cs_bEnded)) {
+        const int iErrno = iWritten < 0 ? errno : 0;
+        svBytes.remove_prefix(static_cast<size_t>(std::max<ssize_t>(iWritten, 0)));
+        if (iErrno == EPIPE || (cs_bEnded && !svBytes.empty()))
             throw ZEBUEnded{};
-        } else if (errno == EAGAIN) {
-            pollfd wait = {.fd = iFd, .events = POLLOUT, .revents = 0};
+        pollfd wait = {.fd = iFd, .events = POLLOUT, .revents = 0};
+        if (iErrno == EAGAIN)
             (void)poll(&wait, 1, -1);
-        } else if (errno != EINTR) {
-            throw ZEBUFailure{strName + ": " + strerror(errno)};
-        }
+        else if (iErrno != 0 && iErrno != EINTR)
+            throw ZEBUFailure{strName + ": " + strerror(iErrno)};
     }
 }
 
@@ -98,6 +100,7 @@ void ZEBU_EndOnSignals()
     action.sa_handler = fs_onSignal;
     (void)sigaction(SIGINT, &action, nullptr);
     (void)sigaction(SIGTERM, &action, nullptr);
+    (void)sigaction(SIGALRM, &action, nullptr);
 }
 
 bool ZEBU_IsEnded()

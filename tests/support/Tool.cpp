@@ -1,0 +1,167 @@
+#include "support/Tool.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+void runTool(const Words& words)
+{
+    std::vector<char*> arguments = {const_cast<char*>("zebu2")};
+    for (const std::string& word : words)
+        arguments.push_back(const_cast<char*>(word.c_str()));
+    arguments.push_back(nullptr);
+    execv(ZEBU2_TOOL, arguments.data());
+    CHECK(false);
+}
+
+std::string drainFile(FILE* file)
+{
+    std::string bytes;
+    char block[4096];
+    rewind(file);
+    for (size_t got; (got = fread(block, 1, sizeof block, file)) > 0;)
+        bytes.append(block, got);
+    (void)fclose(file);
+    return bytes;
+}
+} // namespace
+
+ToolResult zebu2(const Words& words, const std::string& input)
+{
+    FILE* in = tmpfile();
+    FILE* out = tmpfile();
+    FILE* err = tmpfile();
+    CHECK(in && out && err && fwrite(input.data(), 1, input.size(), in) == input.size());
+    rewind(in);
+    const int status = inChild([&] {
+        CHECK(dup2(fileno(in), 0) == 0 && dup2(fileno(out), 1) == 1 && dup2(fileno(err), 2) == 2);
+        runTool(words);
+    });
+    (void)fclose(in);
+    return {status, drainFile(out), drainFile(err)};
+}
+
+RunningTool::RunningTool(const Words& words, int pipeSize)
+{
+    int ends[2];
+    CHECK(pipe2(ends, O_CLOEXEC) == 0);
+    CHECK(pipeSize == 0 || fcntl(ends[1], F_SETPIPE_SZ, pipeSize) >= 0);
+    m_child = startChild([&] {
+        CHECK(dup2(ends[1], 1) == 1);
+        runTool(words);
+    });
+    (void)close(ends[1]);
+    m_output = ends[0];
+}
+
+RunningTool::~RunningTool()
+{
+    closeOutput();
+    if (m_child <= 0)
+        return;
+    (void)kill(m_child, SIGKILL);
+    (void)waitForChild(m_child);
+}
+
+const std::string& RunningTool::readUntil(const std::string& text)
+{
+    char block[4096];
+    size_t searched = 0;
+    while (m_read.find(text, searched) == std::string::npos) {
+        searched = m_read.size() - std::min(m_read.size(), text.size());
+        const ssize_t got = read(m_output, block, sizeof block);
+        if (got <= 0)
+            break;
+        m_read.append(block, static_cast<size_t>(got));
+    }
+    return m_read;
+}
+
+void RunningTool::closeOutput()
+{
+    if (m_output != -1)
+        (void)close(m_output);
+    m_output = -1;
+}
+
+void RunningTool::signal(int signal)
+{
+    (void)kill(m_child, signal);
+}
+
+int RunningTool::wait()
+{
+    const pid_t child = m_child;
+    m_child = -1;
+    return waitForChild(child);
+}
+
+std::string ToolTest::line(int counter, const std::string& time, const std::string& body,
+                           const std::string& app, const std::string& pid, const std::string& tid)
+{
+    char header[128];
+    const std::string day = time.size() < 23 ? "2026/11/22 " + time : time;
+    (void)snprintf(header, sizeof header, "%04d %s     %-16s %s %-8s ", counter, day.c_str(), app.c_str(),
+                   pid.c_str(), tid.c_str());
+    return header + body + "\r\n";
+}
+
+std::string ToolTest::plainLines(int first, int last)
+{
+    std::string lines;
+    for (int i = first; i <= last; ++i) {
+        char time[16];
+        (void)snprintf(time, sizeof time, "10:%02d:%02d.000", i / 60 % 60, i % 60);
+        lines += line(i, time, "message " + std::to_string(i));
+    }
+    return lines;
+}
+
+std::string ToolTest::fileHeader(const std::string& time)
+{
+    char header[512];
+    (void)snprintf(header, sizeof header, "**** %-61s%-17s%-32s %s\r\n%s%-12smessage(LANG=C)\r\n",
+                   "Linux 6.1 #1", "host", "TZ=UTC", time.c_str(),
+                   "     yyyy/mm/dd hh:mm:ss.sss                      pid      tid      message-id", "");
+    return header;
+}
+
+std::string ToolTest::startHeader()
+{
+    return "**** app              00001A2B 0000004096 0003 00000000\r\n" + fileHeader();
+}
+
+std::string ToolTest::mark()
+{
+    return "\x1A\r\n\r\n\r\n\r\n----------< End of Data >----------\r\n\r\n";
+}
+
+void ToolTest::writeShared(int n, const std::string& live, const std::string& behind, size_t size) const
+{
+    std::string bytes = live + mark() + behind;
+    bytes.resize(std::max(size, bytes.size()), ' ');
+    writeFile(traceFile(n), bytes);
+}
+
+void ToolTest::writeRecord(unsigned current, unsigned offset, unsigned files, unsigned mode) const
+{
+    const uint32_t words[16] = {0x5542455A, 0xEFBBBF00, 4096, files, offset, current, mode, 1};
+    (void)mkdir(path("mmap").c_str(), 0777);
+    // Written in place: the tool may have it mapped.
+    const int fd = open(managementFile().c_str(), O_WRONLY | O_CREAT, 0644);
+    ASSERT_EQ(pwrite(fd, words, sizeof words, 0), ssize_t{sizeof words});
+    (void)close(fd);
+}
+
+void ToolTest::writeArea(uint32_t dataSize, uint32_t read, uint32_t write, const std::string& unread) const
+{
+    const uint32_t words[6] = {0x5542455A, 0, dataSize, read, write, 0};
+    std::string data(dataSize, '\xEE');
+    for (size_t i = 0; i < unread.size(); ++i)
+        data[(read + i) % dataSize] = unread[i];
+    (void)mkdir(path("mmap").c_str(), 0777);
+    writeFile(areaFile(), std::string(reinterpret_cast<const char*>(words), sizeof words) + data);
+}

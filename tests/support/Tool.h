@@ -1,0 +1,68 @@
+// tests/support/Tool.h -- runs the operator's tool, and makes rings and lines out of nothing.
+#ifndef ZEBU_TESTS_SUPPORT_TOOL_H
+#define ZEBU_TESTS_SUPPORT_TOOL_H
+
+#include <string>
+#include <vector>
+
+#include "support/Sandbox.h"
+
+using Words = std::vector<std::string>;
+
+struct ToolResult
+{
+    int status;
+    std::string out;
+    std::string err;
+};
+
+// Runs the tool to its end.
+ToolResult zebu2(const Words& words, const std::string& input = "");
+
+// The tool while it runs; killed with the object.
+class RunningTool
+{
+public:
+    // `pipeSize`: of its output, 0 for the usual.
+    explicit RunningTool(const Words& words, int pipeSize = 0);
+    ~RunningTool();
+    RunningTool(const RunningTool&) = delete;
+    RunningTool& operator=(const RunningTool&) = delete;
+
+    // Reads on until the output contains a text, or ends. Returns all of it.
+    const std::string& readUntil(const std::string& text);
+    void closeOutput();
+    void signal(int signal);
+    // Its exit status, or 128 and the signal that killed it.
+    int wait();
+
+private:
+    pid_t m_child;
+    int m_output;
+    std::string m_read;
+};
+
+class ToolTest : public Sandbox
+{
+protected:
+    // A trace line of the day 2026/11/22 with its line end: 0007 2026/11/22 10:00:00.000 ...
+    static std::string line(int counter, const std::string& time, const std::string& body,
+                            const std::string& app = "app", const std::string& pid = "00001A2B",
+                            const std::string& tid = "0000ABCD");
+    // Any number of plain lines, one a second from 10:00:00 on, with the counters first to last.
+    static std::string plainLines(int first, int last);
+    static std::string fileHeader(const std::string& time = "2026/11/22 09:00:00.000");
+    static std::string startHeader();
+    static std::string mark();
+
+    // Writes file n of the ring: live data, the mark, and what else fills it up to a size.
+    void writeShared(int n, const std::string& live, const std::string& behind = "",
+                     size_t size = 4096) const;
+    void writeRecord(unsigned current, unsigned offset, unsigned files = 3, unsigned mode = 0xFFFFFFC0) const;
+    std::string managementFile() const { return path("mmap/app.mm"); }
+
+    // Writes an area of a data size, with bytes from the read offset on.
+    void writeArea(uint32_t dataSize, uint32_t read, uint32_t write, const std::string& unread) const;
+};
+
+#endif

@@ -1,0 +1,144 @@
+// drain, the consumer of the trace area.
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include "support/Tool.h"
+
+namespace {
+using Drain = ToolTest;
+}
+
+TEST_F(Drain, TakesWhatIsUnreadWhereverItLies)
+{
+    const std::string lines = plainLines(1, 3);
+    const auto size = static_cast<uint32_t>(lines.size());
+    const struct
+    {
+        uint32_t dataSize, read, write;
+    } cases[] = {
+        {1000, 0, size},
+        {1000, 1000 - size, 1000},      // up to the end of the data
+        {1000, 900, 900 + size - 1000}, // over it
+        {1000, 1000, size},             // a read offset that stands there
+        {size, 0, size},                // everything
+    };
+    for (const auto& test : cases) {
+        writeArea(test.dataSize, test.read, test.write, lines);
+        EXPECT_EQ(zebu2({"drain", "--peek"}).out, lines) << test.read;
+        EXPECT_EQ(areaHeader().uReadOffset, test.read);
+        EXPECT_EQ(zebu2({"drain"}).out, lines) << test.read;
+        EXPECT_EQ(areaHeader().uReadOffset, test.write);
+        EXPECT_EQ(zebu2({"drain"}).status, 1);
+    }
+}
+
+TEST_F(Drain, FindsItsWayThroughForeignBytes)
+{
+    const std::string raw = line(2, "10:00:01.000", std::string("a\0b\r\nc", 6));
+    const std::string unread = "tail of a line\r\n" + plainLines(1, 1) + "foreign" + raw + "garbage";
+    writeArea(4000, 3900, static_cast<uint32_t>(unread.size()) - 100, unread);
+    EXPECT_EQ(zebu2({"drain", "--peek", "-o", "raw"}).out, unread);
+    EXPECT_EQ(zebu2({"drain", "--app", "app", "-o", "json"}).out.find("\"a\\u0000b\\r\\nc\\r\\ngarbage\"") ==
+                  std::string::npos,
+              false);
+    EXPECT_EQ(areaHeader().uReadOffset, areaHeader().uWriteOffset);
+}
+
+TEST_F(Drain, RefusesADamagedHeader)
+{
+    const struct
+    {
+        long offset;
+        uint32_t value;
+    } damages[] = {{0, 1}, {8, 999}, {8, 0xFFFFFFFF}, {12, 1001}, {16, 0xFFFFFFFF}};
+    for (const auto& damage : damages) {
+        writeArea(1000, 0, 100, plainLines(1, 1));
+        setAreaField(damage.offset, damage.value);
+        const std::string before = readFile(areaFile());
+        const ToolResult result = zebu2({"drain"});
+        EXPECT_EQ(result.status, 2) << damage.offset;
+        EXPECT_EQ(result.out, "");
+        EXPECT_EQ(readFile(areaFile()), before);
+    }
+    writeFile(areaFile(), "ZEBU");
+    EXPECT_EQ(zebu2({"drain"}).status, 2);
+    EXPECT_EQ(unlink(areaFile().c_str()), 0);
+    EXPECT_EQ(zebu2({"drain"}).status, 2);
+    EXPECT_EQ(symlink("/dev/zero", areaFile().c_str()), 0);
+    EXPECT_EQ(zebu2({"drain"}).status, 2);
+}
+
+TEST_F(Drain, RepeatsLinesButLosesNoneWhenItsOutputFails)
+{
+    const std::string lines = plainLines(1, 200);
+    writeArea(20000, 0, static_cast<uint32_t>(lines.size()), lines);
+    {
+        RunningTool killed({"drain"}, 4096); // it can print only the beginning
+        EXPECT_NE(killed.readUntil("message 3\r").find("message 3\r"), std::string::npos);
+        killed.signal(SIGKILL);
+        EXPECT_EQ(killed.wait(), 128 + SIGKILL);
+    }
+    EXPECT_EQ(areaHeader().uReadOffset, 0u);
+    {
+        RunningTool unread({"drain"}, 4096);
+        (void)unread.readUntil("message 3\r");
+        unread.closeOutput();
+        EXPECT_EQ(unread.wait(), 0);
+    }
+    EXPECT_EQ(areaHeader().uReadOffset, 0u);
+    const int full = inChild([&] {
+        CHECK(dup2(open("/dev/full", O_WRONLY), 1) == 1);
+        execl(ZEBU2_TOOL, "zebu2", "drain", nullptr);
+    });
+    EXPECT_EQ(full, 2);
+    EXPECT_EQ(zebu2({"drain"}).out, lines);
+}
+
+TEST_F(Drain, IsTheOnlyConsumerAndHoldsNobodyUp)
+{
+    ASSERT_EQ(ZEBU2_Initialize(nullptr, "app"), 1);
+    ZEBU2_SetFileThreshold(ZEBU2_LEVEL_OFF);
+    ASSERT_EQ(ZEBU2_PutLine(0, "first"), 0);
+    RunningTool first({"drain", "-f", "--interval", "1"});
+    EXPECT_NE(first.readUntil("first").find("first"), std::string::npos);
+    const ToolResult second = zebu2({"drain"});
+    EXPECT_EQ(second.status, 2);
+    EXPECT_NE(second.err.find("drained by another process"), std::string::npos);
+    EXPECT_EQ(zebu2({"drain", "--peek"}).status == 2, false);
+    // Another application starts and writes meanwhile, more than the area holds at once.
+    const int writer = inChild([] {
+        CHECK(ZEBU2_Finalize() == 0);
+        CHECK(ZEBU2_Initialize(nullptr, "other") == 1);
+        ZEBU2_SetFileThreshold(ZEBU2_LEVEL_OFF);
+        for (int i = 0; i < 2000; ++i)
+            CHECK(ZEBU2_PutLine(0, "second") == 0 && (i % 100 != 0 || usleep(0) == 0));
+        CHECK(ZEBU2_PutLine(0, "") == 0);
+    });
+    EXPECT_EQ(writer, 0);
+    first.signal(SIGTERM);
+    EXPECT_EQ(first.wait(), 0);
+}
+
+TEST_F(Drain, FollowsAppendersThatGoRoundManyTimes)
+{
+    const int count = 6000;
+    ASSERT_EQ(ZEBU2_Initialize(nullptr, "app"), 1);
+    RunningTool tool({"drain", "-f", "--interval", "1"});
+    const pid_t appender = startChild([&] {
+        ZEBU2_SetFileThreshold(ZEBU2_LEVEL_OFF);
+        for (int i = 0; i < count; ++i) {
+            // Never more than fits, so that no line is dropped.
+            for (AreaHeader header = areaHeader(); i % 100 == 0 && header.uReadOffset != header.uWriteOffset;)
+                header = areaHeader();
+            CHECK(ZEBU2_PutLine(0, std::to_string(i).c_str()) == 0);
+        }
+        CHECK(ZEBU2_PutLine(0, "the end") == 0);
+    });
+    const Lines lines = splitLines(tool.readUntil("the end\r\n"));
+    EXPECT_EQ(waitForChild(appender), 0);
+    ASSERT_EQ(lines.size(), count + 1u);
+    for (int i = 0; i < count; ++i)
+        ASSERT_EQ(body(lines[static_cast<size_t>(i)]), std::to_string(i));
+}
