@@ -43,8 +43,8 @@ public:
         FUZZ_CHECK(fclose(pFile) == 0);
     }
 
-    // A ring "app": the input is cut into a management file of 64 bytes and three trace files, each behind its
-    // length in two bytes. What is left over is returned.
+    // A ring "app": the input is cut into a management file of 64 bytes and three trace files, each behind
+    // its length in two bytes. What is left over is returned.
     std::string_view writeRing(std::string_view input) const
     {
         std::filesystem::create_directory(path("mmap"));

@@ -1,10 +1,11 @@
 // The tool's reading of one line: views stay within the text they came from.
-#include "Fuzz.h"
 #include "tools/reader/Line.h"
+#include "Fuzz.h"
 
 static bool isWithin(std::string_view part, std::string_view whole)
 {
-    return part.empty() || (part.data() >= whole.data() && part.data() + part.size() <= whole.data() + whole.size());
+    return part.empty() ||
+           (part.data() >= whole.data() && part.data() + part.size() <= whole.data() + whole.size());
 }
 
 int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t uSize)

@@ -35,7 +35,8 @@ int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t uSize)
         FUZZ_CHECK(fclose(pFile) == 0);
     }
     ring.abandon();
-    for (const auto& entry : std::filesystem::directory_iterator(dir.path(""))) { // the next input starts clean
+    for (const auto& entry :
+         std::filesystem::directory_iterator(dir.path(""))) { // the next input starts clean
         if (!entry.is_directory())
             std::filesystem::remove(entry);
     }

@@ -7,9 +7,9 @@
 static bool isNormal(std::string_view path)
 {
     const std::string framed = std::string(path) + "/";
-    return path == "/" || (path.starts_with('/') && !framed.ends_with("//") &&
-                           framed.find("//") == std::string::npos && framed.find("/./") == std::string::npos &&
-                           framed.find("/../") == std::string::npos);
+    return path == "/" ||
+           (path.starts_with('/') && !framed.ends_with("//") && framed.find("//") == std::string::npos &&
+            framed.find("/./") == std::string::npos && framed.find("/../") == std::string::npos);
 }
 
 int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t uSize)

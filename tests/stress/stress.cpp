@@ -210,8 +210,8 @@ int soak(const char* pszWhat, int iTimes, Step step)
     const Usage after = Usage::now();
     const bool bFlat = after.lMemory - before.lMemory <= 4096 && after.lDescriptors == before.lDescriptors &&
                        after.lMappings <= before.lMappings;
-    (void)printf("%-30s %8d times: memory %ld to %ld, descriptors %ld to %ld, mappings %ld to %ld%s\n", pszWhat,
-                 iTimes, before.lMemory, after.lMemory, before.lDescriptors, after.lDescriptors,
+    (void)printf("%-30s %8d times: memory %ld to %ld, descriptors %ld to %ld, mappings %ld to %ld%s\n",
+                 pszWhat, iTimes, before.lMemory, after.lMemory, before.lDescriptors, after.lDescriptors,
                  before.lMappings, after.lMappings, bFlat ? "" : "  GROWS");
     return bFlat ? 0 : 1;
 }
@@ -235,7 +235,8 @@ int soakAll(int iTimes)
                    [] { std::thread([] { CHECK(ZEBU2_PutLine(0, "thread") == 0); }).join(); });
     CHECK(ZEBU2_Finalize() == 0);
     iGrown += soak("starts and stops", 500 * iTimes, [&, i = 0]() mutable {
-        CHECK((++i % 2 == 0 ? ZEBU2_Initialize(&ownRing, "soak") : ZEBU2_InitializeM(&allRing, "soak", 0)) == 0);
+        CHECK((++i % 2 == 0 ? ZEBU2_Initialize(&ownRing, "soak") : ZEBU2_InitializeM(&allRing, "soak", 0)) ==
+              0);
         CHECK(ZEBU2_PutLine(0, "line") == 0);
         CHECK(ZEBU2_Finalize() == 0);
     });
