@@ -124,15 +124,20 @@ TEST_F(MultiProcess, LockFreeWriterStartsLockingInTheMiddleOfAWrite)
     close(held);
 
     Gate ready;
-    const pid_t parent = getpid();
+    const std::string status = "/proc/" + std::to_string(getpid()) + "/status";
     const pid_t other = startChild([&] {
+        const auto waits = [&] { // how often the parent gave up the processor to wait for something
+            const std::string text = readFile(status);
+            const size_t at = text.find("\nvoluntary_ctxt_switches:");
+            CHECK(at != std::string::npos);
+            return atol(text.c_str() + at + strlen("\nvoluntary_ctxt_switches:"));
+        };
         const Ring locking = join(0, 4096, 3);
         const int fd = lockRaw();
+        const long before = waits();
         ready.open();
-        // Until the parent sleeps between two attempts.
-        const std::string file = "/proc/" + std::to_string(parent) + "/syscall";
-        for (int call = 0; call != 35 && call != 230;)
-            (void)sscanf(readFile(file).c_str(), "%d", &call);
+        while (waits() < before + 3) { // until the parent has slept between two attempts
+        }
         CHECK(put(locking, "other") == 0); // unlocks
         close(fd);
     });
