@@ -352,9 +352,11 @@ ZEBU2_API unsigned int ZEBU2_SetSwapMessageMode(unsigned int uMode);
 
 /* ---- Flush, backup, permissions ---------------------------------------------------------------- */
 
-/* Hands what was written to the files over to the disk, without waiting for it. Return 0 or -1: no
- * ring (NOTREADY), flush failed (FLUSH), a shared ring's lock (LOCK), null handle (PARAM), not a live
- * instance (NOTREADY). Function numbers 0x0B and 0x18. */
+/* Ask the kernel to bring what was written to the files to the disk, and do not wait for it. For a ring
+ * of one process Linux takes note of nothing: lines reach the disk when the kernel writes them back, or
+ * with syncfs on the ring's directory. Return 0 or -1: no ring (NOTREADY), flush failed (FLUSH), a
+ * shared ring's lock (LOCK), null handle (PARAM), not a live instance (NOTREADY). Function numbers 0x0B
+ * and 0x18. */
 ZEBU2_API int ZEBU2_FileBufferFlush(void);
 ZEBU2_API int ZEBU2_InstanceFileBufferFlush(ZEBU2_HINSTANCE hInstance);
 
