@@ -20,9 +20,18 @@ static_assert(sizeof cs_szMark >= cs_uMark);
     exit(2);
 }
 
+// In a directory of its own, as the library keeps it: looking for it walks one level more.
+static std::string managementName(const std::string& prefix)
+{
+    const size_t uSlash = prefix.rfind('/');
+    const std::string directory = prefix.substr(0, uSlash) + "/mmap";
+    (void)mkdir(directory.c_str(), 0777);
+    return directory + prefix.substr(uSlash) + ".mm";
+}
+
 HandShared::HandShared(const std::string& prefix, long lSize, uint32_t uCount, bool bCheckLength)
-    : m_prefix(prefix), m_manageName(prefix + ".mm"), m_size(static_cast<size_t>(lSize)), m_count(uCount),
-      m_checkLength(bCheckLength)
+    : m_prefix(prefix), m_manageName(managementName(prefix)), m_size(static_cast<size_t>(lSize)),
+      m_count(uCount), m_checkLength(bCheckLength)
 {
     m_manageFd = open(m_manageName.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
     struct stat info;

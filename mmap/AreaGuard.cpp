@@ -157,11 +157,6 @@ uint32_t ZEBU_TakeAreaGuard(tagZEBU_AREA_HEADER* pHeader)
     return 0;
 }
 
-bool ZEBU_HoldsAreaGuard(const tagZEBU_AREA_HEADER* pHeader, uint32_t uGuard)
-{
-    return __atomic_load_n(&pHeader->uGuard, __ATOMIC_RELAXED) == uGuard;
-}
-
 void ZEBU_DropAreaGuard(tagZEBU_AREA_HEADER* pHeader, uint32_t uGuard)
 {
     __atomic_compare_exchange_n(&pHeader->uGuard, &uGuard, 0, false, __ATOMIC_RELEASE, __ATOMIC_RELAXED);

@@ -25,7 +25,7 @@ static_assert(offsetof(tagZEBU_AREA_HEADER, uReadOffset) == 12);
 static_assert(offsetof(tagZEBU_AREA_HEADER, uWriteOffset) == 16);
 static_assert(offsetof(tagZEBU_AREA_HEADER, uGuard) == 20);
 
-constexpr uint32_t ZEBU_AREA_MAGIC = 0x5542455A;  // "ZEBU"
+constexpr uint32_t ZEBU_AREA_MAGIC = 0x5542455A; // "ZEBU"
 
 // Takes the guard and returns the word that stands for it. Waits for another holder: until it is seen to
 // have died, and for 0.1 s at most if it makes no progress. Returns 0 when the calling thread holds the
@@ -34,11 +34,15 @@ constexpr uint32_t ZEBU_AREA_MAGIC = 0x5542455A;  // "ZEBU"
 uint32_t ZEBU_TakeAreaGuard(tagZEBU_AREA_HEADER* pHeader);
 
 // True while the guard is the caller's.
-bool ZEBU_HoldsAreaGuard(const tagZEBU_AREA_HEADER* pHeader, uint32_t uGuard);
+inline bool ZEBU_HoldsAreaGuard(const tagZEBU_AREA_HEADER* pHeader, uint32_t uGuard)
+{
+    return __atomic_load_n(&pHeader->uGuard, __ATOMIC_RELAXED) == uGuard;
+}
 
 // Stores the new write offset and frees the guard, if neither has changed. False when the caller was
 // passed over; nothing is stored then.
-bool ZEBU_CommitAppend(tagZEBU_AREA_HEADER* pHeader, uint32_t uGuard, uint32_t uOldOffset, uint32_t uNewOffset);
+bool ZEBU_CommitAppend(tagZEBU_AREA_HEADER* pHeader, uint32_t uGuard, uint32_t uOldOffset,
+                       uint32_t uNewOffset);
 
 // Frees the guard without an append.
 void ZEBU_DropAreaGuard(tagZEBU_AREA_HEADER* pHeader, uint32_t uGuard);

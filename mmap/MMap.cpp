@@ -23,13 +23,13 @@ struct Ring
     uint32_t room() const { return uRead > uWrite ? uRead - uWrite : uRead + (uSize - uWrite); }
 };
 
-}  // namespace
+} // namespace
 
 static bool fs_readRing(const tagZEBU_AREA_HEADER* pHeader, uint32_t uMapLength, Ring* pRing)
 {
     pRing->uSize = __atomic_load_n(&pHeader->uDataSize, __ATOMIC_RELAXED);
     pRing->uWrite = __atomic_load_n(&pHeader->uWriteOffset, __ATOMIC_RELAXED);
-    pRing->uRead = __atomic_load_n(&pHeader->uReadOffset, __ATOMIC_ACQUIRE);  // the consumer is done before it
+    pRing->uRead = __atomic_load_n(&pHeader->uReadOffset, __ATOMIC_ACQUIRE); // the consumer is done before it
     return __atomic_load_n(&pHeader->uMagic, __ATOMIC_RELAXED) == ZEBU_AREA_MAGIC &&
            uMapLength >= sizeof *pHeader && pRing->uSize <= uMapLength - sizeof *pHeader &&
            pRing->uWrite <= pRing->uSize && pRing->uRead <= pRing->uSize;
@@ -37,8 +37,8 @@ static bool fs_readRing(const tagZEBU_AREA_HEADER* pHeader, uint32_t uMapLength,
 
 // Copies in pieces, looking before each whether the guard is still held: a writer that was stopped here
 // and passed over must not write on into the lines of others. False when it was.
-static bool fs_copyGuarded(const tagZEBU_AREA_HEADER* pHeader, uint32_t uGuard, char* pTo, const char* pFrom,
-                           uint32_t uLength)
+[[gnu::noinline]] static bool fs_copyGuarded(const tagZEBU_AREA_HEADER* pHeader, uint32_t uGuard, char* pTo,
+                                             const char* pFrom, uint32_t uLength)
 {
     constexpr uint32_t uPiece = 256;
     while (uLength > 0) {
@@ -56,8 +56,8 @@ static bool fs_copyGuarded(const tagZEBU_AREA_HEADER* pHeader, uint32_t uGuard, 
 enum class Store { Done, PassedOver, NoRoom, Damaged };
 
 // One append under the guard, which is free again afterwards.
-static Store fs_storeLine(tagZEBU_AREA_HEADER* pHeader, uint32_t uMapLength, uint32_t uGuard, const char* pData,
-                          uint32_t uLength)
+static Store fs_storeLine(tagZEBU_AREA_HEADER* pHeader, uint32_t uMapLength, uint32_t uGuard,
+                          const char* pData, uint32_t uLength)
 {
     Ring ring;
     const bool bSound = fs_readRing(pHeader, uMapLength, &ring);
@@ -86,7 +86,7 @@ ZEBUAppend ZEBU_AppendToArea(void* pMap, uint32_t uMapLength, const void* pData,
         Ring ring;
         if (!fs_readRing(pHeader, uMapLength, &ring))
             return ZEBU_APPEND_DAMAGED;
-        if (uLength >= ring.room())  // a full area is not worth the guard
+        if (uLength >= ring.room()) // a full area is not worth the guard
             return ZEBU_APPEND_NO_ROOM;
         const uint32_t uGuard = ZEBU_TakeAreaGuard(pHeader);
         if (uGuard == 0)
@@ -117,7 +117,7 @@ void ZEBUMMapFile::operator delete(ZEBUMMapFile* p, std::destroying_delete_t)
     p->relRef();
     const bool bLast = p->iRefCount < 1;
     p->~ZEBUMMapFile();
-    if (bLast && ZEBU_WaitForSigSafePuts())  // a handler on another thread may still hold the address
+    if (bLast && ZEBU_WaitForSigSafePuts()) // a handler on another thread may still hold the address
         free(p);
 }
 

@@ -48,7 +48,7 @@ void ZEBU_PutLocalTime(char* pBuf, const timeval& time, tagZEBU_TLS_VAR* pTls)
     if (pTls && pTls->bSecondKnown && pTls->lSecond == time.tv_sec) {
         memcpy(pBuf, pTls->szSecond, ZEBU_SECOND_TEXT);
     } else {
-        if (!fs_putSecond(pBuf, time.tv_sec)) {  // not kept: the next line tries again
+        if (!fs_putSecond(pBuf, time.tv_sec)) { // not kept: the next line tries again
             memcpy(pBuf, ZEBU_NO_TIME, ZEBU_TIME_TEXT);
             return;
         }
@@ -58,7 +58,8 @@ void ZEBU_PutLocalTime(char* pBuf, const timeval& time, tagZEBU_TLS_VAR* pTls)
             pTls->bSecondKnown = true;
         }
     }
-    ZEBU2_IntToStr(pBuf + ZEBU_SECOND_TEXT, static_cast<int>(time.tv_usec / 1000), 3);
+    ZEBU2_IntToStr(pBuf + ZEBU_SECOND_TEXT, static_cast<int>(static_cast<unsigned int>(time.tv_usec) / 1000),
+                   3);
 }
 
 void ZEBU_FormatNow(char (&szTime)[ZEBU_TIME_TEXT + 1])

@@ -1,7 +1,10 @@
 // output/PMsgSig.cpp -- the signal-safe put. Compiled so that no loop here becomes a library call.
 #include "output/PMsgSig.h"
 
+#include <emmintrin.h>
 #include <errno.h>
+#include <limits.h>
+#include <stdint.h>
 
 #include "frame/ErrPos.h"
 #include "frame/GrobalVarUnix.h"
@@ -10,35 +13,60 @@
 #include "output/ltostr.h"
 #include "output/PutMsg.h"
 
-char* ZEBU_strcpy_r(char* pszTo, const char* pszFrom)
+// ---- Text ----------------------------------------------------------------------------------------
+
+// The length of a text, at most `iMax`. Looks at blocks of 16 bytes at addresses that are multiples of it.
+// Such a block lies in one page, so what is read around the text is there; it is masked out.
+__attribute__((no_sanitize("address", "thread"))) static int fs_length(const char* pszText, int iMax)
 {
-    if (!pszTo || !pszFrom)
-        return nullptr;
-    int i = 0;
-    do
-        pszTo[i] = pszFrom[i];
-    while (pszFrom[i++] != '\0');
-    return pszTo;
+    const auto uBefore = reinterpret_cast<uintptr_t>(pszText) % sizeof(__m128i);
+    auto pBlock = reinterpret_cast<const __m128i*>(pszText - uBefore);
+    const __m128i zeros = _mm_setzero_si128();
+    int iSeen = -static_cast<int>(uBefore);
+    auto uFound = static_cast<unsigned int>(_mm_movemask_epi8(_mm_cmpeq_epi8(_mm_load_si128(pBlock), zeros)));
+    uFound = uFound >> uBefore << uBefore;
+    while (uFound == 0 && (iSeen += static_cast<int>(sizeof(__m128i))) < iMax) {
+        ++pBlock;
+        uFound = static_cast<unsigned int>(_mm_movemask_epi8(_mm_cmpeq_epi8(_mm_load_si128(pBlock), zeros)));
+    }
+    const int iLength = uFound == 0 ? iMax : iSeen + __builtin_ctz(uFound);
+    return iLength < iMax ? iLength : iMax;
+}
+
+// Copies in blocks of 16 bytes; the last one begins where it ends with the text.
+static void fs_copy(char* pTo, const char* pFrom, int iLength)
+{
+    constexpr int iBlock = sizeof(__m128i);
+    if (iLength < iBlock) {
+        for (int i = 0; i < iLength; ++i)
+            pTo[i] = pFrom[i];
+        return;
+    }
+    for (int i = 0; i < iLength; i += iBlock) {
+        if (i > iLength - iBlock)
+            i = iLength - iBlock;
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(pTo + i),
+                         _mm_loadu_si128(reinterpret_cast<const __m128i*>(pFrom + i)));
+    }
 }
 
 char* ZEBU_strncpy_r(char* pszTo, const char* pszFrom, int iCount)
 {
     if (!pszTo || !pszFrom)
         return nullptr;
-    for (int i = 0; i < iCount; ++i) {
-        pszTo[i] = pszFrom[i];
-        if (pszFrom[i] == '\0')
-            break;
-    }
+    const int iLength = fs_length(pszFrom, iCount < 0 ? 0 : iCount);
+    fs_copy(pszTo, pszFrom, iLength < iCount ? iLength + 1 : iLength);
     return pszTo;
+}
+
+char* ZEBU_strcpy_r(char* pszTo, const char* pszFrom)
+{
+    return ZEBU_strncpy_r(pszTo, pszFrom, INT_MAX);
 }
 
 int ZEBU_strlen_r(const char* pszText)
 {
-    int iLength = 0;
-    while (pszText && pszText[iLength] != '\0')
-        ++iLength;
-    return iLength;
+    return pszText ? fs_length(pszText, INT_MAX) : 0;
 }
 
 void* ZEBU_memset_r(void* pTo, int iByte, unsigned long ulCount)
@@ -48,16 +76,19 @@ void* ZEBU_memset_r(void* pTo, int iByte, unsigned long ulCount)
     return pTo;
 }
 
+// ---- The line ------------------------------------------------------------------------------------
+
 int ZEBU_MakeupTraceMessageHeader_SigSafe(char* pszLine, const char* pszAppName)
 {
     ZEBU_memset_r(pszLine, ' ', ZEBU_COL_BODY);
     ZEBU2_IntToStr(pszLine + ZEBU_COL_COUNT, ZEBU_TakeMsgCount(), 4);
-    ZEBU_strncpy_r(pszLine + ZEBU_COL_TIME, ZEBU_NO_TIME, ZEBU_TIME_TEXT);
-    ZEBU_PutField(pszLine + ZEBU_COL_APP, pszAppName, ZEBU_APP_NAME);
-    char szProcessId[ZEBU_PROCESS_ID + 1];
-    ZEBU_LoadProcessId(szProcessId);
-    ZEBU_strncpy_r(pszLine + ZEBU_COL_PID, szProcessId, ZEBU_PROCESS_ID);
-    ZEBU_strncpy_r(pszLine + ZEBU_COL_TID, "-------- ", 9);
+    __builtin_memcpy(pszLine + ZEBU_COL_TIME, ZEBU_NO_TIME, ZEBU_TIME_TEXT);
+    if (pszAppName == ZEBU2_szAppName)
+        ZEBU_PutAppName(pszLine + ZEBU_COL_APP);
+    else
+        ZEBU_PutField(pszLine + ZEBU_COL_APP, pszAppName, ZEBU_APP_NAME);
+    ZEBU_PutProcessId(pszLine + ZEBU_COL_PID);
+    __builtin_memcpy(pszLine + ZEBU_COL_TID, "-------- ", ZEBU_THREAD_ID);
     return 0;
 }
 
@@ -77,21 +108,17 @@ static int fs_putToArea(const char* pszLine, unsigned int uLength)
 
 int ZEBU2_PutMsgSigSafe(const char* pszText)
 {
-    ZEBU2_PutMsgSigSafe_ErrorCode = 0;
-    ZEBU2_PutMsgSigSafe_ErrorPos = 0;
+    ZEBU2_PutMsgSigSafe_ErrorCode.store(0, std::memory_order_relaxed);
+    ZEBU2_PutMsgSigSafe_ErrorPos.store(0, std::memory_order_relaxed);
     if (!pszText) {
         ZEBU2_PutMsgSigSafe_ErrorPos = ZEBU_EPOS_PARAM;
         return -1;
     }
     char szLine[ZEBU_LINE_BUFFER];
-    char szAppName[ZEBU_APP_NAME + 1];
-    ZEBU_LoadAppName(szAppName);
-    (void)ZEBU_MakeupTraceMessageHeader_SigSafe(szLine, szAppName);
-    int iLength = 0;
-    while (iLength < ZEBU_PLAIN_TEXT_MAX && pszText[iLength] != '\0')
-        ++iLength;
-    ZEBU_strncpy_r(szLine + ZEBU_COL_BODY, pszText, iLength);
-    ZEBU_strcpy_r(szLine + ZEBU_COL_BODY + iLength, "\r\n");
+    (void)ZEBU_MakeupTraceMessageHeader_SigSafe(szLine, ZEBU2_szAppName);
+    const int iLength = fs_length(pszText, ZEBU_PLAIN_TEXT_MAX);
+    fs_copy(szLine + ZEBU_COL_BODY, pszText, iLength);
+    __builtin_memcpy(szLine + ZEBU_COL_BODY + iLength, "\r\n", 3);
 
     const int iErrno = errno;
     const int iResult = fs_putToArea(szLine, static_cast<unsigned int>(ZEBU_COL_BODY + iLength + 2));

@@ -39,8 +39,9 @@ int ZEBU_MakeupTraceMessageHeader(char* pszLine, const char* pszAppName, const c
                                   int iTickType, timeval* pTime)
 {
     tagZEBU_TLS_VAR* pTls = ZEBU_PeekTlsVar();
+    const int iCount = ZEBU_TakeMsgCount();
     memset(pszLine, ' ', ZEBU_COL_TID); // every column that stays blank, up to the thread id
-    ZEBU2_IntToStr(pszLine + ZEBU_COL_COUNT, ZEBU_TakeMsgCount(), 4);
+    ZEBU2_IntToStr(pszLine + ZEBU_COL_COUNT, iCount, 4);
 
     if (iTickType == 1) {
         // The rate limiter still needs a time.
