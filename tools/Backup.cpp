@@ -55,5 +55,5 @@ int ZEBU_Backup(const ZEBUBackupOptions& options)
     }
     if (close(iFd) != 0)
         throw ZEBUFailure{options.strDestination + ": " + strerror(errno)};
-    return bComplete ? ZEBU_EXIT_OK : ZEBU_EXIT_ERROR;
+    return bComplete && !pSource->hasFailed() ? ZEBU_EXIT_OK : ZEBU_EXIT_ERROR;
 }

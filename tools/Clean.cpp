@@ -1,5 +1,6 @@
 // tools/Clean.cpp -- removes old trace files through the library.
 #include <algorithm>
+#include <ctype.h>
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
@@ -62,6 +63,7 @@ std::vector<Candidate> fs_scan(const std::string& strPattern)
 // Leaves the files that the rule removes.
 void fs_applyRule(const Rule& rule, std::vector<Candidate>* pCandidates)
 {
+    std::reverse(pCandidates->begin(), pCandidates->end()); // of equal times the one found later comes first
     std::stable_sort(pCandidates->begin(), pCandidates->end(),
                      [](const Candidate& a, const Candidate& b) { return a.modified > b.modified; });
     const time_t limit = time(nullptr) - rule.iValue;
@@ -84,17 +86,30 @@ const char* fs_obstacle(const std::string& strPath)
     return bLocked ? "a process writes it" : nullptr;
 }
 
+bool fs_isSharedRing(const std::string& strPrefix)
+{
+    ZEBUManagement management;
+    ZEBURingRecord record;
+    return management.open(strPrefix) == 0 && management.load(&record);
+}
+
 // The prefix of the shared ring that a file belongs to, or an empty text. Nothing tells whether a process
 // will write into a shared ring next, so one with a valid record counts as live.
 std::string fs_sharedRing(const std::string& strPath)
 {
+    const size_t uBase = strPath.rfind("/mmap/");
+    if (strPath.ends_with(".mm") && uBase != strPath.npos) {
+        const std::string strPrefix =
+            strPath.substr(0, uBase + 1) + strPath.substr(uBase + 6, strPath.size() - uBase - 9);
+        return fs_isSharedRing(strPrefix) ? strPrefix : "";
+    }
     if (!strPath.ends_with(".log"))
         return "";
-    const size_t uNumber = strPath.find_last_not_of("0123456789", strPath.size() - 5) + 1;
-    const std::string strPrefix = strPath.substr(0, uNumber);
-    ZEBUManagement management;
-    ZEBURingRecord record;
-    return management.open(strPrefix) == 0 && management.load(&record) ? strPrefix : "";
+    // The prefix may end in digits too.
+    for (size_t u = strPath.size() - 4; u > 0 && isdigit(static_cast<unsigned char>(strPath[u - 1])); --u)
+        if (fs_isSharedRing(strPath.substr(0, u - 1)))
+            return strPath.substr(0, u - 1);
+    return "";
 }
 } // namespace
 

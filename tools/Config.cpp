@@ -61,6 +61,7 @@ private:
     void read(int iLine, const std::string& strLine);
     void readMessage(int iLine, const std::string& strLine);
     void set(int iLine, const std::string& strKey);
+    void remark(int iLine, const std::string& strReason) { remarks.emplace_back(iLine, strReason); }
 
     bool m_bOpen;
     bool m_bMessagesEnded = false;
@@ -86,7 +87,7 @@ void ZEBULines::set(int iLine, const std::string& strKey)
 {
     const auto earlier = m_origins.find(strKey);
     if (earlier != m_origins.end())
-        remarks.emplace_back(earlier->second, "line " + std::to_string(iLine) + " sets " + strKey + " again");
+        remark(earlier->second, "line " + std::to_string(iLine) + " sets " + strKey + " again");
     m_origins[strKey] = iLine;
 }
 
@@ -102,31 +103,28 @@ void ZEBULines::read(int iLine, const std::string& strLine)
         const char* pszValue = iValue < 0 ? "" : strLine.c_str() + iValue;
         char* pszEnd = nullptr;
         if (iValue < 0 && strLine.find('=') == strLine.npos)
-            return remarks.emplace_back(iLine, "there is no \"=\""), void();
+            return remark(iLine, "there is no \"=\"");
         if (iValue < 0)
-            return remarks.emplace_back(iLine, "there is no blank before \"=\""), void();
+            return remark(iLine, "there is no blank before \"=\"");
         (void)strtol(pszValue, &pszEnd, 10);
         if (*pszValue == '\0' || (!fs_isText(pszKey) && pszEnd == pszValue))
-            return remarks.emplace_back(iLine,
-                                        fs_isText(pszKey) ? "there is no value" : "the value is no number"),
-                   void();
+            return remark(iLine, fs_isText(pszKey) ? "there is no value" : "the value is no number");
         return set(iLine, pszKey);
     }
     const size_t uFirst = strLine.find_first_not_of(" \t\r\n");
     if (uFirst == strLine.npos || strchr("#;", strLine[uFirst]))
         return;
     const bool bIndented = uFirst > 0;
-    remarks.emplace_back(iLine, bIndented ? "it begins with a blank" : "it begins with no key");
+    remark(iLine, bIndented ? "it begins with a blank" : "it begins with no key");
 }
 
 void ZEBULines::readMessage(int iLine, const std::string& strLine)
 {
     if (m_bMessagesEnded)
-        return remarks.emplace_back(iLine, "an earlier MsgString line without \"=\" ends the reading"),
-               void();
+        return remark(iLine, "an earlier MsgString line without \"=\" ends the reading");
     m_bMessagesEnded = strLine.find('=', strlen(ZEBU_cs_pszCnfEntMsgString)) == strLine.npos;
     if (m_bMessagesEnded)
-        return remarks.emplace_back(iLine, "there is no \"=\", and no later MsgString is read"), void();
+        return remark(iLine, "there is no \"=\", and no later MsgString is read");
     set(iLine, ZEBU_cs_pszCnfEntMsgString);
 }
 

@@ -47,3 +47,9 @@ bool ZEBUMerge::reachesBackTo(ZEBUTime lTime) const
         return pEntry->lOldest != ZEBU_TIME_NONE && pEntry->lOldest <= lTime;
     });
 }
+
+bool ZEBUMerge::hasFailed() const
+{
+    return std::any_of(m_entries.begin(), m_entries.end(),
+                       [](const auto& pEntry) { return pEntry->records.hasFailed(); });
+}

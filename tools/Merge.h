@@ -21,6 +21,8 @@ public:
     // The file that the last record came from.
     const std::string& file() const { return m_pLast->records.file(); }
 
+    bool hasFailed() const;
+
     // Whether every source holds something from `lTime` or before.
     bool reachesBackTo(ZEBUTime lTime) const;
 

@@ -64,10 +64,12 @@ int ZEBUShow::run()
             m_merge.add(std::move(pSource));
         }
     }
-    if (pOnly)
+    if (pOnly) {
         stream(*pOnly);
-    else
+        m_bFailed = pOnly->hasFailed();
+    } else {
         merge();
+    }
     m_output.flush();
     return status();
 }
@@ -168,7 +170,7 @@ void ZEBUShow::printKept()
 
 int ZEBUShow::status() const
 {
-    if (m_bFailed)
+    if (m_bFailed || m_merge.hasFailed())
         return ZEBU_EXIT_ERROR;
     if (m_bShown)
         return ZEBU_EXIT_OK;

@@ -93,7 +93,6 @@ private:
     ZEBUArea& m_area;
     const bool m_bConsume;
     const bool m_bFollow;
-    const ZEBUWarn m_warn;
     enum { NoBatch, Reading, Read } m_eBatch = NoBatch;
     bool m_bDamaged = false;
     bool m_bStarted = false;

@@ -3,8 +3,8 @@
 
 #include "tools/reader/Area.h"
 
-ZEBUAreaSource::ZEBUAreaSource(ZEBUArea& area, bool bConsume, bool bFollow, const ZEBUWarn& warn)
-    : m_area(area), m_bConsume(bConsume), m_bFollow(bFollow), m_warn(warn)
+ZEBUAreaSource::ZEBUAreaSource(ZEBUArea& area, bool bConsume, bool bFollow, const ZEBUWarn& warnUser)
+    : ZEBUSource(warnUser), m_area(area), m_bConsume(bConsume), m_bFollow(bFollow)
 {
 }
 
@@ -45,7 +45,7 @@ bool ZEBUAreaSource::startBatch()
     ZEBUAreaOffsets offsets;
     const bool bDamaged = !m_area.load(&offsets);
     if (bDamaged && !m_bDamaged)
-        m_warn(m_area.path() + ": the header of the trace area is damaged");
+        warn(m_area.path() + ": the header of the trace area is damaged");
     m_bDamaged = bDamaged;
     if (bDamaged)
         return false;

@@ -1,5 +1,6 @@
 // tools/reader/Plain.cpp -- a file that is no ring: a backup, one trace file, or the standard input.
 #include <errno.h>
+#include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -11,7 +12,7 @@ namespace {
 class ZEBUPlain final : public ZEBUSource
 {
 public:
-    ZEBUPlain(bool bFollow, const ZEBUWarn& warn) : m_bFollow(bFollow), m_warn(warn) {}
+    ZEBUPlain(bool bFollow, const ZEBUWarn& warnUser) : ZEBUSource(warnUser), m_bFollow(bFollow) {}
     int open(const std::string& strPath);
     ZEBURead read(char* pBuffer, size_t uSize, size_t* puRead) override;
     const std::string& file() const override { return m_strName; }
@@ -20,7 +21,6 @@ private:
     ZEBURead readStream(char* pBuffer, size_t uSize, size_t* puRead);
 
     const bool m_bFollow;
-    const ZEBUWarn m_warn;
     std::string m_strName;
     ZEBUTraceFile m_file;
     bool m_bStream = false; // cannot be read at an offset
@@ -42,6 +42,8 @@ ZEBURead ZEBUPlain::readStream(char* pBuffer, size_t uSize, size_t* puRead)
     do
         iRead = ::read(m_file.fd(), pBuffer, uSize);
     while (iRead < 0 && errno == EINTR);
+    if (iRead < 0)
+        fail(m_strName + " cannot be read to its end: " + strerror(errno));
     if (iRead <= 0)
         return ZEBURead::End;
     *puRead = static_cast<size_t>(iRead);
@@ -55,11 +57,11 @@ ZEBURead ZEBUPlain::read(char* pBuffer, size_t uSize, size_t* puRead)
         return readStream(pBuffer, uSize, puRead);
     const long lRead = m_file.readLive(pBuffer, uSize);
     if (lRead < 0) {
-        m_warn(m_strName + " cannot be read to its end");
+        fail(m_strName + " cannot be read to its end: " + strerror(errno));
         return ZEBURead::End;
     }
     if (m_bFollow && !m_file.isUnchanged()) {
-        m_warn(m_strName + " was written anew");
+        warn(m_strName + " was written anew");
         m_file.rewind(0);
         return ZEBURead::Gap;
     }

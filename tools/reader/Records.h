@@ -41,6 +41,7 @@ public:
 
     // The file that the last record came from.
     const std::string& file() const { return m_strFile; }
+    bool hasFailed() const { return m_pSource->hasFailed(); }
 
 private:
     bool cut(ZEBURecord* pRecord);

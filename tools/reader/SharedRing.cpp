@@ -4,8 +4,11 @@
 // it is a claim to be checked: a line may still be on its way into the file, and the ring may move on, or
 // come round again, while a file is read.
 #include <algorithm>
+#include <errno.h>
 #include <optional>
 #include <sched.h>
+#include <stdint.h>
+#include <string.h>
 #include <time.h>
 
 #include "tools/reader/Management.h"
@@ -20,7 +23,7 @@ constexpr long cs_lPause = 2000000; // nanoseconds
 class ZEBUSharedRing final : public ZEBUSource
 {
 public:
-    ZEBUSharedRing(const std::string& strPrefix, bool bFollow, const ZEBUWarn& warn);
+    ZEBUSharedRing(const std::string& strPrefix, bool bFollow, const ZEBUWarn& warnUser);
     int open();
     ZEBURead read(char* pBuffer, size_t uSize, size_t* puRead) override;
     const std::string& file() const override { return m_file.path(); }
@@ -40,19 +43,19 @@ private:
 
     const std::string m_strPrefix;
     const bool m_bFollow;
-    const ZEBUWarn m_warn;
     ZEBUManagement m_management;
-    ZEBURingRecord m_record;  // the last valid one, or what the files tell
-    ZEBUPosition m_end;       // a reader that does not follow stops here
-    unsigned m_uNumber = 0;   // of the file that is read
-    bool m_bMissed = false;   // it is the current one and cannot be opened: said once
-    bool m_bDistrust = false; // its offset was never accepted: read it up to its mark
-    bool m_bAtZero = false;   // the record stands at its beginning, and it has not changed yet
+    ZEBURingRecord m_record;    // the last valid one, or what the files tell
+    ZEBUPosition m_end;         // a reader that does not follow stops here
+    unsigned m_uNumber = 0;     // of the file that is read
+    bool m_bMissed = false;     // it cannot be opened: said once
+    bool m_bDistrust = false;   // its offset was never accepted: read it up to its mark,
+    size_t m_uLimit = SIZE_MAX; // or up to here
+    bool m_bAtZero = false;     // the record stands at its beginning, and it has not changed yet
     ZEBUTraceFile m_file;
 };
 
-ZEBUSharedRing::ZEBUSharedRing(const std::string& strPrefix, bool bFollow, const ZEBUWarn& warn)
-    : m_strPrefix(strPrefix), m_bFollow(bFollow), m_warn(warn)
+ZEBUSharedRing::ZEBUSharedRing(const std::string& strPrefix, bool bFollow, const ZEBUWarn& warnUser)
+    : ZEBUSource(warnUser), m_strPrefix(strPrefix), m_bFollow(bFollow)
 {
 }
 
@@ -62,8 +65,8 @@ int ZEBUSharedRing::open()
     if (iErrno != 0)
         return iErrno;
     if (!m_management.load(&m_record)) {
-        m_warn(ZEBU_ManagementFileName(m_strPrefix) +
-               " holds no valid record: the ring's place is worked out from its files");
+        warn(ZEBU_ManagementFileName(m_strPrefix) +
+             " holds no valid record: the ring's place is worked out from its files");
         ZEBU_DeriveRecord(m_strPrefix, &m_record);
     }
     m_end = m_record.position;
@@ -91,10 +94,13 @@ bool ZEBUSharedRing::isPassed(const ZEBUPosition& from, const ZEBUPosition& to) 
 
 bool ZEBUSharedRing::openFile()
 {
-    if (m_file.isOpen() || m_file.open(ZEBU_TraceFileName(m_strPrefix, m_uNumber)) == 0)
+    const int iErrno = m_file.isOpen() ? 0 : m_file.open(ZEBU_TraceFileName(m_strPrefix, m_uNumber));
+    if (iErrno == 0)
         return true;
-    if (m_uNumber == m_record.position.uFile && !m_bMissed)
-        m_warn(m_file.path() + ", the current file of the ring, cannot be opened");
+    if (!m_bMissed && iErrno != ENOENT)
+        fail(m_file.path() + ": " + strerror(iErrno));
+    else if (!m_bMissed && m_uNumber == m_record.position.uFile)
+        warn(m_file.path() + ", the current file of the ring, is missing");
     m_bMissed = true;
     return false;
 }
@@ -120,11 +126,12 @@ ZEBURead ZEBUSharedRing::read(char* pBuffer, size_t uSize, size_t* puRead)
 // A file that the ring has left: complete, until the ring comes round.
 ZEBURead ZEBUSharedRing::readOld(char* pBuffer, size_t uSize, size_t* puRead)
 {
-    if (!m_bFollow && m_uNumber == m_end.uFile && !m_bDistrust)
-        uSize = std::min(uSize, std::max<size_t>(m_end.uOffset, m_file.offset()) - m_file.offset());
+    const bool bLast = !m_bFollow && m_uNumber == m_end.uFile;
+    const size_t uLimit = m_bDistrust ? m_uLimit : bLast ? m_end.uOffset : SIZE_MAX;
+    uSize = std::min(uSize, std::max(uLimit, m_file.offset()) - m_file.offset());
     const long lRead = uSize == 0 ? 0 : m_file.readLive(pBuffer, uSize);
     if (lRead < 0)
-        m_warn(m_file.path() + " cannot be read to its end");
+        fail(m_file.path() + " cannot be read to its end: " + strerror(errno));
     return lRead > 0 ? take(pBuffer, lRead, puRead) : nextFile();
 }
 
@@ -175,7 +182,8 @@ bool ZEBUSharedRing::isAccepted(const ZEBUPosition& claim) const
 }
 
 // A line may be on its way, its writer may have died, or the record is wrong. A reader that follows looks
-// again at its next poll; any other waits a little and then shows what stands before the mark.
+// again at its next poll; any other waits a little and then shows what stands before the mark, and before
+// the offset if that is the start of a line.
 std::optional<ZEBURead> ZEBUSharedRing::notAccepted()
 {
     if (m_bFollow)
@@ -188,9 +196,10 @@ std::optional<ZEBURead> ZEBUSharedRing::notAccepted()
         if (m_record.position != claim || m_file.hasMarkAt(claim.uOffset))
             return {};
     }
-    m_warn(m_file.path() +
-           " does not end where the ring's record says: it is shown up to its end-of-data mark");
+    warn(m_file.path() +
+         " does not end where the ring's record says: it is shown up to its end-of-data mark");
     m_bDistrust = true;
+    m_uLimit = m_file.isLineStart(m_record.position.uOffset) ? m_record.position.uOffset : SIZE_MAX;
     return {};
 }
 
@@ -201,7 +210,7 @@ ZEBURead ZEBUSharedRing::setBack(unsigned uOffset)
     if (!m_file.isUnchanged())
         return lost();
     if (uOffset > 0 || m_bAtZero) {
-        m_warn("the ring was set back to " + std::to_string(uOffset) + " in " + m_file.path());
+        warn("the ring was set back to " + std::to_string(uOffset) + " in " + m_file.path());
         m_file.rewind(uOffset);
     }
     m_bAtZero = uOffset == 0;
@@ -223,7 +232,7 @@ ZEBURead ZEBUSharedRing::nextFile()
 // The ring came round: what it holds now is newer than all that was read, and begins behind the current file.
 ZEBURead ZEBUSharedRing::lost()
 {
-    m_warn(m_strPrefix + ": the ring overtook the reader, lines were lost");
+    warn(m_strPrefix + ": the ring overtook the reader, lines were lost");
     m_file.close();
     m_bMissed = false;
     m_bDistrust = false;

@@ -2,6 +2,8 @@
 //
 // Nothing tells the number of files or which one is current, so both come from the directory: the newest
 // file is current, and while following, a file that changed since it was left is the next one.
+#include <errno.h>
+#include <string.h>
 #include <sys/stat.h>
 
 #include "tools/reader/Management.h"
@@ -21,7 +23,7 @@ struct Stamp
 class ZEBUSingleRing final : public ZEBUSource
 {
 public:
-    ZEBUSingleRing(const std::string& strPrefix, bool bFollow, const ZEBUWarn& warn);
+    ZEBUSingleRing(const std::string& strPrefix, bool bFollow, const ZEBUWarn& warnUser);
     ZEBURead read(char* pBuffer, size_t uSize, size_t* puRead) override;
     const std::string& file() const override { return m_file.path(); }
 
@@ -37,7 +39,6 @@ private:
 
     const std::string m_strPrefix;
     const bool m_bFollow;
-    const ZEBUWarn m_warn;
     Stamp m_left[ZEBU_RING_FILES_MAX + 1]; // of each file when it was left, or at the start
     unsigned m_uNewestAtStart;
     bool m_bCaughtUp = false; // the file that was newest at the start is reached
@@ -45,8 +46,8 @@ private:
     ZEBUTraceFile m_file;
 };
 
-ZEBUSingleRing::ZEBUSingleRing(const std::string& strPrefix, bool bFollow, const ZEBUWarn& warn)
-    : m_strPrefix(strPrefix), m_bFollow(bFollow), m_warn(warn)
+ZEBUSingleRing::ZEBUSingleRing(const std::string& strPrefix, bool bFollow, const ZEBUWarn& warnUser)
+    : ZEBUSource(warnUser), m_strPrefix(strPrefix), m_bFollow(bFollow)
 {
     for (unsigned u = 1; u <= ZEBU_RING_FILES_MAX; ++u)
         m_left[u] = stampOf(u);
@@ -91,8 +92,9 @@ void ZEBUSingleRing::enter(unsigned uNumber)
 {
     m_uNumber = uNumber;
     m_bCaughtUp = m_bCaughtUp || uNumber == m_uNewestAtStart;
-    if (m_file.open(ZEBU_TraceFileName(m_strPrefix, uNumber)) != 0)
-        m_warn(ZEBU_TraceFileName(m_strPrefix, uNumber) + " cannot be opened");
+    const int iErrno = m_file.open(ZEBU_TraceFileName(m_strPrefix, uNumber));
+    if (iErrno != 0 && iErrno != ENOENT)
+        fail(m_file.path() + ": " + strerror(iErrno));
 }
 
 ZEBURead ZEBUSingleRing::read(char* pBuffer, size_t uSize, size_t* puRead)
@@ -123,7 +125,7 @@ ZEBURead ZEBUSingleRing::readPresent(char* pBuffer, size_t uSize, size_t* puRead
     if (!m_file.isUnchanged())
         return lost();
     if (lRead < 0)
-        m_warn(m_file.path() + " cannot be read to its end");
+        fail(m_file.path() + " cannot be read to its end: " + strerror(errno));
     if (lRead <= 0)
         return ZEBURead::Idle;
     *puRead = static_cast<size_t>(lRead);
@@ -158,7 +160,7 @@ unsigned ZEBUSingleRing::changedFile() const
 // rest of the ring is still to come; behind it, whatever changed is newer.
 ZEBURead ZEBUSingleRing::lost()
 {
-    m_warn(m_file.path() + " was reused before it was read to its end: lines were lost");
+    warn(m_file.path() + " was reused before it was read to its end: lines were lost");
     m_file.close();
     if (m_bCaughtUp && !m_bFollow)
         return ZEBURead::Gap;

@@ -26,6 +26,7 @@ using ZEBUWarn = std::function<void(const std::string&)>;
 class ZEBUSource
 {
 public:
+    explicit ZEBUSource(const ZEBUWarn& warnUser) : m_warn(warnUser) {}
     virtual ~ZEBUSource() = default;
 
     // Reads the next bytes, at most `uSize`; `*puRead` is their number with Bytes, else 0.
@@ -33,6 +34,21 @@ public:
 
     // The path that the last bytes came from.
     virtual const std::string& file() const = 0;
+
+    // Whether something could not be read that is there. The user was told.
+    bool hasFailed() const { return m_bFailed; }
+
+protected:
+    void warn(const std::string& strText) const { m_warn(strText); }
+    void fail(const std::string& strText)
+    {
+        warn(strText);
+        m_bFailed = true;
+    }
+
+private:
+    const ZEBUWarn m_warn;
+    bool m_bFailed = false;
 };
 
 // What a name stands for: a shared ring when its management file exists, a ring of one process when a file

@@ -76,12 +76,17 @@ long ZEBUTraceFile::readLive(char* pBuffer, size_t uSize) const
     return lRead;
 }
 
+bool ZEBUTraceFile::isLineStart(size_t uOffset) const
+{
+    char szBefore[2];
+    return uOffset == 0 || (uOffset >= 2 && readAt(uOffset - 2, szBefore, 2) == 2 && szBefore[0] == '\r' &&
+                            szBefore[1] == '\n');
+}
+
 bool ZEBUTraceFile::hasMarkAt(size_t uOffset) const
 {
-    char szAround[3] = {'\r', '\n', 0};
-    const size_t uBack = std::min<size_t>(uOffset, 2);
-    const long lRead = readAt(uOffset - uBack, szAround + 2 - uBack, uBack + 1);
-    return lRead == static_cast<long>(uBack + 1) && std::string_view(szAround, 3) == "\r\n\x1A";
+    char cMark;
+    return isLineStart(uOffset) && readAt(uOffset, &cMark, 1) == 1 && cMark == ZEBU_MARK;
 }
 
 void ZEBUTraceFile::consume(std::string_view svBytes)

@@ -37,7 +37,8 @@ public:
     // Reads at offset() at most up to the end-of-data mark: 0 there and at the end of the file, or -1.
     long readLive(char* pBuffer, size_t uSize) const;
 
-    // Whether an end-of-data mark stands at an offset, at the start of a line.
+    // Whether a line starts at an offset, and whether an end-of-data mark does.
+    bool isLineStart(size_t uOffset) const;
     bool hasMarkAt(size_t uOffset) const;
 
     // Takes bytes that were read at offset() as consumed.
