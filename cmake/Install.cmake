@@ -68,10 +68,9 @@ if(TARGET zebu2)
     set_target_properties(zebu2 PROPERTIES INSTALL_RPATH "$ORIGIN/${ZEBU_BIN_TO_LIB}")
   endif()
   install(TARGETS zebu2 RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
-  install(FILES tools/completion/zebu2 DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
-    COMPONENT tools OPTIONAL)
-  install(FILES tools/lnav/zebu2_log.json DESTINATION ${CMAKE_INSTALL_DATADIR}/lnav/formats COMPONENT tools
-    OPTIONAL)
+  install(FILES tools/zebu2.bash-completion RENAME zebu2
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tools)
+  install(FILES tools/zebu2_log.lnav.json DESTINATION ${CMAKE_INSTALL_DATADIR}/zebu2 COMPONENT tools)
 endif()
 
 # ---- The standard configuration, where the library looks for it -----------------------------------
