@@ -7,32 +7,23 @@
 
 namespace {
 
-class Multi : public Sandbox
-{
-};
+using Multi = Sandbox;
 
 TEST_F(Multi, LinesOfSeveralProcessesAreInOneBackup)
 {
-    constexpr int WRITERS = 3;
-    for (int i = 0; i < WRITERS; ++i) {
-        EXPECT_EQ(inChild([&] {
-                      ZEBU2_SetLockRetryTimes(1000);
-                      CHECK(ZEBU2_InitializeM(ring(), "writer", ZEBU2_OPT_NOFILL) == 0);
-                      CHECK(ZEBU2_GetLockRetryTimes() == 1000);
-                      CHECK(ZEBU2_PutLine(0, std::to_string(i).c_str()) == 0);
-                      CHECK(ZEBU2_FileBufferFlush() == 0);
-                  }), // without an end: the next one starts all the same
-                  0);
-    }
+    const auto write = [&](int i) {
+        ZEBU2_SetLockRetryTimes(1000);
+        CHECK(ZEBU2_InitializeM(ring(), "writer", ZEBU2_OPT_NOFILL) == 0);
+        CHECK(ZEBU2_GetLockRetryTimes() == 1000);
+        CHECK(ZEBU2_PutLine(0, std::to_string(i).c_str()) == 0 && ZEBU2_FileBufferFlush() == 0);
+    }; // without an end: the next one starts all the same
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(inChild([&] { write(i); }), 0);
     ASSERT_EQ(ZEBU2_InitializeM(ring(), "reader", 63), 0);
     ASSERT_EQ(ZEBU2_TraceBackupM(path("backup").c_str(), ZEBU2_BACKUP_NOLOCK), 0);
     const std::string copy = readFile(path("backup"));
     EXPECT_EQ(bodies(traceLines(copy)), (Lines{"0", "1", "2"}));
     EXPECT_NE(copy.find("**** writer           "), std::string::npos);
-    EXPECT_EQ(ZEBU2_ChFileAttr(0640), 0);
-    EXPECT_EQ(fileMode(traceFile(1)), 0640);
-    EXPECT_EQ(fileMode(path("mmap")), 0750);
-    EXPECT_EQ(ZEBU2_Finalize(), 0);
 }
 
 TEST_F(Multi, ManagementFileMadeAnewIsResultThree)

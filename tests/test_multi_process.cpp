@@ -6,9 +6,7 @@
 #include <sys/user.h>
 #include <sys/wait.h>
 
-#include <atomic>
 #include <map>
-#include <random>
 
 #include "support/SharedRing.h"
 
@@ -34,25 +32,19 @@ protected:
         return head + std::string(static_cast<size_t>(number * 37 % 150), '.') + "end";
     }
 
-    // The numbers of each writer's lines in a text, in their order; every line must be whole.
-    static std::map<int, std::vector<int>> numbers(const std::string& text)
+    // The first and the last number of each writer's lines in a text, where every line must be whole and none
+    // between them may be missing.
+    static std::map<int, std::pair<int, int>> numbers(const std::string& text)
     {
-        std::map<int, std::vector<int>> found;
+        std::map<int, std::pair<int, int>> found;
         for (const std::string& got : splitLines(text)) {
-            int writer = 0;
-            int number = 0;
+            int writer = 0, number = 0;
             if (sscanf(got.c_str(), "%d:%d:", &writer, &number) != 2)
                 continue;
             EXPECT_EQ(got, line(writer, number));
-            found[writer].push_back(number);
+            EXPECT_EQ(number, ++found.try_emplace(writer, number, number - 1).first->second.second) << writer;
         }
         return found;
-    }
-
-    std::string backup(const Ring& ring) const
-    {
-        EXPECT_EQ(ring->backupToFile(path("backup").c_str(), 0), 0);
-        return readFile(path("backup"));
     }
 
     // Takes the lock as a foreign process does.
@@ -78,8 +70,7 @@ TEST_F(MultiProcess, LockHeldByAnotherFailsEveryOperationAndChangesNothing)
     const Ring second = make();
     ring->setLockRetryTimes(2);
     second->setLockRetryTimes(1);
-    Gate locked;
-    Gate done;
+    Gate locked, done;
     const pid_t holder = startChild([&] {
         lockRaw();
         locked.open();
@@ -87,10 +78,8 @@ TEST_F(MultiProcess, LockHeldByAnotherFailsEveryOperationAndChangesNothing)
     });
     locked.wait();
     const std::string before = trace(1);
-    const int results[] = {
-        put(ring, "x"),         ring->bufferFlush(), ring->backupToFile(path("b").c_str(), 0),
-        ring->chFileAttr(0600), ring->closeFile(),   second->openFile()};
-    for (const int result : results)
+    for (const int result : {put(ring, "x"), ring->bufferFlush(), ring->backupToFile(path("b").c_str(), 0),
+                             ring->chFileAttr(0600), ring->closeFile(), second->openFile()})
         EXPECT_EQ(result, -1);
     EXPECT_EQ(lastError(), ZEBU_EPOS_LOCK);
     EXPECT_TRUE(lastCode() == EAGAIN || lastCode() == EACCES);
@@ -98,8 +87,7 @@ TEST_F(MultiProcess, LockHeldByAnotherFailsEveryOperationAndChangesNothing)
     EXPECT_FALSE(exists(path("b")));
     done.open();
     EXPECT_EQ(waitForChild(holder), 0);
-    EXPECT_EQ(put(ring, "x"), 0);
-    EXPECT_EQ(second->openFile(), 0);
+    EXPECT_EQ(put(ring, "x") | second->openFile(), 0);
 }
 
 TEST_F(MultiProcess, LockNestsAndIsFreeBetweenOperations)
@@ -163,93 +151,45 @@ TEST_F(MultiProcess, ModeOfARepairedRecordIsNarrowedByThoseInTheRing)
 
 // ---- Many writers --------------------------------------------------------------------------------
 
+// Processes that joined the ring and others that inherited it over a fork; a ring with room for all their
+// lines, and one that moves on thousands of times.
 TEST_F(MultiProcess, EveryLineIsThereOnceAndWhole)
 {
-    constexpr int WRITERS = 4;
-    constexpr int LINES = 2500;
-    const Ring ring = join(ZEBU2_OPT_CURRENT_ONLY, 32768, 64); // room for all
-    std::vector<pid_t> writers;
-    for (int w = 1; w <= WRITERS; ++w) {
-        writers.push_back(startChild([&, w] {
-            const Ring own = w % 2 ? join(0, 4096, 3) : Ring(); // joined, or inherited over the fork
-            for (int i = 0; i < LINES; ++i)
-                CHECK(put(own ? own : ring, line(w, i)) == 0);
-        }));
+    const struct
+    {
+        int lines;
+        long size, count;
+        int found;
+    } cases[] = {{2500, 32768, 64, 4 * 2500}, {15000, 4096, 8, 150}};
+    for (const auto& test : cases) {
+        base = path("ring") + std::to_string(test.count);
+        const Ring ring = join(ZEBU2_OPT_CURRENT_ONLY, test.size, test.count);
+        const auto backup = [&](int flag) {
+            EXPECT_EQ(ring->backupToFile(path("backup").c_str(), flag), 0);
+            return readFile(path("backup"));
+        };
+        std::vector<pid_t> writers;
+        for (int w = 1; w <= 4; ++w) {
+            writers.push_back(startChild([&, w] {
+                const Ring own = w % 2 ? join(0, 4096, 3) : Ring();
+                for (int i = 0; i < test.lines; ++i)
+                    CHECK(put(own ? own : ring, line(w, i)) == 0);
+            }));
+        }
+        (void)numbers(backup(0)); // what is there at one moment has no gaps
+        (void)backup(ZEBU2_BACKUP_NOLOCK);
+        for (const pid_t writer : writers)
+            EXPECT_EQ(waitForChild(writer), 0);
+        int lines = 0;
+        for (const auto& [writer, range] : numbers(backup(0))) {
+            EXPECT_EQ(range.second, test.lines - 1) << writer;
+            lines += range.second - range.first + 1;
+        }
+        EXPECT_GE(lines, test.found);
     }
-    // A copy of what is there at one moment has no gaps; one made while others write has no torn line.
-    (void)numbers(backup(ring));
-    EXPECT_EQ(ring->backupToFile(path("loose").c_str(), ZEBU2_BACKUP_NOLOCK), 0);
-    for (const pid_t writer : writers)
-        EXPECT_EQ(waitForChild(writer), 0);
-    auto found = numbers(backup(ring));
-    for (int w = 1; w <= WRITERS; ++w) {
-        ASSERT_EQ(found[w].size(), static_cast<size_t>(LINES));
-        for (int i = 0; i < LINES; ++i)
-            ASSERT_EQ(found[w][static_cast<size_t>(i)], i);
-    }
-}
-
-TEST_F(MultiProcess, ThousandsOfRingMovesLeaveNoGap)
-{
-    constexpr int LINES = 20000;
-    const Ring ring = join(0, 4096, 8);
-    std::vector<pid_t> writers;
-    for (int w = 1; w <= 3; ++w) {
-        writers.push_back(startChild([&, w] {
-            const Ring own = join(0, 4096, 8);
-            for (int i = 0; i < LINES; ++i)
-                CHECK(put(own, line(w, i)) == 0);
-        }));
-    }
-    for (const pid_t writer : writers)
-        EXPECT_EQ(waitForChild(writer), 0);
-    const auto found = numbers(backup(ring));
-    size_t lines = 0;
-    for (const auto& [writer, numbers] : found) {
-        EXPECT_EQ(numbers.back(), LINES - 1);
-        EXPECT_EQ(numbers.back() - numbers.front() + 1, static_cast<int>(numbers.size())) << writer;
-        lines += numbers.size();
-    }
-    EXPECT_GT(lines, 150u); // the seven older files are full
 }
 
 // ---- Killed writers ------------------------------------------------------------------------------
-
-TEST_F(MultiProcess, WritersKilledAtAnyTimeLoseNoAcknowledgedLine)
-{
-    constexpr int KILLS = 60;
-    auto* const acknowledged = static_cast<std::atomic<int>*>(
-        mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
-    ASSERT_NE(acknowledged, MAP_FAILED);
-    const int option = ZEBU2_OPT_CURRENT_ONLY | ZEBU2_OPT_NOFILL;
-    const Ring ring = join(option, 524288, 64);
-    std::mt19937 random(7);
-    for (int w = 1; w <= KILLS; ++w) {
-        const pid_t writer = startChild([&, w] {
-            const Ring own = join(option, 524288, 64);
-            for (int i = 0;; ++i) {
-                CHECK(put(own, line(w, i)) == 0);
-                acknowledged[w] = i + 1;
-            }
-        });
-        const int enough = static_cast<int>(random() % 300);
-        while (acknowledged[w] < enough) {
-        }
-        kill(writer, SIGKILL);
-        EXPECT_EQ(waitForChild(writer), 128 + SIGKILL);
-        if (w % 8 == 0)
-            poke(0, 0); // the next one finds its place without the record
-    }
-    const auto found = numbers(backup(ring));
-    for (int w = 1; w <= KILLS; ++w) {
-        const int lines = acknowledged[w];
-        const auto numbers = found.count(w) ? found.at(w) : std::vector<int>();
-        EXPECT_GE(static_cast<int>(numbers.size()), lines);
-        EXPECT_LE(static_cast<int>(numbers.size()), lines + 1); // the one that was being acknowledged
-        for (int i = 0; i < static_cast<int>(numbers.size()); ++i)
-            ASSERT_EQ(numbers[static_cast<size_t>(i)], i) << w;
-    }
-}
 
 // Looks at the ring from outside after every single instruction of a write, as if the writer ended there:
 // with the record or without it, all lines acknowledged before must be found, and no torn one.
@@ -257,7 +197,7 @@ class MultiKillPoint : public MultiProcess
 {
 protected:
     // What file n holds according to the record, and up to its mark.
-    void expectSound(const std::string& kept, bool recordValid)
+    void expectSound()
     {
         const tagZEBU_MANAGEMENT_DATA rec = record();
         const std::string first = data(1);
@@ -306,8 +246,14 @@ protected:
         const void* map;
     };
 
+    void keepALine()
+    {
+        EXPECT_EQ(put(open(0, 4096, 2), "kept"), 0);
+        kept = data(1);
+    }
+
     // Runs one write of a fresh process instruction by instruction.
-    void stepThroughWrite(const std::string& kept, bool recordValid)
+    void stepThroughWrite()
     {
         const pid_t writer = startChild([&] {
             const Ring ring = open(ZEBU2_OPT_NOSTARTLINE, 4096, 2);
@@ -328,7 +274,7 @@ protected:
             if (changed[0] || changed[1] || changed[2]) {
                 still = 0;
                 ++changes;
-                expectSound(kept, recordValid);
+                expectSound();
             }
             // Reading the clock repeats itself while it ticks, which a machine too busy to step fast never
             // leaves: go on to the next system call then.
@@ -344,28 +290,30 @@ protected:
 
     static constexpr char NEW_LINE[] = "0000 the new line with a text of its own\r\n";
     std::function<void()> damage = [] {};
+    bool recordValid = true;
+    std::string kept;
     std::string unacknowledged;
 };
 
 TEST_F(MultiKillPoint, LineIntoTheCurrentFile)
 {
-    EXPECT_EQ(put(open(0, 4096, 2), "kept"), 0);
-    const std::string kept = data(1);
-    stepThroughWrite(kept, true);
+    keepALine();
+    stepThroughWrite();
     EXPECT_EQ(data(1), kept + NEW_LINE);
 }
 
 // The writer before was killed when its line was complete and the record not yet advanced.
 TEST_F(MultiKillPoint, LineOverThatOfAKilledWriter)
 {
-    EXPECT_EQ(put(open(0, 4096, 2), "kept"), 0);
-    const std::string kept = data(1);
+    unacknowledged = NEW_LINE + std::string(NEW_LINE) + "longer\r\n";
     damage = [&] {
-        EXPECT_EQ(put(open(ZEBU2_OPT_NOSTARTLINE, 4096, 2), NEW_LINE + std::string(NEW_LINE) + "longer"), 0);
+        EXPECT_EQ(
+            put(open(ZEBU2_OPT_NOSTARTLINE, 4096, 2), unacknowledged.substr(0, unacknowledged.size() - 2)),
+            0);
         poke(offsetof(tagZEBU_MANAGEMENT_DATA, writeOffset), static_cast<unsigned int>(kept.size()));
     };
-    unacknowledged = NEW_LINE + std::string(NEW_LINE) + "longer\r\n";
-    stepThroughWrite(kept, true);
+    keepALine();
+    stepThroughWrite();
     EXPECT_EQ(data(1), kept + NEW_LINE);
 }
 
@@ -376,16 +324,17 @@ TEST_F(MultiKillPoint, LineThatMovesTheRingOnToAFileWithOldLines)
     EXPECT_EQ(put(ring, std::string(3500, 'o')), 0); // file 2
     EXPECT_EQ(put(ring, std::string(3500, 'n')), 0); // file 1
     fillTo(ring, 4040);
-    stepThroughWrite(data(1), true);
+    kept = data(1);
+    stepThroughWrite();
     EXPECT_EQ(data(2).substr(data(2).size() - strlen(NEW_LINE)), NEW_LINE);
 }
 
 TEST_F(MultiKillPoint, LineThatRepairsTheRecordFirst)
 {
-    EXPECT_EQ(put(open(0, 4096, 2), "kept"), 0);
-    const std::string kept = data(1);
     damage = [&] { poke(0, 0); };
-    stepThroughWrite(kept, false);
+    recordValid = false;
+    keepALine();
+    stepThroughWrite();
     EXPECT_EQ(data(1), kept + NEW_LINE);
 }
 
