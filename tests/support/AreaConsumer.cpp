@@ -11,7 +11,8 @@ static constexpr size_t cs_uSize = 65536;
 
 std::string areaMessage(const std::string& sender, int iNumber)
 {
-    return sender + " " + std::to_string(iNumber) + " " + std::string(static_cast<size_t>(iNumber % 997), 'x');
+    return sender + " " + std::to_string(iNumber) + " " +
+           std::string(static_cast<size_t>(iNumber % 997), 'x');
 }
 
 AreaConsumer::AreaConsumer(const std::string& file)

@@ -24,7 +24,7 @@ public:
     // Waits until the area has room for the longest lines of a dozen writers.
     void waitForRoom() const;
 
-    std::map<std::string, int> m_seen;  // "sender number", how often
+    std::map<std::string, int> m_seen; // "sender number", how often
     int m_torn = 0;
 
 private:

@@ -56,5 +56,5 @@ void Gate::wait()
 {
     char cGo = 0;
     CHECK(read(m_pipe[0], &cGo, 1) == 1);
-    CHECK(write(m_pipe[1], &cGo, 1) == 1);  // the gate stays open for the next
+    CHECK(write(m_pipe[1], &cGo, 1) == 1); // the gate stays open for the next
 }

@@ -87,7 +87,6 @@ Sandbox::Sandbox()
     if (!mkdtemp(name.data()))
         abort();
     m_dir = name;
-    m_prefix = m_dir + "/app";
     configure();
     setenv("ZEBU2_TRACECNF_FILE", configFile().c_str(), 1);
 }
@@ -103,8 +102,9 @@ void Sandbox::configure(const std::string& extra)
     writeFile(configFile(), "LogFile = " + m_dir + "/log\n" + extra);
 }
 
-const tagZEBU_LOGFILE_SPEC* Sandbox::ring(long size, long count)
+const tagZEBU_LOGFILE_SPEC* Sandbox::ring(long size, long count, const std::string& name)
 {
+    m_prefix = path(name);
     m_ring = {size, count, m_prefix.c_str()};
     return &m_ring;
 }
@@ -147,4 +147,9 @@ int lastCode()
     int iCode = 0;
     (void)ZEBU2_GetLastError(&iCode);
     return iCode;
+}
+
+Result result(int iReturned)
+{
+    return {iReturned, lastError()};
 }

@@ -7,6 +7,7 @@
 #include <stdint.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/Check.h"
@@ -19,7 +20,7 @@ void writeFile(const std::string& path, const std::string& bytes);
 bool exists(const std::string& path);
 long fileSize(const std::string& path);
 int fileMode(const std::string& path);           // permission bits
-void age(const std::string& path, long seconds);  // sets the modification time that far back
+void age(const std::string& path, long seconds); // sets the modification time that far back
 
 // The lines of a text that end with CR LF, without it.
 Lines splitLines(const std::string& bytes);
@@ -50,7 +51,7 @@ protected:
     std::string configFile() const { return path("test.cnf"); }
 
     // A ring in this directory. Valid until the next call.
-    const tagZEBU_LOGFILE_SPEC* ring(long size = 65536, long count = 3);
+    const tagZEBU_LOGFILE_SPEC* ring(long size = 65536, long count = 3, const std::string& name = "app");
 
     // The trace lines of file n, and of the whole ring in the order of their counters' files given.
     Lines lines(int n) const { return traceLines(readFile(traceFile(n))); }
@@ -71,5 +72,9 @@ private:
 // The calling thread's error value, and its code.
 int lastError();
 int lastCode();
+
+// What a call returned, and the error value that it left.
+using Result = std::pair<int, int>;
+Result result(int iReturned);
 
 #endif
