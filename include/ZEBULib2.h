@@ -384,8 +384,9 @@ ZEBU2_API int ZEBU2_ChInstanceFileAttr(ZEBU2_HINSTANCE hInstance, int iMode);
 
 /* Removes old trace files. pszPattern: directory and wildcard pattern, at most 4096 characters;
  * wildcards count only behind the last "/", and match "/" and a leading "." too. iMode: above.
- * iValue: not negative. A file locked by another process or not writable stays. Needs no initialised
- * library and takes none of its locks. Returns 0 or -1, function number 0x0C: PARAM, OPENDIR, STAT
+ * iValue: not negative. A file locked by another process or not writable stays. A ring of the
+ * calling process is not protected from it: its matching files go too. Needs no initialised library and
+ * takes none of its locks. Returns 0 or -1, function number 0x0C: PARAM, OPENDIR, STAT
  * (the scan ended there), UNLINK (the scan went on). */
 ZEBU2_API int ZEBU2_LogFileClear(const char* pszPattern, int iMode, int iValue);
 
