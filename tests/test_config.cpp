@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <iterator>
 
 #include "config/Conf2Unix.h"
 #include "config/ConfUnix.h"
@@ -19,51 +18,38 @@ constexpr char cs_szDefaultArea[] = "/opt/kelvora/ZEBULib2/mmap/zebu2mmap.mm";
 
 // ---- Paths ---------------------------------------------------------------------------------------
 
-struct tagPathCase
+// The result where a path fails, and what is left of the buffer.
+TEST(Paths, AreNormalisedByTheirText)
 {
-    const char* pszSource;
-    size_t uMax;
-    int iResult;
-    const char* pszPath;
-};
-
-void expectPaths(int (*pFunction)(const char*, char*, size_t), const tagPathCase* pCase, size_t uCount)
-{
-    for (; uCount > 0; --uCount, ++pCase) {
-        char szPath[64] = "untouched";
-        EXPECT_EQ(pFunction(pCase->pszSource, szPath, pCase->uMax), pCase->iResult) << pCase->pszSource;
-        EXPECT_STREQ(szPath, pCase->pszPath) << pCase->pszSource;
+    const struct
+    {
+        int (*function)(const char*, char*, size_t);
+        const char* source;
+        size_t max;
+        int result;
+        const char* path;
+    } cases[] = {
+        {ZEBU_GetAbsolutePath, "/a//b/./c/", 40, 0, "/a/b/c"},
+        {ZEBU_GetAbsolutePath, "/a/b/../../../c/d/..", 40, 0, "/c"},
+        {ZEBU_GetAbsolutePath, "/a/..", 40, 0, "/"},
+        {ZEBU_GetAbsolutePath, "///", 40, 0, "/"},
+        {ZEBU_GetAbsolutePath, "/.../.x/..y/z.", 40, 0, "/.../.x/..y/z."},
+        {ZEBU_GetAbsolutePath, "", 40, -1, "untouched"},
+        {ZEBU_GetAbsolutePath, "a/b", 40, -1, "untouched"},
+        {ZEBU_GetAbsolutePath, "/abc/de", 7, 0, "/abc/de"},
+        {ZEBU_GetAbsolutePath, "/abc/de", 6, -1, "/abc"},
+        {ZEBU_GetAbsolutePath, "/abc/de", 3, -1, ""},
+        {ZEBU_GetAbsolutePath, "/long-that-goes/../de", 3, 0, "/de"},
+        {ZEBU_GetParentPath, "/a/b/c/", 40, 0, "/a/b"},
+        {ZEBU_GetParentPath, "/a", 40, 0, "/"},
+        {ZEBU_GetParentPath, "/", 40, 0, "/"},
+        {ZEBU_GetParentPath, "a/b", 40, -1, "untouched"},
+    };
+    for (const auto& test : cases) {
+        char path[64] = "untouched";
+        EXPECT_EQ(test.function(test.source, path, test.max), test.result) << test.source;
+        EXPECT_STREQ(path, test.path) << test.source;
     }
-}
-
-TEST(Paths, AbsoluteIsNormalisedByItsText)
-{
-    constexpr tagPathCase cases[] = {
-        {"/", 40, 0, "/"},
-        {"/a//b/./c/", 40, 0, "/a/b/c"},
-        {"/a/b/../c", 40, 0, "/a/c"},
-        {"/a/b/../../../c/d/..", 40, 0, "/c"},
-        {"/../x", 40, 0, "/x"},
-        {"/a/..", 40, 0, "/"},
-        {"///", 40, 0, "/"},
-        {"/.../.x/..y/z.", 40, 0, "/.../.x/..y/z."},
-        {"", 40, -1, "untouched"},
-        {"a/b", 40, -1, "untouched"},
-        {"/abc/de", 7, 0, "/abc/de"},
-        {"/abc/de", 6, -1, "/abc"},
-        {"/abc/de", 3, -1, ""},
-        {"/long-that-goes/../de", 3, 0, "/de"},
-    };
-    expectPaths(ZEBU_GetAbsolutePath, cases, std::size(cases));
-}
-
-TEST(Paths, ParentIsOneComponentLess)
-{
-    constexpr tagPathCase cases[] = {
-        {"/a/b/c", 40, 0, "/a/b"}, {"/a/b/c/", 40, 0, "/a/b"}, {"/a", 40, 0, "/"},
-        {"/", 40, 0, "/"},         {"/a/..", 40, 0, "/"},      {"a/b", 40, -1, "untouched"},
-    };
-    expectPaths(ZEBU_GetParentPath, cases, std::size(cases));
 }
 
 // ---- Values --------------------------------------------------------------------------------------
@@ -85,68 +71,51 @@ protected:
     const bool bPrivateOpt;
 };
 
-struct tagSettings
+struct Settings
 {
-    int iRelease = 1;
+    int release = 1;
     std::string monPath = "";
-    unsigned int uLogSize = 262144;
-    int iLogFNum = 4;
-    int iWatchDog = 10;
-    unsigned int uMapSize = 65536;
-    int iIntervalSec = 0;
-    int iMaxMsgNum = 0;
-    bool operator==(const tagSettings&) const = default;
+    unsigned int logSize = 262144;
+    int logFNum = 4, watchDog = 10;
+    unsigned int mapSize = 65536;
+    int intervalSec = 0, maxMsgNum = 0;
+    bool operator==(const Settings&) const = default;
 };
 
-tagSettings settings()
+Settings settings()
 {
-    const ZEBUConfigInf conf;
-    return {conf.iRelease,  conf.szMonPath, conf.uLogSize,     conf.iLogFNum,
-            conf.iWatchDog, conf.uMapSize,  conf.iIntervalSec, conf.iMaxMsgNum};
+    const ZEBUConfigInf c;
+    return {c.iRelease,  c.szMonPath, c.uLogSize,     c.iLogFNum,
+            c.iWatchDog, c.uMapSize,  c.iIntervalSec, c.iMaxMsgNum};
 }
 
 TEST_F(Config, LinesGiveTheValues)
 {
-    const struct
-    {
-        const char* pszLines;
-        tagSettings expected;
-    } cases[] = {
+    const std::string text(5000, 'x');
+    const std::pair<std::string, Settings> cases[] = {
         {"", {}},
         {"Release = 3\nMonPath = /mon\nLogSize = 5\nLogFNum = 6\nWatchDog = 7\nMapSize = 8\nIntervalSec = 9\n"
          "MaxMsgNum = 10\n",
          {3, "/mon", 5, 6, 7, 8, 9, 10}},
         {"# comment\n\nMsgString = MapSize = 1\n MapSize = 2\nmapsize = 3\n", {}},
-        {"MapSize=4096\n", {}},
-        {"MapSize= 4096\n", {}},
-        {"MapSize =4096", {.uMapSize = 4096}},
-        {"MapSize \t= \t 4096 and more\n", {.uMapSize = 4096}},
-        {"MapSizeOfTheArea = 4096\n", {.uMapSize = 4096}},
-        {"MapSize = 1\nMapSize = 2\n", {.uMapSize = 2}},
-        {"MapSize = 1\nMapSize = x\nMapSize =\nMapSize 9\n", {.uMapSize = 1}},
-        {"MapSize = 0x20\n", {.uMapSize = 0}},
-        {"MapSize = 4294967295\n", {.uMapSize = 4294967295U}},
-        {"MapSize = -1\n", {.uMapSize = 4294967295U}},
-        {"MapSize = 99999999999999999999999\n", {.uMapSize = 4294967295U}},
-        {"MaxMsgNum = -5\nIntervalSec = -2147483648\n", {.iIntervalSec = -2147483647 - 1, .iMaxMsgNum = -5}},
-        {"MaxMsgNum = 4294967297\n", {.iMaxMsgNum = 1}},
+        {"MapSize=4096\nMapSize= 4096\n", {}},
+        {"MapSize =4096", {.mapSize = 4096}},
+        {"MapSizeOfTheArea \t= \t 4096 and more\n", {.mapSize = 4096}},
+        {"MapSize = 2\nMapSize = 1\nMapSize = x\nMapSize =\nMapSize 9\n", {.mapSize = 1}},
+        {"MapSize = 0x20\n", {.mapSize = 0}},
+        {"MapSize = -1\n", {.mapSize = 4294967295U}},
+        {"MapSize = 99999999999999999999999\n", {.mapSize = 4294967295U}},
+        {"MaxMsgNum = -5\nIntervalSec = -2147483648\n", {.intervalSec = -2147483647 - 1, .maxMsgNum = -5}},
+        {"MaxMsgNum = 4294967297\n", {.maxMsgNum = 1}},
         {"MonPath = /a b\n", {.monPath = "/a"}},
+        {"MonPath = " + text + "\n", {.monPath = text.substr(0, 4097)}},
+        {"#" + std::string(4158, ' ') + "MapSize = 77\n",
+         {.mapSize = 77}}, // a long line's second piece is a line
     };
-    for (const auto& test : cases) {
-        configure(test.pszLines);
-        EXPECT_TRUE(settings() == test.expected) << test.pszLines;
+    for (const auto& [lines, expected] : cases) {
+        configure(lines);
+        EXPECT_TRUE(settings() == expected) << lines;
     }
-}
-
-TEST_F(Config, TextsAndLinesOfAnyLengthAreCut)
-{
-    const std::string text(5000, 'x');
-    configure("MonPath = " + text + "\n");
-    EXPECT_EQ(ZEBUConfigInf().szMonPath, text.substr(0, 4097));
-
-    // The second piece of a long line counts as a line.
-    configure("#" + std::string(4158, ' ') + "MapSize = 77\n");
-    EXPECT_EQ(ZEBUConfigInf().uMapSize, 77U);
 }
 
 TEST_F(Config, SettersCutToo)
@@ -163,12 +132,7 @@ TEST_F(Config, SettersCutToo)
 TEST_F(Config, AreaLiesBesideTheLogFile)
 {
     const std::string longest = "/" + std::string(4096 - 18 - 1, 'p');
-    const struct
-    {
-        std::string logFile;
-        std::string directory;
-    } cases[] = {
-        {"/srv/app/log/trace", "/srv/app/log/mmap"},
+    const std::pair<std::string, std::string> cases[] = {
         {"/srv/app/../x//log/./trace", "/srv/x/log/mmap"},
         {"/trace", "//mmap"},
         {longest + "/t", longest + "/mmap"},
@@ -177,14 +141,13 @@ TEST_F(Config, AreaLiesBesideTheLogFile)
         {"", ""},
         {"/" + std::string(4096, 'l'), ""},
     };
-    for (const auto& test : cases) {
-        write("MapSize = 5000\nLogFile = " + test.logFile + "\n");
+    for (const auto& [logFile, directory] : cases) {
+        write("MapSize = 5000\nLogFile = " + logFile + "\n");
         const ZEBUConfigInf conf;
-        const bool bUsed = !test.directory.empty();
-        EXPECT_EQ(conf.szMMapDir, test.directory) << test.logFile;
-        EXPECT_EQ(conf.szMMapFile, bUsed ? test.directory + "/zebu2mmap.mm" : "") << test.logFile;
-        EXPECT_EQ(conf.uMapSize, bUsed ? 5000U : 65536U) << test.logFile;
-        EXPECT_EQ(conf.iLoaded, 1) << test.logFile;
+        EXPECT_EQ(conf.szMMapDir, directory) << logFile;
+        EXPECT_EQ(conf.szMMapFile, directory.empty() ? "" : directory + "/zebu2mmap.mm") << logFile;
+        EXPECT_EQ(conf.uMapSize, directory.empty() ? 65536U : 5000U) << logFile;
+        EXPECT_EQ(conf.iLoaded, 1) << logFile;
     }
 }
 
@@ -212,16 +175,13 @@ TEST_F(StandardConfig, IsReadWithoutAUsableOverride)
     ASSERT_EQ(mkfifo(path("fifo").c_str(), 0600), 0);
     const std::string far = path("far.cnf");
     writeFile(far, "LogFile = /l/f\nMapSize = 1\nMsgString = far\n");
-    const std::string cases[] = {
-        "",
-        "far.cnf",
-        path(""),
-        path("missing"),
-        path("fifo"),
-        cs_szDefaultFile,
-        "/opt/kelvora//ZEBULib2/etc/../etc/D002zebu2.cnf",
-        "/opt/kelvora/ZEBULib/./etc/D001zebu.cnf",
-    };
+    const std::string cases[] = {"",
+                                 "far.cnf",
+                                 path(""),
+                                 path("missing"),
+                                 path("fifo"),
+                                 "/opt/kelvora//ZEBULib2/etc/../etc/D002zebu2.cnf",
+                                 "/opt/kelvora/ZEBULib/./etc/D001zebu.cnf"};
     ASSERT_EQ(chdir(path("").c_str()), 0);
     for (const std::string& name : cases) {
         nameFile(name);
@@ -245,50 +205,34 @@ TEST_F(StandardConfig, ServesTheClassThatTheOverrideDoesNot)
     EXPECT_STREQ(ZEBUConfigInf2().szMsgString, "over\n");
 }
 
-TEST_F(StandardConfig, NeverWaitsForAWriter)
-{
-    ASSERT_EQ(unlink(cs_szDefaultFile), 0);
-    ASSERT_EQ(mkfifo(cs_szDefaultFile, 0600), 0);
-    EXPECT_EQ(ZEBUConfigInf().uMapSize, 65536U);
-}
-
-TEST_F(StandardConfig, DefaultsStandWithoutAnyFile)
+TEST_F(StandardConfig, DefaultsStandWithoutAFileAndWithOneThatNobodyWrites)
 {
     ASSERT_EQ(unlink(cs_szDefaultFile), 0);
     ZEBUConfigInf conf;
-    EXPECT_TRUE(settings() == tagSettings());
-    EXPECT_STREQ(conf.szLogFile, "");
-    EXPECT_STREQ(conf.szMMapDir, "");
-    EXPECT_STREQ(conf.szMMapFile, "");
-    EXPECT_EQ(conf.loadCnf(), -1);
     ZEBUConfigInf2 conf2;
-    EXPECT_STREQ(conf2.szMsgString, "");
-    EXPECT_EQ(conf2.loadCnf(), -1);
+    EXPECT_TRUE(settings() == Settings());
+    EXPECT_EQ(std::string(conf.szLogFile) + conf.szMMapDir + conf.szMMapFile + conf2.szMsgString, "");
+    EXPECT_EQ(conf.loadCnf() + conf2.loadCnf(), -2);
+    ASSERT_EQ(mkfifo(cs_szDefaultFile, 0600), 0);
+    EXPECT_TRUE(settings() == Settings());
 }
 
 // ---- The template of the notice ------------------------------------------------------------------
 
 TEST_F(Config, TemplateIsTheRestOfTheLastLine)
 {
-    const struct
-    {
-        std::string content;
-        std::string expected;
-    } cases[] = {
-        {"", ""},
+    const std::pair<std::string, std::string> cases[] = {
         {"MsgString=Switched %f\n", "Switched %f\n"},
-        {"MsgString = Switched %f", "Switched %f"},
         {"MsgStringOf this = that = x\n", "that = x\n"},
-        {"MsgString =  two\n", " two\n"},
         {"MsgString =\ttab\n", "\ttab\n"},
         {" MsgString = indented\nmsgstring = small\n", ""},
         {"MsgString = the longer one\nLogSize = 1\nMsgString = last\n", "last\n"},
         {"MsgString = first\nMsgString without\nMsgString = never\n", "first\n"},
         {"MsgString = " + std::string(300, 'm') + "\n", std::string(255, 'm')},
     };
-    for (const auto& test : cases) {
-        write(test.content);
-        EXPECT_EQ(ZEBUConfigInf2().szMsgString, test.expected) << test.content;
+    for (const auto& [content, expected] : cases) {
+        write(content);
+        EXPECT_EQ(ZEBUConfigInf2().szMsgString, expected) << content;
     }
 }
 
