@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <string_view>
+#include <tuple>
 #include <utility>
 
 #define FMT_HEADER_ONLY
@@ -26,35 +27,18 @@ private:
     std::string m_prefix;
 };
 
-// The pid column of a line.
-std::string pidOf(const std::string& line)
-{
-    return line.substr(50, 8);
-}
-
-std::string hexPid(pid_t pid)
-{
-    char text[9];
-    std::snprintf(text, sizeof text, "%08X", static_cast<unsigned int>(pid));
-    return text;
-}
-
 } // namespace
 
 TEST_F(Wrapper, PutsEveryKindOfTextInEveryForm)
 {
     zebu2::process_log log(files(), "app");
-    const std::string long5000(5000, 'x');
-    const std::string view = "viewed, not terminated";
-    EXPECT_EQ(log.put(0, "literal"), 0);
-    EXPECT_EQ(log.put(0, "string"s), 0);
-    EXPECT_EQ(log.put(0, std::string_view(view).substr(0, 6)), 0);
-    EXPECT_EQ(log.put(0, std::string_view()), 0);
-    EXPECT_EQ(log.put(0, std::string_view(long5000)), 0);
+    const std::string long5000(5000, 'x'), viewed = "viewed, not terminated";
+    const std::string_view view = viewed;
+    EXPECT_EQ(log.put(0, "literal") | log.put(0, "string"s) | log.put(0, view.substr(0, 6)), 0);
+    EXPECT_EQ(log.put(0, std::string_view()) | log.put(0, std::string_view(long5000)), 0);
     EXPECT_EQ(log.put(0, "ID", std::string_view(long5000)), 0);
-    EXPECT_EQ(log.put(0, std::string_view(view).substr(0, 4), "typeX"sv, "text"), 0);
-    EXPECT_EQ(log.putf(0, "%d-%s", 7, long5000.c_str()), 0);
-    EXPECT_EQ(log.putf_id(0, "ID", "%5.1f", 2.5), 0);
+    EXPECT_EQ(log.put(0, view.substr(0, 4), "typeX"sv, "text"), 0);
+    EXPECT_EQ(log.putf(0, "%d-%s", 7, long5000.c_str()) | log.putf_id(0, "ID", "%5.1f", 2.5), 0);
     const std::string id(22, ' ');
     EXPECT_EQ(bodies(lines(1)),
               (Lines{"literal", "string", "viewed", "", std::string(4117, 'x'),
@@ -73,8 +57,7 @@ TEST_F(Wrapper, FormatsNothingAboveTheLevel)
     zebu2::process_log log(files(), "app");
     zebu2::instance other(files("other"), "other");
     const char* unreadable = reinterpret_cast<const char*>(8);
-    EXPECT_EQ(log.putf(1, "%s", unreadable), 0);
-    EXPECT_EQ(other.putf_id(1, "ID", "%s", unreadable), 0);
+    EXPECT_EQ(log.putf(1, "%s", unreadable) | other.putf_id(1, "ID", "%s", unreadable), 0);
     EXPECT_EQ(log.put(1, std::string_view(unreadable, 10)), 0);
     EXPECT_EQ(ZEBU2_SetLogLevel(1), 0); // behind the wrapper's back
     EXPECT_EQ(log.putf(1, "%s", "seen"), 0);
@@ -88,27 +71,18 @@ TEST_F(Wrapper, FormatsNothingAboveTheLevel)
 
 TEST_F(Wrapper, KeepsPartialSuccessAndItsReason)
 {
-    struct
-    {
-        std::string prefix;
-        long size;
-        int result;
-        bool files;
-        const char* why;
-    } const cases[] = {
-        {path("ok"), 4096, 0, true, "no failure (0)"},
-        {path("small"), 4095, 1, false, "ZEBU2_Initialize: invalid argument (1)"},
-        {"/dev/null/x", 4096, 1, false, "ZEBU2_Initialize: part of the path is not a directory (17)"},
-        {"/proc/none/x", 4096, 1, false,
-         "ZEBU2_Initialize: a directory could not be made (21): No such file or directory"},
-    };
-    for (const auto& expected : cases) {
-        zebu2::process_log log(zebu2::ring(expected.prefix.c_str()).size(expected.size).permissions(0640),
-                               "app");
-        EXPECT_EQ(log.state().result(), expected.result);
-        EXPECT_EQ(log.state().has_files(), expected.files);
+    const std::tuple<std::string, long, int, const char*> cases[] = {
+        {path("ok"), 4096, 0, "no failure (0)"},
+        {path("small"), 4095, 1, "ZEBU2_Initialize: invalid argument (1)"},
+        {"/dev/null/x", 4096, 1, "ZEBU2_Initialize: part of the path is not a directory (17)"},
+        {"/proc/none/x", 4096, 1,
+         "ZEBU2_Initialize: a directory could not be made (21): No such file or directory"}};
+    for (const auto& [prefix, size, result, why] : cases) {
+        zebu2::process_log log(zebu2::ring(prefix.c_str()).size(size).permissions(0640), "app");
+        EXPECT_EQ(log.state().result(), result);
+        EXPECT_EQ(log.state().has_files(), result == 0);
         EXPECT_TRUE(log && log.state().has_area());
-        EXPECT_STREQ(log.state().why().text().c_str(), expected.why);
+        EXPECT_STREQ(log.state().why().text().c_str(), why);
     }
     EXPECT_EQ(fileMode(path("ok1.log")), 0640);
     EXPECT_EQ(zebu2::process_log(zebu2::no_ring, "app").state().result(), 1);
@@ -136,8 +110,7 @@ TEST_F(Wrapper, LabelsThreads)
 {
     zebu2::process_log log(files(), "app");
     const zebu2::labelled worker = log.with_label("worker-number-1");
-    EXPECT_EQ(worker.put(0, "text"), 0);
-    EXPECT_EQ(worker.put(0, "ID", "TYP", "text"), 0);
+    EXPECT_EQ(worker.put(0, "text") | worker.put(0, "ID", "TYP", "text"), 0);
     for (const std::string& line : lines(1)) {
         EXPECT_EQ(line.substr(33, 16), "app             ");
         EXPECT_EQ(line.substr(59, 9), "worker-n ");
@@ -152,17 +125,16 @@ TEST_F(Wrapper, AfterForkTheChildHasItsOwnRingAndProcessId)
     other.set_level(500);
     other.set_file_threshold(100);
     pid_t child = startChild([&] {
-        CHECK(log.after_fork(files("child")));
-        CHECK(other.after_fork(files("childother")));
+        CHECK(log.after_fork(files("child")) && other.after_fork(files("childother")));
         CHECK(other.level() == 500);
-        CHECK(log.put(0, "child") == 0);
-        CHECK(other.put(99, "below") == 0 && other.put(500, "in") == 0);
+        CHECK(log.put(0, "child") == 0 && other.put(99, "below") == 0 && other.put(500, "in") == 0);
         log.close();
         other.close();
     });
     ASSERT_EQ(waitForChild(child), 0);
     EXPECT_EQ(log.put(0, "parent"), 0);
-    EXPECT_EQ(pidOf(lines(1).back()), hexPid(getpid()));
-    EXPECT_EQ(pidOf(traceLines(readFile(path("child1.log"))).back()), hexPid(child));
+    const std::pair<std::string, pid_t> writers[] = {{"app1.log", getpid()}, {"child1.log", child}};
+    for (const auto& [name, pid] : writers)
+        EXPECT_EQ(std::stoi(traceLines(readFile(path(name))).back().substr(50, 8), nullptr, 16), pid);
     EXPECT_EQ(bodies(traceLines(readFile(path("childother1.log")))), Lines{"in"});
 }
