@@ -4,8 +4,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
-#include <map>
 #include <thread>
 
 #include "support/PrivateOpt.h"
@@ -20,19 +20,41 @@ protected:
     {
         ASSERT_GE(ZEBU2_SetInstanceLockRetryTimes(nullptr, 20'000), 0); // 1 ms each: no put gives up
         ASSERT_EQ(ZEBU2_Initialize(ring(4 << 20, 16), "host"), 0);
-        const std::string shared = path("shared");
-        const tagZEBU_LOGFILE_SPEC spec = {1 << 20, 16, shared.c_str()};
-        ASSERT_EQ(ZEBU2_CreateInstanceM(&m_shared, &spec, "host", ZEBU2_OPT_NOFILL), 0);
+        ASSERT_EQ(ZEBU2_CreateInstanceM(&m_shared, ring(1 << 20, 16, "shared"), "host", ZEBU2_OPT_NOFILL), 0);
         ZEBU2_SetShmThreshold(ZEBU2_LEVEL_OFF); // the area is the children's
         ASSERT_EQ(ZEBU2_SetInstanceShmThreshold(m_shared, ZEBU2_LEVEL_OFF), 0);
     }
-    void stop()
+    // Every put succeeded, and every line is there once: those of the threads, and in the shared ring
+    // `iChildren` more.
+    void finish(int iChildren = 0)
     {
-        m_bStop = true;
         for (std::thread& thread : m_threads)
             thread.join();
+        EXPECT_EQ(m_iPut, m_iTried);
+        EXPECT_EQ(m_iShared, m_iTried);
+        EXPECT_EQ(ZEBU2_TraceBackup(path("backup").c_str()), 0);
+        expectOnce(traceLines(readFile(path("backup"))), m_iTried);
+        EXPECT_EQ(ZEBU2_InstanceTraceBackupM(m_shared, path("backup").c_str(), 0), 0);
+        expectOnce(traceLines(readFile(path("backup"))), m_iTried + iChildren);
         EXPECT_EQ(ZEBU2_DeleteInstance(m_shared), 0);
         EXPECT_EQ(ZEBU2_Finalize(), 0);
+    }
+    static void expectOnce(const Lines& lines, int iCount)
+    {
+        Lines texts = bodies(lines);
+        std::sort(texts.begin(), texts.end());
+        EXPECT_EQ(std::adjacent_find(texts.begin(), texts.end()), texts.end());
+        EXPECT_EQ(static_cast<int>(texts.size()), iCount);
+    }
+    // An instance with a ring of its own for one line.
+    int passing(const std::string& own) const
+    {
+        ZEBU2_HINSTANCE hInstance = nullptr;
+        const std::string name = path(own);
+        const tagZEBU_LOGFILE_SPEC spec = {4096, 2, name.c_str()};
+        return ZEBU2_CreateInstance(&hInstance, &spec, "own") |
+               ZEBU2_SetInstanceShmThreshold(hInstance, ZEBU2_LEVEL_OFF) |
+               ZEBU2_PutInstanceLine(hInstance, 0, "own") | ZEBU2_DeleteInstance(hInstance);
     }
 
     // Runs `body(thread, n)` with rising n until the end, or `iTimes` times.
@@ -55,23 +77,6 @@ protected:
             iLines);
     }
 
-    // The lines of a whole ring, by text, from its backup.
-    static std::map<std::string, int> texts(const std::string& file)
-    {
-        std::map<std::string, int> found;
-        for (const std::string& line : traceLines(readFile(file)))
-            ++found[body(line)];
-        return found;
-    }
-    // Every put succeeded, and every line is there once.
-    void expectAll(const std::map<std::string, int>& found, int iAcknowledged)
-    {
-        EXPECT_EQ(iAcknowledged, m_iTried);
-        EXPECT_EQ(static_cast<int>(found.size()), iAcknowledged);
-        for (const auto& [text, iCount] : found)
-            EXPECT_EQ(iCount, 1) << text;
-    }
-
     ZEBU2_HINSTANCE m_shared = nullptr;
     std::atomic<int> m_iPut{0}, m_iShared{0}, m_iTried{0};
     std::atomic<bool> m_bStop{false};
@@ -83,7 +88,6 @@ TEST_F(Host, EightThreadsPutWhileAnotherChangesEverything)
     start();
     for (int t = 0; t < 8; ++t)
         putting(400);
-    const std::string own = path("own");
     for (int i = 0; i < 60; ++i) {
         ZEBU2_SetLogLevel(i % 3);
         (void)ZEBU2_GetLogLevel();
@@ -96,20 +100,9 @@ TEST_F(Host, EightThreadsPutWhileAnotherChangesEverything)
         EXPECT_EQ(ZEBU2_ChFileAttr(i % 2 ? 0640 : 0644), 0);
         EXPECT_EQ(ZEBU2_TraceBackup(path("backup").c_str()), 0);
         EXPECT_EQ(ZEBU2_InstanceTraceBackupM(m_shared, path("shared-backup").c_str(), i % 2 * 16), 0);
-        ZEBU2_HINSTANCE hInstance = nullptr;
-        const tagZEBU_LOGFILE_SPEC spec = {4096, 2, own.c_str()};
-        EXPECT_EQ(ZEBU2_CreateInstance(&hInstance, &spec, "own"), 0);
-        EXPECT_EQ(ZEBU2_PutInstanceLine(hInstance, 0, "own"), 0);
-        EXPECT_EQ(ZEBU2_DeleteInstance(hInstance), 0);
+        EXPECT_EQ(passing("own"), 0);
     }
-    for (std::thread& thread : m_threads)
-        thread.join();
-    m_threads.clear();
-    EXPECT_EQ(ZEBU2_TraceBackup(path("backup").c_str()), 0);
-    EXPECT_EQ(ZEBU2_InstanceTraceBackupM(m_shared, path("shared-backup").c_str(), 0), 0);
-    stop();
-    expectAll(texts(path("backup")), m_iPut);
-    expectAll(texts(path("shared-backup")), m_iShared);
+    finish();
 }
 
 // Whatever the parent's threads hold at the moment of a fork, its child logs at once, and neither loses a
@@ -125,42 +118,20 @@ TEST_F(Host, ChildrenLogAtOnceWhateverTheParentsThreadsDo)
         (void)ZEBU2_InstanceFileBufferFlush(m_shared);
     });
     inThread([](const std::string&) { std::thread([] { (void)ZEBU2_GetLogLevel(); }).join(); });
-    const std::string own = path("own");
-    inThread([own](const std::string&) {
-        ZEBU2_HINSTANCE hInstance = nullptr;
-        const tagZEBU_LOGFILE_SPEC spec = {4096, 2, own.c_str()};
-        (void)ZEBU2_CreateInstance(&hInstance, &spec, "own");
-        (void)ZEBU2_DeleteInstance(hInstance);
-    });
+    inThread([this](const std::string&) { (void)passing("own"); });
     for (int i = 0; i < iChildren; ++i) {
         const int iStatus = inChild([&] {
             alarm(30); // a mutex that stayed locked
             const std::string text = "child " + std::to_string(i);
             CHECK(ZEBU2_PutInstanceLine(m_shared, 0, text.c_str()) == 0);
             CHECK(ZEBU2_PutToShm(text.data(), text.size()) == 0 && lastError() == 0);
-            CHECK(ZEBU2_PutLine(0, "refused") == -1);
-            CHECK(lastError() == 0x08000016); // the ring is the parent's
-            const std::string childs = path("childs");
-            const tagZEBU_LOGFILE_SPEC spec = {4096, 2, childs.c_str()};
-            ZEBU2_HINSTANCE hInstance = nullptr;
-            CHECK(ZEBU2_CreateInstance(&hInstance, &spec, "child") == 0);
-            CHECK(ZEBU2_SetInstanceShmThreshold(hInstance, ZEBU2_LEVEL_OFF) == 0);
-            CHECK(ZEBU2_PutInstanceLine(hInstance, 0, "own") == 0);
-            CHECK(ZEBU2_DeleteInstance(hInstance) == 0);
+            CHECK(result(ZEBU2_PutLine(0, "refused")) == Result(-1, 0x08000016)); // the ring is the parent's
+            CHECK(passing("childs") == 0);
         });
         ASSERT_EQ(iStatus, 0) << "child " << i;
-        m_iShared += 1;
     }
     m_bStop = true;
-    for (std::thread& thread : m_threads)
-        thread.join();
-    m_threads.clear();
-    EXPECT_EQ(ZEBU2_TraceBackup(path("backup").c_str()), 0);
-    EXPECT_EQ(ZEBU2_InstanceTraceBackupM(m_shared, path("shared-backup").c_str(), 0), 0);
-    stop();
-    expectAll(texts(path("backup")), m_iPut);
-    m_iTried += iChildren;
-    expectAll(texts(path("shared-backup")), m_iShared);
+    finish(iChildren);
     const Lines area = areaLines();
     EXPECT_EQ(area.size(), static_cast<size_t>(iChildren));
     for (size_t i = 0; i < area.size(); ++i)
@@ -186,23 +157,20 @@ TEST_F(FullDisk, RingOfOneProcessReportsItAndGoesOnWhenThereIsRoom)
     const tagZEBU_LOGFILE_SPEC spec = {16384, 8, "/opt/full/app"};
     ASSERT_EQ(ZEBU2_Initialize(&spec, "full"), 0);
     Lines acknowledged;
-    const auto put = [&acknowledged](const std::string& text) {
-        const int iResult = ZEBU2_PutLine(0, text.c_str());
-        if (iResult == 0)
+    for (int i = 0, iFailed = 0; iFailed < 5; ++i) {
+        const std::string text =
+            "line " + std::to_string(i) + std::string(static_cast<size_t>(i * 37 % 3000), '.');
+        if (ZEBU2_PutLine(0, text.c_str()) == 0) {
             acknowledged.push_back(text);
-        return iResult;
-    };
-    int iFailed = 0;
-    for (int i = 0; iFailed < 5; ++i) {
-        if (put("line " + std::to_string(i) + std::string(static_cast<size_t>(i * 37 % 3000), '.')) == 0)
             continue;
+        }
         ++iFailed;
         EXPECT_EQ(lastError(), 0x08000004);
         EXPECT_EQ(lastCode(), ENOSPC);
     }
     ASSERT_EQ(truncate("/opt/full/app1.log", 0), 0); // an operator makes room
-    for (int i = 0; i < 3; ++i)
-        EXPECT_EQ(put("again " + std::to_string(i)), 0);
+    EXPECT_EQ(ZEBU2_PutLine(0, "again"), 0);
+    acknowledged.push_back("again");
     EXPECT_EQ(ZEBU2_Finalize(), 0);
 
     Lines found;
@@ -221,8 +189,7 @@ TEST_F(FullDisk, LineLongerThanASharedFileFindsNoRoom)
     const tagZEBU_LOGFILE_SPEC spec = {4096, 2, "/opt/full/app"};
     ASSERT_EQ(ZEBU2_InitializeM(&spec, "full", ZEBU2_OPT_NOFILL), 0);
     writeFile("/opt/full/rest", std::string(1 << 20, 'x'));
-    EXPECT_EQ(ZEBU2_PutLine(0, std::string(4117, 'x').c_str()), -1);
-    EXPECT_EQ(lastError(), 0x08000004);
+    EXPECT_EQ(result(ZEBU2_PutLine(0, std::string(4117, 'x').c_str())), Result(-1, 0x08000004));
     EXPECT_EQ(lastCode(), ENOSPC);
     ASSERT_EQ(truncate("/opt/full/rest", 0), 0);
     EXPECT_EQ(ZEBU2_PutLine(0, std::string(4117, 'x').c_str()), 0);
@@ -238,8 +205,7 @@ TEST_F(FullDisk, AreaThatCannotHaveItsBlocksIsAnErrorAtOpen)
             writeFile("/opt/full/mmap/zebu2mmap.mm", "");
             ASSERT_EQ(truncate("/opt/full/mmap/zebu2mmap.mm", 200'000), 0);
         }
-        EXPECT_EQ(ZEBU2_Initialize(ring(), "full"), 2) << bSparse;
-        EXPECT_EQ(lastError(), ZEBU_EPOS_WRITE);
+        EXPECT_EQ(result(ZEBU2_Initialize(ring(), "full")), Result(2, ZEBU_EPOS_WRITE)) << bSparse;
         EXPECT_EQ(lastCode(), ENOSPC);
         EXPECT_EQ(ZEBU2_PutLine(0, "line"), 0);
         EXPECT_EQ(ZEBU2_Finalize(), 0);

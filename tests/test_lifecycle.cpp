@@ -53,7 +53,6 @@ TEST_F(Lifecycle, ChecksTheDescription)
         {SINGLE, {4096, 17, plain.c_str()}, 0, 1},
         {SINGLE, {4096, 1, tooLong.c_str()}, 0, 1},
         {SHARED, {4096, 1, longestShared.c_str()}, 0, 2}, // its management file has too long a name
-
         {SHARED, {16777217, 1, plain.c_str()}, 0, 1},
         {SHARED, {4096, 65, plain.c_str()}, 0, 1},
         {SHARED, {4096, 1, tooLongShared.c_str()}, 0, 1},

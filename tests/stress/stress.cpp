@@ -41,6 +41,8 @@ struct Place
 
 enum class Target { Single, Shared, Area };
 
+using Clock = std::chrono::steady_clock;
+
 constexpr int cs_iWriters = 3;
 constexpr int cs_iLinesMax = 500; // of one writer, which then waits for its end: no ring comes round
 
@@ -57,35 +59,29 @@ public:
 
     int run()
     {
-        makeArea();
+        // The area exists before the consumer maps it.
+        CHECK(inChild([] { CHECK(ZEBU2_Initialize(nullptr, nullptr) == 1); }) == 0);
         AreaConsumer consumer(m_place.areaFile());
         pid_t writers[cs_iWriters];
         for (int w = 0; w < cs_iWriters; ++w)
             writers[w] = start(w);
         std::mt19937 random(static_cast<unsigned int>(m_iKills));
         for (int k = 0; k < m_iKills; ++k) {
-            const auto until =
-                std::chrono::steady_clock::now() + std::chrono::microseconds(50 + random() % 1500);
-            while (std::chrono::steady_clock::now() < until)
+            const auto until = Clock::now() + std::chrono::microseconds(50 + random() % 1500);
+            while (Clock::now() < until)
                 consumer.drain();
             const auto w = random() % cs_iWriters;
-            CHECK(kill(writers[w], SIGKILL) == 0);
-            CHECK(waitForChild(writers[w]) == 128 + SIGKILL); // not ended by itself, that is by a CHECK
+            end(writers[w]);
             writers[w] = start(static_cast<int>(w));
         }
-        for (const pid_t writer : writers) {
-            CHECK(kill(writer, SIGKILL) == 0);
-            CHECK(waitForChild(writer) == 128 + SIGKILL);
-        }
+        for (const pid_t writer : writers)
+            end(writer);
         consumer.drain();
         return check(consumer);
     }
 
 private:
-    struct Acknowledged
-    {
-        unsigned char bLine[cs_iLinesMax];
-    };
+    using Acknowledged = unsigned char[cs_iLinesMax]; // by line
 
     static std::string sender(int iIncarnation) { return "w" + std::to_string(iIncarnation); }
     std::string prefix(int w) const
@@ -93,10 +89,10 @@ private:
         return m_place.dir + (m_eTarget == Target::Shared ? "/all" : "/own" + std::to_string(w) + "-");
     }
 
-    // The area exists before the consumer maps it.
-    void makeArea() const
+    static void end(pid_t iWriter)
     {
-        CHECK(inChild([] { CHECK(ZEBU2_Initialize(nullptr, nullptr) == 1); }) == 0);
+        CHECK(kill(iWriter, SIGKILL) == 0);
+        CHECK(waitForChild(iWriter) == 128 + SIGKILL); // not ended by itself, that is by a CHECK
     }
 
     pid_t start(int w)
@@ -123,12 +119,11 @@ private:
         ZEBU2_SetShmThreshold(ZEBU2_LEVEL_OFF);
         for (int i = 0; i < cs_iLinesMax; ++i) {
             const std::string text = areaMessage(sender(iIncarnation), i);
-            if (m_eTarget == Target::Area) { // tells whether the line found room
-                m_pAcknowledged[iIncarnation].bLine[i] = ZEBU2_PutMsgSigSafe(text.c_str()) == 0;
-            } else {
-                CHECK(ZEBU2_PutLine(0, text.c_str()) == 0);
-                m_pAcknowledged[iIncarnation].bLine[i] = 1;
-            }
+            // Of the area, only the signal-safe put tells whether the line found room.
+            const bool bArea = m_eTarget == Target::Area;
+            const int iResult = bArea ? ZEBU2_PutMsgSigSafe(text.c_str()) : ZEBU2_PutLine(0, text.c_str());
+            CHECK(bArea || iResult == 0);
+            m_pAcknowledged[iIncarnation][i] = iResult == 0;
         }
         for (;;)
             pause();
@@ -145,11 +140,8 @@ private:
             if (m_eTarget == Target::Shared)
                 bytes = bytes.substr(0, bytes.starts_with('\x1A') ? 0 : bytes.find("\r\n\x1A") + 2);
             for (const std::string& line : traceLines(bytes)) {
-                char szSender[16] = {};
-                int iNumber = 0;
-                const bool bWhole = sscanf(body(line).c_str(), "%15s %d", szSender, &iNumber) == 2 &&
-                                    body(line) == areaMessage(szSender, iNumber);
-                ++(bWhole ? (*pSeen)[std::string(szSender) + " " + std::to_string(iNumber)] : iTorn);
+                const std::string whole = areaSender(body(line));
+                ++(whole.empty() ? iTorn : (*pSeen)[whole]);
             }
         }
         return iTorn;
@@ -163,8 +155,8 @@ private:
             for (int n = 0; n < cs_iLinesMax; ++n) {
                 const auto seen = consumer.m_seen.find(sender(i) + " " + std::to_string(n));
                 const int iCount = seen == consumer.m_seen.end() ? 0 : seen->second;
-                iAcknowledged += m_pAcknowledged[i].bLine[n];
-                iLost += m_pAcknowledged[i].bLine[n] && iCount == 0 ? 1 : 0;
+                iAcknowledged += m_pAcknowledged[i][n];
+                iLost += m_pAcknowledged[i][n] && iCount == 0 ? 1 : 0;
                 iTwice += iCount > 1 ? 1 : 0;
             }
         }
@@ -219,18 +211,15 @@ int soak(const char* pszWhat, int iTimes, Step step)
 int soakAll(int iTimes)
 {
     const Place place;
-    const std::string own = place.dir + "/own";
-    const std::string all = place.dir + "/all";
-    const tagZEBU_LOGFILE_SPEC ownRing = {1 << 20, 3, own.c_str()};
-    const tagZEBU_LOGFILE_SPEC allRing = {1 << 16, 3, all.c_str()};
+    const std::string own = place.dir + "/own", all = place.dir + "/all";
+    const tagZEBU_LOGFILE_SPEC ownRing = {1 << 20, 3, own.c_str()}, allRing = {1 << 16, 3, all.c_str()};
+    const auto put = [] { CHECK(ZEBU2_PutWithId(0, "ID", "a line like any other") == 0); };
     int iGrown = 0;
     CHECK(ZEBU2_Initialize(&ownRing, "soak") == 0);
-    iGrown += soak("puts to a ring of one process", 200'000 * iTimes,
-                   [] { CHECK(ZEBU2_PutWithId(0, "ID", "a line like any other") == 0); });
+    iGrown += soak("puts to a ring of one process", 200'000 * iTimes, put);
     CHECK(ZEBU2_Finalize() == 0);
     CHECK(ZEBU2_InitializeM(&allRing, "soak", 0) == 0);
-    iGrown += soak("puts to a shared ring", 200'000 * iTimes,
-                   [] { CHECK(ZEBU2_PutWithId(0, "ID", "a line like any other") == 0); });
+    iGrown += soak("puts to a shared ring", 200'000 * iTimes, put);
     iGrown += soak("threads", 500 * iTimes,
                    [] { std::thread([] { CHECK(ZEBU2_PutLine(0, "thread") == 0); }).join(); });
     CHECK(ZEBU2_Finalize() == 0);
@@ -255,17 +244,13 @@ int soakAll(int iTimes)
 
 int main(int argc, char** argv)
 {
-    const std::string what = argc > 1 ? argv[1] : "";
-    const std::string target = argc > 2 ? argv[2] : "";
+    const std::string what = argc > 1 ? argv[1] : "", target = argc > 2 ? argv[2] : "";
     if (what == "soak")
         return soakAll(argc > 2 ? atoi(argv[2]) : 1);
-    const int iKills = argc > 3 ? atoi(argv[3]) : 100;
-    if (what == "kill" && target == "single")
-        return KillRun(Target::Single, iKills).run();
-    if (what == "kill" && target == "shared")
-        return KillRun(Target::Shared, iKills).run();
-    if (what == "kill" && target == "area")
-        return KillRun(Target::Area, iKills).run();
+    const std::map<std::string, Target> targets = {
+        {"single", Target::Single}, {"shared", Target::Shared}, {"area", Target::Area}};
+    if (what == "kill" && targets.contains(target))
+        return KillRun(targets.at(target), argc > 3 ? atoi(argv[3]) : 100).run();
     (void)fprintf(stderr, "usage: %s kill (single|shared|area) [kills] | soak [times]\n", argv[0]);
     return 2;
 }

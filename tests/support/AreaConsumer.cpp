@@ -15,6 +15,15 @@ std::string areaMessage(const std::string& sender, int iNumber)
            std::string(static_cast<size_t>(iNumber % 997), 'x');
 }
 
+std::string areaSender(const std::string& message)
+{
+    char szSender[16] = {};
+    int iNumber = 0;
+    const bool bWhole = sscanf(message.c_str(), "%15s %d", szSender, &iNumber) == 2 &&
+                        message == areaMessage(szSender, iNumber);
+    return bWhole ? std::string(szSender) + " " + std::to_string(iNumber) : "";
+}
+
 AreaConsumer::AreaConsumer(const std::string& file)
 {
     const int iFd = open(file.c_str(), O_RDWR);
@@ -41,8 +50,11 @@ void AreaConsumer::drain()
     m_rest.append(pData + uRead, uWrite - uRead);
     __atomic_store_n(&m_pHeader->uReadOffset, uWrite, __ATOMIC_RELEASE);
     size_t start = 0;
-    for (size_t end; (end = m_rest.find("\r\n", start)) != std::string::npos; start = end + 2)
-        take(body(m_rest.substr(start, end - start)));
+    for (size_t end; (end = m_rest.find("\r\n", start)) != std::string::npos; start = end + 2) {
+
+        const std::string whole = areaSender(body(m_rest.substr(start, end - start)));
+        ++(whole.empty() ? m_torn : m_seen[whole]);
+    }
     m_rest.erase(0, start);
 }
 
@@ -56,16 +68,4 @@ void AreaConsumer::waitForRoom() const
             return;
         std::this_thread::yield();
     }
-}
-
-void AreaConsumer::take(const std::string& text)
-{
-    char szSender[16] = {};
-    int iNumber = 0, iFiller = 0;
-    const bool bWhole = sscanf(text.c_str(), "%15s %d%n", szSender, &iNumber, &iFiller) == 2 &&
-                        text == areaMessage(szSender, iNumber);
-    if (bWhole)
-        ++m_seen[std::string(szSender) + " " + std::to_string(iNumber)];
-    else
-        ++m_torn;
 }

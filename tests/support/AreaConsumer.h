@@ -9,6 +9,8 @@
 
 // "sender number filler": how long the filler is follows from the number.
 std::string areaMessage(const std::string& sender, int iNumber);
+// "sender number" of a whole message; empty when it is torn.
+std::string areaSender(const std::string& message);
 
 // Maps an area of the default size.
 class AreaConsumer
@@ -28,8 +30,6 @@ public:
     int m_torn = 0;
 
 private:
-    void take(const std::string& text);
-
     AreaHeader* m_pHeader;
     std::string m_rest;
 };
