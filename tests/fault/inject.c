@@ -9,7 +9,6 @@
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
-#include <string.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/utsname.h>
@@ -18,7 +17,7 @@
 
 static struct ZebuFault cs_plan;
 
-__attribute__((visibility("default"))) struct ZebuFault* zebu_fault_plan(void);
+struct ZebuFault* zebu_fault_plan(void);
 struct ZebuFault* zebu_fault_plan(void)
 {
     return &cs_plan;
@@ -45,7 +44,7 @@ static int fs_due(int iFunction)
     *(void**)&real_##name = dlsym(RTLD_NEXT, #name)
 
 #define FAILING(type, failed, name, parameters, arguments)                                                   \
-    __attribute__((visibility("default"))) type name parameters                                              \
+    type name parameters                                                                                     \
     {                                                                                                        \
         REAL(name);                                                                                          \
         return fs_due(FAULT_##name) ? (failed) : real_##name arguments;                                      \
@@ -53,7 +52,7 @@ static int fs_due(int iFunction)
 
 /* What is released is released all the same, as the kernel does it. */
 #define FAILING_AFTER(type, failed, name, parameters, arguments)                                             \
-    __attribute__((visibility("default"))) type name parameters                                              \
+    type name parameters                                                                                     \
     {                                                                                                        \
         REAL(name);                                                                                          \
         const type result = real_##name arguments;                                                           \
@@ -94,6 +93,37 @@ FAILING_AFTER(int, -1, close, (int i), (i))
 FAILING_AFTER(int, -1, closedir, (DIR * p), (p))
 FAILING_AFTER(int, EOF, fclose, (FILE * p), (p))
 
+FAILING(char*, NULL, fgets, (char* p, int iRoom, FILE* pStream), (p, iRoom, pStream))
+
+/* What comes behind the last parameter is passed on as it is, whether it is there or not. */
+#define FAILING_VARIADIC(name, last, parameters, arguments)                                                  \
+    int name parameters                                                                                      \
+    {                                                                                                        \
+        REAL(name);                                                                                          \
+        va_list list;                                                                                        \
+        va_start(list, last);                                                                                \
+        const long lMore = va_arg(list, long);                                                               \
+        va_end(list);                                                                                        \
+        return fs_due(FAULT_##name) ? -1 : real_##name arguments;                                            \
+    }
+
+FAILING_VARIADIC(open, iFlags, (const char* psz, int iFlags, ...), (psz, iFlags, lMore))
+FAILING_VARIADIC(openat, iFlags, (int i, const char* psz, int iFlags, ...), (i, psz, iFlags, lMore))
+FAILING_VARIADIC(fcntl, iCommand, (int i, int iCommand, ...), (i, iCommand, lMore))
+
+/* Short: half of the bytes, but at least one. */
+#define FAILING_OR_SHORT(name, pointer)                                                                      \
+    ssize_t name(int i, pointer p, size_t u)                                                                 \
+    {                                                                                                        \
+        REAL(name);                                                                                          \
+        if (!fs_due(FAULT_##name))                                                                           \
+            return real_##name(i, p, u);                                                                     \
+        return cs_plan.iCode == FAULT_SHORT ? real_##name(i, p, u > 1 ? u / 2 : u) : -1;                     \
+    }
+
+FAILING_OR_SHORT(read, void*)
+FAILING_OR_SHORT(write, const void*)
+
 /* dlsym itself may allocate while the real function is being looked up. */
 static char cs_szEarly[4096];
 static size_t cs_uEarly;
@@ -105,132 +135,35 @@ static void* fs_early(size_t uSize)
     return cs_uEarly <= sizeof cs_szEarly ? p : NULL;
 }
 
-__attribute__((visibility("default"))) void* malloc(size_t uSize)
-{
-    static void* (*pReal)(size_t);
-    static int bLooking;
-    if (!pReal) {
-        if (bLooking)
-            return fs_early(uSize);
-        bLooking = 1;
-        *(void**)&pReal = dlsym(RTLD_NEXT, "malloc");
+#define FAILING_ALLOCATION(name, size, parameters, arguments)                                                \
+    void* name parameters                                                                                    \
+    {                                                                                                        \
+        static void*(*pReal)parameters;                                                                      \
+        static int bLooking;                                                                                 \
+        if (!pReal && bLooking)                                                                              \
+            return fs_early(size);                                                                           \
+        bLooking = 1;                                                                                        \
+        if (!pReal)                                                                                          \
+            *(void**)&pReal = dlsym(RTLD_NEXT, #name);                                                       \
+        return fs_due(FAULT_##name) ? NULL : pReal arguments;                                                \
     }
-    return fs_due(FAULT_malloc) ? NULL : pReal(uSize);
-}
 
-__attribute__((visibility("default"))) void* calloc(size_t uCount, size_t uSize)
-{
-    static void* (*pReal)(size_t, size_t);
-    static int bLooking;
-    if (!pReal) {
-        if (bLooking)
-            return fs_early(uCount * uSize);
-        bLooking = 1;
-        *(void**)&pReal = dlsym(RTLD_NEXT, "calloc");
-    }
-    return fs_due(FAULT_calloc) ? NULL : pReal(uCount, uSize);
-}
-
-__attribute__((visibility("default"))) int open(const char* pszName, int iFlags, ...)
-{
-    REAL(open);
-    va_list list;
-    va_start(list, iFlags);
-    const mode_t mode = iFlags & (O_CREAT | O_TMPFILE) ? va_arg(list, mode_t) : 0;
-    va_end(list);
-    return fs_due(FAULT_open) ? -1 : real_open(pszName, iFlags, mode);
-}
-
-__attribute__((visibility("default"))) int openat(int iDir, const char* pszName, int iFlags, ...)
-{
-    REAL(openat);
-    va_list list;
-    va_start(list, iFlags);
-    const mode_t mode = iFlags & (O_CREAT | O_TMPFILE) ? va_arg(list, mode_t) : 0;
-    va_end(list);
-    return fs_due(FAULT_openat) ? -1 : real_openat(iDir, pszName, iFlags, mode);
-}
-
-__attribute__((visibility("default"))) int fcntl(int iFd, int iCommand, ...)
-{
-    REAL(fcntl);
-    va_list list;
-    va_start(list, iCommand);
-    const long lArgument = va_arg(list, long);
-    va_end(list);
-    return fs_due(FAULT_fcntl) ? -1 : real_fcntl(iFd, iCommand, lArgument);
-}
-
-/* Short: half of the bytes, but at least one. */
-static size_t fs_half(size_t uLength)
-{
-    return uLength > 1 ? uLength / 2 : uLength;
-}
-
-__attribute__((visibility("default"))) ssize_t write(int iFd, const void* p, size_t uLength)
-{
-    REAL(write);
-    if (!fs_due(FAULT_write))
-        return real_write(iFd, p, uLength);
-    return cs_plan.iCode == FAULT_SHORT ? real_write(iFd, p, fs_half(uLength)) : -1;
-}
-
-static ssize_t fs_read(int iFd, void* p, size_t uLength)
-{
-    REAL(read);
-    if (!fs_due(FAULT_read))
-        return real_read(iFd, p, uLength);
-    return cs_plan.iCode == FAULT_SHORT ? real_read(iFd, p, fs_half(uLength)) : -1;
-}
-
-__attribute__((visibility("default"))) ssize_t read(int iFd, void* p, size_t uLength)
-{
-    return fs_read(iFd, p, uLength);
-}
-
-static char* fs_gets(char* p, int iRoom, FILE* pStream)
-{
-    REAL(fgets);
-    return fs_due(FAULT_fgets) ? NULL : real_fgets(p, iRoom, pStream);
-}
-
-__attribute__((visibility("default"))) char* fgets(char* p, int iRoom, FILE* pStream)
-{
-    return fs_gets(p, iRoom, pStream);
-}
+FAILING_ALLOCATION(malloc, u, (size_t u), (u))
+FAILING_ALLOCATION(calloc, n* u, (size_t n, size_t u), (n, u))
 
 /* The names under which a fortified library calls them. */
-ssize_t __read_chk(int iFd, void* p, size_t uLength, size_t uRoom);
-__attribute__((visibility("default"))) ssize_t __read_chk(int iFd, void* p, size_t uLength, size_t uRoom)
-{
-    if (uLength > uRoom)
-        abort();
-    return fs_read(iFd, p, uLength);
-}
+#define FORTIFIED(type, name, parameters, bFits, call)                                                       \
+    type name parameters;                                                                                    \
+    type name parameters                                                                                     \
+    {                                                                                                        \
+        if (!(bFits))                                                                                        \
+            abort();                                                                                         \
+        return call;                                                                                         \
+    }
 
-char* __fgets_chk(char* p, size_t uRoom, int iLength, FILE* pStream);
-__attribute__((visibility("default"))) char* __fgets_chk(char* p, size_t uRoom, int iLength, FILE* pStream)
-{
-    if ((size_t)iLength > uRoom)
-        abort();
-    return fs_gets(p, iLength, pStream);
-}
-
-int __open_2(const char* pszName, int iFlags);
-__attribute__((visibility("default"))) int __open_2(const char* pszName, int iFlags)
-{
-    return open(pszName, iFlags);
-}
-
-int __gethostname_chk(char* psz, size_t uLength, size_t uRoom);
-__attribute__((visibility("default"))) int __gethostname_chk(char* psz, size_t uLength, size_t uRoom)
-{
-    return uLength > uRoom ? (abort(), -1) : gethostname(psz, uLength);
-}
-
-ssize_t __readlinkat_chk(int i, const char* psz, char* p, size_t uLength, size_t uRoom);
-__attribute__((visibility("default"))) ssize_t __readlinkat_chk(int i, const char* psz, char* p,
-                                                                size_t uLength, size_t uRoom)
-{
-    return uLength > uRoom ? (abort(), -1) : readlinkat(i, psz, p, uLength);
-}
+FORTIFIED(ssize_t, __read_chk, (int i, void* p, size_t u, size_t uRoom), u <= uRoom, read(i, p, u))
+FORTIFIED(char*, __fgets_chk, (char* p, size_t uRoom, int i, FILE* f), (size_t)i <= uRoom, fgets(p, i, f))
+FORTIFIED(int, __open_2, (const char* psz, int iFlags), 1, open(psz, iFlags))
+FORTIFIED(int, __gethostname_chk, (char* psz, size_t u, size_t uRoom), u <= uRoom, gethostname(psz, u))
+FORTIFIED(ssize_t, __readlinkat_chk, (int i, const char* psz, char* p, size_t u, size_t uRoom), u <= uRoom,
+          readlinkat(i, psz, p, u))
