@@ -453,8 +453,11 @@ using FaultOf = Fault;
 TEST_F(FaultOf, Cleanup)
 {
     withEveryFault([](const Failing& failing, const std::string& dir) {
-        for (int n = 1; n <= 4; ++n)
+        for (int n = 1; n <= 4; ++n) {
             writeFile(dir + "/old" + std::to_string(n) + ".log", "line\r\n");
+            age(dir + "/old" + std::to_string(n) + ".log",
+                10); // time(2) can be behind the time of a new file
+        }
         const std::string pattern = dir + "/old*.log";
         for (const int iMode : {ZEBU2_CLEAR_BY_NUMBER, ZEBU2_CLEAR_BY_AGE}) {
             plan()->iArmed = 1;
