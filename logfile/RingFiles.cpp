@@ -285,7 +285,7 @@ int ZEBU_WriteAll(int iFd, const char* pBytes, size_t uLength)
 
 void ZEBU_DropLocks(int iFd)
 {
-    (void)close(dup(iFd));
+    (void)close(fcntl(iFd, F_DUPFD_CLOEXEC, 0));
 }
 
 void ZEBU_Unlock(int iFd)

@@ -28,7 +28,8 @@ struct Ring
 static bool fs_readRing(const tagZEBU_AREA_HEADER* pHeader, uint32_t uMapLength, Ring* pRing)
 {
     pRing->uSize = __atomic_load_n(&pHeader->uDataSize, __ATOMIC_RELAXED);
-    pRing->uWrite = __atomic_load_n(&pHeader->uWriteOffset, __ATOMIC_RELAXED);
+    pRing->uWrite =
+        __atomic_load_n(&pHeader->uWriteOffset, __ATOMIC_ACQUIRE);           // and the append before this one
     pRing->uRead = __atomic_load_n(&pHeader->uReadOffset, __ATOMIC_ACQUIRE); // the consumer is done before it
     return __atomic_load_n(&pHeader->uMagic, __ATOMIC_RELAXED) == ZEBU_AREA_MAGIC &&
            uMapLength >= sizeof *pHeader && pRing->uSize <= uMapLength - sizeof *pHeader &&

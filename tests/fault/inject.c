@@ -96,7 +96,7 @@ FAILING_AFTER(int, EOF, fclose, (FILE * p), (p))
 FAILING(char*, NULL, fgets, (char* p, int iRoom, FILE* pStream), (p, iRoom, pStream))
 
 /* What comes behind the last parameter is passed on as it is, whether it is there or not. */
-#define FAILING_VARIADIC(name, last, parameters, arguments)                                                  \
+#define FAILING_VARIADIC(name, last, before, parameters, arguments)                                          \
     int name parameters                                                                                      \
     {                                                                                                        \
         REAL(name);                                                                                          \
@@ -104,12 +104,18 @@ FAILING(char*, NULL, fgets, (char* p, int iRoom, FILE* pStream), (p, iRoom, pStr
         va_start(list, last);                                                                                \
         const long lMore = va_arg(list, long);                                                               \
         va_end(list);                                                                                        \
+        before;                                                                                              \
         return fs_due(FAULT_##name) ? -1 : real_##name arguments;                                            \
     }
 
-FAILING_VARIADIC(open, iFlags, (const char* psz, int iFlags, ...), (psz, iFlags, lMore))
-FAILING_VARIADIC(openat, iFlags, (int i, const char* psz, int iFlags, ...), (i, psz, iFlags, lMore))
-FAILING_VARIADIC(fcntl, iCommand, (int i, int iCommand, ...), (i, iCommand, lMore))
+static void fs_lookAtOpen(int iFlags)
+{
+    cs_plan.lInheritable += cs_plan.iArmed && !(iFlags & O_CLOEXEC) ? 1 : 0;
+}
+
+FAILING_VARIADIC(open, iFlags, fs_lookAtOpen(iFlags), (const char* psz, int iFlags, ...), (psz, iFlags, lMore))
+FAILING_VARIADIC(openat, iFlags, fs_lookAtOpen(iFlags), (int i, const char* psz, int iFlags, ...), (i, psz, iFlags, lMore))
+FAILING_VARIADIC(fcntl, iCommand, (void)0, (int i, int iCommand, ...), (i, iCommand, lMore))
 
 /* Short: half of the bytes, but at least one. */
 #define FAILING_OR_SHORT(name, pointer)                                                                      \

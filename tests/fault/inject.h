@@ -31,6 +31,7 @@ struct ZebuFault
     int iCode;          /* errno, or FAULT_SHORT */
     long lFirst, lLast; /* which calls, counted from 1 */
     int iArmed;
+    long lInheritable;            /* opens without close-on-exec */
     long lFired;                  /* calls that were made to fail */
     long lCalls[FAULT_FUNCTIONS]; /* counted while armed */
 };
