@@ -25,12 +25,13 @@ int main(int argc, char** argv)
     auditRing = ring(szAudit, sizeof szAudit, argv[1], "audit");
     jobsRing = ring(szJobs, sizeof szJobs, argv[1], "jobs");
 
-    if (ZEBU2_Initialize(&mainRing, "server") != 0 || ZEBU2_CreateInstance(&hAudit, &auditRing, "audit") != 0 ||
+    if (ZEBU2_Initialize(&mainRing, "server") != 0 ||
+        ZEBU2_CreateInstance(&hAudit, &auditRing, "audit") != 0 ||
         ZEBU2_CreateInstanceM(&hJobs, &jobsRing, "jobs", ZEBU2_OPT_NOFILL) != 0) {
         fprintf(stderr, "error 0x%08X\n", (unsigned)ZEBU2_GetLastError(NULL));
         return 1;
     }
-    ZEBU2_SetInstanceLogLevel(hAudit, 100);         /* the audit log takes every level up to 100 ... */
+    ZEBU2_SetInstanceLogLevel(hAudit, 100); /* the audit log takes every level up to 100 ... */
     ZEBU2_SetInstanceShmThreshold(hAudit, ZEBU2_LEVEL_OFF); /* ... and keeps it to its files */
 
     ZEBU2_PutLine(0, "server is up");

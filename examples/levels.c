@@ -18,8 +18,8 @@ static void show(int iLogLevel, int iFile, int iArea)
     ZEBU2_SetShmThreshold(iArea);
     for (iLevel = 0; iLevel <= 6; ++iLevel) {
         char szText[80];
-        snprintf(szText, sizeof szText, "level %d with log level %d, files %d, area %d", iLevel, iLogLevel, iFile,
-                 iArea);
+        snprintf(szText, sizeof szText, "level %d with log level %d, files %d, area %d", iLevel, iLogLevel,
+                 iFile, iArea);
         ZEBU2_PutLine(iLevel, szText);
     }
 }
@@ -33,11 +33,11 @@ int main(int argc, char** argv)
     if (ZEBU2_Initialize(&ring, "levels") == -1)
         return 1;
 
-    show(0, 0, 0);   /* the start: level 0, to both */
-    show(5, 0, 0);   /* 0 to 5 to the files, 0 to the area */
-    show(5, 3, 4);   /* 0 to 2 to the area, 3 and 4 to both, 5 to the files */
-    show(5, -1, 5);  /* 0 to 5 to the area alone */
-    show(-1, 0, 5);  /* nothing to anywhere */
+    show(0, 0, 0);  /* the start: level 0, to both */
+    show(5, 0, 0);  /* 0 to 5 to the files, 0 to the area */
+    show(5, 3, 4);  /* 0 to 2 to the area, 3 and 4 to both, 5 to the files */
+    show(5, -1, 5); /* 0 to 5 to the area alone */
+    show(-1, 0, 5); /* nothing to anywhere */
 
     ZEBU2_Finalize();
     ZEBU2_EndLibrary();

@@ -30,7 +30,8 @@ static void walk(const char* pszDirectory, int iThread, int bRoot)
     while ((pEntry = readdir(pDirectory)) != NULL) {
         char szPath[4096], szText[4200];
         struct stat info;
-        if (!strcmp(pEntry->d_name, ".") || !strcmp(pEntry->d_name, "..") || (bRoot && n++ % cs_iThreads != iThread))
+        if (!strcmp(pEntry->d_name, ".") || !strcmp(pEntry->d_name, "..") ||
+            (bRoot && n++ % cs_iThreads != iThread))
             continue;
         if (snprintf(szPath, sizeof szPath, "%s/%s", pszDirectory, pEntry->d_name) >= (int)sizeof szPath ||
             lstat(szPath, &info) != 0)
@@ -74,7 +75,7 @@ int main(int argc, char** argv)
         if (iResult == -1)
             return 1;
     }
-    ZEBU2_SetLogLevel(LEVEL_FILE);      /* everything is written to the files ... */
+    ZEBU2_SetLogLevel(LEVEL_FILE);       /* everything is written to the files ... */
     ZEBU2_SetShmThreshold(LEVEL_NOTICE); /* ... and what matters to the trace area, too */
     for (i = 0; i < cs_iThreads; ++i)
         pthread_create(&threads[i], NULL, run, (void*)i);

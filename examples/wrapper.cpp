@@ -6,14 +6,14 @@
 #include <string>
 #include <thread>
 
-#define ZEBU2_NO_FMT  // the {} puts: log.format(level, "{} of {}", a, b)
+#define ZEBU2_NO_FMT // the {} puts: log.format(level, "{} of {}", a, b)
 #include "ZEBULib2.hpp"
 
 namespace level = zebu2::level;
 
 static void work(const zebu2::process_log& log, const char* name)
 {
-    const zebu2::labelled mine = log.with_label(name);  // this text instead of the thread's number
+    const zebu2::labelled mine = log.with_label(name); // this text instead of the thread's number
     mine.put(level::info, "WORK", "begins");
     mine.putf(level::debug, "%s does %d things", name, 3);
 }

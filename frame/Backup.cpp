@@ -17,7 +17,8 @@ static int ZEBU2_Sub_TraceBackup(int iFunc, const char* pszBackupFile, int iOpti
         [=](const ZEBUEngineRef& engine) { return engine.backupToFile(pszBackupFile, iOption); }));
 }
 
-static int ZEBU2_Sub_InstanceTraceBackup(int iFunc, ZEBU2_HINSTANCE hInstance, const char* pszBackupFile, int iOption)
+static int ZEBU2_Sub_InstanceTraceBackup(int iFunc, ZEBU2_HINSTANCE hInstance, const char* pszBackupFile,
+                                         int iOption)
 {
     const ZEBUErrScope err(iFunc);
     if (!hInstance || !fs_isOption(iOption))
@@ -45,5 +46,6 @@ int ZEBU2_InstanceTraceBackup(ZEBU2_HINSTANCE hInstance, const char* pszBackupFi
 
 int ZEBU2_InstanceTraceBackupM(ZEBU2_HINSTANCE hInstance, const char* pszBackupFile, int iOption)
 {
-    return ZEBU2_Sub_InstanceTraceBackup(ZEBU_FUNC_INSTANCE_TRACE_BACKUP_M, hInstance, pszBackupFile, iOption);
+    return ZEBU2_Sub_InstanceTraceBackup(ZEBU_FUNC_INSTANCE_TRACE_BACKUP_M, hInstance, pszBackupFile,
+                                         iOption);
 }

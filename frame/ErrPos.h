@@ -80,7 +80,8 @@ private:
 class ZEBUErrKeep final
 {
 public:
-    ZEBUErrKeep() : pTls(ZEBU_GetTlsVar()), iCode(pTls ? pTls->iErrorCode : 0), iPos(pTls ? pTls->iErrorPos : 0)
+    ZEBUErrKeep()
+        : pTls(ZEBU_GetTlsVar()), iCode(pTls ? pTls->iErrorCode : 0), iPos(pTls ? pTls->iErrorPos : 0)
     {
     }
     ~ZEBUErrKeep()

@@ -94,7 +94,7 @@ int ZEBU_CombineResults(int iFiles, int iArea, const ZEBUErrScope& err)
 {
     if (iArea == 0)
         return iFiles;
-    if (iFiles == 0)  // the area's failure keeps function number 0
+    if (iFiles == 0) // the area's failure keeps function number 0
         return 2;
     err.mark();
     return iFiles == 3 ? 2 : -1;

@@ -58,7 +58,7 @@ public:
     ZEBUFd& operator=(const ZEBUFd&) = delete;
 
     int get() const { return iFd; }
-    int* out() { return &iFd; }  // for a function that opens; the guard must be empty
+    int* out() { return &iFd; } // for a function that opens; the guard must be empty
     int release()
     {
         const int iReleased = iFd;

@@ -12,19 +12,19 @@ namespace {
 
 using Slot = std::atomic<uintptr_t>;
 
-constexpr uintptr_t cs_uEmpty = 0;    // ends a probe
-constexpr uintptr_t cs_uRemoved = 1;  // does not
+constexpr uintptr_t cs_uEmpty = 0;   // ends a probe
+constexpr uintptr_t cs_uRemoved = 1; // does not
 
 struct Table
 {
-    unsigned int uSlots;  // a power of two, at most half of it live
-    Table* pOlder;        // tables that were grown out of: a reader may still be in one
+    unsigned int uSlots; // a power of two, at most half of it live
+    Table* pOlder;       // tables that were grown out of: a reader may still be in one
 
-    Slot* slots() { return reinterpret_cast<Slot*>(this + 1); }  // behind the table in its block
+    Slot* slots() { return reinterpret_cast<Slot*>(this + 1); } // behind the table in its block
 };
 static_assert(alignof(Table) >= alignof(Slot));
 
-}  // namespace
+} // namespace
 
 static constinit std::atomic<Table*> cs_pTable{nullptr};
 static unsigned int cs_uLive;

@@ -17,12 +17,13 @@ struct Parameter
     int iLowest;
 };
 
-}  // namespace
+} // namespace
 
 static constexpr Parameter cs_wait = {&ZebuMultiLogFile::getLockWaitTime, &ZebuMultiLogFile::setLockWaitTime,
                                       ZEBU_LOCK_WAIT, ZEBU_LOCK_INSTANCE_WAIT, 0};
-static constexpr Parameter cs_retry = {&ZebuMultiLogFile::getLockRetryTimes, &ZebuMultiLogFile::setLockRetryTimes,
-                                       ZEBU_LOCK_RETRY, ZEBU_LOCK_INSTANCE_RETRY, 1};
+static constexpr Parameter cs_retry = {&ZebuMultiLogFile::getLockRetryTimes,
+                                       &ZebuMultiLogFile::setLockRetryTimes, ZEBU_LOCK_RETRY,
+                                       ZEBU_LOCK_INSTANCE_RETRY, 1};
 
 static int fs_clamp(const Parameter& parameter, int iValue)
 {
@@ -37,7 +38,8 @@ static int fs_getProcess(int iFunc, const Parameter& parameter)
     const ZEBUMutexGuard lock;
     if (ZEBU2_pLogFile)
         return err.fail(ZEBU_EPOS_NOTMULTI);
-    return ZEBU2_pMultiLogFile ? (ZEBU2_pMultiLogFile->*parameter.get)() : ZEBU2_LockValue[parameter.iProcess].load();
+    return ZEBU2_pMultiLogFile ? (ZEBU2_pMultiLogFile->*parameter.get)()
+                               : ZEBU2_LockValue[parameter.iProcess].load();
 }
 
 static int fs_setProcess(int iFunc, const Parameter& parameter, int iValue)

@@ -80,7 +80,7 @@ int ZEBU_InitializeTlsVar()
         pthread_setspecific(ZEBU2_TlsKey, nullptr);
         return -1;
     }
-    if (pthread_setspecific(ZEBU2_TlsKey, pTls) != 0) {  // without the key it would never be freed
+    if (pthread_setspecific(ZEBU2_TlsKey, pTls) != 0) { // without the key it would never be freed
         ZEBU_TlsVarUnlink(pTls);
         free(pTls);
         return -1;
@@ -122,7 +122,7 @@ void ZEBU_TlsVarUnlink(tagZEBU_TLS_VAR* p)
 
 int ZEBU_TlsVarDeleteAll()
 {
-    ZEBU_InitializeTlsIndex();  // a process that never logged has no mutex yet
+    ZEBU_InitializeTlsIndex(); // a process that never logged has no mutex yet
     ZEBU_TlsVarMtLock();
     tagZEBU_TLS_VAR* pTls = cs_listHead.pNext;
     cs_listHead.pNext = nullptr;
@@ -133,7 +133,7 @@ int ZEBU_TlsVarDeleteAll()
         pTls = pNext;
     }
     cs_pOwnTlsVar = nullptr;
-    if (ZEBU2_TlsKeyEnable.exchange(0) != 0)  // a late call finds no context instead of a dead one
+    if (ZEBU2_TlsKeyEnable.exchange(0) != 0) // a late call finds no context instead of a dead one
         pthread_key_delete(ZEBU2_TlsKey);
     ZEBU_TlsVarMtUnlock();
     return ZEBU_FinalizeTlsVarMtLock();

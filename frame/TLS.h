@@ -67,7 +67,7 @@ int ZEBU_TlsVarDeleteAll();
 // The list mutex. Recursive; nothing else is locked while it is held.
 void ZEBU_TlsVarMtLock();
 void ZEBU_TlsVarMtUnlock();
-void ZEBU_TlsVarMtRenew();  // unlocks it in the child of a fork
+void ZEBU_TlsVarMtRenew(); // unlocks it in the child of a fork
 
 // The list's anchor: belongs to no thread, only its links are used.
 extern tagZEBU_TLS_VAR cs_listHead;

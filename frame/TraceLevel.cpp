@@ -76,8 +76,9 @@ int ZEBU2_SetInstanceLogLevel(ZEBU2_HINSTANCE hInstance, int iLevel)
 
 int ZEBU2_GetInstanceLogLevel(ZEBU2_HINSTANCE hInstance)
 {
-    return fs_onInstance(ZEBU_FUNC_GET_INSTANCE_LOG_LEVEL, hInstance,
-                         [](ZEBUTraceObject* pInstance, const ZEBUErrScope&) { return pInstance->iLogLevel.load(); });
+    return fs_onInstance(
+        ZEBU_FUNC_GET_INSTANCE_LOG_LEVEL, hInstance,
+        [](ZEBUTraceObject* pInstance, const ZEBUErrScope&) { return pInstance->iLogLevel.load(); });
 }
 
 int ZEBU2_SetInstanceFileThreshold(ZEBU2_HINSTANCE hInstance, int iThreshold)

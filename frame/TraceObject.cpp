@@ -22,7 +22,7 @@ ZEBUTraceObject::ZEBUTraceObject(const tagZEBU_LOGFILE_SPEC*, const char* pszNam
 
 ZEBUTraceObject::~ZEBUTraceObject()
 {
-    for (size_t i = 0; i < sizeof szTag; ++i)  // volatile: stores into a dying object are dropped otherwise
+    for (size_t i = 0; i < sizeof szTag; ++i) // volatile: stores into a dying object are dropped otherwise
         const_cast<volatile char*>(szTag)[i] = "DEAD"[i];
     deleteLogFileObject();
 }
@@ -70,8 +70,8 @@ int ZEBU_CheckInstance(const ZEBUTraceObject* hInstance)
 // ---- Creating ------------------------------------------------------------------------------------
 
 // The files of a new instance. Returns 0, 1 or 3 with the failure marked.
-static int fs_openFiles(ZEBUTraceObject* pInstance, const tagZEBU_LOGFILE_SPEC* pSpec, int iOption, ZEBUMode eMode,
-                        const ZEBUErrScope& err)
+static int fs_openFiles(ZEBUTraceObject* pInstance, const tagZEBU_LOGFILE_SPEC* pSpec, int iOption,
+                        ZEBUMode eMode, const ZEBUErrScope& err)
 {
     if (ZEBU_CheckArgument(pSpec, iOption, eMode) == ZEBU_CHECK_INVALID) {
         (void)err.fail(ZEBU_EPOS_PARAM);
@@ -83,7 +83,8 @@ static int fs_openFiles(ZEBUTraceObject* pInstance, const tagZEBU_LOGFILE_SPEC* 
 static int fs_createInstance(ZEBU2_HINSTANCE* phInstance, const tagZEBU_LOGFILE_SPEC* pSpec,
                              const char* pszAppName, int iOption, ZEBUMode eMode)
 {
-    const ZEBUErrScope err(eMode == ZEBU_MODE_SINGLE ? ZEBU_FUNC_CREATE_INSTANCE : ZEBU_FUNC_CREATE_INSTANCE_M);
+    const ZEBUErrScope err(eMode == ZEBU_MODE_SINGLE ? ZEBU_FUNC_CREATE_INSTANCE
+                                                     : ZEBU_FUNC_CREATE_INSTANCE_M);
     if (!phInstance)
         return err.fail(ZEBU_EPOS_PARAM);
     *phInstance = nullptr;
@@ -111,13 +112,14 @@ static int fs_createInstance(ZEBU2_HINSTANCE* phInstance, const tagZEBU_LOGFILE_
     return iResult;
 }
 
-int ZEBU2_CreateInstance(ZEBU2_HINSTANCE* phInstance, const tagZEBU_LOGFILE_SPEC* pSpec, const char* pszAppName)
+int ZEBU2_CreateInstance(ZEBU2_HINSTANCE* phInstance, const tagZEBU_LOGFILE_SPEC* pSpec,
+                         const char* pszAppName)
 {
     return fs_createInstance(phInstance, pSpec, pszAppName, 0, ZEBU_MODE_SINGLE);
 }
 
-int ZEBU2_CreateInstanceM(ZEBU2_HINSTANCE* phInstance, const tagZEBU_LOGFILE_SPEC* pSpec, const char* pszAppName,
-                          int iOption)
+int ZEBU2_CreateInstanceM(ZEBU2_HINSTANCE* phInstance, const tagZEBU_LOGFILE_SPEC* pSpec,
+                          const char* pszAppName, int iOption)
 {
     return fs_createInstance(phInstance, pSpec, pszAppName, iOption, ZEBU_MODE_SHARED);
 }
@@ -134,7 +136,7 @@ int ZEBU2_DeleteInstance(ZEBU2_HINSTANCE hInstance)
         return err.fail(ZEBU_EPOS_NOTREADY);
 
     const int iResult = err.finish(hInstance->closeLogFileObject());
-    const bool bCountOff = !hInstance->bCountedOff;  // not once more when a failed deletion is tried again
+    const bool bCountOff = !hInstance->bCountedOff; // not once more when a failed deletion is tried again
     hInstance->bCountedOff = true;
     const int iArea = ZEBU_ReleaseMMap(&hInstance->bHoldsMMap, err);
     if (iResult == 0) {

@@ -40,8 +40,8 @@ struct ZEBUTraceObject final
     std::atomic<int> iLogLevel;
     std::atomic<int> iFileThreshold;
     std::atomic<int> iShmThreshold;
-    bool bHoldsMMap;   // the instance is one of the users that the trace area counts
-    bool bCountedOff;  // a deletion was tried: the instance is a user of the process's objects no more
+    bool bHoldsMMap;  // the instance is one of the users that the trace area counts
+    bool bCountedOff; // a deletion was tried: the instance is a user of the process's objects no more
 };
 
 // 0 when the handle is a live instance. Does not touch the memory of one that is not.

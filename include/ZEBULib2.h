@@ -119,17 +119,18 @@ extern "C" {
 
 /* ---- The ring of trace files ------------------------------------------------------------------ */
 
-#define ZEBU2_FILE_SIZE_MIN 4096L             /* smallest lMaxFileSize, both kinds of ring */
-#define ZEBU2_FILE_SIZE_MAX 2147483647L       /* largest lMaxFileSize of a ring of one process */
-#define ZEBU2_FILE_SIZE_MAX_SHARED 16777216L  /* largest lMaxFileSize of a shared ring */
-#define ZEBU2_FILE_COUNT_MAX 16L              /* largest lFileCount of a ring of one process */
-#define ZEBU2_FILE_COUNT_MAX_SHARED 64L       /* largest lFileCount of a shared ring */
-#define ZEBU2_FILE_PATH_MAX 4090              /* longest pszFilePath of a ring of one process */
-#define ZEBU2_FILE_PATH_MAX_SHARED 4088       /* longest pszFilePath of a shared ring */
-#define ZEBU2_APP_NAME_LENGTH 16              /* characters of an application name that are kept */
+#define ZEBU2_FILE_SIZE_MIN 4096L            /* smallest lMaxFileSize, both kinds of ring */
+#define ZEBU2_FILE_SIZE_MAX 2147483647L      /* largest lMaxFileSize of a ring of one process */
+#define ZEBU2_FILE_SIZE_MAX_SHARED 16777216L /* largest lMaxFileSize of a shared ring */
+#define ZEBU2_FILE_COUNT_MAX 16L             /* largest lFileCount of a ring of one process */
+#define ZEBU2_FILE_COUNT_MAX_SHARED 64L      /* largest lFileCount of a shared ring */
+#define ZEBU2_FILE_PATH_MAX 4090             /* longest pszFilePath of a ring of one process */
+#define ZEBU2_FILE_PATH_MAX_SHARED 4088      /* longest pszFilePath of a shared ring */
+#define ZEBU2_APP_NAME_LENGTH 16             /* characters of an application name that are kept */
 
 /* Describes a ring of trace files. Read during the call it is given to, and not kept. */
-typedef struct tagZEBU_LOGFILE_SPEC {
+typedef struct tagZEBU_LOGFILE_SPEC
+{
     /* Maximum size of one trace file in bytes: 4096 to 2147483647, shared 4096 to 16777216. A file
      * of a ring of one process is left when it has grown beyond it; a shared file has this size. */
     long lMaxFileSize;
@@ -317,8 +318,7 @@ ZEBU2_API int ZEBU2_PutWithIdAndTidEx(int iLevel, const char* pszAppName, const 
 
 /* As ZEBU2_PutWithMsgType with a thread id of the caller's choice; never masks the time. 0x24. */
 ZEBU2_API int ZEBU2_PutWithMsgTypeAndTid(int iLevel, const char* pszAppName, const char* pszThreadId,
-                                         const char* pszMsgId, const char* pszMsgType,
-                                         const char* pszText);
+                                         const char* pszMsgId, const char* pszMsgType, const char* pszText);
 
 /* The same through an instance, with its name, level, thresholds and ring; the time is never masked.
  * A null handle, an invalid level or a null text leaves PARAM, a handle that is not a live instance
@@ -329,8 +329,7 @@ ZEBU2_API int ZEBU2_PutInstanceWithId(ZEBU2_HINSTANCE hInstance, int iLevel, con
 ZEBU2_API int ZEBU2_PutInstanceWithIdEx(ZEBU2_HINSTANCE hInstance, int iLevel, const char* pszAppName,
                                         const char* pszMsgId, const char* pszText);
 ZEBU2_API int ZEBU2_PutInstanceWithMsgType(ZEBU2_HINSTANCE hInstance, int iLevel, const char* pszAppName,
-                                           const char* pszMsgId, const char* pszMsgType,
-                                           const char* pszText);
+                                           const char* pszMsgId, const char* pszMsgType, const char* pszText);
 
 /* Copies ulLength raw bytes, at most 4117, as the text of a line into the trace area alone. No level,
  * no threshold and no initialisation is asked for. Returns 0, also when the area is not open (leaves
@@ -367,8 +366,7 @@ ZEBU2_API int ZEBU2_InstanceFileBufferFlush(ZEBU2_HINSTANCE hInstance);
 ZEBU2_API int ZEBU2_TraceBackup(const char* pszBackupFile);
 ZEBU2_API int ZEBU2_TraceBackupM(const char* pszBackupFile, int iOption);
 ZEBU2_API int ZEBU2_InstanceTraceBackup(ZEBU2_HINSTANCE hInstance, const char* pszBackupFile);
-ZEBU2_API int ZEBU2_InstanceTraceBackupM(ZEBU2_HINSTANCE hInstance, const char* pszBackupFile,
-                                         int iOption);
+ZEBU2_API int ZEBU2_InstanceTraceBackupM(ZEBU2_HINSTANCE hInstance, const char* pszBackupFile, int iOption);
 
 /* Change the permission bits of the ring's files, also of those made later. iMode: 0 to 07777; read
  * and write for the owner are always added. A shared ring's management file and its directory follow.

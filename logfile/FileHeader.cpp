@@ -16,7 +16,8 @@ static const char cs_szCaption[] =
 static_assert(sizeof cs_szCaption - 1 == 2 + 90);
 
 enum { cs_iMark = 5, cs_iSystem = 61, cs_iHostName = 17, cs_iTimeZone = 32, cs_iLangMax = 78 };
-static_assert(cs_iMark + cs_iSystem + cs_iHostName + cs_iTimeZone + 1 + ZEBU_TIME_TEXT + 2 + 90 + cs_iLangMax + 2 ==
+static_assert(cs_iMark + cs_iSystem + cs_iHostName + cs_iTimeZone + 1 + ZEBU_TIME_TEXT + 2 + 90 +
+                  cs_iLangMax + 2 ==
               ZEBU_FILE_HEADER_MAX);
 
 int ZEBU_BuildFileHeader(char (&szHeader)[ZEBU_FILE_HEADER_MAX], const tagZEBU_FILE_HEADER& fields)
@@ -52,7 +53,7 @@ void ZEBU_FormatSystem(char (&szSystem)[61])
 
 void ZEBU_FormatHostName(char (&szHostName)[17])
 {
-    if (gethostname(szHostName, sizeof szHostName) != 0)  // also when the name does not fit
+    if (gethostname(szHostName, sizeof szHostName) != 0) // also when the name does not fit
         strcpy(szHostName, "Unknown");
     szHostName[sizeof szHostName - 1] = '\0';
 }

@@ -2,15 +2,15 @@
 #ifndef ZEBU_LOGFILE_FILEHEADER_H
 #define ZEBU_LOGFILE_FILEHEADER_H
 
-constexpr int ZEBU_FILE_HEADER_MAX = 311;  // the longest header, CR LF of both lines included
+constexpr int ZEBU_FILE_HEADER_MAX = 311; // the longest header, CR LF of both lines included
 
 struct tagZEBU_FILE_HEADER
 {
-    const char* pszSystem;     // at most 60 characters
-    const char* pszHostName;   // at most 16 characters
-    const char* pszTimeZone;   // exactly 32 characters
-    const char* pszStartTime;  // exactly 23 characters
-    const char* pszLang;       // at most 78 characters
+    const char* pszSystem;    // at most 60 characters
+    const char* pszHostName;  // at most 16 characters
+    const char* pszTimeZone;  // exactly 32 characters
+    const char* pszStartTime; // exactly 23 characters
+    const char* pszLang;      // at most 78 characters
 };
 
 // Builds the two lines, without a terminator. Returns their length.

@@ -82,7 +82,8 @@ int ZebuLogFile::openTraceFile(unsigned long ulFlags)
 int ZebuLogFile::openLocked(const char* pszName, unsigned long ulFlags)
 {
     ZEBUFd fd;
-    if (ZEBU_OpenFile(fd.out(), pszName, static_cast<int>(ulFlags & ~static_cast<unsigned long>(O_TRUNC)), iFileAttr) != 0)
+    if (ZEBU_OpenFile(fd.out(), pszName, static_cast<int>(ulFlags & ~static_cast<unsigned long>(O_TRUNC)),
+                      iFileAttr) != 0)
         return -1;
     if (lockf(fd.get(), F_TLOCK, 0) != 0)
         return ZEBU_Fail(ZEBU_EPOS_LOCK, errno);
@@ -148,7 +149,7 @@ int ZebuLogFile::closeFile()
         return 0;
     ZEBU_Unlock(iFd);
     const int iResult = close(iFd);
-    iFd = -1;  // a close that fails has released the descriptor all the same
+    iFd = -1; // a close that fails has released the descriptor all the same
     return iResult == 0 ? 0 : ZEBU_Fail(ZEBU_EPOS_CLOSE, errno);
 }
 
@@ -183,7 +184,7 @@ int ZebuLogFile::moveOn()
     (void)putSyslogMessage(static_cast<int>(lCurFileNo));
     lCurFileNo = lCurFileNo % lFileNum + 1;
     bKeepContents = false;
-    if (iClosed != 0)  // the lines just written may be lost: the caller is told, the next line goes on
+    if (iClosed != 0) // the lines just written may be lost: the caller is told, the next line goes on
         return -1;
     return openTraceFile(cs_ulEmpty);
 }
@@ -240,7 +241,7 @@ int ZebuLogFile::bufferFlush()
 {
     if (!pszFilePrefix)
         return 0;
-    constexpr int iSynchronous = 0x1000;  // O_DSYNC
+    constexpr int iSynchronous = 0x1000; // O_DSYNC
     const int iFlags = fcntl(iFd, F_GETFL);
     if (iFlags == -1 || fcntl(iFd, F_SETFL, iFlags | iSynchronous) != 0 || fcntl(iFd, F_SETFL, iFlags) != 0)
         return ZEBU_Fail(ZEBU_EPOS_FLUSH, errno);

@@ -70,7 +70,7 @@ private:
 
     unsigned long ulFileSizeMax;
     long lFileNum;
-    char* pszFilePrefix;  // null: inert
+    char* pszFilePrefix; // null: inert
     int iFd;
     char szFilePrefix[4100];
     long lCurFileNo;
@@ -86,7 +86,7 @@ private:
     // A second descriptor of the current file, opened by the first backup and closed together with iFd:
     // closing it earlier would give up the lock on the file.
     int iReadFd;
-    bool bKeepContents;  // the current file holds lines of ours: to be opened without emptying it
+    bool bKeepContents; // the current file holds lines of ours: to be opened without emptying it
     unsigned int uForkGeneration;
 };
 

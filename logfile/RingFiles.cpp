@@ -61,7 +61,7 @@ static int fs_followTrustedLink(char (&szName)[ZEBU_PATH_ROOM])
     struct stat info;
     if (link.get() == -1 || fstat(link.get(), &info) != 0)
         return -1;
-    if (!S_ISLNK(info.st_mode))  // replaced by a file meanwhile: open it under its own name
+    if (!S_ISLNK(info.st_mode)) // replaced by a file meanwhile: open it under its own name
         return 0;
     if (info.st_uid != 0 && info.st_uid != geteuid()) {
         errno = ELOOP;
@@ -124,8 +124,7 @@ static int fs_openOrMake(const char* pszName, int iFlags, bool* pbMade)
 static int fs_openTrusted(const char* pszName, int iFlags, bool* pbMade)
 {
     iFlags |= O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK;
-    return fs_onTrusted(pszName, ELOOP,
-                        [=](const char* psz) { return fs_openOrMake(psz, iFlags, pbMade); });
+    return fs_onTrusted(pszName, ELOOP, [=](const char* psz) { return fs_openOrMake(psz, iFlags, pbMade); });
 }
 
 int ZEBU_OpenToRead(const char* pszName)

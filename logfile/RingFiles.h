@@ -52,8 +52,8 @@ int ZEBU_ChmodRing(const char* pszPrefix, long lCount, int iMode);
 // Fails with 1 when `pszPath` names a file of the ring: copying the ring there would empty it.
 int ZEBU_RefuseRingFile(const char* pszPath, const char* pszPrefix, long lCount);
 
-// Gives up the lockf lock on a file, whose position is where it was taken; where that fails, every lock of this
-// process on the file. Records nothing.
+// Gives up the lockf lock on a file, whose position is where it was taken; where that fails, every lock of
+// this process on the file. Records nothing.
 void ZEBU_Unlock(int iFd);
 void ZEBU_DropLocks(int iFd);
 

@@ -73,7 +73,7 @@ private:
 
     unsigned int uMapLength;
     int iFd;
-    std::atomic<void*> pMap;  // also read by signal handlers
+    std::atomic<void*> pMap; // also read by signal handlers
     int iRefCount;
 };
 
@@ -85,11 +85,11 @@ int fs_safeOpen(const char* pszPath, int* piCode, int* piPos);
 
 struct tagZEBU_PERIOD_START
 {
-    std::atomic<long> tv_sec;  // also read without the mutex, by every line's header
+    std::atomic<long> tv_sec; // also read without the mutex, by every line's header
     long tv_usec;
 };
 
-extern timeval fs_zebu_mmap_interval_sec;  // length of a period; 0 seconds: no limit
+extern timeval fs_zebu_mmap_interval_sec; // length of a period; 0 seconds: no limit
 extern unsigned int g_zebu_mmap_output_max;
 extern tagZEBU_PERIOD_START fs_zebu_last_update_time;
 extern unsigned int fs_zebu_mmap_output_count;

@@ -13,8 +13,8 @@
 #include "mmap/AreaGuard.h"
 #include "mmap/MMap.h"
 
-enum { cs_iFresh = 1, cs_iSound = 0, cs_iDamaged = -2 };  // what readAndCheckHeader finds
-enum : unsigned int { cs_uFreshSizeMax = 4096 };          // a file up to this size is begun anew at every open
+enum { cs_iFresh = 1, cs_iSound = 0, cs_iDamaged = -2 }; // what readAndCheckHeader finds
+enum : unsigned int { cs_uFreshSizeMax = 4096 };         // a file up to this size is begun anew at every open
 
 ZEBUMMapFile::ZEBUMMapFile() : uMapLength(cs_uFreshSizeMax), iFd(-1), pMap(MAP_FAILED), iRefCount(0)
 {
@@ -63,7 +63,7 @@ int fs_safeOpen(const char* pszPath, int* piCode, int* piPos)
         return fs_refuse(piCode, piPos, EACCES, ZEBU_EPOS_MMAP);
 
     ZEBUFd fd(open(pszPath, iFlags | O_NOFOLLOW));
-    if (fd.get() == -1 && errno == ELOOP)  // a link took the file's place
+    if (fd.get() == -1 && errno == ELOOP) // a link took the file's place
         return fs_refuse(piCode, piPos, EACCES, ZEBU_EPOS_MMAP);
     if (fd.get() == -1)
         return fs_refuse(piCode, piPos, errno, ZEBU_EPOS_OPEN);
@@ -105,7 +105,7 @@ static int fs_lockWaiting(int iFd)
 int ZEBUMMapFile::openFileObject()
 {
     const ZEBUConfigInf config;
-    if (config.uMapSize <= sizeof(tagZEBU_AREA_HEADER))  // no room for a single byte
+    if (config.uMapSize <= sizeof(tagZEBU_AREA_HEADER)) // no room for a single byte
         return ZEBU_Fail(ZEBU_EPOS_AREA, 0);
     if (fs_makeAreaDirectory(config.szMMapDir) != 0)
         return -1;

@@ -7,8 +7,8 @@
 struct tagZEBU_TLS_VAR;
 struct timeval;
 
-constexpr int ZEBU_SECOND_TEXT = 20;  // "yyyy/mm/dd hh:mm:ss."
-constexpr int ZEBU_TIME_TEXT = 23;    // the same and three digits for the milliseconds
+constexpr int ZEBU_SECOND_TEXT = 20; // "yyyy/mm/dd hh:mm:ss."
+constexpr int ZEBU_TIME_TEXT = 23;   // the same and three digits for the milliseconds
 
 // Printed where there is no time to print.
 constexpr char ZEBU_NO_TIME[] = "----/--/-- --:--:--.---";

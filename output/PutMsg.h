@@ -15,23 +15,24 @@ enum {
     ZEBU_COL_PID = 50,
     ZEBU_COL_TID = 59,
     ZEBU_COL_BODY = 68,
-    ZEBU_COL_TYPE = 85,  // of a body with a message type
-    ZEBU_COL_TEXT = 90   // of a body with a message id
+    ZEBU_COL_TYPE = 85, // of a body with a message type
+    ZEBU_COL_TEXT = 90  // of a body with a message id
 };
 static_assert(ZEBU_COL_BODY == ZEBU_LINE_HEADER);
 
-constexpr int ZEBU_ID_TEXT_MAX = 4095;  // text bytes of a line with a message id
+constexpr int ZEBU_ID_TEXT_MAX = 4095; // text bytes of a line with a message id
 static_assert(ZEBU_COL_TEXT + ZEBU_ID_TEXT_MAX + 3 == ZEBU_LINE_BUFFER);
 
 // Builds columns 0 to 67 of a line and takes its number from the counter. `pszAppName` and `pszThreadId`
 // may be null and then print blanks; a thread id of nine characters brings the blank of column 67 with
 // it, under any other the column keeps what it held. `iTickType` 1 masks the time. Stores the line's
 // time in `*pTime`. Returns 0.
-int ZEBU_MakeupTraceMessageHeader(char* pszLine, const char* pszAppName, const char* pszThreadId, int iTickType,
-                                  timeval* pTime);
+int ZEBU_MakeupTraceMessageHeader(char* pszLine, const char* pszAppName, const char* pszThreadId,
+                                  int iTickType, timeval* pTime);
 
 // Copies a line of time `pTime` into the trace area, unless the rate limit drops it. Returns 0, also when
 // there is no area (the failure number becomes 11), or -1 with the area's failure.
-int ZEBU_PutMsgToMMap(tagZEBU_TLS_VAR* pTls, const char* pszLine, unsigned long ulLength, const timeval* pTime);
+int ZEBU_PutMsgToMMap(tagZEBU_TLS_VAR* pTls, const char* pszLine, unsigned long ulLength,
+                      const timeval* pTime);
 
 #endif

@@ -1,6 +1,5 @@
 /* The public header alone, twice, in every language it is for. */
 #include "ZEBULib2.h"
-#include "ZEBULib2.h"
 
 int take(ZEBU2_HINSTANCE hInstance);
 int take(ZEBU2_HINSTANCE hInstance)

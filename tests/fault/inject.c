@@ -113,8 +113,10 @@ static void fs_lookAtOpen(int iFlags)
     cs_plan.lInheritable += cs_plan.iArmed && !(iFlags & O_CLOEXEC) ? 1 : 0;
 }
 
-FAILING_VARIADIC(open, iFlags, fs_lookAtOpen(iFlags), (const char* psz, int iFlags, ...), (psz, iFlags, lMore))
-FAILING_VARIADIC(openat, iFlags, fs_lookAtOpen(iFlags), (int i, const char* psz, int iFlags, ...), (i, psz, iFlags, lMore))
+FAILING_VARIADIC(open, iFlags, fs_lookAtOpen(iFlags), (const char* psz, int iFlags, ...),
+                 (psz, iFlags, lMore))
+FAILING_VARIADIC(openat, iFlags, fs_lookAtOpen(iFlags), (int i, const char* psz, int iFlags, ...),
+                 (i, psz, iFlags, lMore))
 FAILING_VARIADIC(fcntl, iCommand, (void)0, (int i, int iCommand, ...), (i, iCommand, lMore))
 
 /* Short: half of the bytes, but at least one. */

@@ -9,11 +9,12 @@
 /* Every function that it stands in for. */
 #define ZEBU_FAULT_FUNCTIONS(X)                                                                              \
     X(calloc)                                                                                                \
-    X(chmod) X(close) X(closedir) X(fallocate) X(fchmod) X(fchmodat) X(fclose) X(fcntl) X(fdopen) X(fgets)   \
-        X(fstat) X(fstatat) X(ftruncate) X(futimens) X(gethostname) X(localtime_r) X(lockf) X(lseek)         \
-            X(lstat) X(malloc) X(mkdir) X(mmap) X(msync) X(munmap) X(open) X(openat) X(opendir)              \
-                X(pthread_key_create) X(pthread_setspecific) X(read) X(readdir) X(readlinkat) X(stat)        \
-                    X(uname) X(unlink) X(utimensat) X(write)
+    X(chmod)                                                                                                 \
+    X(close) X(closedir) X(fallocate) X(fchmod) X(fchmodat) X(fclose) X(fcntl) X(fdopen) X(fgets) X(fstat)   \
+        X(fstatat) X(ftruncate) X(futimens) X(gethostname) X(localtime_r) X(lockf) X(lseek) X(lstat)         \
+            X(malloc) X(mkdir) X(mmap) X(msync) X(munmap) X(open) X(openat) X(opendir) X(pthread_key_create) \
+                X(pthread_setspecific) X(read) X(readdir) X(readlinkat) X(stat) X(uname) X(unlink)           \
+                    X(utimensat) X(write)
 
 enum {
 #define ZEBU_FAULT_ENUM(name) FAULT_##name,
