@@ -2,6 +2,7 @@
 #include <sys/mount.h>
 
 #include <filesystem>
+#include <random>
 
 #include "support/PrivateOpt.h"
 #include "support/SharedRing.h"
@@ -53,6 +54,29 @@ TEST_F(MultiDamage, NoWriteOffsetLeadsOutsideTheMapping)
         const unsigned int file = record().currentFile;
         EXPECT_EQ(put(ring, "line"), 0);
         EXPECT_EQ(record().currentFile, file % 3 + 1);
+    }
+}
+
+TEST_F(MultiDamage, NoContentOfRecordOrFilesHarmsTheProcess)
+{
+    std::mt19937 random(1);
+    const Ring ring = open(0, 4096, 3);
+    for (int round = 0; round < 300; ++round) {
+        std::string noise(4096, '\0');
+        std::generate(noise.begin(), noise.end(), [&] { return "\r\n\x1A\0 a"[random() % 6]; });
+        const int fd = ::open(traceName(static_cast<int>(random() % 3) + 1).c_str(), O_WRONLY | O_CLOEXEC);
+        EXPECT_EQ(pwrite(fd, noise.data(), noise.size(), 0), 4096);
+        close(fd);
+        const unsigned int values[] = {0,    1,    3,    64,         4095,
+                                       4096, 4097, 8192, 0x7FFFFFFF, static_cast<unsigned int>(random())};
+        for (size_t word = 0; word < 8; ++word) {
+            if (random() % 4 == 0 && word != 6)
+                poke(word * 4, values[random() % 10]);
+        }
+        EXPECT_EQ(put(ring, "line"), 0) << round;
+        (void)ring->bufferFlush();
+        EXPECT_EQ(ring->backupToFile(path("backup").c_str(), 0), 0);
+        EXPECT_EQ(ZEBUMultiLogFileAccess::lockCount(*ring), 0u);
     }
 }
 
