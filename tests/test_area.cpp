@@ -4,8 +4,9 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <thread>
 
-#include "support/Sandbox.h"
+#include "support/AreaConsumer.h"
 
 class Area : public Sandbox
 {
@@ -132,16 +133,6 @@ TEST_F(Area, AnInterruptedCreationIsFinishedByTheNext)
     }
 }
 
-TEST_F(Area, LinksAreNotFollowed)
-{
-    ASSERT_EQ(mkdir(path("mmap").c_str(), 0777), 0);
-    writeFile(path("victim"), "untouched");
-    ASSERT_EQ(symlink(path("victim").c_str(), areaFile().c_str()), 0);
-    start({-1, 0x06000007});
-    EXPECT_EQ(lastCode(), EACCES);
-    EXPECT_EQ(readFile(path("victim")), "untouched");
-}
-
 TEST_F(Area, RateLimit)
 {
     configure("IntervalSec = 86400\nMaxMsgNum = 3\n");
@@ -149,6 +140,46 @@ TEST_F(Area, RateLimit)
     for (int i = 0; i < 5; ++i)
         EXPECT_EQ(putBytes(1), 0);
     EXPECT_EQ(areaLines().size(), 3u);
+}
+
+TEST_F(Area, WritersOfSeveralProcessesNeitherTearNorLoseLines)
+{
+    constexpr int cs_iProcesses = 3, cs_iThreads = 2, cs_iLines = 2000;
+    start();
+    stop();
+    AreaConsumer consumer(areaFile());
+    std::vector<pid_t> writers;
+    for (int p = 0; p < cs_iProcesses; ++p) {
+        writers.push_back(startChild([&] {
+            CHECK(ZEBU2_Initialize(nullptr, "app") == 1);
+            std::vector<std::thread> threads;
+            for (int t = 0; t < cs_iThreads; ++t) {
+                threads.emplace_back([&, t] {
+                    const std::string sender = "p" + std::to_string(p) + "t" + std::to_string(t);
+                    for (int i = 0; i < cs_iLines; ++i) {
+                        const std::string text = areaMessage(sender, i);
+                        consumer.waitForRoom();
+                        CHECK(ZEBU2_PutToShm(text.data(), text.size()) == 0);
+                    }
+                });
+            }
+            for (std::thread& thread : threads)
+                thread.join();
+            CHECK(ZEBU2_Finalize() == 0);
+        }));
+    }
+    std::thread collector([&] {
+        while (consumer.m_seen.size() < size_t{cs_iProcesses} * cs_iThreads * cs_iLines &&
+               consumer.m_torn == 0)
+            consumer.drain();
+    });
+    for (const pid_t iWriter : writers)
+        EXPECT_EQ(waitForChild(iWriter), 0);
+    collector.join();
+    EXPECT_EQ(consumer.m_torn, 0);
+    for (const auto& [line, count] : consumer.m_seen)
+        ASSERT_EQ(count, 1) << line;
+    EXPECT_EQ(areaHeader().uGuard, 0u);
 }
 
 TEST_F(Area, AWriterThatDiedInsideAnAppendIsPassedOver)
