@@ -107,7 +107,7 @@ size_t ZEBUShow::streamLines(std::string_view svBytes, bool bFileEnd)
     while (uLine < svBytes.size()) {
         size_t uNext = svBytes.find('\n', uLine) + 1;
         const bool bWhole = uNext != 0;
-        if (!bWhole && !bFileEnd && svBytes.size() < cs_uBlock)
+        if (!bWhole && !bFileEnd && (uLine > 0 || svBytes.size() < cs_uBlock))
             break;
         uNext = bWhole ? uNext : svBytes.size();
         const bool bHeader = (svBytes[uLine] == '*' || svBytes[uLine] == ' ') && !m_filter.hasHeaders();

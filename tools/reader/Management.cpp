@@ -118,8 +118,10 @@ bool ZEBUManagement::isReplaced() const
 {
     struct stat opened;
     struct stat named;
-    return fstat(m_iFd, &opened) == 0 && stat(m_strName.c_str(), &named) == 0 &&
-           (opened.st_ino != named.st_ino || opened.st_dev != named.st_dev);
+    if (stat(m_strName.c_str(), &named) != 0)
+        return false;
+    return m_iFd == -1 || fstat(m_iFd, &opened) != 0 || opened.st_ino != named.st_ino ||
+           opened.st_dev != named.st_dev;
 }
 
 void ZEBU_DeriveRecord(const std::string& strPrefix, ZEBURingRecord* pRecord)

@@ -58,7 +58,7 @@ public:
     // The file and offset, which writers store as one word when the ring moves on. Only after open.
     ZEBUPosition loadPosition() const;
 
-    // Whether the name stands for another file by now.
+    // Whether the name stands for another file by now; also when none is open.
     bool isReplaced() const;
 
 private:

@@ -29,6 +29,8 @@ public:
     const std::string& file() const override { return m_file.path(); }
 
 private:
+    void start();
+    bool lookAround();
     void refresh();
     bool isPassed(const ZEBUPosition& from, const ZEBUPosition& to) const;
     bool openFile();
@@ -44,8 +46,10 @@ private:
     const std::string m_strPrefix;
     const bool m_bFollow;
     ZEBUManagement m_management;
-    ZEBURingRecord m_record;    // the last valid one, or what the files tell
-    ZEBUPosition m_end;         // a reader that does not follow stops here
+    ZEBURingRecord m_record; // the last valid one, or what the files tell
+    ZEBUPosition m_end;      // a reader that does not follow stops here,
+    std::string m_strEnd;    // in the file that begins like this until the ring has come round
+    ZEBUTraceFile m_endFile;
     unsigned m_uNumber = 0;     // of the file that is read
     bool m_bMissed = false;     // it cannot be opened: said once
     bool m_bDistrust = false;   // its offset was never accepted: read it up to its mark,
@@ -69,9 +73,29 @@ int ZEBUSharedRing::open()
              " holds no valid record: the ring's place is worked out from its files");
         ZEBU_DeriveRecord(m_strPrefix, &m_record);
     }
-    m_end = m_record.position;
-    m_uNumber = m_end.uFile % m_record.uFileNum + 1;
+    start();
     return 0;
+}
+
+// Begins with the oldest file, and notes where the ring stands.
+void ZEBUSharedRing::start()
+{
+    for (int i = 0; i < cs_iLooks && !lookAround(); ++i)
+        refresh();
+    m_uNumber = m_end.uFile % m_record.uFileNum + 1;
+}
+
+// Takes the beginning of the current file with the position. False when they may not go together, or when the
+// ring has just moved on and the file's header is still to come.
+bool ZEBUSharedRing::lookAround()
+{
+    m_end = m_record.position;
+    m_strEnd.assign(std::min<size_t>(m_end.uOffset, ZEBU_BEGINNING_MAX), '\0');
+    const bool bOpen = m_endFile.open(ZEBU_TraceFileName(m_strPrefix, m_end.uFile)) == 0;
+    const long lRead = bOpen ? m_endFile.readAt(0, m_strEnd.data(), m_strEnd.size()) : 0;
+    m_strEnd.resize(static_cast<size_t>(std::max(lRead, 0L)));
+    refresh();
+    return m_end.uOffset > 0 && m_record.position.uFile == m_end.uFile;
 }
 
 // Takes over the record as it is now. A damaged one is left to the writers, who repair it.
@@ -158,10 +182,11 @@ ZEBURead ZEBUSharedRing::take(const char* pBuffer, long lRead, size_t* puRead)
 {
     const ZEBUPosition before = m_record.position;
     refresh();
-    if (isPassed(before, m_record.position) || !m_file.isUnchanged())
+    m_file.consume({pBuffer, static_cast<size_t>(lRead)});
+    const bool bLapped = !m_bFollow && m_endFile.isOpen() && !m_endFile.beginsWith(m_strEnd);
+    if (isPassed(before, m_record.position) || !m_file.isUnchanged() || bLapped)
         return lost();
     *puRead = static_cast<size_t>(lRead);
-    m_file.consume({pBuffer, *puRead});
     return ZEBURead::Bytes;
 }
 
@@ -237,8 +262,7 @@ ZEBURead ZEBUSharedRing::lost()
     m_bMissed = false;
     m_bDistrust = false;
     m_bAtZero = false;
-    m_end = m_record.position;
-    m_uNumber = m_end.uFile % m_record.uFileNum + 1;
+    start();
     return ZEBURead::Gap;
 }
 } // namespace

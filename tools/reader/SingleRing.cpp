@@ -2,15 +2,23 @@
 //
 // Nothing tells the number of files or which one is current, so both come from the directory: the newest
 // file is current, and while following, a file that changed since it was left is the next one.
+#include <algorithm>
 #include <errno.h>
+#include <iterator>
 #include <string.h>
 #include <sys/stat.h>
+#include <time.h>
+#include <utility>
 
 #include "tools/reader/Management.h"
 #include "tools/reader/Source.h"
 #include "tools/reader/TraceFile.h"
 
 namespace {
+constexpr int cs_iLooks = 16;       // until the files' times go together
+constexpr int cs_iWaits = 25;       // for the rest of a line
+constexpr long cs_lPause = 2000000; // nanoseconds of each
+
 // What shows that a file was written to.
 struct Stamp
 {
@@ -25,12 +33,16 @@ class ZEBUSingleRing final : public ZEBUSource
 public:
     ZEBUSingleRing(const std::string& strPrefix, bool bFollow, const ZEBUWarn& warnUser);
     ZEBURead read(char* pBuffer, size_t uSize, size_t* puRead) override;
-    const std::string& file() const override { return m_file.path(); }
+    const std::string& file() const override { return m_pFile->path(); }
 
 private:
+    void start();
+    bool lookAround();
     Stamp stampOf(unsigned uNumber) const;
     unsigned newestFile() const;
     ZEBURead readPresent(char* pBuffer, size_t uSize, size_t* puRead);
+    bool isReused() const;
+    size_t wholeLines(const char* pBuffer, size_t uRead);
     unsigned nextNumber() const;
     unsigned changedFile() const;
     void enter(unsigned uNumber);
@@ -39,24 +51,47 @@ private:
 
     const std::string m_strPrefix;
     const bool m_bFollow;
-    Stamp m_left[ZEBU_RING_FILES_MAX + 1]; // of each file when it was left, or at the start
-    unsigned m_uNewestAtStart;
-    bool m_bCaughtUp = false; // the file that was newest at the start is reached
-    unsigned m_uNumber;
-    ZEBUTraceFile m_file;
+    Stamp m_left[ZEBU_RING_FILES_MAX + 1];      // of each file when it was left, or at the start
+    bool m_bRead[ZEBU_RING_FILES_MAX + 1] = {}; // it was read as it is
+    unsigned m_uNewest = 0;                     // at the start
+    bool m_bCaughtUp = false;                   // that one is reached
+    int m_iWaits = 0;                           // for the rest of a line
+    unsigned m_uNumber = 0;
+    std::unique_ptr<ZEBUTraceFile> m_pFile = std::make_unique<ZEBUTraceFile>();
+    std::unique_ptr<ZEBUTraceFile> m_pLast; // the file before it, until the first bytes were read
 };
 
 ZEBUSingleRing::ZEBUSingleRing(const std::string& strPrefix, bool bFollow, const ZEBUWarn& warnUser)
     : ZEBUSource(warnUser), m_strPrefix(strPrefix), m_bFollow(bFollow)
 {
+    start();
+}
+
+// Begins with the oldest file that was not read.
+void ZEBUSingleRing::start()
+{
+    Stamp left[ZEBU_RING_FILES_MAX + 1];
+    std::copy(std::begin(m_left), std::end(m_left), left);
+    for (int i = 0; i < cs_iLooks && !lookAround(); ++i)
+        continue;
+    for (unsigned u = 1; u <= ZEBU_RING_FILES_MAX; ++u)
+        m_bRead[u] = m_bRead[u] && m_left[u] == left[u];
+    m_bCaughtUp = false;
+    m_uNumber = m_uNewest;
+    enter(nextNumber());
+}
+
+// Takes the stamps of all files. False when one that is not the newest was written to meanwhile, so that they
+// do not go together.
+bool ZEBUSingleRing::lookAround()
+{
     for (unsigned u = 1; u <= ZEBU_RING_FILES_MAX; ++u)
         m_left[u] = stampOf(u);
-    m_uNewestAtStart = newestFile();
-    m_uNumber = m_uNewestAtStart;
-    do
-        m_uNumber = after(m_uNumber);
-    while (m_left[m_uNumber].iSize < 0 && m_uNumber != m_uNewestAtStart);
-    enter(m_uNumber);
+    m_uNewest = newestFile();
+    for (unsigned u = 1; u <= ZEBU_RING_FILES_MAX; ++u)
+        if (u != m_uNewest && stampOf(u) != m_left[u])
+            return false;
+    return true;
 }
 
 Stamp ZEBUSingleRing::stampOf(unsigned uNumber) const
@@ -68,33 +103,39 @@ Stamp ZEBUSingleRing::stampOf(unsigned uNumber) const
 }
 
 // The file that was written to last. Files that were left within one tick of the file system's clock show
-// the same time: of these it is the one that an older file, or the whole ring, follows.
+// the same time: of these it is the one that an older file follows, or in a ring that was filled within one
+// tick the one that is not full.
 unsigned ZEBUSingleRing::newestFile() const
 {
     unsigned uNewest = 0;
-    for (const unsigned u : ZEBU_ExistingTraceFiles(m_strPrefix))
+    unsigned uSmallest = 0;
+    for (unsigned u = 1; u <= ZEBU_RING_FILES_MAX; ++u) {
+        if (m_left[u].iSize < 0)
+            continue;
         if (uNewest == 0 || m_left[u].lModified >= m_left[uNewest].lModified)
             uNewest = u;
-    if (uNewest == 0)
-        return 1;
+        if (uSmallest == 0 || m_left[u].iSize <= m_left[uSmallest].iSize)
+            uSmallest = u;
+    }
     unsigned uLast = uNewest;
-    for (unsigned u = after(uNewest); u != uNewest; u = after(u)) {
+    for (unsigned u = after(uNewest); uNewest != 0 && u != uNewest; u = after(u)) {
         if (m_left[u].iSize < 0)
             continue;
         if (m_left[u].lModified < m_left[uNewest].lModified)
             return uLast;
         uLast = u;
     }
-    return uNewest;
+    return std::max(uSmallest, 1u);
 }
 
 void ZEBUSingleRing::enter(unsigned uNumber)
 {
     m_uNumber = uNumber;
-    m_bCaughtUp = m_bCaughtUp || uNumber == m_uNewestAtStart;
-    const int iErrno = m_file.open(ZEBU_TraceFileName(m_strPrefix, uNumber));
+    m_bCaughtUp = m_bCaughtUp || uNumber == m_uNewest;
+    m_pLast = std::exchange(m_pFile, std::make_unique<ZEBUTraceFile>());
+    const int iErrno = m_pFile->open(ZEBU_TraceFileName(m_strPrefix, uNumber));
     if (iErrno != 0 && iErrno != ENOENT)
-        fail(m_file.path() + ": " + strerror(iErrno));
+        fail(m_pFile->path() + ": " + strerror(iErrno));
 }
 
 ZEBURead ZEBUSingleRing::read(char* pBuffer, size_t uSize, size_t* puRead)
@@ -108,10 +149,14 @@ ZEBURead ZEBUSingleRing::read(char* pBuffer, size_t uSize, size_t* puRead)
         return m_bFollow ? ZEBURead::Idle : ZEBURead::End;
     // The writer closes a file before it touches the next: now that the next is there, this one is complete,
     // but it may have grown since its end was found.
+    const Stamp complete = stampOf(m_uNumber);
     const ZEBURead eSecond = readPresent(pBuffer, uSize, puRead);
     if (eSecond != ZEBURead::Idle)
         return eSecond;
-    m_left[m_uNumber] = stampOf(m_uNumber);
+    if (m_pFile->isOpen()) {
+        m_left[m_uNumber] = complete;
+        m_bRead[m_uNumber] = true;
+    }
     enter(uNext);
     return ZEBURead::FileEnd;
 }
@@ -119,18 +164,43 @@ ZEBURead ZEBUSingleRing::read(char* pBuffer, size_t uSize, size_t* puRead)
 // Reads on in the present file. Idle at its end.
 ZEBURead ZEBUSingleRing::readPresent(char* pBuffer, size_t uSize, size_t* puRead)
 {
-    if (!m_file.isOpen())
+    if (!m_pFile->isOpen())
         return ZEBURead::Idle;
-    const long lRead = m_file.readLive(pBuffer, uSize);
-    if (!m_file.isUnchanged())
-        return lost();
-    if (lRead < 0)
-        fail(m_file.path() + " cannot be read to its end: " + strerror(errno));
-    if (lRead <= 0)
-        return ZEBURead::Idle;
-    *puRead = static_cast<size_t>(lRead);
-    m_file.consume({pBuffer, *puRead});
+    do {
+        const long lRead = m_pFile->readLive(pBuffer, uSize);
+        if (isReused())
+            return lost();
+        if (lRead < 0)
+            fail(m_pFile->path() + " cannot be read to its end: " + strerror(errno));
+        if (lRead <= 0)
+            return ZEBURead::Idle;
+        *puRead = wholeLines(pBuffer, static_cast<size_t>(lRead));
+    } while (*puRead == 0);
+    m_pFile->consume({pBuffer, *puRead});
+    m_pLast.reset();
     return ZEBURead::Bytes;
+}
+
+// Whether the present file was emptied under the reader. One that was not current at the start does not
+// change in any other way. Before its beginning is known, the file before it tells: that one comes first.
+bool ZEBUSingleRing::isReused() const
+{
+    if (m_pLast && m_pLast->isOpen() && !m_pLast->isUnchanged())
+        return true;
+    return m_bCaughtUp ? !m_pFile->isUnchanged() : stampOf(m_uNumber) != m_left[m_uNumber];
+}
+
+// At its end the current file may hold the first part of a line that is being written. A reader that follows
+// gets the rest later; any other leaves it out as long as it goes with whole lines, then waits a little.
+size_t ZEBUSingleRing::wholeLines(const char* pBuffer, size_t uRead)
+{
+    if (m_bFollow || !m_bCaughtUp || pBuffer[uRead - 1] == '\n')
+        return uRead;
+    const size_t uWhole = std::string_view(pBuffer, uRead).rfind('\n') + 1;
+    const timespec pause = {.tv_sec = 0, .tv_nsec = cs_lPause};
+    if (uWhole == 0 && m_iWaits++ < cs_iWaits)
+        (void)nanosleep(&pause, nullptr);
+    return uWhole > 0 || m_iWaits <= cs_iWaits ? uWhole : uRead;
 }
 
 // The file to read after the present one, or 0.
@@ -139,7 +209,7 @@ unsigned ZEBUSingleRing::nextNumber() const
     if (m_bCaughtUp)
         return m_bFollow ? changedFile() : 0;
     unsigned uNext = after(m_uNumber);
-    while (m_left[uNext].iSize < 0 && uNext != m_uNewestAtStart)
+    while ((m_left[uNext].iSize < 0 || m_bRead[uNext]) && uNext != m_uNewest)
         uNext = after(uNext);
     return uNext;
 }
@@ -153,19 +223,19 @@ unsigned ZEBUSingleRing::changedFile() const
         if (now != m_left[u] && now.iSize >= 0)
             return u;
     }
-    return m_file.isReplaced() ? m_uNumber : 0;
+    return m_pFile->isReplaced() ? m_uNumber : 0;
 }
 
-// The present file was emptied under the reader. Before the place where the ring stood at the start, the
-// rest of the ring is still to come; behind it, whatever changed is newer.
+// Before the place where the ring stood at the start, the rest of the ring is still to come. Behind it, the
+// ring came round: what was not read yet begins behind its newest file.
 ZEBURead ZEBUSingleRing::lost()
 {
-    warn(m_file.path() + " was reused before it was read to its end: lines were lost");
-    m_file.close();
-    if (m_bCaughtUp && !m_bFollow)
-        return ZEBURead::Gap;
-    const unsigned uNext = nextNumber();
-    enter(uNext != 0 ? uNext : m_uNumber);
+    warn(m_pFile->path() + " was reused before it was read to its end: lines were lost");
+    m_pFile->close();
+    if (!m_bCaughtUp)
+        enter(nextNumber());
+    else if (m_bFollow)
+        start();
     return ZEBURead::Gap;
 }
 } // namespace

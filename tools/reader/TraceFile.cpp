@@ -6,7 +6,6 @@
 #include <unistd.h>
 #include <vector>
 
-static constexpr size_t cs_uBeginning = 512;
 static constexpr size_t cs_uScanBlock = 256 * 1024;
 
 int ZEBUTraceFile::open(const std::string& strPath, bool bAnyKind)
@@ -91,8 +90,8 @@ bool ZEBUTraceFile::hasMarkAt(size_t uOffset) const
 
 void ZEBUTraceFile::consume(std::string_view svBytes)
 {
-    if (m_strBeginning.size() < cs_uBeginning)
-        m_strBeginning += svBytes.substr(0, cs_uBeginning - m_strBeginning.size());
+    if (m_strBeginning.size() < ZEBU_BEGINNING_MAX)
+        m_strBeginning += svBytes.substr(0, ZEBU_BEGINNING_MAX - m_strBeginning.size());
     m_strLast += svBytes.substr(svBytes.size() - std::min<size_t>(2, svBytes.size()));
     m_strLast.erase(0, m_strLast.size() - 2);
     m_uOffset += svBytes.size();
@@ -105,11 +104,11 @@ void ZEBUTraceFile::rewind(size_t uOffset)
     m_strLast = "\r\n";
 }
 
-bool ZEBUTraceFile::isUnchanged() const
+bool ZEBUTraceFile::beginsWith(std::string_view svText) const
 {
-    char szNow[cs_uBeginning];
-    const long lRead = readAt(0, szNow, m_strBeginning.size());
-    return lRead >= 0 && std::string_view(szNow, static_cast<size_t>(lRead)) == m_strBeginning;
+    char szNow[ZEBU_BEGINNING_MAX];
+    const long lRead = readAt(0, szNow, svText.size());
+    return lRead >= 0 && std::string_view(szNow, static_cast<size_t>(lRead)) == svText;
 }
 
 long ZEBU_FindEndOfData(const std::string& strPath)

@@ -9,6 +9,10 @@
 // The first byte of an end-of-data mark. It is one only at the start of a line: at offset 0 or behind CR LF.
 constexpr char ZEBU_MARK = 0x1A;
 
+// So much of a file's beginning is compared: a file header and the lines behind it, whose counters and times
+// are not those of another cycle.
+constexpr size_t ZEBU_BEGINNING_MAX = 512;
+
 // An open file and the place that was read up to. A file of a ring is reused from its first byte on: the
 // beginning that was read is kept and compared, so that a reader notices when its place is gone.
 class ZEBUTraceFile
@@ -47,8 +51,9 @@ public:
     // Goes back to the start of a line.
     void rewind(size_t uOffset);
 
-    // Whether the file still begins as it did when it was consumed.
-    bool isUnchanged() const;
+    // Whether the file begins with a text of at most ZEBU_BEGINNING_MAX bytes, and with what was consumed.
+    bool beginsWith(std::string_view svText) const;
+    bool isUnchanged() const { return beginsWith(m_strBeginning); }
 
 private:
     int m_iFd = -1;
