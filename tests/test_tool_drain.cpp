@@ -52,7 +52,7 @@ TEST_F(Drain, RefusesADamagedHeader)
     {
         long offset;
         uint32_t value;
-    } damages[] = {{0, 1}, {8, 999}, {8, 0xFFFFFFFF}, {12, 1001}, {16, 0xFFFFFFFF}};
+    } damages[] = {{0, 1}, {8, 1001}, {8, 0xFFFFFFFF}, {12, 1001}, {16, 0xFFFFFFFF}};
     for (const auto& damage : damages) {
         writeArea(1000, 0, 100, plainLines(1, 1));
         setAreaField(damage.offset, damage.value);
