@@ -11,11 +11,11 @@ namespace {
 class Follow : public ToolTest
 {
 protected:
-    void openRing()
+    void openRing(bool follow = true)
     {
         int error = 0;
         m_source = ZEBU_OpenSource(
-            prefix(), true, [this](const std::string&) { ++m_warnings; }, &error);
+            prefix(), follow, [this](const std::string&) { ++m_warnings; }, &error);
         ASSERT_TRUE(m_source) << error;
     }
     // What can be read now; a gap shows as "<gap>".
@@ -159,6 +159,28 @@ TEST_F(Follow, ReadsTheRingOfOneProcessOverItsSwitches)
     append(1, plainLines(9, 9), O_TRUNC);
     EXPECT_EQ(readOn(), "<gap>" + plainLines(7, 9));
     EXPECT_EQ(m_warnings, 1);
+}
+
+TEST_F(Follow, KeepsTheOrderWhenTheRingComesRoundBeforeItWasRead)
+{
+    for (const bool follow : {true, false}) {
+        for (int n = 1; n <= 3; ++n) {
+            append(n, plainLines(n, n), O_TRUNC);
+            age(traceFile(n), 60 - n);
+        }
+        openRing(follow);
+        append(1, plainLines(4, 4), O_TRUNC);
+        append(2, plainLines(5, 5), O_TRUNC);
+        EXPECT_EQ(readOn(), "<gap><gap>" + (follow ? plainLines(3, 5) : plainLines(3, 3)));
+    }
+    for (int n = 1; n <= 3; ++n)
+        writeShared(n, plainLines(n, n));
+    writeRecord(3, sizeOf(plainLines(3, 3)));
+    openRing(false);
+    for (int n = 1; n <= 3; ++n)
+        writeShared(n, plainLines(3 + n, 3 + n));
+    writeRecord(3, sizeOf(plainLines(6, 6)));
+    EXPECT_EQ(readOn(), "<gap>" + plainLines(4, 6));
 }
 
 TEST_F(Follow, ShowsEveryLineOfTwoWritersOnceInOrderOverManySwitches)
