@@ -4,7 +4,7 @@
 #include <sys/utsname.h>
 #include <unistd.h>
 
-#include <regex>
+#include <algorithm>
 
 #include "support/Sandbox.h"
 
@@ -36,8 +36,10 @@ TEST_F(Ring, HeaderHasItsColumns)
     (void)snprintf(szExpected, sizeof szExpected, "**** %-60.60s %-17sTZ=Europe/Berlin-and-more-charac ",
                    system.c_str(), strlen(info.nodename) > 16 ? "Unknown" : info.nodename);
     EXPECT_EQ(header[0].substr(0, 116), szExpected);
-    EXPECT_TRUE(
-        std::regex_match(header[0].substr(116), std::regex(R"(\d{4}(/\d\d){2} \d\d(:\d\d){2}\.\d{3})")));
+    std::string stamp = header[0].substr(116);
+    std::replace_if(
+        stamp.begin(), stamp.end(), [](char c) { return c >= '0' && c <= '9'; }, '0');
+    EXPECT_EQ(stamp, "0000/00/00 00:00:00.000");
     EXPECT_EQ(header[1], "     yyyy/mm/dd hh:mm:ss.sss                      pid      tid      message-id"
                          "            message(LANG=" +
                              std::string(64, 'l') + ")");
