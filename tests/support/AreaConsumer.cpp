@@ -58,14 +58,15 @@ void AreaConsumer::drain()
     m_rest.erase(0, start);
 }
 
+bool AreaConsumer::hasRoom(uint32_t uBytes) const
+{
+    const uint32_t uRead = __atomic_load_n(&m_pHeader->uReadOffset, __ATOMIC_ACQUIRE);
+    const uint32_t uWrite = __atomic_load_n(&m_pHeader->uWriteOffset, __ATOMIC_ACQUIRE);
+    return (uRead > uWrite ? uRead - uWrite : uRead + m_pHeader->uDataSize - uWrite) > uBytes;
+}
+
 void AreaConsumer::waitForRoom() const
 {
-    for (;;) {
-        const uint32_t uRead = __atomic_load_n(&m_pHeader->uReadOffset, __ATOMIC_ACQUIRE);
-        const uint32_t uWrite = __atomic_load_n(&m_pHeader->uWriteOffset, __ATOMIC_ACQUIRE);
-        const uint32_t uRoom = uRead > uWrite ? uRead - uWrite : uRead + m_pHeader->uDataSize - uWrite;
-        if (uRoom > 50000)
-            return;
+    while (!hasRoom(50000))
         std::this_thread::yield();
-    }
 }

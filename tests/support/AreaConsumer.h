@@ -23,6 +23,8 @@ public:
 
     // Takes out and counts the lines that are there.
     void drain();
+    // True when more bytes than that are free. Safe in a signal handler.
+    bool hasRoom(uint32_t uBytes) const;
     // Waits until the area has room for the longest lines of a dozen writers.
     void waitForRoom() const;
 
