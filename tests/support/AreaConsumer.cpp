@@ -49,13 +49,11 @@ void AreaConsumer::drain()
     }
     m_rest.append(pData + uRead, uWrite - uRead);
     __atomic_store_n(&m_pHeader->uReadOffset, uWrite, __ATOMIC_RELEASE);
-    size_t start = 0;
-    for (size_t end; (end = m_rest.find("\r\n", start)) != std::string::npos; start = end + 2) {
-
-        const std::string whole = areaSender(body(m_rest.substr(start, end - start)));
+    for (const std::string& line : splitLines(m_rest)) {
+        const std::string whole = areaSender(body(line));
         ++(whole.empty() ? m_torn : m_seen[whole]);
     }
-    m_rest.erase(0, start);
+    m_rest.erase(0, m_rest.rfind('\n') + 1);
 }
 
 bool AreaConsumer::hasRoom(uint32_t uBytes) const
@@ -65,8 +63,17 @@ bool AreaConsumer::hasRoom(uint32_t uBytes) const
     return (uRead > uWrite ? uRead - uWrite : uRead + m_pHeader->uDataSize - uWrite) > uBytes;
 }
 
-void AreaConsumer::waitForRoom() const
+void AreaConsumer::put(const std::string& sender, int iNumber) const
 {
-    while (!hasRoom(50000))
+    const std::string text = areaMessage(sender, iNumber);
+    while (!hasRoom(50000)) // for the longest lines of a dozen writers
         std::this_thread::yield();
+    CHECK(ZEBU2_PutToShm(text.data(), text.size()) == 0);
+}
+
+void AreaConsumer::expectEachOnce() const
+{
+    EXPECT_EQ(m_torn, 0);
+    for (const auto& [line, iCount] : m_seen)
+        EXPECT_EQ(iCount, 1) << line;
 }

@@ -25,8 +25,10 @@ public:
     void drain();
     // True when more bytes than that are free. Safe in a signal handler.
     bool hasRoom(uint32_t uBytes) const;
-    // Waits until the area has room for the longest lines of a dozen writers.
-    void waitForRoom() const;
+    // Puts a message once the area has room for it.
+    void put(const std::string& sender, int iNumber) const;
+    // No line was torn, none came twice.
+    void expectEachOnce() const;
 
     std::map<std::string, int> m_seen; // "sender number", how often
     int m_torn = 0;

@@ -109,6 +109,16 @@ const tagZEBU_LOGFILE_SPEC* Sandbox::ring(long size, long count, const std::stri
     return &m_ring;
 }
 
+void Sandbox::putLine(const std::string& text)
+{
+    EXPECT_EQ(result(ZEBU2_PutLine(0, text.c_str())), Result(0, 0));
+}
+
+void Sandbox::stop()
+{
+    EXPECT_EQ(ZEBU2_Finalize(), 0);
+}
+
 AreaHeader Sandbox::areaHeader() const
 {
     AreaHeader header = {};

@@ -53,7 +53,11 @@ protected:
     // A ring in this directory. Valid until the next call.
     const tagZEBU_LOGFILE_SPEC* ring(long size = 65536, long count = 3, const std::string& name = "app");
 
-    // The trace lines of file n, and of the whole ring in the order of their counters' files given.
+    // Puts a line into the process log; stops it. Both must work.
+    static void putLine(const std::string& text);
+    static void stop();
+
+    // The trace lines of file n.
     Lines lines(int n) const { return traceLines(readFile(traceFile(n))); }
 
     AreaHeader areaHeader() const;
