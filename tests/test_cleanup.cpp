@@ -62,7 +62,7 @@ TEST_F(Cleanup, RulesChooseByPatternAgeAndNumber)
         {"a*", NUMBER, 2, ".a4 a1 a5 b sub"},
         {"a*", NUMBER, 2147483647, ".a4 a1 a2 a3 a5 b sub"},
         {"a[13]", NUMBER, 0, ".a4 a2 a5 b sub"},
-        {"*", NUMBER, 0, "sub"},
+        {"*", NUMBER, 2, "a1 a5 sub"},
     };
     std::filesystem::create_directory(in("sub"));
     for (const auto& [pattern, mode, value, left] : cases) {
@@ -136,7 +136,8 @@ TEST_F(Cleanup, ArgumentsAndEntriesAreChecked)
                  {"*", 3, 0, 0x0C000001, 0},
                  {"d*/a", NUMBER, 0, 0x0C00000D, ENOENT},
                  {"a/*", AGE, 0, 0x0C00000D, ENOTDIR},
-                 {"a", NUMBER, 0, 0x0C000014, ENOENT}};
+                 {"a", NUMBER, 0, 0x0C000014, ENOENT},
+                 {"none", AGE, 0, 0x0C000014, ENOENT}};
     for (const auto& [pattern, mode, value, error, code] : cases) {
         EXPECT_EQ(clear(pattern, mode, value), Result(-1, error));
         EXPECT_EQ(lastCode(), code);

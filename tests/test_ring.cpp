@@ -106,6 +106,8 @@ TEST_F(Ring, BelongsToOneProcessUntilItLeaves)
     });
     EXPECT_EQ(iRival, 0);
     putLine("still the parent's");
+    fill(); // so would be the next file
+    EXPECT_EQ(inChild([] { CHECK(result(ZEBU2_PutLine(0, "refused")) == Result(-1, 0x08000016)); }), 0);
     // A daemon: the parent goes, its child goes on.
     Gate left;
     const pid_t iDaemon = startChild([&] {
@@ -116,7 +118,8 @@ TEST_F(Ring, BelongsToOneProcessUntilItLeaves)
     stop();
     left.open();
     EXPECT_EQ(waitForChild(iDaemon), 0);
-    EXPECT_EQ(bodies(lines(1)), (Lines{"parent", "still the parent's", "daemon"}));
+    EXPECT_EQ(bodies(lines(1)), (Lines{"parent", "still the parent's", std::string(4050, 'f')}));
+    EXPECT_EQ(bodies(lines(2)), Lines{"daemon"});
 }
 
 TEST_F(Ring, NeverEmptiesAFileThatIsLocked)

@@ -1,22 +1,20 @@
 #include "support/Sandbox.h"
 
-#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/stat.h>
-#include <utime.h>
 
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
+
+namespace fs = std::filesystem;
+
+static std::error_code cs_ignored;
 
 std::string readFile(const std::string& path)
 {
     std::ifstream in(path, std::ios::binary);
-    std::ostringstream bytes;
-    bytes << in.rdbuf();
-    return bytes.str();
+    return {std::istreambuf_iterator<char>(in), {}};
 }
 
 void writeFile(const std::string& path, const std::string& bytes)
@@ -26,27 +24,22 @@ void writeFile(const std::string& path, const std::string& bytes)
 
 bool exists(const std::string& path)
 {
-    struct stat info;
-    return lstat(path.c_str(), &info) == 0;
+    return fs::exists(fs::symlink_status(path, cs_ignored));
 }
 
 long fileSize(const std::string& path)
 {
-    struct stat info;
-    return stat(path.c_str(), &info) == 0 ? info.st_size : -1;
+    return static_cast<long>(fs::file_size(path, cs_ignored));
 }
 
 int fileMode(const std::string& path)
 {
-    struct stat info;
-    return stat(path.c_str(), &info) == 0 ? static_cast<int>(info.st_mode & 07777) : -1;
+    return static_cast<int>(fs::status(path, cs_ignored).permissions());
 }
 
 void age(const std::string& path, long seconds)
 {
-    const time_t then = time(nullptr) - seconds;
-    const utimbuf times = {then, then};
-    ASSERT_EQ(utime(path.c_str(), &times), 0) << path;
+    fs::last_write_time(path, fs::file_time_type::clock::now() - std::chrono::seconds(seconds));
 }
 
 Lines splitLines(const std::string& bytes)
@@ -83,7 +76,7 @@ Lines bodies(const Lines& lines)
 
 Sandbox::Sandbox()
 {
-    std::string name = std::filesystem::temp_directory_path() / "zebu-test-XXXXXX";
+    std::string name = fs::temp_directory_path() / "zebu-test-XXXXXX";
     if (!mkdtemp(name.data()))
         abort();
     m_dir = name;
@@ -93,8 +86,7 @@ Sandbox::Sandbox()
 
 Sandbox::~Sandbox()
 {
-    std::error_code ignored;
-    std::filesystem::remove_all(m_dir, ignored);
+    fs::remove_all(m_dir, cs_ignored);
 }
 
 void Sandbox::configure(const std::string& extra)
@@ -140,11 +132,8 @@ std::string Sandbox::areaBytes() const
 
 void Sandbox::setAreaField(long offset, uint32_t value) const
 {
-    FILE* file = fopen(areaFile().c_str(), "r+b");
-    ASSERT_NE(file, nullptr);
-    EXPECT_EQ(fseek(file, offset, SEEK_SET), 0);
-    EXPECT_EQ(fwrite(&value, sizeof value, 1, file), 1u);
-    EXPECT_EQ(fclose(file), 0);
+    std::fstream file(areaFile(), std::ios::binary | std::ios::in | std::ios::out);
+    EXPECT_TRUE(file.seekp(offset).write(reinterpret_cast<const char*>(&value), sizeof value));
 }
 
 int lastError()

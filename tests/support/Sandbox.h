@@ -17,8 +17,8 @@ using Lines = std::vector<std::string>;
 
 std::string readFile(const std::string& path);
 void writeFile(const std::string& path, const std::string& bytes);
-bool exists(const std::string& path);
-long fileSize(const std::string& path);
+bool exists(const std::string& path);            // a link too that leads nowhere
+long fileSize(const std::string& path);          // -1 without a file
 int fileMode(const std::string& path);           // permission bits
 void age(const std::string& path, long seconds); // sets the modification time that far back
 
