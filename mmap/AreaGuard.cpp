@@ -37,7 +37,7 @@ static constinit std::atomic<int> cs_iSigSafePuts{0};
 
 static void fs_pause()
 {
-    const timespec pause = {0, 50 * 1000};
+    const timespec pause = {0, 50'000};
     (void)syscall(SYS_nanosleep, &pause, nullptr); // the function of that name can be cancelled
 }
 

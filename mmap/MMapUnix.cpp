@@ -205,7 +205,7 @@ int ZEBUMMapFile::readAndCheckHeader()
     uMapLength = static_cast<unsigned int>(lSize);
     if (lseek(iFd, 0, SEEK_SET) == -1)
         return ZEBU_Fail(ZEBU_EPOS_LSEEK, errno);
-    uint32_t uMagic, uReserved, uDataSize, uReadOffset, uWriteOffset;
+    uint32_t uMagic = 0, uReserved = 0, uDataSize = 0, uReadOffset = 0, uWriteOffset = 0;
     for (uint32_t* puField : {&uMagic, &uReserved, &uDataSize, &uReadOffset, &uWriteOffset}) {
         if (fs_readField(iFd, puField) != 0)
             return -1;

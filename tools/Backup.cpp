@@ -9,7 +9,7 @@
 #include "tools/Verbs.h"
 
 namespace {
-constexpr size_t cs_uBlock = 256 * 1024;
+constexpr size_t cs_uBlock = size_t{256} * 1024;
 
 bool fs_isSame(const struct stat& destination, const std::string& strName)
 {

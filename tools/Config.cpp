@@ -158,9 +158,9 @@ void ZEBUConfigReport::chooseFiles()
     m_strMessages = strWhyNot.empty() ? pszName : ZEBU_cs_pszCnfFileName;
     const auto pConfig = std::make_unique<ZEBUConfigInf>();
     pConfig->iLoaded = 0;
-    if (strWhyNot.empty() && pConfig->loadCnf() != 0)
+    if (pszName && strWhyNot.empty() && pConfig->loadCnf() != 0)
         strWhyNot = std::string(pszName) + " has no absolute LogFile or cannot be read";
-    m_strFile = strWhyNot.empty() ? pszName : ZEBU_cs_pszCnfFileName;
+    m_strFile = pszName && strWhyNot.empty() ? pszName : ZEBU_cs_pszCnfFileName;
     m_bRemarks = pszName && !strWhyNot.empty();
     print("file", m_strFile + " (" +
                       (strWhyNot.empty() ? ZEBU_cs_pszCnf2Env + std::string(" names it") : strWhyNot) + ")");

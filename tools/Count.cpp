@@ -1,6 +1,7 @@
 #include "tools/Count.h"
 
 #include <algorithm>
+#include <cmath>
 #include <nlohmann/json.hpp>
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -53,7 +54,7 @@ void ZEBUCount::print(ZEBUOutput& output) const
         output.writeText(strKey);
         if (output.isTerminal()) {
             const double dShare = static_cast<double>(lCount) / static_cast<double>(rows.front().second);
-            const auto uBar = static_cast<size_t>(dShare * static_cast<double>(cs_uBarMax) + 0.5);
+            const auto uBar = static_cast<size_t>(std::lround(dShare * static_cast<double>(cs_uBarMax)));
             output.write(std::string(uKeyWidth - strKey.size() + 2, ' ') +
                          std::string(std::max<size_t>(uBar, 1), '#'));
         }

@@ -11,7 +11,7 @@
 #include <nlohmann/json.hpp>
 
 namespace {
-constexpr size_t cs_uBuffer = 64 * 1024;
+constexpr size_t cs_uBuffer = size_t{64} * 1024;
 volatile sig_atomic_t cs_bEnded = 0;
 
 // Comes again every second: a signal that arrives just before a write that waits would go unnoticed.

@@ -7,7 +7,7 @@
 #include "tools/Verbs.h"
 
 namespace {
-constexpr size_t cs_uBlock = 256 * 1024;
+constexpr size_t cs_uBlock = size_t{256} * 1024;
 
 // A record that outlives the buffer it was cut from.
 struct Kept

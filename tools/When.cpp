@@ -8,8 +8,8 @@
 namespace {
 ZEBUTime fs_pack(const tm& local, long lMilliseconds)
 {
-    const long lDate = (local.tm_year + 1900L) * 10000 + (local.tm_mon + 1) * 100 + local.tm_mday;
-    return ((lDate * 100 + local.tm_hour) * 100 + local.tm_min) * 100000 + local.tm_sec * 1000 +
+    const long lDate = (local.tm_year + 1900L) * 10000 + (local.tm_mon + 1) * 100L + local.tm_mday;
+    return ((lDate * 100 + local.tm_hour) * 100 + local.tm_min) * 100000 + local.tm_sec * 1000L +
            lMilliseconds;
 }
 

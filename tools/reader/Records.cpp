@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <string.h>
 
-static constexpr size_t cs_uBuffer = 256 * 1024;
+static constexpr size_t cs_uBuffer = size_t{256} * 1024;
 static_assert(cs_uBuffer >= 2 * ZEBU_RECORD_MAX, "a record moved to the front leaves room to read on");
 
 ZEBURecords::ZEBURecords(std::unique_ptr<ZEBUSource> pSource, bool bForeign)

@@ -14,7 +14,7 @@
 #include "tools/reader/Source.h"
 
 // The longest record. What a message continues with beyond it becomes a further record.
-constexpr size_t ZEBU_RECORD_MAX = 64 * 1024;
+constexpr size_t ZEBU_RECORD_MAX = size_t{64} * 1024;
 
 enum class ZEBURecordKind { Line, Header, Text };
 

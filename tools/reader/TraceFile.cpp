@@ -6,7 +6,7 @@
 #include <unistd.h>
 #include <vector>
 
-static constexpr size_t cs_uScanBlock = 256 * 1024;
+static constexpr size_t cs_uScanBlock = size_t{256} * 1024;
 
 int ZEBUTraceFile::open(const std::string& strPath, bool bAnyKind)
 {
