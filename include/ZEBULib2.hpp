@@ -123,57 +123,20 @@ inline const char* failure_name(int failure) noexcept
 
 inline const char* function_name(int function) noexcept
 {
-    static constexpr const char* names[] = {nullptr,
-                                            nullptr,
-                                            "SetLogLevel",
-                                            nullptr,
-                                            "SetFileThreshold",
-                                            "SetShmThreshold",
-                                            "Initialize",
-                                            "Finalize",
-                                            "PutLine",
-                                            "PutWithId",
-                                            "PutWithIdEx",
-                                            "FileBufferFlush",
-                                            "LogFileClear",
-                                            "PutToShm",
-                                            "TraceBackup",
-                                            "SetInstanceLogLevel",
-                                            "GetInstanceLogLevel",
-                                            "SetInstanceFileThreshold",
-                                            "SetInstanceShmThreshold",
-                                            "CreateInstance",
-                                            "DeleteInstance",
-                                            "PutInstanceLine",
-                                            "PutInstanceWithId",
-                                            "PutInstanceWithIdEx",
-                                            "InstanceFileBufferFlush",
-                                            "InstanceTraceBackup",
-                                            nullptr,
-                                            nullptr,
-                                            nullptr,
-                                            nullptr,
-                                            nullptr,
-                                            nullptr,
-                                            "PutWithMsgType",
-                                            "PutInstanceWithMsgType",
-                                            nullptr,
-                                            "PutWithIdAndTidEx",
-                                            "PutWithMsgTypeAndTid",
-                                            "ChFileAttr",
-                                            "ChInstanceFileAttr",
-                                            "InitializeM",
-                                            "CreateInstanceM",
-                                            "GetLockWaitTime",
-                                            "SetLockWaitTime",
-                                            "GetLockRetryTimes",
-                                            "SetLockRetryTimes",
-                                            "GetInstanceLockWaitTime",
-                                            "SetInstanceLockWaitTime",
-                                            "GetInstanceLockRetryTimes",
-                                            "SetInstanceLockRetryTimes",
-                                            "TraceBackupM",
-                                            "InstanceTraceBackupM"};
+    // clang-format off
+    static constexpr const char* names[] = {
+        nullptr, nullptr, "SetLogLevel", nullptr, "SetFileThreshold", "SetShmThreshold", "Initialize",
+        "Finalize", "PutLine", "PutWithId", "PutWithIdEx", "FileBufferFlush", "LogFileClear", "PutToShm",
+        "TraceBackup", "SetInstanceLogLevel", "GetInstanceLogLevel", "SetInstanceFileThreshold",
+        "SetInstanceShmThreshold", "CreateInstance", "DeleteInstance", "PutInstanceLine", "PutInstanceWithId",
+        "PutInstanceWithIdEx", "InstanceFileBufferFlush", "InstanceTraceBackup", nullptr, nullptr, nullptr,
+        nullptr, nullptr, nullptr, "PutWithMsgType", "PutInstanceWithMsgType", nullptr, "PutWithIdAndTidEx",
+        "PutWithMsgTypeAndTid", "ChFileAttr", "ChInstanceFileAttr", "InitializeM", "CreateInstanceM",
+        "GetLockWaitTime", "SetLockWaitTime", "GetLockRetryTimes", "SetLockRetryTimes",
+        "GetInstanceLockWaitTime", "SetInstanceLockWaitTime", "GetInstanceLockRetryTimes",
+        "SetInstanceLockRetryTimes", "TraceBackupM", "InstanceTraceBackupM",
+    };
+    // clang-format on
     static_assert(sizeof names / sizeof *names == ZEBU_FUNC_INSTANCE_TRACE_BACKUP_M + 1);
     return function <= ZEBU_FUNC_INSTANCE_TRACE_BACKUP_M ? names[function] : nullptr;
 }
@@ -505,37 +468,71 @@ private:
     char m_label[9];
 };
 
+namespace detail {
+
+// What both owners share. Log gives close(), start(spec, files), set_permissions(mode), and tells as a
+// truth value whether it owns a log.
+template <class Log>
+class owner : public puts<Log>
+{
+public:
+    const status& open(const ring& files, text name) noexcept
+    {
+        const tagZEBU_LOGFILE_SPEC spec = files.spec();
+        return begin(&spec, files, name_buffer(name));
+    }
+    const status& open(no_ring_t, text name) noexcept
+    {
+        return begin(nullptr, ring(nullptr), name_buffer(name));
+    }
+    const status& state() const noexcept { return m_state; }
+
+protected:
+    owner() noexcept = default;
+    owner(owner&& other) noexcept : m_state(std::exchange(other.m_state, {})), m_name(other.m_name) {}
+    owner& operator=(owner&& other) noexcept
+    {
+        m_state = std::exchange(other.m_state, {});
+        m_name = other.m_name;
+        return *this;
+    }
+
+    const status& begin(const tagZEBU_LOGFILE_SPEC* spec, const ring& files, const name_buffer& name) noexcept
+    {
+        Log& log = static_cast<Log&>(*this);
+        (void)log.close();
+        if (log) // could not be closed
+            return m_state;
+        m_name = name;
+        const int result = log.start(spec, files);
+        m_state = status(result, last_error());
+        if (spec && m_state.has_files() && files.mode() != -1 && log.set_permissions(files.mode()) != 0)
+            m_state = status(result, last_error());
+        return m_state;
+    }
+
+    status m_state;
+    name_buffer m_name;
+};
+
+} // namespace detail
+
 // Owns the process log: started by open(), stopped by close() or the end of the owner. One per process.
-class process_log : public puts<process_log>
+class process_log : public detail::owner<process_log>
 {
 public:
     process_log() noexcept = default;
     process_log(const ring& files, text name) noexcept { (void)open(files, name); }
     process_log(no_ring_t, text name) noexcept { (void)open(no_ring, name); }
     ~process_log() { (void)close(); }
-    process_log(process_log&& other) noexcept : m_state(other.m_state), m_name(other.m_name)
-    {
-        other.m_state = {};
-    }
+    process_log(process_log&& other) noexcept = default;
     process_log& operator=(process_log&& other) noexcept
     {
         if (this != &other) {
             (void)close();
-            m_state = other.m_state;
-            m_name = other.m_name;
-            other.m_state = {};
+            owner::operator=(std::move(other));
         }
         return *this;
-    }
-
-    const status& open(const ring& files, text name) noexcept
-    {
-        const tagZEBU_LOGFILE_SPEC spec = files.spec();
-        return begin(&spec, files, detail::name_buffer(name));
-    }
-    const status& open(no_ring_t, text name) noexcept
-    {
-        return begin(nullptr, ring(nullptr), detail::name_buffer(name));
     }
 
     // 0, or -1 when closing failed (last_error()); closed all the same.
@@ -562,7 +559,6 @@ public:
         return begin(nullptr, ring(nullptr), m_name);
     }
 
-    const status& state() const noexcept { return m_state; }
     explicit operator bool() const noexcept { return static_cast<bool>(m_state); }
 
     // Whether a message of this level would be processed. Clears the thread's error, as ZEBU2_GetLogLevel
@@ -590,27 +586,18 @@ public:
     }
 
 private:
-    const status& begin(const tagZEBU_LOGFILE_SPEC* spec, const ring& files,
-                        const detail::name_buffer& name) noexcept
+    friend detail::owner<process_log>;
+    int start(const tagZEBU_LOGFILE_SPEC* spec, const ring& files) noexcept
     {
-        (void)close();
-        m_name = name;
-        const int result = files.is_shared() ? ZEBU2_InitializeM(spec, m_name.buffer, files.options())
-                                             : ZEBU2_Initialize(spec, m_name.buffer);
-        m_state = status(result, last_error());
-        if (spec && m_state.has_files() && files.mode() != -1 && ZEBU2_ChFileAttr(files.mode()) != 0)
-            m_state = status(result, last_error());
-        return m_state;
+        return files.is_shared() ? ZEBU2_InitializeM(spec, m_name.buffer, files.options())
+                                 : ZEBU2_Initialize(spec, m_name.buffer);
     }
-
-    status m_state;
-    detail::name_buffer m_name;
 };
 
 // ---- Instances -----------------------------------------------------------------------------------
 
 // Owns a trace instance, a log with a ring, a name, levels and thresholds of its own.
-class instance : public puts<instance>
+class instance : public detail::owner<instance>
 {
 public:
     instance() noexcept = default;
@@ -618,30 +605,17 @@ public:
     instance(no_ring_t, text name) noexcept { (void)open(no_ring, name); }
     ~instance() { (void)close(); }
     instance(instance&& other) noexcept
-        : m_state(other.m_state), m_handle(other.m_handle), m_name(other.m_name)
+        : owner(std::move(other)), m_handle(std::exchange(other.m_handle, nullptr))
     {
-        other.forget();
     }
     instance& operator=(instance&& other) noexcept
     {
         if (this != &other) {
             (void)close();
-            m_state = other.m_state;
-            m_handle = other.m_handle;
-            m_name = other.m_name;
-            other.forget();
+            m_handle = std::exchange(other.m_handle, nullptr);
+            owner::operator=(std::move(other));
         }
         return *this;
-    }
-
-    const status& open(const ring& files, text name) noexcept
-    {
-        const tagZEBU_LOGFILE_SPEC spec = files.spec();
-        return begin(&spec, files, detail::name_buffer(name));
-    }
-    const status& open(no_ring_t, text name) noexcept
-    {
-        return begin(nullptr, ring(nullptr), detail::name_buffer(name));
     }
 
     // 0, or -1 when closing failed; an instance that could not be closed is still owned.
@@ -651,7 +625,8 @@ public:
             return 0;
         if (ZEBU2_DeleteInstance(m_handle) != 0)
             return -1;
-        forget();
+        m_handle = nullptr;
+        m_state = {};
         return 0;
     }
 
@@ -670,7 +645,6 @@ public:
         return m_state;
     }
 
-    const status& state() const noexcept { return m_state; }
     explicit operator bool() const noexcept { return m_handle != nullptr; }
     ZEBU2_HINSTANCE handle() const noexcept { return m_handle; }
 
@@ -701,30 +675,14 @@ public:
     }
 
 private:
-    void forget() noexcept
+    friend detail::owner<instance>;
+    int start(const tagZEBU_LOGFILE_SPEC* spec, const ring& files) noexcept
     {
-        m_handle = nullptr;
-        m_state = {};
+        return files.is_shared() ? ZEBU2_CreateInstanceM(&m_handle, spec, m_name.buffer, files.options())
+                                 : ZEBU2_CreateInstance(&m_handle, spec, m_name.buffer);
     }
 
-    const status& begin(const tagZEBU_LOGFILE_SPEC* spec, const ring& files,
-                        const detail::name_buffer& name) noexcept
-    {
-        if (close() != 0)
-            return m_state;
-        m_name = name;
-        const int result = files.is_shared()
-                               ? ZEBU2_CreateInstanceM(&m_handle, spec, m_name.buffer, files.options())
-                               : ZEBU2_CreateInstance(&m_handle, spec, m_name.buffer);
-        m_state = status(result, last_error());
-        if (spec && m_state.has_files() && files.mode() != -1 && set_permissions(files.mode()) != 0)
-            m_state = status(result, last_error());
-        return m_state;
-    }
-
-    status m_state;
     ZEBU2_HINSTANCE m_handle = nullptr;
-    detail::name_buffer m_name;
 };
 
 } // namespace zebu2
