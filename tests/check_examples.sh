@@ -44,8 +44,8 @@ has 6 $area 'files -1'
 has 0 "app1.log $area" 'log level -1'
 
 run 0 threads app /usr/include/linux 3
-has 3 'app?.log' 'walker is done'
-has 6 $area walker
+has 3 'app?.log' 'a thread is done'
+has 6 $area 'a thread '
 
 run 0 instances .
 has 1 audit1.log ' audit .* LOGIN  *user 4711'
