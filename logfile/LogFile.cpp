@@ -99,7 +99,6 @@ int ZebuLogFile::openLocked(const char* pszName, unsigned long ulFlags)
 // Opens the current file number again after a failed open, switch or close.
 int ZebuLogFile::reopenFile()
 {
-    const ZEBUCancelGuard cancel;
     ulCurFileSize = 0;
     if (!bKeepContents)
         return openTraceFile(cs_ulEmpty);
@@ -131,7 +130,6 @@ bool ZebuLogFile::isHeldElsewhere() const
 // one ring on. The child gets the ring when nobody else is using it any more (a daemon's parent has left).
 int ZebuLogFile::takeOverRing()
 {
-    const ZEBUCancelGuard cancel;
     if (isHeldElsewhere())
         return ZEBU_Fail(ZEBU_EPOS_LOCK, EAGAIN);
     return closeFile() == 0 ? openFile() : -1;
@@ -179,7 +177,6 @@ int ZebuLogFile::selectAndWriteFile(const char* pszLine, unsigned long ulLength)
 
 int ZebuLogFile::moveOn()
 {
-    const ZEBUCancelGuard cancel;
     const int iClosed = closeFile();
     (void)putSyslogMessage(static_cast<int>(lCurFileNo));
     lCurFileNo = lCurFileNo % lFileNum + 1;
