@@ -107,7 +107,6 @@ public:
 
 private:
     friend class ZEBURingLock;
-    friend struct ZEBUMultiLogFileAccess; // tests
 
     // ---- MultiLogFile.cpp
     int openFileFunc(int* piFd, const char* pszName, int iFlags);

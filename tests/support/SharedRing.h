@@ -17,13 +17,6 @@
 #include "multilog/MultiLogFile.h"
 #include "support/Sandbox.h"
 
-struct ZEBUMultiLogFileAccess
-{
-    static unsigned int lockCount(const ZebuMultiLogFile& ring) { return ring.uLockCount; }
-    static int lock(ZebuMultiLogFile& ring) { return ring.mp_lock(); }
-    static int unlock(ZebuMultiLogFile& ring) { return ring.mp_unlock(); }
-};
-
 // The ring as one process has it; closed when the test is done with it.
 struct RingCloser
 {
