@@ -33,14 +33,6 @@ protected:
                 return bytes;
         }
     }
-    // Overwrites bytes of a file as they would change in a mapping.
-    void store(int n, size_t offset, const std::string& bytes) const
-    {
-        const int fd = open(traceFile(n).c_str(), O_WRONLY);
-        ASSERT_EQ(pwrite(fd, bytes.data(), bytes.size(), static_cast<off_t>(offset)),
-                  static_cast<ssize_t>(bytes.size()));
-        (void)close(fd);
-    }
     void append(int n, const std::string& bytes, int flags = 0) const
     {
         const int fd = open(traceFile(n).c_str(), O_WRONLY | O_CREAT | O_APPEND | flags, 0644);
@@ -52,40 +44,32 @@ protected:
     int m_warnings = 0;
 };
 
-unsigned sizeOf(const std::string& bytes)
-{
-    return static_cast<unsigned>(bytes.size());
-}
 } // namespace
 
 TEST_F(Follow, WaitsForALineThatIsOnItsWay)
 {
-    const std::string old = plainLines(1, 2);
-    const std::string next = line(3, "10:00:03.000", "next");
-    const std::string place = old + next;
+    const std::string old = plainLines(1, 2), next = plainLines(3, 3), all = old + next;
     // In each state the record already tells of the line, or the line is there and the record does not tell.
     const struct
     {
         const char* name;
         std::string live;
-        unsigned offset;
+        size_t offset;
     } states[] = {
-        {"nothing stored", old + mark(), sizeOf(place)},
-        {"line without its mark", place, sizeOf(place)},
+        {"nothing stored", old + mark(), all.size()},
+        {"line without its mark", all, all.size()},
         {"mark without its line", old + mark().substr(0, 1) + std::string(next.size() - 1, 'x') + mark(),
-         sizeOf(place)},
-        {"everything but the offset", place + mark(), sizeOf(old)},
+         all.size()},
+        {"everything but the offset", all + mark(), old.size()},
     };
     for (const auto& state : states) {
-        writeShared(1, old);
-        writeRecord(1, sizeOf(old), 1);
+        writeRing({old}, 1);
         openRing();
         EXPECT_EQ(readOn(), old);
-        store(1, 0, state.live);
-        writeRecord(1, state.offset, 1);
+        writeFile(traceFile(1), state.live);
+        writeRecord(1, static_cast<unsigned>(state.offset), 1);
         EXPECT_EQ(readOn(), "") << state.name;
-        store(1, 0, place + mark());
-        writeRecord(1, sizeOf(place), 1);
+        writeRing({all}, 1);
         EXPECT_EQ(readOn(), next) << state.name;
         EXPECT_EQ(m_warnings, 0);
     }
@@ -93,53 +77,38 @@ TEST_F(Follow, WaitsForALineThatIsOnItsWay)
 
 TEST_F(Follow, FinishesAFileBeforeItGoesOnToTheNext)
 {
-    writeShared(1, plainLines(1, 3));
-    writeShared(2, "");
-    writeShared(3, "", plainLines(80, 89));
-    writeRecord(1, sizeOf(plainLines(1, 3)));
+    writeRing({plainLines(1, 3), "", ""}, 1);
     openRing();
     EXPECT_EQ(readOn(), plainLines(1, 3));
-    writeShared(1, plainLines(1, 6));
-    writeShared(2, fileHeader() + plainLines(7, 9));
-    writeShared(3, fileHeader());
-    writeRecord(3, sizeOf(fileHeader()));
+    writeRing({plainLines(1, 6), fileHeader() + plainLines(7, 9), fileHeader()}, 3);
     EXPECT_EQ(readOn(), plainLines(4, 6) + fileHeader() + plainLines(7, 9) + fileHeader());
-    writeShared(3, fileHeader() + plainLines(10, 10));
-    writeRecord(3, sizeOf(fileHeader() + plainLines(10, 10)));
+    writeShared(3, fileHeader() + plainLines(10, 10), plainLines(80, 89));
+    writeRecord(3, static_cast<unsigned>((fileHeader() + plainLines(10, 10)).size()));
     EXPECT_EQ(readOn(), plainLines(10, 10));
 }
 
 TEST_F(Follow, SaysWhenTheRingOvertookItAndMixesNoCycles)
 {
-    writeShared(1, plainLines(1, 3));
-    writeShared(2, "");
-    writeRecord(1, sizeOf(plainLines(1, 3)), 2);
+    writeRing({plainLines(1, 3), ""}, 1);
     openRing();
     EXPECT_EQ(readOn(), plainLines(1, 3));
-    writeShared(2, plainLines(20, 24));
-    writeShared(1, plainLines(25, 29));
-    writeRecord(1, sizeOf(plainLines(25, 29)), 2);
+    writeRing({plainLines(25, 29), plainLines(20, 24)}, 1);
     EXPECT_EQ(readOn(), "<gap>" + plainLines(20, 29));
     EXPECT_EQ(m_warnings, 1);
     // Round again, but not as far as the place that was read.
-    writeShared(2, plainLines(30, 31));
-    store(1, 0, plainLines(32, 32) + mark());
-    writeRecord(1, sizeOf(plainLines(32, 32)), 2);
+    writeRing({plainLines(32, 32), plainLines(30, 31)}, 1);
     EXPECT_EQ(readOn(), "<gap>" + plainLines(30, 32));
 }
 
 TEST_F(Follow, GoesOnInARepairedOrReplacedRecord)
 {
-    writeShared(1, plainLines(1, 2));
-    writeFile(path("note"), "");
-    writeRecord(1, sizeOf(plainLines(1, 2)), 1);
+    writeRing({plainLines(1, 2)}, 1);
     openRing();
     EXPECT_EQ(readOn(), plainLines(1, 2));
     writeRecord(0, 0, 1);
     EXPECT_EQ(readOn(), "");
     EXPECT_EQ(unlink(managementFile().c_str()), 0);
-    writeShared(1, plainLines(1, 3));
-    writeRecord(1, sizeOf(plainLines(1, 3)), 1);
+    writeRing({plainLines(1, 3)}, 1);
     EXPECT_EQ(readOn(), plainLines(3, 3));
 }
 
@@ -173,60 +142,41 @@ TEST_F(Follow, KeepsTheOrderWhenTheRingComesRoundBeforeItWasRead)
         append(2, plainLines(5, 5), O_TRUNC);
         EXPECT_EQ(readOn(), "<gap><gap>" + (follow ? plainLines(3, 5) : plainLines(3, 3)));
     }
-    for (int n = 1; n <= 3; ++n)
-        writeShared(n, plainLines(n, n));
-    writeRecord(3, sizeOf(plainLines(3, 3)));
+    writeRing({plainLines(1, 1), plainLines(2, 2), plainLines(3, 3)}, 3);
     openRing(false);
-    for (int n = 1; n <= 3; ++n)
-        writeShared(n, plainLines(3 + n, 3 + n));
-    writeRecord(3, sizeOf(plainLines(6, 6)));
+    writeRing({plainLines(4, 4), plainLines(5, 5), plainLines(6, 6)}, 3);
     EXPECT_EQ(readOn(), "<gap>" + plainLines(4, 6));
 }
 
 TEST_F(Follow, ShowsEveryLineOfTwoWritersOnceInOrderOverManySwitches)
 {
     const int count = 500;
-    RunningTool* tool = nullptr;
-    Gate gate;
-    const auto writer = [&](char letter) {
-        return startChild([&, letter] {
-            CHECK(ZEBU2_InitializeM(ring(16384, 12), std::string(1, letter).c_str(), 0) >= 0);
-            ZEBU2_SetLockRetryTimes(1000);
-            gate.wait();
-            for (int i = 0; i < count; ++i)
-                CHECK(ZEBU2_PutLine(
-                          0, (letter + std::to_string(i) + std::string(static_cast<size_t>(i % 60), '.'))
-                                 .c_str()) == 0);
-            CHECK(ZEBU2_Finalize() == 0);
-        });
+    const auto text = [](char writer, int i) {
+        return writer + std::to_string(i) + std::string(static_cast<size_t>(i % 60), '.');
     };
-    EXPECT_EQ(inChild([&] {
-                  CHECK(ZEBU2_InitializeM(ring(16384, 12), "first", 0) >= 0);
-                  CHECK(ZEBU2_Finalize() == 0);
-              }),
-              0);
-    RunningTool running({"show", "-f", "--interval", "1", "--grep", "^[abz]", prefix()});
-    tool = &running;
-    const pid_t a = writer('a');
-    const pid_t b = writer('b');
-    gate.open();
-    EXPECT_EQ(waitForChild(a), 0);
-    EXPECT_EQ(waitForChild(b), 0);
-    EXPECT_EQ(zebu2({"put", "--ring", prefix(), "--size", "16384", "--files", "12", "--shared", "z"}).status,
-              0);
+    const auto write = [&](char writer, int lines) {
+        CHECK(ZEBU2_InitializeM(ring(16384, 12), "writer", 0) >= 0);
+        ZEBU2_SetLockRetryTimes(1000);
+        for (int i = 0; i < lines; ++i)
+            CHECK(ZEBU2_PutLine(0, text(writer, i).c_str()) == 0);
+        CHECK(ZEBU2_Finalize() == 0);
+    };
+    ASSERT_EQ(inChild([&] { write('-', 0); }), 0);
+    RunningTool tool({"show", "-f", "--interval", "1", "--grep", "^[abz]", prefix()});
+    const pid_t writers[] = {startChild([&] { write('a', count); }), startChild([&] { write('b', count); })};
+    EXPECT_EQ(waitForChild(writers[0]) | waitForChild(writers[1]), 0);
+    expectStatus(0, {{"put", "--ring", prefix(), "--size", "16384", "--files", "12", "--shared", "z"}});
     int next[2] = {0, 0};
-    for (const std::string& text : bodies(splitLines(tool->readUntil(" z\r\n")))) {
-        int& i = next[text[0] == 'b'];
-        if (text[0] == 'z')
-            continue;
-        ASSERT_EQ(text, text[0] + std::to_string(i) + std::string(static_cast<size_t>(i % 60), '.'));
-        ++i;
+    for (const std::string& shown : bodies(splitLines(tool.readUntil(" z\r\n")))) {
+        if (shown == "z")
+            break;
+        ASSERT_EQ(shown, text(shown[0], next[shown[0] == 'b']++));
     }
     EXPECT_EQ(next[0], count);
     EXPECT_EQ(next[1], count);
     EXPECT_TRUE(exists(traceFile(6)));
-    running.signal(SIGTERM);
-    EXPECT_EQ(running.wait(), 0);
+    tool.signal(SIGTERM);
+    EXPECT_EQ(tool.wait(), 0);
 }
 
 TEST_F(Follow, EndsQuietlyWithItsReader)

@@ -2,7 +2,7 @@
 
 #include <fcntl.h>
 #include <signal.h>
-#include <string.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -17,31 +17,33 @@ void runTool(const Words& words)
     CHECK(false);
 }
 
-std::string drainFile(FILE* file)
+// What was written to a file without a name.
+std::string readAll(int file)
 {
-    std::string bytes;
-    char block[4096];
-    rewind(file);
-    for (size_t got; (got = fread(block, 1, sizeof block, file)) > 0;)
-        bytes.append(block, got);
-    (void)fclose(file);
+    const std::string bytes = readFile("/proc/self/fd/" + std::to_string(file));
+    (void)close(file);
     return bytes;
 }
 } // namespace
 
 ToolResult zebu2(const Words& words, const std::string& input)
 {
-    FILE* in = tmpfile();
-    FILE* out = tmpfile();
-    FILE* err = tmpfile();
-    CHECK(in && out && err && fwrite(input.data(), 1, input.size(), in) == input.size());
-    rewind(in);
+    const int in = memfd_create("in", MFD_CLOEXEC);
+    const int out = memfd_create("out", MFD_CLOEXEC);
+    const int err = memfd_create("err", MFD_CLOEXEC);
+    CHECK(pwrite(in, input.data(), input.size(), 0) == static_cast<ssize_t>(input.size()));
     const int status = inChild([&] {
-        CHECK(dup2(fileno(in), 0) == 0 && dup2(fileno(out), 1) == 1 && dup2(fileno(err), 2) == 2);
+        CHECK(dup2(in, 0) == 0 && dup2(out, 1) == 1 && dup2(err, 2) == 2);
         runTool(words);
     });
-    (void)fclose(in);
-    return {status, drainFile(out), drainFile(err)};
+    (void)close(in);
+    return {status, readAll(out), readAll(err)};
+}
+
+void expectStatus(int status, const std::vector<Words>& calls)
+{
+    for (const Words& words : calls)
+        EXPECT_EQ(zebu2(words).status, status) << ::testing::PrintToString(words);
 }
 
 RunningTool::RunningTool(const Words& words, int pipeSize)
@@ -139,21 +141,29 @@ std::string ToolTest::mark()
     return "\x1A\r\n\r\n\r\n\r\n----------< End of Data >----------\r\n\r\n";
 }
 
-void ToolTest::writeShared(int n, const std::string& live, const std::string& behind, size_t size) const
+void ToolTest::writeShared(int n, const std::string& live, const std::string& behind) const
 {
     std::string bytes = live + mark() + behind;
-    bytes.resize(std::max(size, bytes.size()), ' ');
+    bytes.resize(std::max(bytes.size(), size_t{4096}), ' ');
     writeFile(traceFile(n), bytes);
 }
 
-void ToolTest::writeRecord(unsigned current, unsigned offset, unsigned files, unsigned mode) const
+void ToolTest::writeRecord(unsigned current, unsigned offset, unsigned files) const
 {
-    const uint32_t words[16] = {0x5542455A, 0xEFBBBF00, 4096, files, offset, current, mode, 1};
+    const uint32_t words[16] = {0x5542455A, 0xEFBBBF00, 4096, files, offset, current, 0xFFFFFFC0, 1};
     (void)mkdir(path("mmap").c_str(), 0777);
     // Written in place: the tool may have it mapped.
     const int fd = open(managementFile().c_str(), O_WRONLY | O_CREAT, 0644);
     ASSERT_EQ(pwrite(fd, words, sizeof words, 0), ssize_t{sizeof words});
     (void)close(fd);
+}
+
+void ToolTest::writeRing(const Lines& files, size_t current) const
+{
+    for (size_t n = 1; n <= files.size(); ++n)
+        writeShared(static_cast<int>(n), files[n - 1]);
+    writeRecord(static_cast<unsigned>(current), static_cast<unsigned>(files[current - 1].size()),
+                static_cast<unsigned>(files.size()));
 }
 
 void ToolTest::writeArea(uint32_t dataSize, uint32_t read, uint32_t write, const std::string& unread) const

@@ -18,6 +18,7 @@ struct ToolResult
 
 // Runs the tool to its end.
 ToolResult zebu2(const Words& words, const std::string& input = "");
+void expectStatus(int status, const std::vector<Words>& calls);
 
 // The tool while it runs; killed with the object.
 class RunningTool
@@ -55,10 +56,11 @@ protected:
     static std::string startHeader();
     static std::string mark();
 
-    // Writes file n of the ring: live data, the mark, and what else fills it up to a size.
-    void writeShared(int n, const std::string& live, const std::string& behind = "",
-                     size_t size = 4096) const;
-    void writeRecord(unsigned current, unsigned offset, unsigned files = 3, unsigned mode = 0xFFFFFFC0) const;
+    // Writes file n of a shared ring: live data, the mark, and what else is there.
+    void writeShared(int n, const std::string& live, const std::string& behind = "") const;
+    void writeRecord(unsigned current, unsigned offset, unsigned files = 3) const;
+    // Writes a shared ring of these live data, with its record at the end of the current file's.
+    void writeRing(const Lines& files, size_t current) const;
     std::string managementFile() const { return path("mmap/app.mm"); }
 
     // Writes an area of a data size, with bytes from the read offset on.
