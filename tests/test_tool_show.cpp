@@ -225,4 +225,5 @@ TEST_F(Show, AgreesWithItselfOverBlocksAndRecordsOfAnySize)
     EXPECT_EQ(splitLines(fast), traceLines(bytes));
     EXPECT_EQ(fast, show({"-o", "raw", "--until", "2030-01-01", "big"}));
     EXPECT_EQ(show({"-o", "raw", "--grep", "^y", "big"}).size(), 68 + 300002 + 200002u);
+    EXPECT_EQ(counters({"--grep", "^end", "big"}), "0002");
 }

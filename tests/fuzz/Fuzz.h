@@ -3,21 +3,28 @@
 #ifndef ZEBU_TESTS_FUZZ_FUZZ_H
 #define ZEBU_TESTS_FUZZ_FUZZ_H
 
-#include <signal.h>
 #include <stddef.h>
 #include <stdint.h>
-#include <stdio.h>
 #include <stdlib.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
+#include <memory>
 #include <string>
 #include <string_view>
 
 #define FUZZ_CHECK(condition) ((condition) ? (void)0 : abort())
 
+// The target, of which each program has one.
+static void fuzz(std::string_view input);
+
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t uSize);
+int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t uSize)
+{
+    fuzz({reinterpret_cast<const char*>(pData), uSize});
+    return 0;
+}
 
 // One directory for the whole run, removed at its end.
 class FuzzDir
@@ -37,10 +44,14 @@ public:
 
     void write(const std::string& name, std::string_view bytes) const
     {
-        FILE* pFile = fopen(path(name).c_str(), "wb");
-        FUZZ_CHECK(pFile);
-        FUZZ_CHECK(fwrite(bytes.data(), 1, bytes.size(), pFile) == bytes.size());
-        FUZZ_CHECK(fclose(pFile) == 0);
+        std::ofstream out(path(name), std::ios::binary);
+        FUZZ_CHECK(out << bytes << std::flush);
+    }
+
+    std::string read(const std::string& name) const
+    {
+        std::ifstream in(path(name), std::ios::binary);
+        return {std::istreambuf_iterator<char>(in), {}};
     }
 
     // A ring "app": the input is cut into a management file of 64 bytes and three trace files, each behind
@@ -68,21 +79,8 @@ public:
         return u < bytes.size() ? static_cast<unsigned char>(bytes[u]) : 0;
     }
 
-    // A damaged record may ask for a gigabyte of files: nothing may grow beyond a megabyte.
-    static void limitFiles()
-    {
-        const rlimit limit = {1 << 20, 1 << 20};
-        FUZZ_CHECK(setrlimit(RLIMIT_FSIZE, &limit) == 0);
-        (void)signal(SIGXFSZ, SIG_IGN);
-    }
-
 private:
     std::string m_path;
 };
-
-inline std::string_view fuzzText(const uint8_t* pData, size_t uSize)
-{
-    return {reinterpret_cast<const char*>(pData), uSize};
-}
 
 #endif

@@ -6,18 +6,18 @@
 #include "mmap/AreaGuard.h"
 #include "mmap/MMap.h"
 
-int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t uSize)
+static void fuzz(std::string_view input)
 {
     tagZEBU_AREA_HEADER header = {ZEBU_AREA_MAGIC, 0, 0, 0, 0, 0};
-    if (uSize < sizeof header + 4)
-        return 0;
-    memcpy(&header, pData, sizeof header);
+    if (input.size() < sizeof header + 4)
+        return;
+    memcpy(&header, input.data(), sizeof header);
     constexpr uint32_t uDead = 0x3FFFFF; // a thread that died within its append
     header.uGuard = header.uGuard & 1 ? uDead : 0;
     if (header.uMagic % 4 != 0)
         header.uMagic = ZEBU_AREA_MAGIC;
-    const uint32_t uLength = static_cast<uint32_t>(sizeof header) + pData[24] * 4;
-    const uint32_t uLine = pData[25] * 4u + pData[26];
+    const uint32_t uLength = static_cast<uint32_t>(sizeof header) + FuzzDir::byte(input, 24) * 4;
+    const uint32_t uLine = FuzzDir::byte(input, 25) * 4u + FuzzDir::byte(input, 26);
     auto* pMap = static_cast<char*>(malloc(uLength)); // exactly: what follows is poisoned
     memset(pMap, '.', uLength);
     memcpy(pMap, &header, sizeof header);
@@ -38,5 +38,4 @@ int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t uSize)
             FUZZ_CHECK(pMap[sizeof header + (before.uWriteOffset + u) % before.uDataSize] == 'x');
     }
     free(pMap);
-    return 0;
 }

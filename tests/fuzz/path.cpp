@@ -12,21 +12,17 @@ static bool isNormal(std::string_view path)
             framed.find("/./") == std::string::npos && framed.find("/../") == std::string::npos);
 }
 
-int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t uSize)
+static void fuzz(std::string_view input)
 {
-    const std::string path(fuzzText(pData, uSize));
-    for (const size_t uMax : {size_t{1}, uSize / 2 + 1, uSize + 1}) {
-        char* const pszAbsolute = static_cast<char*>(malloc(uMax + 1)); // exactly: what follows is poisoned
-        char* const pszParent = static_cast<char*>(malloc(uMax + 1));
-        if (ZEBU_GetAbsolutePath(path.c_str(), pszAbsolute, uMax) == 0) {
-            FUZZ_CHECK(strlen(pszAbsolute) <= uMax && isNormal(pszAbsolute));
-            std::string again(uMax + 1, '?');
-            FUZZ_CHECK(ZEBU_GetAbsolutePath(pszAbsolute, again.data(), uMax) == 0);
-            FUZZ_CHECK(strcmp(again.c_str(), pszAbsolute) == 0);
-            FUZZ_CHECK(ZEBU_GetParentPath(path.c_str(), pszParent, uMax) == 0 && isNormal(pszParent));
-        }
-        free(pszAbsolute);
-        free(pszParent);
+    const std::string path(input);
+    for (const size_t uMax : {size_t{1}, path.size() / 2 + 1, path.size() + 1}) {
+        const auto pszAbsolute = std::make_unique<char[]>(uMax + 1); // exactly: what follows is poisoned
+        const auto pszAgain = std::make_unique<char[]>(uMax + 1);
+        if (ZEBU_GetAbsolutePath(path.c_str(), pszAbsolute.get(), uMax) != 0)
+            continue;
+        FUZZ_CHECK(strlen(pszAbsolute.get()) <= uMax && isNormal(pszAbsolute.get()));
+        FUZZ_CHECK(ZEBU_GetAbsolutePath(pszAbsolute.get(), pszAgain.get(), uMax) == 0);
+        FUZZ_CHECK(strcmp(pszAgain.get(), pszAbsolute.get()) == 0);
+        FUZZ_CHECK(ZEBU_GetParentPath(path.c_str(), pszAgain.get(), uMax) == 0 && isNormal(pszAgain.get()));
     }
-    return 0;
 }
