@@ -53,6 +53,7 @@ has 1 jobs1.log 'JOB0001          I    nightly run begins'
 has 0 $area LOGIN
 
 run 139 crash_handler app
+has 1 app1.log 'about to crash'
 has 1 $area '-------- dying of SIGSEGV'
 
 run 0 fork app

@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <thread>
 
 #include "support/AreaConsumer.h"
 
@@ -136,15 +135,10 @@ TEST_F(Area, WritersOfSeveralProcessesNeitherTearNorLoseLines)
     std::vector<pid_t> writers;
     for (int p = 0; p < cs_iProcesses; ++p) {
         writers.push_back(startChild([&] {
-            std::vector<std::thread> threads;
-            for (int t = 0; t < cs_iThreads; ++t) {
-                threads.emplace_back([&consumer, sender = std::to_string(10 * p + t)] {
-                    for (int i = 0; i < cs_iLines; ++i)
-                        consumer.put(sender, i);
-                });
-            }
-            for (std::thread& thread : threads)
-                thread.join();
+            inThreads(cs_iThreads, [&](int t) {
+                for (int i = 0; i < cs_iLines; ++i)
+                    consumer.put(std::to_string(10 * p + t), i);
+            });
         }));
     }
     while (consumer.m_seen.size() < size_t{cs_iProcesses} * cs_iThreads * cs_iLines && consumer.m_torn == 0)

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <tuple>
 
 #include "config/Conf2Unix.h"
 #include "config/ConfUnix.h"
@@ -16,14 +17,7 @@ namespace {
 // The result, and what is then in the buffer; where a path does not fit, what fitted of it.
 TEST(Paths, AreNormalisedByTheirText)
 {
-    const struct
-    {
-        int (*function)(const char*, char*, size_t);
-        const char* source;
-        size_t max;
-        int result;
-        const char* path;
-    } cases[] = {
+    const std::tuple<int (*)(const char*, char*, size_t), const char*, size_t, int, const char*> cases[] = {
         {ZEBU_GetAbsolutePath, "/a//b/./c/", 40, 0, "/a/b/c"},
         {ZEBU_GetAbsolutePath, "/a/b/../../../c/d/..", 40, 0, "/c"},
         {ZEBU_GetAbsolutePath, "/a/..", 40, 0, "/"},

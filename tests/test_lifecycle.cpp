@@ -1,5 +1,6 @@
 // Starting and stopping: argument checks, results, error values, and what is open afterwards.
 #include <thread>
+#include <tuple>
 
 #include "support/Sandbox.h"
 
@@ -33,13 +34,8 @@ static std::string longPath(const std::string& start, size_t length)
 TEST_F(Lifecycle, ChecksTheDescription)
 {
     const std::string plain = prefix();
-    const struct
-    {
-        long lSize, lCount;
-        std::string prefix;
-        int iOption;
-        int iSingle, iShared; // the failures
-    } cases[] = {
+    // The description, the options, and the failures of a ring of one process and of a shared one.
+    const std::tuple<long, long, std::string, int, int, int> cases[] = {
         {4095, 3, plain, 0, 1, 1},
         {4096, 0, plain, 0, 1, 1},
         {4096, 17, plain, 0, 1, 0},

@@ -6,6 +6,7 @@
 
 #include <filesystem>
 #include <thread>
+#include <tuple>
 
 #include "support/Sandbox.h"
 
@@ -49,30 +50,20 @@ constexpr Put puts[] = {
 
 constexpr Texts PLAIN = {"app", "tid", "id", "type", "text"};
 
-std::string field(const char* text, size_t width)
-{
-    std::string field = text ? text : "";
-    field.resize(width, ' ');
-    return field + " ";
-}
-
-std::string hex8(unsigned long value)
-{
-    char text[9];
-    (void)snprintf(text, sizeof text, "%08X", static_cast<unsigned int>(value));
-    return text;
-}
-
 // The line of the calling thread from the application name's column on.
 std::string expectedLine(const Put& put, const Texts& texts, const char* logName)
 {
-    std::string line = field(put.ownName ? logName : texts.app, 16) +
-                       field(hex8(static_cast<unsigned long>(getpid())).c_str(), 8) +
-                       field(put.ownThread ? hex8(pthread_self()).c_str() : texts.thread, 8);
-    if (put.idWidth > 0)
-        line += field(texts.id, put.idWidth);
+    char line[100], own[9];
+    (void)snprintf(own, sizeof own, "%08X", static_cast<unsigned int>(pthread_self()));
+    const char* name = put.ownName ? logName : texts.app;
+    const char* thread = put.ownThread ? own : texts.thread;
+    const char* id = texts.id ? texts.id : "";
+    int end = snprintf(line, sizeof line, "%-16.16s %08X %-8.8s ", name ? name : "",
+                       static_cast<unsigned int>(getpid()), thread ? thread : "");
+    if (put.idWidth == 21)
+        (void)snprintf(line + end, sizeof line, "%-21.21s ", id);
     if (put.idWidth == 16)
-        line += field(texts.type, 4);
+        (void)snprintf(line + end, sizeof line, "%-16.16s %-4.4s ", id, texts.type ? texts.type : "");
     return line + std::string(texts.text).substr(0, put.idWidth == 0 ? 4117 : 4095);
 }
 
@@ -130,11 +121,7 @@ protected:
 // Mode 1 alone masks the time, and that of the process log alone.
 TEST_F(PutTest, EachPrintsItsColumnsToBothDestinations)
 {
-    const struct
-    {
-        const char *name, *instanceName;
-        int mode;
-    } logs[] = {
+    const std::tuple<const char*, const char*, int> logs[] = {
         {"process", "instance", 2}, {"sixteen--columns", "seventeen--columns", 1}, {nullptr, nullptr, 0}};
     const std::string tooLong(5000, 'x');
     const Texts rows[] = {PLAIN,
@@ -197,15 +184,10 @@ TEST_F(PutTest, CounterIsOneForAllThreadsAndLogsAndWraps)
     start();
     setLevels(1, -1, -1);
     EXPECT_EQ(ZEBU2_PutLine(2, "above the log level: takes no number"), 0);
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 3; ++t) {
-        threads.emplace_back([] {
-            for (int i = 0; i < 3333; ++i)
-                ASSERT_EQ(ZEBU2_PutLine(1, "written nowhere"), 0);
-        });
-    }
-    for (std::thread& thread : threads)
-        thread.join();
+    inThreads(3, [](int) {
+        for (int i = 0; i < 3333; ++i)
+            ASSERT_EQ(ZEBU2_PutLine(1, "written nowhere"), 0);
+    });
     setLevels(1000, 0, 1000);
     EXPECT_EQ(ZEBU2_PutToShm("area", 4) | ZEBU2_PutMsgSigSafe("signal"), 0);
     EXPECT_EQ(ZEBU2_PutInstanceLine(hInstance, 0, "instance") | ZEBU2_PutLine(0, "process"), 0);
@@ -226,17 +208,11 @@ TEST_F(PutTest, ArgumentsAreCheckedBeforeTheLevel)
     ZEBU2_HINSTANCE hGone = nullptr;
     ASSERT_EQ(ZEBU2_CreateInstance(&hGone, nullptr, "gone"), 1);
     ASSERT_EQ(ZEBU2_DeleteInstance(hGone), 0);
-    const struct
-    {
-        ZEBU2_HINSTANCE hUsed;
-        int level;
-        const char* text;
-        int failure, ofInstance;
-    } cases[] = {{hInstance, -1, "", 1, 1},
-                 {hInstance, 1001, "", 1, 1},
-                 {hInstance, 0, nullptr, 1, 1},
-                 {nullptr, 0, "", 0, 1},
-                 {hGone, 0, "", 0, 11}};
+    const std::tuple<ZEBU2_HINSTANCE, int, const char*, int, int> cases[] = {{hInstance, -1, "", 1, 1},
+                                                                             {hInstance, 1001, "", 1, 1},
+                                                                             {hInstance, 0, nullptr, 1, 1},
+                                                                             {nullptr, 0, "", 0, 1},
+                                                                             {hGone, 0, "", 0, 11}};
     for (const Put& put : puts) {
         for (const auto& [hUsed, level, text, ofProcess, ofInstance] : cases) {
             const int failure = put.instance ? ofInstance : ofProcess;
@@ -252,15 +228,10 @@ TEST_F(PutTest, ArgumentsAreCheckedBeforeTheLevel)
 TEST_F(PutTest, EachReportsTheStateOfItsDestinations)
 {
     enum Area { GOOD, CLOSED, DAMAGED, QUIET };
-    const struct
-    {
-        File file;
-        Area area;
-        int result, failure;
-        size_t inArea;
-    } cases[] = {{RING, CLOSED, 0, 11, 0},   {RING, DAMAGED, -1, 26, 0},  {NONE, GOOD, 0, 0, 1},
-                 {REFUSED, GOOD, -1, 11, 1}, {REFUSED, QUIET, -1, 11, 0}, {REFUSED, DAMAGED, -1, 26, 0},
-                 {OFF, CLOSED, 0, 11, 0}};
+    const std::tuple<File, Area, int, int, size_t> cases[] = {
+        {RING, CLOSED, 0, 11, 0},   {RING, DAMAGED, -1, 26, 0},  {NONE, GOOD, 0, 0, 1},
+        {REFUSED, GOOD, -1, 11, 1}, {REFUSED, QUIET, -1, 11, 0}, {REFUSED, DAMAGED, -1, 26, 0},
+        {OFF, CLOSED, 0, 11, 0}};
     for (const auto& [file, area, outcome, failure, inArea] : cases) {
         std::filesystem::remove_all(path("mmap"));
         configure(area == CLOSED ? "MapSize = 20\n" : "");

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <tuple>
 
 #include "support/Sandbox.h"
 
@@ -42,34 +43,27 @@ TEST_F(Ring, HeaderHasItsColumns)
 TEST_F(Ring, GoesOnInTheRightFile)
 {
     const std::string full(4096, 'x');
-    const struct
-    {
-        std::string contents[3]; // empty: no such file
-        long age[3];
-        int iExpected;
-        bool bAppends;
-    } cases[] = {
-        {{"", "", ""}, {}, 1, true},
-        {{"a", "b", "c"}, {10, 10, 10}, 3, true}, // of the same second: highest number
-        {{"a", "b", "c"}, {30, 10, 20}, 2, true},
-        {{"a", full.substr(1), "c"}, {30, 10, 20}, 2, true},
-        {{"a", full, "c"}, {30, 10, 20}, 3, false},
-        {{"a", "b", full}, {30, 20, 10}, 1, false},
+    // The files, empty where there is none, their ages, the file that is chosen, whether it is emptied.
+    const std::tuple<Lines, std::vector<long>, size_t, bool> cases[] = {
+        {{"", "", ""}, {0, 0, 0}, 1, false},
+        {{"a", "b", "c"}, {10, 10, 10}, 3, false}, // of the same second: highest number
+        {{"a", full.substr(1), "c"}, {30, 10, 20}, 2, false},
+        {{"a", full, "c"}, {30, 10, 20}, 3, true},
+        {{"a", "b", full}, {30, 20, 10}, 1, true},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(&c - cases);
-        for (int n = 1; n <= 3; ++n) {
-            (void)unlink(traceFile(n).c_str());
-            if (!c.contents[n - 1].empty()) {
-                writeFile(traceFile(n), c.contents[n - 1]);
-                age(traceFile(n), c.age[n - 1]);
-            }
+    for (const auto& [contents, ages, chosen, bEmptied] : cases) {
+        for (size_t i = 0; i < 3; ++i) {
+            const std::string file = traceFile(static_cast<int>(i + 1));
+            (void)unlink(file.c_str());
+            if (contents[i].empty())
+                continue;
+            writeFile(file, contents[i]);
+            age(file, ages[i]);
         }
         start();
         stop();
-        const std::string now = readFile(traceFile(c.iExpected)), before = c.contents[c.iExpected - 1];
-        EXPECT_EQ(now.find("**** "), c.bAppends ? before.size() : 0);
-        EXPECT_EQ(now.starts_with(before), c.bAppends);
+        const std::string found = readFile(traceFile(static_cast<int>(chosen)));
+        EXPECT_EQ(found.find("**** "), bEmptied ? 0 : contents[chosen - 1].size()) << chosen;
     }
 }
 
@@ -129,15 +123,13 @@ TEST_F(Ring, NeverEmptiesAFileThatIsLocked)
     age(traceFile(2), 100);
     Gate held, done;
     const pid_t iHolder = startChild([&] {
-        const int iFd = open(traceFile(2).c_str(), O_RDWR);
-        CHECK(iFd != -1 && lockf(iFd, F_TLOCK, 0) == 0);
+        CHECK(lockf(open(traceFile(2).c_str(), O_RDWR), F_TLOCK, 0) == 0);
         held.open();
         done.wait();
     });
     held.wait();
     EXPECT_EQ(result(ZEBU2_Initialize(ring(4096), "app")), Result(1, 0x06000016)); // 1 is full, 2 is next
     stop();
-
     age(traceFile(1), 200);
     writeFile(traceFile(3), "");
     start(); // file 3 is the newest

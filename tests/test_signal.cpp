@@ -133,23 +133,3 @@ TEST_F(Signal, HandlersMayInterruptStartAndStop)
     EXPECT_GT(cs_uHandled, 0u);
     EXPECT_EQ(areaHeader().uGuard, 0u);
 }
-
-// ---- What it calls -------------------------------------------------------------------------------
-
-TEST_F(Signal, CallsNoStringFunction)
-{
-    if (ZEBU_SANITIZED)
-        GTEST_SKIP() << "sanitizers add calls of their own";
-    const std::string calls = path("calls");
-    const std::string list = "cd " ZEBU_OBJECTS "/output && nm -u PMsgSig.cpp.o ltostr.cpp.o >" + calls;
-    ASSERT_EQ(system((list + " && grep -q ' U ' " + calls).c_str()), 0);
-    EXPECT_NE(system(("grep -E ' (mem|str)|malloc|tls_get_addr' " + calls).c_str()), 0);
-}
-
-TEST_F(Signal, CrashHandlerLeavesALastLine)
-{
-    const int iStatus = system(("exec " ZEBU_EXAMPLES "/crash_handler " + prefix()).c_str());
-    EXPECT_TRUE(iStatus == SIGSEGV || iStatus == (SIGSEGV | 0x80)) << iStatus;
-    EXPECT_EQ(bodies(areaLines()), (Lines{"about to crash", "dying of SIGSEGV"}));
-    EXPECT_EQ(bodies(lines(1)), Lines{"about to crash"});
-}

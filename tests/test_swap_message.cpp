@@ -4,6 +4,8 @@
 #include <syslog.h>
 
 #include "logfile/LogSwapMsg.h"
+#include <tuple>
+
 #include "support/Sandbox.h"
 
 namespace {
@@ -36,13 +38,7 @@ namespace {
 TEST(SwapMessage, TemplateIsFilledAndShown)
 {
     const std::string x250(250, 'x'), x254(254, 'x');
-    const struct
-    {
-        std::string pattern, app;
-        int number;
-        std::string file, shown;
-        int length;
-    } cases[] = {
+    const std::tuple<std::string, std::string, int, std::string, std::string, int> cases[] = {
         {"%a: %f (%i) done 100%%", "APP", 3, "/app3.log", "APP: /app3.log (3) done 100%", 29},
         {"x%qy%", "APP", 1, "f", "xy", 2},
         {"%%%%a%%", "APP", 1, "f", "%%a%", 7},

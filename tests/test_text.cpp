@@ -18,6 +18,7 @@ TEST(Text, SignalSafeHelpersStayInThePageOfTheText)
         char* atEnd = base + 2 * page - length - 1;
         memset(atEnd, 'a', static_cast<size_t>(length));
         atEnd[length] = '\0';
+        atEnd[-1] = '\0'; // of another text
         EXPECT_EQ(ZEBU_strlen_r(atEnd), length);
         for (int most : {0, 1, length, length + 1, length + 20}) {
             std::string copy(64, '?');

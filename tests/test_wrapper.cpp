@@ -2,7 +2,6 @@
 #include <unistd.h>
 
 #include <string_view>
-#include <tuple>
 #include <utility>
 
 #define FMT_HEADER_ONLY
@@ -21,7 +20,6 @@ protected:
     {
         return zebu2::ring((m_prefix = path(name)).c_str()).files(3);
     }
-    std::string lastBody(int n = 1) const { return bodies(lines(n)).back(); }
 
 private:
     std::string m_prefix;
@@ -39,16 +37,14 @@ TEST_F(Wrapper, PutsEveryKindOfTextInEveryForm)
     EXPECT_EQ(log.put(0, "ID", std::string_view(long5000)), 0);
     EXPECT_EQ(log.put(0, view.substr(0, 4), "typeX"sv, "text"), 0);
     EXPECT_EQ(log.putf(0, "%d-%s", 7, long5000.c_str()) | log.putf_id(0, "ID", "%5.1f", 2.5), 0);
-    const std::string id(22, ' ');
+    const std::string id = "ID                    ";
     EXPECT_EQ(bodies(lines(1)),
-              (Lines{"literal", "string", "viewed", "", std::string(4117, 'x'),
-                     "ID" + id.substr(2) + std::string(4095, 'x'), "view             type text",
-                     "7-" + std::string(4115, 'x'), "ID" + id.substr(2) + "  2.5"}));
+              (Lines{"literal", "string", "viewed", "", std::string(4117, 'x'), id + std::string(4095, 'x'),
+                     "view             type text", "7-" + std::string(4115, 'x'), id + "  2.5"}));
 #ifdef ZEBU2_HAS_FORMAT
-    EXPECT_EQ(log.format(0, "{}/{}", 1, "two"), 0);
-    EXPECT_EQ(lastBody(), "1/two");
-    EXPECT_EQ(log.format_id(0, "ID", "{}", long5000), 0);
-    EXPECT_EQ(lastBody().size(), 22u + 4095u);
+    EXPECT_EQ(log.format(0, "{}/{}", 1, "two") | log.format_id(0, "ID", "{}", long5000), 0);
+    EXPECT_EQ(bodies(lines(1))[9], "1/two");
+    EXPECT_EQ(bodies(lines(1))[10], id + std::string(4095, 'x'));
 #endif
 }
 
@@ -71,16 +67,13 @@ TEST_F(Wrapper, FormatsNothingAboveTheLevel)
 
 TEST_F(Wrapper, KeepsPartialSuccessAndItsReason)
 {
-    const std::tuple<std::string, long, int, const char*> cases[] = {
-        {path("ok"), 4096, 0, "no failure (0)"},
-        {path("small"), 4095, 1, "ZEBU2_Initialize: invalid argument (1)"},
-        {"/dev/null/x", 4096, 1, "ZEBU2_Initialize: part of the path is not a directory (17)"},
-        {"/proc/none/x", 4096, 1,
-         "ZEBU2_Initialize: a directory could not be made (21): No such file or directory"}};
-    for (const auto& [prefix, size, result, why] : cases) {
-        zebu2::process_log log(zebu2::ring(prefix.c_str()).size(size).permissions(0640), "app");
-        EXPECT_EQ(log.state().result(), result);
-        EXPECT_EQ(log.state().has_files(), result == 0);
+    const std::pair<std::string, const char*> cases[] = {
+        {path("ok"), "no failure (0)"},
+        {"/dev/null/x", "ZEBU2_Initialize: part of the path is not a directory (17)"},
+        {"/proc/none/x", "ZEBU2_Initialize: a directory could not be made (21): No such file or directory"}};
+    for (const auto& [prefix, why] : cases) {
+        zebu2::process_log log(zebu2::ring(prefix.c_str()).size(4096).permissions(0640), "app");
+        EXPECT_EQ(log.state().has_files(), prefix == path("ok"));
         EXPECT_TRUE(log && log.state().has_area());
         EXPECT_STREQ(log.state().why().text().c_str(), why);
     }
@@ -113,8 +106,7 @@ TEST_F(Wrapper, LabelsThreads)
     EXPECT_EQ(worker.put(0, "text") | worker.put(0, "ID", "TYP", "text"), 0);
     for (const std::string& line : lines(1)) {
         EXPECT_EQ(line.substr(33, 16), "app             ");
-        EXPECT_EQ(line.substr(59, 9), "worker-n ");
-        EXPECT_EQ(line.substr(90), "text");
+        EXPECT_EQ(line.substr(59, 9) + line.substr(90), "worker-n text");
     }
 }
 
@@ -124,16 +116,13 @@ TEST_F(Wrapper, AfterForkTheChildHasItsOwnRingAndProcessId)
     zebu2::instance other(files("other"), "other");
     other.set_level(500);
     other.set_file_threshold(100);
-    pid_t child = startChild([&] {
+    const pid_t child = startChild([&] {
         CHECK(log.after_fork(files("child")) && other.after_fork(files("childother")));
-        CHECK(other.level() == 500);
         CHECK(log.put(0, "child") == 0 && other.put(99, "below") == 0 && other.put(500, "in") == 0);
-        log.close();
-        other.close();
     });
     ASSERT_EQ(waitForChild(child), 0);
     EXPECT_EQ(log.put(0, "parent"), 0);
-    const std::pair<std::string, pid_t> writers[] = {{"app1.log", getpid()}, {"child1.log", child}};
+    const std::pair<const char*, pid_t> writers[] = {{"app1.log", getpid()}, {"child1.log", child}};
     for (const auto& [name, pid] : writers)
         EXPECT_EQ(std::stoi(traceLines(readFile(path(name))).back().substr(50, 8), nullptr, 16), pid);
     EXPECT_EQ(bodies(traceLines(readFile(path("childother1.log")))), Lines{"in"});

@@ -11,10 +11,10 @@ trap 'rm -rf "$dir"' EXIT
 
 count() {
     rm -rf "$dir"/*
-    valgrind --tool=callgrind --callgrind-out-file=/dev/null "$driver" "$path" "$1" "$dir" 2>"$dir.log" ||
-        { cat "$dir.log"; exit 1; }
-    sed -n 's/.*Collected : //p' "$dir.log"
-    rm -f "$dir.log"
+    printf 'LogFile = %s\nMapSize = 16777216\n' "$dir/log" > "$dir/cnf" # room for all lines
+    ZEBU2_TRACECNF_FILE=$dir/cnf valgrind --tool=callgrind --callgrind-out-file=/dev/null \
+        "$driver" "$path" "$1" "$dir/app" 2> "$dir/err" || { cat "$dir/err"; exit 1; }
+    sed -n 's/.*Collected : //p' "$dir/err"
 }
 
 few=$(count 1000)

@@ -1,7 +1,6 @@
 /* tests/instructions/driver.c -- one path of a put, so many times: its instructions are counted from outside.
  *
- * driver filtered|file|area TIMES DIRECTORY */
-#include <stdio.h>
+ * driver filtered|file|area TIMES PREFIX */
 #include <stdlib.h>
 #include <string.h>
 
@@ -11,20 +10,11 @@ int main(int iCount, char** ppArguments)
 {
     static const char szText[] = "a message of one hundred bytes, as long as those that applications write: "
                                  "..........................";
-    char szPrefix[512], szConfig[512];
-    tagZEBU_LOGFILE_SPEC ring = {2000000000L, 2, szPrefix};
-    FILE* pConfig;
+    tagZEBU_LOGFILE_SPEC ring = {2000000000L, 2, NULL};
     long i;
     if (iCount != 4)
         return 2;
-    snprintf(szPrefix, sizeof szPrefix, "%s/app", ppArguments[3]);
-    snprintf(szConfig, sizeof szConfig, "%s/test.cnf", ppArguments[3]);
-    pConfig = fopen(szConfig, "w");
-    if (!pConfig)
-        return 2;
-    fprintf(pConfig, "LogFile = %s/log\nMapSize = 16777216\n", ppArguments[3]); /* room for all lines */
-    fclose(pConfig);
-    setenv("ZEBU2_TRACECNF_FILE", szConfig, 1);
+    ring.pszFilePath = ppArguments[3];
     if (ZEBU2_Initialize(&ring, "instructions") != 0)
         return 2;
     ZEBU2_SetLogLevel(strcmp(ppArguments[1], "filtered") == 0 ? 0 : 1);

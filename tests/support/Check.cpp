@@ -1,9 +1,11 @@
 #include "support/Check.h"
 
 #include <stdio.h>
-#include <stdlib.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <thread>
+#include <vector>
 
 void checkFailed(const char* pszCondition, const char* pszFile, int iLine)
 {
@@ -35,26 +37,28 @@ int inChild(const std::function<void()>& body)
     return waitForChild(startChild(body));
 }
 
+void inThreads(int iCount, const std::function<void(int)>& body)
+{
+    std::vector<std::thread> threads;
+    for (int t = 0; t < iCount; ++t)
+        threads.emplace_back(body, t);
+    for (std::thread& thread : threads)
+        thread.join();
+}
+
 Gate::Gate()
 {
-    if (pipe(m_pipe) != 0)
-        abort();
+    CHECK(pipe(m_pipe) == 0);
 }
 
-Gate::~Gate()
-{
-    (void)close(m_pipe[0]);
-    (void)close(m_pipe[1]);
-}
-
-void Gate::open()
+void Gate::open() const
 {
     CHECK(write(m_pipe[1], "g", 1) == 1);
 }
 
-void Gate::wait()
+void Gate::wait() const
 {
     char cGo = 0;
     CHECK(read(m_pipe[0], &cGo, 1) == 1);
-    CHECK(write(m_pipe[1], &cGo, 1) == 1); // the gate stays open for the next
+    open(); // for the next
 }

@@ -2,30 +2,21 @@
 #include "support/PrivateOpt.h"
 
 #include <sched.h>
-#include <stdio.h>
 #include <sys/mount.h>
 #include <unistd.h>
 
-static void writeOnce(const char* pszFile, const char* pszText)
-{
-    if (FILE* pFile = fopen(pszFile, "w")) {
-        (void)fputs(pszText, pFile);
-        (void)fclose(pFile);
-    }
-}
+#include <fstream>
 
 // Without privileges: root of a user namespace in which the caller keeps its files.
 static bool enterAsOwnRoot()
 {
-    char szUser[32];
-    char szGroup[32];
-    (void)snprintf(szUser, sizeof szUser, "0 %u 1", geteuid());
-    (void)snprintf(szGroup, sizeof szGroup, "0 %u 1", getegid());
+    const uid_t iUser = geteuid();
+    const gid_t iGroup = getegid();
     if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0)
         return false;
-    writeOnce("/proc/self/setgroups", "deny");
-    writeOnce("/proc/self/uid_map", szUser);
-    writeOnce("/proc/self/gid_map", szGroup);
+    std::ofstream("/proc/self/setgroups") << "deny";
+    std::ofstream("/proc/self/uid_map") << "0 " << iUser << " 1";
+    std::ofstream("/proc/self/gid_map") << "0 " << iGroup << " 1";
     return true;
 }
 

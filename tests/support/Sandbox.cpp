@@ -39,7 +39,8 @@ int fileMode(const std::string& path)
 
 void age(const std::string& path, long seconds)
 {
-    fs::last_write_time(path, fs::file_time_type::clock::now() - std::chrono::seconds(seconds));
+    const auto then = std::chrono::system_clock::from_time_t(time(nullptr) - seconds);
+    fs::last_write_time(path, std::chrono::file_clock::from_sys(then));
 }
 
 Lines splitLines(const std::string& bytes)
@@ -53,11 +54,10 @@ Lines splitLines(const std::string& bytes)
 
 Lines traceLines(const std::string& bytes)
 {
-    Lines found;
-    for (const std::string& line : splitLines(bytes)) {
-        if (line.compare(0, 5, "**** ") != 0 && line.compare(0, 9, "     yyyy") != 0)
-            found.push_back(line);
-    }
+    Lines found = splitLines(bytes);
+    std::erase_if(found, [](const std::string& line) {
+        return line.starts_with("**** ") || line.starts_with("     yyyy");
+    });
     return found;
 }
 
@@ -66,12 +66,10 @@ std::string body(const std::string& line)
     return line.size() < 68 ? "" : line.substr(68);
 }
 
-Lines bodies(const Lines& lines)
+Lines bodies(Lines lines)
 {
-    Lines found;
-    for (const std::string& line : lines)
-        found.push_back(body(line));
-    return found;
+    std::transform(lines.begin(), lines.end(), lines.begin(), body);
+    return lines;
 }
 
 Sandbox::Sandbox()
@@ -136,19 +134,9 @@ void Sandbox::setAreaField(long offset, uint32_t value) const
     EXPECT_TRUE(file.seekp(offset).write(reinterpret_cast<const char*>(&value), sizeof value));
 }
 
-int lastError()
-{
-    return ZEBU2_GetLastError(nullptr);
-}
-
 int lastCode()
 {
     int iCode = 0;
     (void)ZEBU2_GetLastError(&iCode);
     return iCode;
-}
-
-Result result(int iReturned)
-{
-    return {iReturned, lastError()};
 }

@@ -28,7 +28,7 @@ Lines splitLines(const std::string& bytes);
 Lines traceLines(const std::string& bytes);
 // What stands behind the 68 columns of a line's header.
 std::string body(const std::string& line);
-Lines bodies(const Lines& lines);
+Lines bodies(Lines lines);
 
 struct AreaHeader
 {
@@ -74,11 +74,17 @@ private:
 };
 
 // The calling thread's error value, and its code.
-int lastError();
+inline int lastError()
+{
+    return ZEBU2_GetLastError(nullptr);
+}
 int lastCode();
 
 // What a call returned, and the error value that it left.
 using Result = std::pair<int, int>;
-Result result(int iReturned);
+inline Result result(int iReturned)
+{
+    return {iReturned, lastError()};
+}
 
 #endif
