@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <memory>
+#include <string_view>
 
 #include "Empty.h"
 #include "Groups.h"
@@ -79,22 +80,42 @@ static void stopFiles(Place& place, Files& files)
     place.stop();
 }
 
-static void handPut(Files& files, Stamp stamp)
+static std::string_view handLine(Stamp stamp)
 {
     size_t uLength;
     const char* pLine = handLine(cs_pszText, stamp, &uLength);
-    const HandMutex lock;
-    files.handRing->put(pLine, uLength);
+    return {pLine, uLength};
 }
 
-static Group file(Place& place, const char* pszName, const char* pszTitle, Stamp stamp)
+static std::string_view handPut(Files& files, Stamp stamp)
+{
+    const std::string_view line = handLine(stamp);
+    const HandMutex lock;
+    files.handRing->put(line.data(), line.size());
+    return line;
+}
+
+static void handAppend(Place& place, std::string_view line)
+{
+    const HandMutex lock;
+    place.handArea().append(line.data(), static_cast<uint32_t>(line.size()));
+}
+
+static void handAppendGuarded(Place& place, std::string_view line)
+{
+    const HandMutex lock;
+    place.handArea().appendGuarded(line.data(), static_cast<uint32_t>(line.size()));
+}
+
+// Into the files alone, or into the trace area too.
+static Group file(Place& place, const char* pszName, const char* pszTitle, Stamp stamp, bool bArea)
 {
     const auto files = std::make_shared<Files>();
     Group group = {pszName,
                    pszTitle,
                    1000,
                    {{Kind::ByHand, 1.10}},
-                   [&place, files, stamp] { startFiles(place, *files, stamp, false); },
+                   [&place, files, stamp, bArea] { startFiles(place, *files, stamp, bArea); },
                    [&place, files] { stopFiles(place, *files); }};
     group.emptied = {"limit.log", "hand1.log", "app1.log"};
     group.rows.push_back({"one write(2)", Kind::Limit, [files](long n) {
@@ -102,43 +123,19 @@ static Group file(Place& place, const char* pszName, const char* pszTitle, Stamp
                               for (long i = 0; i < n; ++i)
                                   benchmark::DoNotOptimize(write(files->iLimitFd, szLine, sizeof szLine));
                           }});
-    group.rows.push_back({"by hand", Kind::ByHand, times([files, stamp] { handPut(*files, stamp); })});
-    group.rows.push_back({"ZEBU2_PutLine", Kind::Product, times(put)});
-    return group;
-}
-
-static Group both(Place& place)
-{
-    const auto files = std::make_shared<Files>();
-    Group group = {"both",
-                   "file and trace area",
-                   1000,
-                   {{Kind::ByHand, 1.10}},
-                   [&place, files] { startFiles(place, *files, Stamp::Clock, true); },
-                   [&place, files] { stopFiles(place, *files); }};
-    group.emptied = {"limit.log", "hand1.log", "app1.log"};
-    group.rows.push_back({"one write(2)", Kind::Limit, [files](long n) {
-                              static const char szLine[cs_uHandLine] = {};
-                              for (long i = 0; i < n; ++i)
-                                  benchmark::DoNotOptimize(write(files->iLimitFd, szLine, sizeof szLine));
-                          }});
-    group.rows.push_back({"by hand", Kind::ByHand, drained(&Place::handArea, place, [&place, files] {
-                              size_t uLength;
-                              const char* pLine = handLine(cs_pszText, Stamp::Clock, &uLength);
-                              {
-                                  const HandMutex lock;
-                                  files->handRing->put(pLine, uLength);
-                              }
-                              const HandMutex lock;
-                              place.handArea().append(pLine, static_cast<uint32_t>(uLength));
-                          })});
-    group.rows.push_back({"ZEBU2_PutLine", Kind::Product, drained(&Place::area, place, put)});
+    const auto toFile = [files, stamp] { return handPut(*files, stamp); };
+    const auto toBoth = [&place, toFile] { handAppend(place, toFile()); };
+    group.rows.push_back(
+        {"by hand", Kind::ByHand, bArea ? drained(&Place::handArea, place, toBoth) : times(toFile)});
+    group.rows.push_back(
+        {"ZEBU2_PutLine", Kind::Product, bArea ? drained(&Place::area, place, put) : times(put)});
     return group;
 }
 
 // ---- The trace area ------------------------------------------------------------------------------
 
 static char cs_szPrepared[cs_uHandLine];
+static constexpr char cs_szSafe[] = "by hand, safe between processes";
 
 static Row clockAndCopy(Place& place)
 {
@@ -157,26 +154,6 @@ static Row copyAlone(Place& place)
             })};
 }
 
-static Row handAppend(Place& place, Stamp stamp)
-{
-    return {"by hand", Kind::ByHand, drained(&Place::handArea, place, [&place, stamp] {
-                size_t uLength;
-                const char* pLine = handLine(cs_pszText, stamp, &uLength);
-                const HandMutex lock;
-                place.handArea().append(pLine, static_cast<uint32_t>(uLength));
-            })};
-}
-
-static Row handGuarded(Place& place, Stamp stamp)
-{
-    return {"by hand, safe between processes", Kind::Piece, drained(&Place::handArea, place, [&place, stamp] {
-                size_t uLength;
-                const char* pLine = handLine(cs_pszText, stamp, &uLength);
-                const HandMutex lock;
-                place.handArea().appendGuarded(pLine, static_cast<uint32_t>(uLength));
-            })};
-}
-
 static Group area(Place& place, const char* pszName, const char* pszTitle, Stamp stamp, double dFactor)
 {
     Group group = {pszName,
@@ -190,8 +167,12 @@ static Group area(Place& place, const char* pszName, const char* pszTitle, Stamp
                    },
                    [&place] { place.stop(); }};
     group.rows.push_back(stamp == Stamp::Clock ? clockAndCopy(place) : copyAlone(place));
-    group.rows.push_back(handAppend(place, stamp));
-    group.rows.push_back(handGuarded(place, stamp));
+    group.rows.push_back({"by hand", Kind::ByHand, drained(&Place::handArea, place, [&place, stamp] {
+                              handAppend(place, handLine(stamp));
+                          })});
+    group.rows.push_back({cs_szSafe, Kind::Piece, drained(&Place::handArea, place, [&place, stamp] {
+                              handAppendGuarded(place, handLine(stamp));
+                          })});
     group.rows.push_back({"ZEBU2_PutLine", Kind::Product, drained(&Place::area, place, put)});
     return group;
 }
@@ -206,16 +187,13 @@ static Group signalSafe(Place& place)
                    [&place] { place.stop(); }};
     group.rows.push_back(copyAlone(place));
     group.rows.push_back({"by hand", Kind::ByHand, drained(&Place::handArea, place, [&place] {
-                              size_t uLength;
-                              const char* pLine = handLine(cs_pszText, Stamp::None, &uLength);
-                              place.handArea().append(pLine, static_cast<uint32_t>(uLength));
+                              const std::string_view line = handLine(Stamp::None);
+                              place.handArea().append(line.data(), static_cast<uint32_t>(line.size()));
                           })});
-    group.rows.push_back(
-        {"by hand, safe between processes", Kind::Piece, drained(&Place::handArea, place, [&place] {
-             size_t uLength;
-             const char* pLine = handLine(cs_pszText, Stamp::None, &uLength);
-             place.handArea().appendGuarded(pLine, static_cast<uint32_t>(uLength));
-         })});
+    group.rows.push_back({cs_szSafe, Kind::Piece, drained(&Place::handArea, place, [&place] {
+                              const std::string_view line = handLine(Stamp::None);
+                              place.handArea().appendGuarded(line.data(), static_cast<uint32_t>(line.size()));
+                          })});
     group.rows.push_back({"ZEBU2_PutMsgSigSafe", Kind::Product,
                           drained(&Place::area, place, [] { (void)ZEBU2_PutMsgSigSafe(cs_pszText); })});
     return group;
@@ -225,11 +203,11 @@ void addPaths(std::vector<Group>& groups, Place& place)
 {
     groups.push_back(filtered(place));
     groups.push_back(off(place));
-    groups.push_back(file(place, "file", "single ring", Stamp::Clock));
+    groups.push_back(file(place, "file", "single ring", Stamp::Clock, false));
     addPeersFile(groups.back(), place);
     groups.push_back(area(place, "area", "trace area, drained", Stamp::Clock, 1.15));
-    groups.push_back(both(place));
-    groups.push_back(file(place, "file-masked", "single ring, masked time", Stamp::Masked));
+    groups.push_back(file(place, "both", "file and trace area", Stamp::Clock, true));
+    groups.push_back(file(place, "file-masked", "single ring, masked time", Stamp::Masked, false));
     groups.push_back(area(place, "area-masked", "trace area, masked time", Stamp::Masked, 1.2));
     groups.push_back(signalSafe(place));
 }
