@@ -103,6 +103,24 @@ TEST_F(Host, EightThreadsPutWhileAnotherChangesEverything)
 
 // Whatever the parent's threads hold at the moment of a fork, its child logs at once, and neither loses a
 // line through the other.
+TEST_F(Host, ACancelledThreadLeavesNoLockBehind)
+{
+    alarm(60); // ends a put that waits for a mutex that nobody gives back
+    ASSERT_EQ(ZEBU2_Initialize(ring(4096), "host"), 0); // both move on again and again
+    ASSERT_EQ(ZEBU2_CreateInstanceM(&m_shared, ring(4096, 3, "shared"), "host", ZEBU2_OPT_NOFILL), 0);
+    const auto putForEver = [](void* hShared) -> void* {
+        for (;; pthread_testcancel())
+            (void)(ZEBU2_PutLine(0, "line") | ZEBU2_PutInstanceLine(ZEBU2_HINSTANCE(hShared), 0, "line"));
+    };
+    for (int i = 0; i < 100; ++i) {
+        pthread_t thread;
+        ASSERT_EQ(pthread_create(&thread, nullptr, putForEver, m_shared), 0);
+        std::this_thread::sleep_for(std::chrono::microseconds(50 + i)); // any moment will do
+        ASSERT_EQ(pthread_cancel(thread) | pthread_join(thread, nullptr), 0);
+        EXPECT_EQ(ZEBU2_PutLine(0, "after") | ZEBU2_PutInstanceLine(m_shared, 0, "after"), 0);
+    }
+}
+
 TEST_F(Host, ChildrenLogAtOnceWhateverTheParentsThreadsDo)
 {
     constexpr int iChildren = 60;
