@@ -33,14 +33,9 @@ has 1 app1.log 'NET-17                a line with a message id'
 has 3 app1.log ' hello    '
 
 run 0 levels app
-has 1 app1.log 'level [0-6] with log level 0, files 0'
-has 1 $area 'level [0-6] with log level 0, files 0'
 has 6 app1.log 'level [0-6] with log level 5, files 0'
 has 1 $area 'level [0-6] with log level 5, files 0'
 has 3 app1.log 'level [345] with log level 5, files 3'
-has 5 $area 'level [0-4] with log level 5, files 3'
-has 0 app1.log 'files -1'
-has 6 $area 'files -1'
 has 0 "app1.log $area" 'log level -1'
 
 run 0 threads app /usr/include/linux 3

@@ -110,7 +110,7 @@ TEST_F(Area, DamagedHeadersAreNeverFollowed)
 TEST_F(Area, AnInterruptedCreationIsFinishedByTheNext)
 {
     ASSERT_EQ(mkdir(path("mmap").c_str(), 0777), 0);
-    for (const size_t uSize : {0, 24, 4097, 65536}) {
+    for (const size_t uSize : {0u, 24u, 4097u, 65536u}) {
         writeFile(areaFile(), std::string(uSize, '\0'));
         start();
         putOne();

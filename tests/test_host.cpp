@@ -90,13 +90,9 @@ TEST_F(Host, EightThreadsPutWhileAnotherChangesEverything)
         ZEBU2_SetShmThreshold(i % 2 - 1);
         ZEBU2_SetInstanceLogLevel(m_shared, i % 5);
         ZEBU2_SetTimeStumpMode(i % 2);
-        ZEBU2_SetSwapMessageMode(0);
-        EXPECT_EQ(ZEBU2_FileBufferFlush(), 0);
-        EXPECT_EQ(ZEBU2_InstanceFileBufferFlush(m_shared), 0);
-        EXPECT_EQ(ZEBU2_ChFileAttr(i % 2 ? 0640 : 0644), 0);
-        EXPECT_EQ(ZEBU2_TraceBackup(path("backup").c_str()), 0);
-        EXPECT_EQ(ZEBU2_InstanceTraceBackupM(m_shared, path("shared-backup").c_str(), i % 2 * 16), 0);
-        EXPECT_EQ(passing("own"), 0);
+        m_iFailed |= ZEBU2_FileBufferFlush() | ZEBU2_InstanceFileBufferFlush(m_shared) |
+                     ZEBU2_ChFileAttr(i % 2 ? 0640 : 0644) | ZEBU2_TraceBackup(path("copy").c_str()) |
+                     ZEBU2_InstanceTraceBackupM(m_shared, path("other").c_str(), i % 2 * 16) | passing("own");
     }
     finish();
 }
@@ -170,10 +166,9 @@ TEST_F(FullDisk, RingOfOneProcessReportsItAndGoesOnWhenThereIsRoom)
 {
     const tagZEBU_LOGFILE_SPEC spec = {16384, 8, "/opt/full/app"};
     ASSERT_EQ(ZEBU2_Initialize(&spec, "full"), 0);
-    Lines acknowledged;
+    Lines acknowledged, found;
     for (int i = 0, iFailed = 0; iFailed < 5; ++i) {
-        const std::string text =
-            "line " + std::to_string(i) + std::string(static_cast<size_t>(i * 37 % 3000), '.');
+        const std::string text = std::to_string(i) + std::string(static_cast<size_t>(i * 37 % 3000), '.');
         if (ZEBU2_PutLine(0, text.c_str()) == 0) {
             acknowledged.push_back(text);
             continue;
@@ -182,12 +177,10 @@ TEST_F(FullDisk, RingOfOneProcessReportsItAndGoesOnWhenThereIsRoom)
         EXPECT_EQ(lastError(), 0x08000004);
         EXPECT_EQ(lastCode(), ENOSPC);
     }
-    ASSERT_EQ(truncate("/opt/full/app1.log", 0), 0); // an operator makes room
+    std::filesystem::resize_file("/opt/full/app1.log", 0); // an operator makes room
     putLine("again");
     acknowledged.push_back("again");
     stop();
-
-    Lines found;
     for (int n = 1; n <= 8; ++n) {
         const std::string bytes = readFile("/opt/full/app" + std::to_string(n) + ".log");
         EXPECT_TRUE(bytes.empty() || bytes.ends_with("\r\n")) << n;

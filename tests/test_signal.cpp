@@ -61,33 +61,24 @@ static void onSignal(int)
         cs_uStored.fetch_add(1);
 }
 
-// Sends signals to a thread, as fast as it takes them, for as long as it lives.
-class Bombardment
+// Runs `body` while signals are sent to the calling thread as fast as it takes them.
+static void underFire(const std::function<void()>& body)
 {
-public:
-    explicit Bombardment(pthread_t target)
-    {
-        struct sigaction action = {};
-        action.sa_handler = onSignal;
-        action.sa_flags = SA_RESTART;
-        (void)sigaction(SIGUSR1, &action, nullptr);
-        for (int i = 0; i < 20000; ++i)
-            cs_handlerTexts.push_back(areaMessage("handler", i));
-        m_sender = std::thread([this, target] {
-            for (; !m_done; std::this_thread::yield())
-                (void)pthread_kill(target, SIGUSR1);
-        });
-    }
-    ~Bombardment()
-    {
-        m_done = true;
-        m_sender.join();
-    }
-
-private:
-    std::atomic<bool> m_done{false};
-    std::thread m_sender;
-};
+    struct sigaction action = {};
+    action.sa_handler = onSignal;
+    action.sa_flags = SA_RESTART;
+    (void)sigaction(SIGUSR1, &action, nullptr);
+    for (int i = 0; i < 20000; ++i)
+        cs_handlerTexts.push_back(areaMessage("handler", i));
+    std::atomic<bool> bDone{false};
+    std::thread sender([&, target = pthread_self()] {
+        for (; !bDone; std::this_thread::yield())
+            (void)pthread_kill(target, SIGUSR1);
+    });
+    body();
+    bDone = true;
+    sender.join();
+}
 
 TEST_F(Signal, HandlersThatInterruptPutsTearAndLoseNothing)
 {
@@ -95,40 +86,38 @@ TEST_F(Signal, HandlersThatInterruptPutsTearAndLoseNothing)
     start();
     AreaConsumer consumer(areaFile());
     cs_pArea = &consumer;
-    std::atomic<bool> bDone{false};
-    std::thread collector([&] {
-        while (!bDone)
-            consumer.drain();
-        consumer.drain();
-    });
     std::atomic<size_t> uPut{0};
     const auto write = [&](const std::string& sender, size_t uHandlers) {
         for (int i = 0; i < cs_iLines || cs_uStored < uHandlers; ++i, ++uPut)
             consumer.put(sender, i);
     };
-    std::thread other(write, "other", 0);
-    {
-        const Bombardment bombardment(pthread_self());
-        write("main", 100);
-    }
-    other.join();
-    bDone = true;
-    collector.join();
+    std::atomic<int> iWriting{2};
+    std::thread writers([&] {
+        inThreads(2, [&](int t) {
+            t == 0 ? write("quiet", 0) : underFire([&] { write("interrupted", 100); });
+            --iWriting;
+        });
+    });
+    while (iWriting > 0)
+        consumer.drain();
+    consumer.drain();
+    writers.join();
     consumer.expectEachOnce();
     EXPECT_EQ(consumer.m_seen.size(), uPut + cs_uStored);
 }
 
 TEST_F(Signal, HandlersMayInterruptStartAndStop)
 {
-    const Bombardment bombardment(pthread_self());
     std::thread other([] {
         for (int i = 0; i < 20000; ++i)
             (void)ZEBU2_PutMsgSigSafe("other");
     });
-    for (int i = 0; i < 300; ++i) {
-        ASSERT_EQ(ZEBU2_Initialize(nullptr, "app"), 1);
-        ASSERT_EQ(ZEBU2_Finalize(), 0);
-    }
+    underFire([] {
+        for (int i = 0; i < 300; ++i) {
+            start();
+            stop();
+        }
+    });
     other.join();
     EXPECT_GT(cs_uHandled, 0u);
     EXPECT_EQ(areaHeader().uGuard, 0u);
