@@ -1,13 +1,8 @@
 // tests/test_cleanup.cpp -- removal of old trace files, through the exported function.
-#include <fcntl.h>
 #include <linux/capability.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
-#include <unistd.h>
 
-#include <filesystem>
 #include <set>
-#include <tuple>
 
 #include "support/Sandbox.h"
 

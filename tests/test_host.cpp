@@ -1,13 +1,8 @@
 // What a host does to the library it loads: threads that do everything at once, forks in the middle of it,
 // disks that are full.
 #include <sys/mount.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
-#include <atomic>
-#include <filesystem>
 #include <set>
-#include <thread>
 
 #include "support/PrivateOpt.h"
 #include "support/Sandbox.h"
@@ -17,34 +12,16 @@
 class Host : public Sandbox
 {
 protected:
-    void start()
+    // Everything that is not a put of its own line. Returns 0.
+    int everythingElse(int iOdd)
     {
-        ASSERT_GE(ZEBU2_SetInstanceLockRetryTimes(nullptr, 20'000), 0); // 1 ms each: no put gives up
-        ASSERT_EQ(ZEBU2_Initialize(ring(4 << 20, 16), "host"), 0);
-        ASSERT_EQ(ZEBU2_CreateInstanceM(&m_shared, ring(1 << 20, 16, "shared"), "host", ZEBU2_OPT_NOFILL), 0);
-        ZEBU2_SetShmThreshold(ZEBU2_LEVEL_OFF); // the area is the children's
-        ASSERT_EQ(ZEBU2_SetInstanceShmThreshold(m_shared, ZEBU2_LEVEL_OFF), 0);
-    }
-    // Every put succeeded, and every line is there once: those of the threads, and in the shared ring
-    // `iChildren` more.
-    void finish(int iChildren = 0)
-    {
-        for (std::thread& thread : m_threads)
-            thread.join();
-        EXPECT_EQ(m_iFailed, 0);
-        const std::string copy = path("copy");
-        EXPECT_EQ(ZEBU2_TraceBackup(copy.c_str()), 0);
-        expectOnce(readFile(copy), m_iTried);
-        EXPECT_EQ(ZEBU2_InstanceTraceBackupM(m_shared, copy.c_str(), 0), 0);
-        expectOnce(readFile(copy), m_iTried + iChildren);
-        EXPECT_EQ(ZEBU2_DeleteInstance(m_shared), 0);
-        stop();
-    }
-    static void expectOnce(const std::string& bytes, int iCount)
-    {
-        const Lines texts = bodies(traceLines(bytes));
-        EXPECT_EQ(static_cast<int>(texts.size()), iCount);
-        EXPECT_EQ(std::set<std::string>(texts.begin(), texts.end()).size(), texts.size());
+        ZEBU2_SetLogLevel(iOdd);
+        ZEBU2_SetInstanceLogLevel(m_shared, iOdd);
+        ZEBU2_SetTimeStumpMode(iOdd);
+        std::thread([] { (void)ZEBU2_GetLogLevel(); }).join();
+        return ZEBU2_FileBufferFlush() | ZEBU2_InstanceFileBufferFlush(m_shared) |
+               ZEBU2_ChFileAttr(iOdd ? 0640 : 0644) | ZEBU2_TraceBackup(path("copy").c_str()) |
+               ZEBU2_InstanceTraceBackupM(m_shared, path("other").c_str(), iOdd * 16) | passing("own");
     }
     // An instance with a ring of its own for one line.
     int passing(const std::string& own) const
@@ -56,46 +33,15 @@ protected:
                ZEBU2_SetInstanceShmThreshold(hInstance, ZEBU2_LEVEL_OFF) |
                ZEBU2_PutInstanceLine(hInstance, 0, "own") | ZEBU2_DeleteInstance(hInstance);
     }
-
-    // Runs `body` with another text each time until the end, or `iTimes` times.
-    void inThread(const std::function<void(const char*)>& body, int iTimes = 1 << 30)
+    void expectOnce(int iCount) const
     {
-        m_threads.emplace_back([this, body, iTimes, t = m_threads.size()] {
-            for (int n = 0; n < iTimes && !m_bStop; ++n)
-                body((std::to_string(t) + "." + std::to_string(n)).c_str());
-        });
-    }
-    void putting(int iLines)
-    {
-        const auto put = [this](const char* pszText) {
-            m_iFailed |= ZEBU2_PutLine(0, pszText) | ZEBU2_PutInstanceLine(m_shared, 0, pszText);
-            m_iTried += 1;
-        };
-        inThread(put, iLines);
+        const Lines texts = bodies(traceLines(readFile(path("copy"))));
+        EXPECT_EQ(static_cast<int>(texts.size()), iCount);
+        EXPECT_EQ(std::set<std::string>(texts.begin(), texts.end()).size(), texts.size());
     }
 
     ZEBU2_HINSTANCE m_shared = nullptr;
-    std::atomic<int> m_iFailed{0}, m_iTried{0};
-    std::atomic<bool> m_bStop{false};
-    std::vector<std::thread> m_threads;
 };
-
-TEST_F(Host, EightThreadsPutWhileAnotherChangesEverything)
-{
-    start();
-    for (int t = 0; t < 8; ++t)
-        putting(400);
-    for (int i = 0; i < 60; ++i) {
-        ZEBU2_SetLogLevel(i % 3);
-        ZEBU2_SetShmThreshold(i % 2 - 1);
-        ZEBU2_SetInstanceLogLevel(m_shared, i % 5);
-        ZEBU2_SetTimeStumpMode(i % 2);
-        m_iFailed |= ZEBU2_FileBufferFlush() | ZEBU2_InstanceFileBufferFlush(m_shared) |
-                     ZEBU2_ChFileAttr(i % 2 ? 0640 : 0644) | ZEBU2_TraceBackup(path("copy").c_str()) |
-                     ZEBU2_InstanceTraceBackupM(m_shared, path("other").c_str(), i % 2 * 16) | passing("own");
-    }
-    finish();
-}
 
 // Whatever the parent's threads hold at the moment of a fork, its child logs at once, and neither loses a
 // line through the other.
@@ -120,15 +66,25 @@ TEST_F(Host, ACancelledThreadLeavesNoLockBehind)
 TEST_F(Host, ChildrenLogAtOnceWhateverTheParentsThreadsDo)
 {
     constexpr int iChildren = 60;
-    start();
-    putting(60'000); // the shared ring holds the lines of both
-    putting(60'000);
-    inThread([this](const char*) {
-        (void)ZEBU2_FileBufferFlush();
-        (void)ZEBU2_InstanceFileBufferFlush(m_shared);
+    ASSERT_GE(ZEBU2_SetInstanceLockRetryTimes(nullptr, 20'000), 0); // 1 ms each: no put gives up
+    ASSERT_EQ(ZEBU2_Initialize(ring(4 << 20, 16), "host"), 0);
+    ASSERT_EQ(ZEBU2_CreateInstanceM(&m_shared, ring(1 << 20, 16, "shared"), "host", ZEBU2_OPT_NOFILL), 0);
+    ZEBU2_SetShmThreshold(ZEBU2_LEVEL_OFF); // the area is the children's
+    ASSERT_EQ(ZEBU2_SetInstanceShmThreshold(m_shared, ZEBU2_LEVEL_OFF), 0);
+
+    std::atomic<int> iFailed{0}, iPut{0};
+    std::atomic<bool> bStop{false};
+    std::thread parent([&] {
+        inThreads(5, [&](int t) {
+            for (int n = 0; !bStop && n < 30'000; ++n) { // the shared ring holds the lines of all
+                const std::string text = std::to_string(t) + "." + std::to_string(n);
+                iFailed |= t == 4 ? everythingElse(n % 2)
+                                  : ZEBU2_PutLine(0, text.c_str()) |
+                                        ZEBU2_PutInstanceLine(m_shared, 0, text.c_str());
+                iPut += t == 4 ? 0 : 1;
+            }
+        });
     });
-    inThread([](const char*) { std::thread([] { (void)ZEBU2_GetLogLevel(); }).join(); });
-    inThread([this](const char*) { (void)passing("own"); });
     for (int i = 0; i < iChildren; ++i) {
         const int iStatus = inChild([&] {
             alarm(30); // a mutex that stayed locked
@@ -138,14 +94,18 @@ TEST_F(Host, ChildrenLogAtOnceWhateverTheParentsThreadsDo)
             CHECK(result(ZEBU2_PutLine(0, "refused")) == Result(-1, 0x08000016)); // the ring is the parent's
             CHECK(passing("childs") == 0);
         });
-        ASSERT_EQ(iStatus, 0) << "child " << i;
+        EXPECT_EQ(iStatus, 0) << "child " << i;
     }
-    m_bStop = true;
-    finish(iChildren);
-    const Lines area = bodies(areaLines());
-    ASSERT_EQ(area.size(), static_cast<size_t>(iChildren));
-    for (int i = 0; i < iChildren; ++i)
-        EXPECT_EQ(area[static_cast<size_t>(i)], "child " + std::to_string(i));
+    bStop = true;
+    parent.join();
+    EXPECT_EQ(iFailed, 0);
+    EXPECT_EQ(ZEBU2_TraceBackup(path("copy").c_str()), 0);
+    expectOnce(iPut);
+    EXPECT_EQ(ZEBU2_InstanceTraceBackupM(m_shared, path("copy").c_str(), 0), 0);
+    expectOnce(iPut + iChildren);
+    EXPECT_EQ(areaLines().size(), size_t{iChildren});
+    EXPECT_EQ(ZEBU2_DeleteInstance(m_shared), 0);
+    stop();
 }
 
 // ---- Full disks ----------------------------------------------------------------------------------

@@ -1,6 +1,4 @@
 // Starting and stopping: argument checks, results, error values, and what is open afterwards.
-#include <thread>
-#include <tuple>
 
 #include "support/Sandbox.h"
 

@@ -1,7 +1,5 @@
 // Names that others may plant in a directory that others can write: nothing outside is opened, emptied or
 // made writable through them, and nothing waits for them.
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include "support/Sandbox.h"
 

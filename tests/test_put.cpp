@@ -1,11 +1,6 @@
 // The put operations: columns and limits of the line, levels and thresholds, destinations and failures.
 #include <pthread.h>
-#include <stdio.h>
 #include <time.h>
-#include <unistd.h>
-
-#include <filesystem>
-#include <tuple>
 
 #include "support/Sandbox.h"
 

@@ -1,11 +1,7 @@
 // The ring of one process: which file it goes on in, its header, moving on, locks, backup, permissions.
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <sys/utsname.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <tuple>
 
 #include "support/Sandbox.h"
 

@@ -1,24 +1,15 @@
 // The signal-safe put: its line, its results, and handlers that interrupt the library anywhere.
 #include <pthread.h>
 #include <signal.h>
-#include <stdio.h>
-#include <unistd.h>
-
-#include <atomic>
-#include <thread>
 
 #include "support/AreaConsumer.h"
 
-class Signal : public Sandbox
-{
-protected:
-    static void start() { ASSERT_EQ(ZEBU2_Initialize(nullptr, "app"), 1); }
-};
+using Signal = Sandbox;
 
 TEST_F(Signal, LineHasPlaceholders)
 {
     EXPECT_EQ(ZEBU2_PutMsgSigSafe("no area yet"), -1); // takes number 0000
-    start();
+    startArea();
     EXPECT_EQ(ZEBU2_SetLogLevel(1001), 0);
     errno = 4711;
     EXPECT_EQ(ZEBU2_PutMsgSigSafe(nullptr), -1); // takes none
@@ -33,7 +24,7 @@ TEST_F(Signal, LineHasPlaceholders)
 
 TEST_F(Signal, FullAndDamagedAreas)
 {
-    start();
+    startArea();
     for (int i = 0; i < 20; ++i)
         (void)ZEBU2_PutToShm(std::string(4000, 'f').data(), 4000);
     EXPECT_EQ(result(ZEBU2_PutMsgSigSafe(std::string(4000, 'x').c_str())), Result(-1, 0));
@@ -83,7 +74,7 @@ static void underFire(const std::function<void()>& body)
 TEST_F(Signal, HandlersThatInterruptPutsTearAndLoseNothing)
 {
     constexpr int cs_iLines = 20000;
-    start();
+    startArea();
     AreaConsumer consumer(areaFile());
     cs_pArea = &consumer;
     std::atomic<size_t> uPut{0};
@@ -114,7 +105,7 @@ TEST_F(Signal, HandlersMayInterruptStartAndStop)
     });
     underFire([] {
         for (int i = 0; i < 300; ++i) {
-            start();
+            startArea();
             stop();
         }
     });

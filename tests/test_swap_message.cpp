@@ -1,10 +1,8 @@
 // tests/test_swap_message.cpp -- the file-switch notice: its text and what reaches syslog.
 #include <stdarg.h>
-#include <stdio.h>
 #include <syslog.h>
 
 #include "logfile/LogSwapMsg.h"
-#include <tuple>
 
 #include "support/Sandbox.h"
 

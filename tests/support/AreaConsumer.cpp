@@ -1,11 +1,8 @@
 #include "support/AreaConsumer.h"
 
-#include <fcntl.h>
-#include <stdio.h>
 #include <sys/mman.h>
-#include <unistd.h>
 
-#include <thread>
+#include <sstream>
 
 static constexpr size_t cs_uSize = 65536;
 
@@ -17,11 +14,11 @@ std::string areaMessage(const std::string& sender, int iNumber)
 
 std::string areaSender(const std::string& message)
 {
-    char szSender[16] = {};
+    std::istringstream in(message);
+    std::string sender;
     int iNumber = 0;
-    const bool bWhole = sscanf(message.c_str(), "%15s %d", szSender, &iNumber) == 2 &&
-                        message == areaMessage(szSender, iNumber);
-    return bWhole ? std::string(szSender) + " " + std::to_string(iNumber) : "";
+    in >> sender >> iNumber;
+    return message == areaMessage(sender, iNumber) ? sender + " " + std::to_string(iNumber) : "";
 }
 
 AreaConsumer::AreaConsumer(const std::string& file)

@@ -4,7 +4,6 @@
 #include <string.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <fstream>
 
 namespace fs = std::filesystem;
@@ -97,6 +96,11 @@ const tagZEBU_LOGFILE_SPEC* Sandbox::ring(long size, long count, const std::stri
     m_prefix = path(name);
     m_ring = {size, count, m_prefix.c_str()};
     return &m_ring;
+}
+
+void Sandbox::startArea()
+{
+    ASSERT_EQ(result(ZEBU2_Initialize(nullptr, "app")), Result(1, 0x06000000));
 }
 
 void Sandbox::putLine(const std::string& text)

@@ -3,10 +3,19 @@
 #ifndef ZEBU_TESTS_SUPPORT_SANDBOX_H
 #define ZEBU_TESTS_SUPPORT_SANDBOX_H
 
+// What nearly every test needs.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <stdint.h>
+#include <stdio.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <atomic>
+#include <filesystem>
 #include <string>
+#include <thread>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -53,7 +62,8 @@ protected:
     // A ring in this directory. Valid until the next call.
     const tagZEBU_LOGFILE_SPEC* ring(long size = 65536, long count = 3, const std::string& name = "app");
 
-    // Puts a line into the process log; stops it. Both must work.
+    // Starts the process log with the trace area alone; puts a line into it; stops it. All must work.
+    static void startArea();
     static void putLine(const std::string& text);
     static void stop();
 
