@@ -1,5 +1,4 @@
 // The trace area: creation, checks, the ring's arithmetic, damaged headers, dead writers.
-
 #include <chrono>
 
 #include "support/AreaConsumer.h"

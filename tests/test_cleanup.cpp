@@ -108,13 +108,15 @@ TEST_F(Cleanup, ArgumentsAndEntriesAreChecked)
     makeFile("a", 100);
     ASSERT_EQ(symlink("nowhere", in("link").c_str()), 0);
     const std::string longest(4096 - in("").size(), '*');
-    const std::tuple<std::string, int, int, int, int> cases[] = {{longest + "*", NUMBER, 0, 0x0C000001, 0},
-                                                                 {"*", NUMBER, -1, 0x0C000001, 0},
-                                                                 {"*", 3, 0, 0x0C000001, 0},
-                                                                 {"d*/a", NUMBER, 0, 0x0C00000D, ENOENT},
-                                                                 {"a/*", AGE, 0, 0x0C00000D, ENOTDIR},
-                                                                 {"a", NUMBER, 0, 0x0C000014, ENOENT},
-                                                                 {"none", AGE, 0, 0x0C000014, ENOENT}};
+    const std::tuple<std::string, int, int, int, int> cases[] = {
+        {longest + "*", NUMBER, 0, 0x0C000001, 0},
+        {"*", NUMBER, -1, 0x0C000001, 0},
+        {"*", 3, 0, 0x0C000001, 0},
+        {"d*/a", NUMBER, 0, 0x0C00000D, ENOENT},
+        {"a/*", AGE, 0, 0x0C00000D, ENOTDIR},
+        {"a", NUMBER, 0, 0x0C000014, ENOENT},
+        {"none", AGE, 0, 0x0C000014, ENOENT},
+    };
     for (const auto& [pattern, mode, value, error, code] : cases) {
         EXPECT_EQ(clear(pattern, mode, value), Result(-1, error));
         EXPECT_EQ(lastCode(), code);

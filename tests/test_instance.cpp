@@ -1,5 +1,4 @@
 // Trace instances: creation, handles, levels, lock parameters, deletion.
-
 #include "support/Sandbox.h"
 
 class Instance : public Sandbox

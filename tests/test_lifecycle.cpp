@@ -1,5 +1,4 @@
 // Starting and stopping: argument checks, results, error values, and what is open afterwards.
-
 #include "support/Sandbox.h"
 
 using Lifecycle = Sandbox;

@@ -198,11 +198,10 @@ TEST_F(PutTest, ArgumentsAreCheckedBeforeTheLevel)
     ZEBU2_HINSTANCE hGone = nullptr;
     ASSERT_EQ(ZEBU2_CreateInstance(&hGone, nullptr, "gone"), 1);
     ASSERT_EQ(ZEBU2_DeleteInstance(hGone), 0);
-    const std::tuple<ZEBU2_HINSTANCE, int, const char*, int, int> cases[] = {{hInstance, -1, "", 1, 1},
-                                                                             {hInstance, 1001, "", 1, 1},
-                                                                             {hInstance, 0, nullptr, 1, 1},
-                                                                             {nullptr, 0, "", 0, 1},
-                                                                             {hGone, 0, "", 0, 11}};
+    const std::tuple<ZEBU2_HINSTANCE, int, const char*, int, int> cases[] = {
+        {hInstance, -1, "", 1, 1}, {hInstance, 1001, "", 1, 1}, {hInstance, 0, nullptr, 1, 1},
+        {nullptr, 0, "", 0, 1},    {hGone, 0, "", 0, 11},
+    };
     for (const Put& put : puts) {
         for (const auto& [hUsed, level, text, ofProcess, ofInstance] : cases) {
             const int failure = put.instance ? ofInstance : ofProcess;

@@ -1,5 +1,4 @@
 // The C++ wrapper: what it adds to the C functions.
-
 #include <string_view>
 
 #define FMT_HEADER_ONLY
