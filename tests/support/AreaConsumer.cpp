@@ -30,11 +30,6 @@ AreaConsumer::AreaConsumer(const std::string& file)
     m_pHeader = static_cast<AreaHeader*>(pMap);
 }
 
-AreaConsumer::~AreaConsumer()
-{
-    (void)munmap(m_pHeader, cs_uSize);
-}
-
 void AreaConsumer::drain()
 {
     const uint32_t uWrite = __atomic_load_n(&m_pHeader->uWriteOffset, __ATOMIC_ACQUIRE);

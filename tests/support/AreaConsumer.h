@@ -17,9 +17,6 @@ class AreaConsumer
 {
 public:
     explicit AreaConsumer(const std::string& file);
-    ~AreaConsumer();
-    AreaConsumer(const AreaConsumer&) = delete;
-    AreaConsumer& operator=(const AreaConsumer&) = delete;
 
     // Takes out and counts the lines that are there.
     void drain();
