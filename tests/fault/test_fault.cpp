@@ -94,7 +94,7 @@ bool isLocked(const std::string& name)
 void checkNothingLeft(const std::string& dir, long lDescriptors)
 {
     CHECK(openDescriptors() == lDescriptors && plan()->lInheritable == 0);
-    CHECK(readFile("/proc/self/maps").find(dir) == std::string::npos);
+    CHECK(readFile("/proc/self/maps").find(dir) == std::string::npos); // no mapping
     for (const auto& entry : std::filesystem::recursive_directory_iterator(dir))
         CHECK(!entry.is_regular_file() || !isLocked(entry.path()));
 }
@@ -113,13 +113,20 @@ struct Script
     friend void PrintTo(const Script& script, std::ostream* pOut) { *pOut << script.pszName; }
 };
 
-class Scene
+class Scene : public Sandbox
 {
 public:
-    Scene(const Script& script, const Failing& failing, const std::string& dir)
-        : m_script(script), m_failing(failing), m_dir(dir)
+    Scene(const Script& script, const Failing& failing) : m_script(script), m_failing(failing)
     {
+        configure("MapSize = 16384\n");
+        CHECK(mkdir(path("ring").c_str(), 0777) == 0);
+        CHECK(symlink("../elsewhere.log", (m_prefix + "2.log").c_str()) == 0);
+        for (const char* pszName : {"old1.log", "old2.log", "old3.log"}) {
+            writeFile(path(pszName), "line\r\n");
+            age(path(pszName), 10); // time(2) can be behind the time of a new file
+        }
     }
+    using Sandbox::path;
 
     // Begins with an empty directory and starts twice, the second time on a ring with lines.
     void play()
@@ -139,7 +146,7 @@ public:
             CHECK(unlink(manageFile().c_str()) == 0 || m_bHit);
         start();
         put();
-        const std::string to = m_dir + "/backup/all.log";
+        const std::string to = path("backup/all.log");
         call([&] {
             return m_script.bInstance ? ZEBU2_InstanceTraceBackup(m_handle, to.c_str())
                                       : ZEBU2_TraceBackup(to.c_str());
@@ -162,7 +169,7 @@ public:
         put();
         CHECK(m_put.back().bAcknowledged);
         CHECK(ZEBU2_LogFileClear(m_oldFiles.c_str(), ZEBU2_CLEAR_BY_AGE, 0) == 0 &&
-              !exists(m_dir + "/old2.log"));
+              !exists(path("old2.log")));
         stop();
         CHECK(!m_bOpen);
     }
@@ -179,7 +186,7 @@ public:
             for (const std::string& line : traceLines(bytes))
                 ++found[body(line)];
         }
-        const std::string area = readFile(m_dir + "/mmap/zebu2mmap.mm");
+        const std::string area = readFile(areaFile());
         for (const Put& p : m_put) {
             CHECK(found[p.text] == 1 || (found[p.text] == 0 && !p.bAcknowledged));
             found.erase(p.text);
@@ -250,7 +257,7 @@ private:
         const bool bMayBe = mayBe(iResult, iValue, iCode, plan()->lFired != lFired);
         if (!bMayBe)
             (void)fprintf(stderr, "result %d, value %08X, code %d\n", iResult, iValue, iCode);
-        CHECK(bMayBe && !isLocked(manageFile()) && !isLocked(m_dir + "/mmap/zebu2mmap.mm"));
+        CHECK(bMayBe && !isLocked(manageFile()) && !isLocked(areaFile()));
         return iResult;
     }
 
@@ -289,12 +296,12 @@ private:
         return iCode == 0 && (bNoHandle || iFailure == ZEBU_EPOS_NOTREADY || iFailure == ZEBU_EPOS_MISMATCH);
     }
 
-    std::string manageFile() const { return m_dir + "/ring/mmap/app.mm"; }
+    void TestBody() override {}
+    std::string manageFile() const { return path("ring/mmap/app.mm"); }
 
     const Script& m_script;
     const Failing& m_failing;
-    const std::string m_dir;
-    const std::string m_prefix = m_dir + "/ring/app", m_oldFiles = m_dir + "/old*.log";
+    const std::string m_prefix = path("ring/app"), m_oldFiles = path("old*.log");
     ZEBU2_HINSTANCE m_handle = nullptr;
     std::vector<Put> m_put;
     bool m_bOpen = false; // also an instance whose deletion failed
@@ -308,90 +315,63 @@ private:
 class Fault : public ::testing::TestWithParam<Script>
 {
 protected:
-    using Body = std::function<void(const Failing& failing, const std::string& dir)>;
-
     void SetUp() override
     {
         ASSERT_NE(plan(), nullptr) << "the injector is not preloaded";
-        (void)enterPrivateOpt(); // without the area's directory the standard one must not be found
+        (void)enterPrivateOpt();           // without the area's directory the standard one must not be found
+        if (access("/dev/shm", W_OK) == 0) // thousands of directories are made
+            CHECK(setenv("TMPDIR", "/dev/shm", 1) == 0);
     }
 
-    // Runs `body` again and again, each time with another fault: every call of every function once, and every
-    // call from some call on, as on a disk that is full or without memory.
-    void withEveryFault(const Body& body)
-    {
-        int iRuns = 0;
-        for (const Failing& failing : cs_failing) {
-            for (const char* pszFunction : failing.functions) {
-                for (const int iCode : failing.codes) {
-                    ZebuFault fault = {pszFunction, iCode, 1, 1, 0, 0, 0, 0};
-                    for (; run(body, failing, fault); fault.lLast = fault.lFirst += cs_lStep)
-                        ++iRuns;
-                    if (iCode == EINTR || failing.failures.contains(ZEBU_EPOS_MUNMAP))
-                        continue; // nothing could ever be given back
-                    fault.lLast = LONG_MAX;
-                    for (const long lFirst : {1, 4, 12, 30}) {
-                        fault.lFirst = lFirst;
-                        run(body, failing, fault);
-                    }
-                }
-            }
-        }
-        EXPECT_GT(iRuns, 30 / cs_lStep);
-    }
-
-private:
     // In a process and a directory of its own. True when the fault came to pass.
-    bool run(const Body& body, const Failing& failing, const ZebuFault& fault)
+    bool run(const Failing& failing, const ZebuFault& fault)
     {
         *m_pbFired = false;
-        const std::string dir = makeDirectory();
+        Scene scene(GetParam(), failing);
         const int iStatus = inChild([&] {
             alarm(20); // for a hang
             const long lDescriptors = openDescriptors();
             *plan() = fault;
-            body(failing, dir);
+            scene.play();
             *m_pbFired = plan()->lFired != 0;
-            checkNothingLeft(dir, lDescriptors);
+            // Without a key the process has no contexts, for good.
+            if (fault.pszFunction != std::string("pthread_key_create") || !*m_pbFired) {
+                scene.recover();
+                scene.checkLines();
+            }
+            checkNothingLeft(scene.path(""), lDescriptors);
         });
-        std::filesystem::remove_all(dir);
         EXPECT_EQ(iStatus, 0) << "calls " << fault.lFirst << " to " << fault.lLast << " of "
                               << fault.pszFunction << ", code " << fault.iCode;
         return *m_pbFired;
-    }
-
-    static std::string makeDirectory()
-    {
-        const std::string memory = "/dev/shm"; // thousands of directories are made
-        std::string dir =
-            access(memory.c_str(), W_OK) == 0 ? memory : std::filesystem::temp_directory_path().string();
-        dir += "/zebu-fault-XXXXXX";
-        CHECK(mkdtemp(dir.data()));
-        CHECK(mkdir((dir + "/ring").c_str(), 0777) == 0);
-        CHECK(symlink("../elsewhere.log", (dir + "/ring/app2.log").c_str()) == 0);
-        for (const char* pszName : {"/old1.log", "/old2.log", "/old3.log"}) {
-            writeFile(dir + pszName, "line\r\n");
-            age(dir + pszName, 10); // time(2) can be behind the time of a new file
-        }
-        writeFile(dir + "/test.cnf", "LogFile = " + dir + "/log\nMapSize = 16384\n");
-        CHECK(setenv("ZEBU2_TRACECNF_FILE", (dir + "/test.cnf").c_str(), 1) == 0);
-        return dir;
     }
 
     bool* const m_pbFired = static_cast<bool*>(
         mmap(nullptr, sizeof(bool), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
 };
 
+// Every call of every function fails once, and every call from some call on, as on a disk that is full or
+// without memory.
 TEST_P(Fault, LosesNothingAndLeavesNothing)
 {
-    withEveryFault([](const Failing& failing, const std::string& dir) {
-        Scene scene(GetParam(), failing, dir);
-        scene.play();
-        if (plan()->pszFunction == std::string("pthread_key_create") && plan()->lFired != 0)
-            return; // the process has no contexts, for good
-        scene.recover();
-        scene.checkLines();
-    });
+    int iRuns = 0;
+    for (const Failing& failing : cs_failing) {
+        for (const char* pszFunction : failing.functions) {
+            for (const int iCode : failing.codes) {
+                ZebuFault fault = {pszFunction, iCode, 1, 1, 0, 0, 0, 0};
+                for (; run(failing, fault); fault.lLast = fault.lFirst += cs_lStep)
+                    ++iRuns;
+                if (iCode == EINTR || failing.failures.contains(ZEBU_EPOS_MUNMAP))
+                    continue; // nothing could ever be given back
+                fault.lLast = LONG_MAX;
+                for (const long lFirst : {1, 4, 12, 30}) {
+                    fault.lFirst = lFirst;
+                    run(failing, fault);
+                }
+            }
+        }
+    }
+    EXPECT_GT(iRuns, 300 / cs_lStep);
 }
 
 INSTANTIATE_TEST_SUITE_P(

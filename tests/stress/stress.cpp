@@ -17,20 +17,15 @@
 
 namespace {
 
-// A directory of its own, and a configuration that puts the trace area there.
-struct Place
+// The directory and the configuration of a test, for a run of its own.
+class Place : public Sandbox
 {
-    std::string dir = std::filesystem::temp_directory_path() / "zebu-stress-XXXXXX";
+public:
+    using Sandbox::areaFile;
+    using Sandbox::path;
 
-    Place()
-    {
-        CHECK(mkdtemp(dir.data()));
-        writeFile(dir + "/test.cnf", "LogFile = " + dir + "/log\n");
-        CHECK(setenv("ZEBU2_TRACECNF_FILE", (dir + "/test.cnf").c_str(), 1) == 0);
-    }
-    ~Place() { std::filesystem::remove_all(dir); }
-    Place(const Place&) = delete;
-    Place& operator=(const Place&) = delete;
+private:
+    void TestBody() override {}
 };
 
 // ---- Killed writers ------------------------------------------------------------------------------
@@ -54,7 +49,7 @@ public:
     {
         // The area exists before the consumer maps it.
         CHECK(inChild([] { CHECK(ZEBU2_Initialize(nullptr, nullptr) == 1); }) == 0);
-        AreaConsumer consumer(m_place.dir + "/mmap/zebu2mmap.mm");
+        AreaConsumer consumer(m_place.areaFile());
         pid_t writers[cs_iWriters];
         for (int w = 0; w < cs_iWriters; ++w)
             writers[w] = start(w);
@@ -94,7 +89,7 @@ private:
     void write(int w, int iIncarnation) const
     {
         // The open works, whatever the writer before was doing when it died.
-        const std::string name = m_place.dir + (m_bShared ? "/all" : "/own" + std::to_string(w) + "-");
+        const std::string name = m_place.path(m_bShared ? "all" : "own" + std::to_string(w) + "-");
         const tagZEBU_LOGFILE_SPEC ring = {1 << 20, m_bShared ? 64 : 16, name.c_str()};
         const int iOption = ZEBU2_OPT_NOFILL | ZEBU2_OPT_CURRENT_ONLY;
         CHECK(ZEBU2_SetLockRetryTimes(5000) >= 0); // the attempts of three writers on two processors
@@ -115,7 +110,7 @@ private:
     int check(AreaConsumer& consumer) const
     {
         // The lines of the rings' files join those of the area.
-        for (const auto& entry : std::filesystem::directory_iterator(m_place.dir)) {
+        for (const auto& entry : std::filesystem::directory_iterator(m_place.path(""))) {
             std::string bytes = entry.path().extension() == ".log" ? readFile(entry.path()) : "";
             if (m_bShared)
                 bytes = bytes.substr(0, bytes.starts_with('\x1A') ? 0 : bytes.find("\r\n\x1A") + 2);
@@ -176,7 +171,7 @@ constexpr long cs_lOwnMappings = 0;
 int soak(int iTimes)
 {
     const Place place;
-    const std::string own = place.dir + "/own", all = place.dir + "/all";
+    const std::string own = place.path("own"), all = place.path("all");
     const tagZEBU_LOGFILE_SPEC ownRing = {1 << 20, 3, own.c_str()}, allRing = {1 << 16, 3, all.c_str()};
     const auto put = [] { CHECK(ZEBU2_PutWithId(0, "ID", "a line like any other") == 0); };
     Usage before = {};
