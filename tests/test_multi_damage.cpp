@@ -29,20 +29,6 @@ TEST_F(MultiDamage, InvalidRecordIsRepairedByWhoeverMeetsItFirst)
     }
 }
 
-// The newest file is not the one that the repairing process has mapped: it must leave that one alone.
-TEST_F(MultiDamage, RepairThatFindsAnotherFileMapsIt)
-{
-    const Ring ring = open(ZEBU2_OPT_NOSTARTLINE);
-    writeFile(traceName(3), "newest\r\n" + mark() + std::string(4096 - 56, ' '));
-    age(traceName(1), 10);
-    age(traceName(2), 10);
-    poke(0, 0);
-    EXPECT_EQ(ring->bufferFlush(), 0);
-    ASSERT_EQ(put(ring, "line"), 0);
-    EXPECT_EQ(data(3), "newest\r\nline\r\n");
-    EXPECT_EQ(data(1), "");
-}
-
 TEST_F(MultiDamage, NoContentOfRecordOrFilesHarmsTheProcess)
 {
     std::mt19937 random(1);

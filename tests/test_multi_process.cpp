@@ -6,6 +6,7 @@
 
 #include <map>
 
+#include "support/AreaConsumer.h"
 #include "support/SharedRing.h"
 
 namespace {
@@ -23,23 +24,14 @@ protected:
         return ring;
     }
 
-    // Line `number` of a writer: its length varies, and its end shows that it is whole.
-    static std::string line(int writer, int number)
-    {
-        const std::string head = std::to_string(writer) + ':' + std::to_string(number) + ':';
-        return head + std::string(static_cast<size_t>(number * 37 % 150), '.') + "end";
-    }
-
     // The first and the last number of each writer's lines in a text, where every line must be whole and none
     // between them may be missing.
     static std::map<int, std::pair<int, int>> numbers(const std::string& text)
     {
         std::map<int, std::pair<int, int>> found;
-        for (const std::string& got : splitLines(text)) {
+        for (const std::string& line : traceLines(text)) {
             int writer = 0, number = 0;
-            if (sscanf(got.c_str(), "%d:%d:", &writer, &number) != 2)
-                continue;
-            EXPECT_EQ(got, line(writer, number));
+            EXPECT_EQ(sscanf(areaSender(line).c_str(), "%d %d", &writer, &number), 2) << line;
             EXPECT_EQ(number, ++found.try_emplace(writer, number, number - 1).first->second.second) << writer;
         }
         return found;
@@ -138,7 +130,7 @@ TEST_F(MultiProcess, EveryLineIsThereOnceAndWhole)
         int lines;
         long size, count;
         int found;
-    } cases[] = {{2500, 32768, 64, 4 * 2500}, {15000, 4096, 8, 150}};
+    } cases[] = {{2500, 131072, 64, 4 * 2500}, {15000, 16384, 8, 150}};
     for (const auto& test : cases) {
         base = path("ring") + std::to_string(test.count);
         const Ring ring = join(ZEBU2_OPT_CURRENT_ONLY, test.size, test.count);
@@ -151,7 +143,7 @@ TEST_F(MultiProcess, EveryLineIsThereOnceAndWhole)
             writers.push_back(startChild([&, w] {
                 const Ring own = w % 2 ? join(0, 4096, 3) : Ring();
                 for (int i = 0; i < test.lines; ++i)
-                    CHECK(put(own ? own : ring, line(w, i)) == 0);
+                    CHECK(put(own ? own : ring, areaMessage(std::to_string(w), i)) == 0);
             }));
         }
         (void)numbers(backup(0)); // what is there at one moment has no gaps
