@@ -7,7 +7,7 @@ static constexpr size_t cs_uBuffer = size_t{256} * 1024;
 static_assert(cs_uBuffer >= 2 * ZEBU_RECORD_MAX, "a record moved to the front leaves room to read on");
 
 ZEBURecords::ZEBURecords(std::unique_ptr<ZEBUSource> pSource, bool bForeign)
-    : m_pSource(std::move(pSource)), m_bForeign(bForeign), m_buffer(cs_uBuffer)
+    : m_pSource(std::move(pSource)), m_bForeign(bForeign), m_buffer(cs_uBuffer + 1)
 {
 }
 
@@ -121,10 +121,11 @@ void ZEBURecords::emit(size_t uEnd, ZEBURecord* pRecord)
     m_uBegin = uEnd;
 }
 
-// Reads behind what the buffer holds. The record that is gathered stays whole.
+// Reads behind what the buffer holds. The record that is gathered stays whole. The last byte of the buffer
+// stays zero, for users of a record who know its length but call what looks for an end too.
 ZEBURead ZEBURecords::fill()
 {
-    if (m_uEnd + ZEBU_RECORD_MAX > m_buffer.size()) {
+    if (m_uEnd + ZEBU_RECORD_MAX > cs_uBuffer) {
         memmove(m_buffer.data(), m_buffer.data() + m_uBegin, m_uEnd - m_uBegin);
         m_uEnd -= m_uBegin;
         m_uGathered -= m_uBegin;
@@ -133,7 +134,7 @@ ZEBURead ZEBURecords::fill()
         m_uBegin = 0;
     }
     size_t uRead = 0;
-    const ZEBURead eRead = m_pSource->read(m_buffer.data() + m_uEnd, m_buffer.size() - m_uEnd, &uRead);
+    const ZEBURead eRead = m_pSource->read(m_buffer.data() + m_uEnd, cs_uBuffer - m_uEnd, &uRead);
     m_uEnd += uRead;
     if (eRead == ZEBURead::Bytes && m_strFile != m_pSource->file())
         m_strFile = m_pSource->file();

@@ -10,6 +10,7 @@
 #include <stdint.h>
 #include <string.h>
 #include <time.h>
+#include <utility>
 
 #include "tools/reader/Management.h"
 #include "tools/reader/Source.h"
@@ -20,13 +21,19 @@ constexpr int cs_iLooks = 16;       // at an offset that is not accepted, one af
 constexpr int cs_iPauses = 50;      // between such series, before a reader that does not follow gives up
 constexpr long cs_lPause = 2000000; // nanoseconds
 
+void fs_pause()
+{
+    const timespec time = {.tv_sec = 0, .tv_nsec = cs_lPause};
+    (void)nanosleep(&time, nullptr);
+}
+
 class ZEBUSharedRing final : public ZEBUSource
 {
 public:
     ZEBUSharedRing(const std::string& strPrefix, bool bFollow, const ZEBUWarn& warnUser);
     int open();
     ZEBURead read(char* pBuffer, size_t uSize, size_t* puRead) override;
-    const std::string& file() const override { return m_file.path(); }
+    const std::string& file() const override { return m_pFile->path(); }
 
 private:
     void start();
@@ -55,7 +62,9 @@ private:
     bool m_bDistrust = false;   // its offset was never accepted: read it up to its mark,
     size_t m_uLimit = SIZE_MAX; // or up to here
     bool m_bAtZero = false;     // the record stands at its beginning, and it has not changed yet
-    ZEBUTraceFile m_file;
+    int m_iWaits = 0;           // for the first line of a file that the ring came round to
+    std::unique_ptr<ZEBUTraceFile> m_pFile = std::make_unique<ZEBUTraceFile>();
+    std::unique_ptr<ZEBUTraceFile> m_pLast; // the file before it, until the first bytes were read
 };
 
 ZEBUSharedRing::ZEBUSharedRing(const std::string& strPrefix, bool bFollow, const ZEBUWarn& warnUser)
@@ -85,17 +94,18 @@ void ZEBUSharedRing::start()
     m_uNumber = m_end.uFile % m_record.uFileNum + 1;
 }
 
-// Takes the beginning of the current file with the position. False when they may not go together, or when the
-// ring has just moved on and the file's header is still to come.
+// Takes the position with the beginning of the current file, which is the same before and behind it. False
+// when they may not go together, or when the ring has just moved on and the file's header is still to come.
 bool ZEBUSharedRing::lookAround()
 {
-    m_end = m_record.position;
-    m_strEnd.assign(std::min<size_t>(m_end.uOffset, ZEBU_BEGINNING_MAX), '\0');
-    const bool bOpen = m_endFile.open(ZEBU_TraceFileName(m_strPrefix, m_end.uFile)) == 0;
+    const unsigned uFile = m_record.position.uFile;
+    m_strEnd.assign(ZEBU_BEGINNING_MAX, '\0');
+    const bool bOpen = m_endFile.open(ZEBU_TraceFileName(m_strPrefix, uFile)) == 0;
     const long lRead = bOpen ? m_endFile.readAt(0, m_strEnd.data(), m_strEnd.size()) : 0;
-    m_strEnd.resize(static_cast<size_t>(std::max(lRead, 0L)));
     refresh();
-    return m_end.uOffset > 0 && m_record.position.uFile == m_end.uFile;
+    m_end = m_record.position;
+    m_strEnd.resize(std::min<size_t>(static_cast<size_t>(std::max(lRead, 0L)), m_end.uOffset));
+    return m_end.uOffset > 0 && m_end.uFile == uFile && m_endFile.beginsWith(m_strEnd);
 }
 
 // Takes over the record as it is now. A damaged one is left to the writers, who repair it.
@@ -118,13 +128,13 @@ bool ZEBUSharedRing::isPassed(const ZEBUPosition& from, const ZEBUPosition& to) 
 
 bool ZEBUSharedRing::openFile()
 {
-    const int iErrno = m_file.isOpen() ? 0 : m_file.open(ZEBU_TraceFileName(m_strPrefix, m_uNumber));
+    const int iErrno = m_pFile->isOpen() ? 0 : m_pFile->open(ZEBU_TraceFileName(m_strPrefix, m_uNumber));
     if (iErrno == 0)
         return true;
     if (!m_bMissed && iErrno != ENOENT)
-        fail(m_file.path() + ": " + strerror(iErrno));
+        fail(m_pFile->path() + ": " + strerror(iErrno));
     else if (!m_bMissed && m_uNumber == m_record.position.uFile)
-        warn(m_file.path() + ", the current file of the ring, is missing");
+        warn(m_pFile->path() + ", the current file of the ring, is missing");
     m_bMissed = true;
     return false;
 }
@@ -139,6 +149,10 @@ ZEBURead ZEBUSharedRing::read(char* pBuffer, size_t uSize, size_t* puRead)
             return lost();
         if (!openFile())
             return nextFile();
+        // The ring may come round once or more often between two looks at the record. What is noticed then is
+        // that the beginning changes, so that is read first.
+        if (m_pFile->offset() == 0)
+            uSize = std::min(uSize, ZEBU_BEGINNING_MAX);
         if (m_uNumber != m_record.position.uFile || m_bDistrust)
             return readOld(pBuffer, uSize, puRead);
         const std::optional<ZEBURead> result = readCurrent(pBuffer, uSize, puRead);
@@ -152,10 +166,10 @@ ZEBURead ZEBUSharedRing::readOld(char* pBuffer, size_t uSize, size_t* puRead)
 {
     const bool bLast = !m_bFollow && m_uNumber == m_end.uFile;
     const size_t uLimit = m_bDistrust ? m_uLimit : bLast ? m_end.uOffset : SIZE_MAX;
-    uSize = std::min(uSize, std::max(uLimit, m_file.offset()) - m_file.offset());
-    const long lRead = uSize == 0 ? 0 : m_file.readLive(pBuffer, uSize);
+    uSize = std::min(uSize, std::max(uLimit, m_pFile->offset()) - m_pFile->offset());
+    const long lRead = uSize == 0 ? 0 : m_pFile->readLive(pBuffer, uSize);
     if (lRead < 0)
-        fail(m_file.path() + " cannot be read to its end: " + strerror(errno));
+        fail(m_pFile->path() + " cannot be read to its end: " + strerror(errno));
     return lRead > 0 ? take(pBuffer, lRead, puRead) : nextFile();
 }
 
@@ -165,16 +179,30 @@ std::optional<ZEBURead> ZEBUSharedRing::readCurrent(char* pBuffer, size_t uSize,
     ZEBUPosition claim = m_record.position;
     if (!m_bFollow && claim.uFile == m_end.uFile && claim.uOffset > m_end.uOffset)
         claim = m_end; // the ring has gone on from there, so the line before it is complete
-    if (claim.uOffset < m_file.offset())
+    const bool bCameRound = claim.uFile == m_end.uFile && m_end.uOffset > 0;
+    if (!m_bFollow && claim.uOffset == 0 && (bCameRound || m_pFile->offset() > 0) &&
+        m_iWaits++ < cs_iPauses) {
+        fs_pause();
+        return {};
+    }
+    if (claim.uOffset < m_pFile->offset())
         return setBack(claim.uOffset);
     m_bAtZero = false;
-    if (claim.uOffset == m_file.offset())
+    if (claim.uOffset == m_pFile->offset() && !m_pFile->isUnchanged())
+        return lost();
+    if (claim.uOffset == m_pFile->offset())
         return m_bFollow ? ZEBURead::Idle : ZEBURead::End;
     if (claim == m_record.position && !isAccepted(claim))
         return notAccepted();
-    const size_t uLeft = claim.uOffset - m_file.offset();
-    const long lRead = m_file.readAt(m_file.offset(), pBuffer, std::min(uSize, uLeft));
-    return lRead > 0 ? take(pBuffer, lRead, puRead) : notAccepted();
+    const size_t uLeft = claim.uOffset - m_pFile->offset();
+    const long lRead = m_pFile->readAt(m_pFile->offset(), pBuffer, std::min(uSize, uLeft));
+    if (lRead <= 0)
+        return notAccepted();
+    refresh();
+    if (m_record.position.uFile == claim.uFile &&
+        m_record.position.uOffset < m_pFile->offset() + static_cast<size_t>(lRead))
+        return {}; // the claim is not true any more
+    return take(pBuffer, lRead, puRead);
 }
 
 // Takes bytes as read, unless the ring came to their file meanwhile.
@@ -182,10 +210,12 @@ ZEBURead ZEBUSharedRing::take(const char* pBuffer, long lRead, size_t* puRead)
 {
     const ZEBUPosition before = m_record.position;
     refresh();
-    m_file.consume({pBuffer, static_cast<size_t>(lRead)});
-    const bool bLapped = !m_bFollow && m_endFile.isOpen() && !m_endFile.beginsWith(m_strEnd);
-    if (isPassed(before, m_record.position) || !m_file.isUnchanged() || bLapped)
+    m_pFile->consume({pBuffer, static_cast<size_t>(lRead)});
+    const bool bLapped = (!m_bFollow && m_endFile.isOpen() && !m_endFile.beginsWith(m_strEnd)) ||
+                         (m_pLast && m_pLast->isOpen() && !m_pLast->isUnchanged());
+    if (isPassed(before, m_record.position) || !m_pFile->isUnchanged() || bLapped)
         return lost();
+    m_pLast.reset();
     *puRead = static_cast<size_t>(lRead);
     return ZEBURead::Bytes;
 }
@@ -195,7 +225,7 @@ ZEBURead ZEBUSharedRing::take(const char* pBuffer, long lRead, size_t* puRead)
 bool ZEBUSharedRing::isAccepted(const ZEBUPosition& claim) const
 {
     for (int i = 0; i < cs_iLooks; ++i) {
-        if (m_file.hasMarkAt(claim.uOffset))
+        if (m_pFile->hasMarkAt(claim.uOffset))
             return true;
         ZEBURingRecord now;
         if (m_management.load(&now) &&
@@ -213,18 +243,17 @@ std::optional<ZEBURead> ZEBUSharedRing::notAccepted()
 {
     if (m_bFollow)
         return ZEBURead::Idle;
-    const timespec pause = {.tv_sec = 0, .tv_nsec = cs_lPause};
     for (int i = 0; i < cs_iPauses; ++i) {
-        (void)nanosleep(&pause, nullptr);
+        fs_pause();
         const ZEBUPosition claim = m_record.position;
         refresh();
-        if (m_record.position != claim || m_file.hasMarkAt(claim.uOffset))
+        if (m_record.position != claim || m_pFile->hasMarkAt(claim.uOffset))
             return {};
     }
-    warn(m_file.path() +
+    warn(m_pFile->path() +
          " does not end where the ring's record says: it is shown up to its end-of-data mark");
     m_bDistrust = true;
-    m_uLimit = m_file.isLineStart(m_record.position.uOffset) ? m_record.position.uOffset : SIZE_MAX;
+    m_uLimit = m_pFile->isLineStart(m_record.position.uOffset) ? m_record.position.uOffset : SIZE_MAX;
     return {};
 }
 
@@ -232,14 +261,15 @@ std::optional<ZEBURead> ZEBUSharedRing::notAccepted()
 // to change, or a writer worked the record out anew.
 ZEBURead ZEBUSharedRing::setBack(unsigned uOffset)
 {
-    if (!m_file.isUnchanged())
+    if (!m_pFile->isUnchanged())
         return lost();
-    if (uOffset > 0 || m_bAtZero) {
-        warn("the ring was set back to " + std::to_string(uOffset) + " in " + m_file.path());
-        m_file.rewind(uOffset);
-    }
+    const bool bComesRound = uOffset == 0 && (!m_bAtZero || m_record.uFileNum == 1);
     m_bAtZero = uOffset == 0;
-    return m_bFollow ? ZEBURead::Idle : ZEBURead::End;
+    if (m_bFollow && bComesRound)
+        return ZEBURead::Idle;
+    warn("the ring was set back to " + std::to_string(uOffset) + " in " + m_pFile->path());
+    m_pFile->rewind(uOffset);
+    return ZEBURead::Gap;
 }
 
 ZEBURead ZEBUSharedRing::nextFile()
@@ -248,7 +278,7 @@ ZEBURead ZEBUSharedRing::nextFile()
         return ZEBURead::End;
     if (m_uNumber == m_record.position.uFile)
         return m_bFollow ? ZEBURead::Idle : ZEBURead::End;
-    m_file.close();
+    m_pLast = std::exchange(m_pFile, std::make_unique<ZEBUTraceFile>());
     m_bMissed = false;
     m_uNumber = m_uNumber % m_record.uFileNum + 1;
     return ZEBURead::FileEnd;
@@ -258,7 +288,9 @@ ZEBURead ZEBUSharedRing::nextFile()
 ZEBURead ZEBUSharedRing::lost()
 {
     warn(m_strPrefix + ": the ring overtook the reader, lines were lost");
-    m_file.close();
+    m_pFile->close();
+    m_pLast.reset();
+    m_iWaits = 0;
     m_bMissed = false;
     m_bDistrust = false;
     m_bAtZero = false;

@@ -10,6 +10,7 @@
 #include <time.h>
 #include <utility>
 
+#include "tools/reader/Line.h"
 #include "tools/reader/Management.h"
 #include "tools/reader/Source.h"
 #include "tools/reader/TraceFile.h"
@@ -19,14 +20,42 @@ constexpr int cs_iLooks = 16;       // until the files' times go together
 constexpr int cs_iWaits = 25;       // for the rest of a line
 constexpr long cs_lPause = 2000000; // nanoseconds of each
 
-// What shows that a file was written to.
+// What shows that a file was written to. Neither its size nor its time need change when a fast ring comes to
+// it again, but its first line does.
 struct Stamp
 {
     ino_t uInode = 0;
     off_t iSize = -1;
-    long lModified = 0; // nanoseconds
+    long lModified = 0;     // nanoseconds
+    int iFirstCounter = -1; // of the first line, if there is one near the beginning
+    ZEBUTime lFirstTime = ZEBU_TIME_NONE;
     bool operator==(const Stamp&) const = default;
 };
+
+void fs_stampFirstLine(std::string_view svBeginning, Stamp* pStamp)
+{
+    ZEBULine line;
+    for (size_t u = 0; u < svBeginning.size(); u = svBeginning.find('\n', u) + 1) {
+        if (ZEBU_ParseLine(svBeginning.substr(u), &line)) {
+            pStamp->iFirstCounter = line.iCounter;
+            pStamp->lFirstTime = line.lTime;
+            return;
+        }
+        if (svBeginning.find('\n', u) == svBeginning.npos)
+            return;
+    }
+}
+
+// Whether the lines of one file are later than those of another, as far as their first lines tell. A file
+// without a line has just begun.
+bool fs_isLater(const Stamp& a, const Stamp& b)
+{
+    if (a.iFirstCounter < 0 || b.iFirstCounter < 0)
+        return a.iFirstCounter < 0 && (b.iFirstCounter >= 0 || a.iSize <= b.iSize);
+    if (a.lFirstTime != b.lFirstTime && a.lFirstTime != ZEBU_TIME_NONE && b.lFirstTime != ZEBU_TIME_NONE)
+        return a.lFirstTime > b.lFirstTime;
+    return (a.iFirstCounter - b.iFirstCounter + 10000) % 10000 < 5000;
+}
 
 class ZEBUSingleRing final : public ZEBUSource
 {
@@ -55,6 +84,7 @@ private:
     bool m_bRead[ZEBU_RING_FILES_MAX + 1] = {}; // it was read as it is
     unsigned m_uNewest = 0;                     // at the start
     bool m_bCaughtUp = false;                   // that one is reached
+    bool m_bIsNewest = false;                   // it is the present one, for the first time
     int m_iWaits = 0;                           // for the rest of a line
     unsigned m_uNumber = 0;
     std::unique_ptr<ZEBUTraceFile> m_pFile = std::make_unique<ZEBUTraceFile>();
@@ -81,41 +111,55 @@ void ZEBUSingleRing::start()
     enter(nextNumber());
 }
 
-// Takes the stamps of all files. False when one that is not the newest was written to meanwhile, so that they
-// do not go together.
+// Takes the stamps of all files. False when one that is not the newest was written to meanwhile, or that one
+// was emptied, so that they do not go together; or when its first line is still to come.
 bool ZEBUSingleRing::lookAround()
 {
     for (unsigned u = 1; u <= ZEBU_RING_FILES_MAX; ++u)
         m_left[u] = stampOf(u);
     m_uNewest = newestFile();
-    for (unsigned u = 1; u <= ZEBU_RING_FILES_MAX; ++u)
-        if (u != m_uNewest && stampOf(u) != m_left[u])
+    for (unsigned u = 1; u <= ZEBU_RING_FILES_MAX; ++u) {
+        Stamp now = stampOf(u);
+        if (u == m_uNewest) {
+            now.iSize = m_left[u].iSize;
+            now.lModified = m_left[u].lModified;
+        }
+        if (now != m_left[u])
             return false;
-    return true;
+    }
+    return m_left[m_uNewest].iFirstCounter >= 0;
 }
 
 Stamp ZEBUSingleRing::stampOf(unsigned uNumber) const
 {
+    const std::string strName = ZEBU_TraceFileName(m_strPrefix, uNumber);
     struct stat info;
-    if (stat(ZEBU_TraceFileName(m_strPrefix, uNumber).c_str(), &info) != 0)
+    if (stat(strName.c_str(), &info) != 0)
         return {};
-    return {info.st_ino, info.st_size, info.st_mtim.tv_sec * 1000000000 + info.st_mtim.tv_nsec};
+    Stamp stamp = {.uInode = info.st_ino,
+                   .iSize = info.st_size,
+                   .lModified = info.st_mtim.tv_sec * 1000000000 + info.st_mtim.tv_nsec};
+    char szBeginning[ZEBU_BEGINNING_MAX];
+    ZEBUTraceFile file;
+    const long lRead = file.open(strName) == 0 ? file.readAt(0, szBeginning, sizeof szBeginning) : 0;
+    fs_stampFirstLine({szBeginning, static_cast<size_t>(std::max(lRead, 0L))}, &stamp);
+    return stamp;
 }
 
 // The file that was written to last. Files that were left within one tick of the file system's clock show
 // the same time: of these it is the one that an older file follows, or in a ring that was filled within one
-// tick the one that is not full.
+// tick the one whose lines are the latest.
 unsigned ZEBUSingleRing::newestFile() const
 {
     unsigned uNewest = 0;
-    unsigned uSmallest = 0;
+    unsigned uLatest = 0;
     for (unsigned u = 1; u <= ZEBU_RING_FILES_MAX; ++u) {
         if (m_left[u].iSize < 0)
             continue;
         if (uNewest == 0 || m_left[u].lModified >= m_left[uNewest].lModified)
             uNewest = u;
-        if (uSmallest == 0 || m_left[u].iSize <= m_left[uSmallest].iSize)
-            uSmallest = u;
+        if (uLatest == 0 || fs_isLater(m_left[u], m_left[uLatest]))
+            uLatest = u;
     }
     unsigned uLast = uNewest;
     for (unsigned u = after(uNewest); uNewest != 0 && u != uNewest; u = after(u)) {
@@ -125,13 +169,14 @@ unsigned ZEBUSingleRing::newestFile() const
             return uLast;
         uLast = u;
     }
-    return std::max(uSmallest, 1u);
+    return std::max(uLatest, 1u);
 }
 
 void ZEBUSingleRing::enter(unsigned uNumber)
 {
     m_uNumber = uNumber;
-    m_bCaughtUp = m_bCaughtUp || uNumber == m_uNewest;
+    m_bIsNewest = !m_bCaughtUp && uNumber == m_uNewest;
+    m_bCaughtUp = m_bCaughtUp || m_bIsNewest;
     m_pLast = std::exchange(m_pFile, std::make_unique<ZEBUTraceFile>());
     const int iErrno = m_pFile->open(ZEBU_TraceFileName(m_strPrefix, uNumber));
     if (iErrno != 0 && iErrno != ENOENT)
@@ -166,6 +211,10 @@ ZEBURead ZEBUSingleRing::readPresent(char* pBuffer, size_t uSize, size_t* puRead
 {
     if (!m_pFile->isOpen())
         return ZEBURead::Idle;
+    // The file may be emptied and filled again before or while it is read. What is noticed then is that the
+    // beginning changes, so that is read first.
+    if (m_pFile->offset() == 0)
+        uSize = std::min(uSize, ZEBU_BEGINNING_MAX);
     do {
         const long lRead = m_pFile->readLive(pBuffer, uSize);
         if (isReused())
@@ -174,9 +223,14 @@ ZEBURead ZEBUSingleRing::readPresent(char* pBuffer, size_t uSize, size_t* puRead
             fail(m_pFile->path() + " cannot be read to its end: " + strerror(errno));
         if (lRead <= 0)
             return ZEBURead::Idle;
-        *puRead = wholeLines(pBuffer, static_cast<size_t>(lRead));
+        const bool bAtEnd = lRead < static_cast<long>(uSize);
+        *puRead = bAtEnd ? wholeLines(pBuffer, static_cast<size_t>(lRead)) : uSize;
     } while (*puRead == 0);
     m_pFile->consume({pBuffer, *puRead});
+    if (!m_pFile->isUnchanged()) {
+        *puRead = 0;
+        return lost();
+    }
     m_pLast.reset();
     return ZEBURead::Bytes;
 }
@@ -187,7 +241,14 @@ bool ZEBUSingleRing::isReused() const
 {
     if (m_pLast && m_pLast->isOpen() && !m_pLast->isUnchanged())
         return true;
-    return m_bCaughtUp ? !m_pFile->isUnchanged() : stampOf(m_uNumber) != m_left[m_uNumber];
+    if (!m_bCaughtUp)
+        return stampOf(m_uNumber) != m_left[m_uNumber];
+    const Stamp& left = m_left[m_uNumber];
+    if (m_bIsNewest && m_pFile->offset() == 0 && left.iFirstCounter >= 0) {
+        const Stamp now = stampOf(m_uNumber);
+        return now.iFirstCounter != left.iFirstCounter || now.lFirstTime != left.lFirstTime;
+    }
+    return !m_pFile->isUnchanged();
 }
 
 // At its end the current file may hold the first part of a line that is being written. A reader that follows
@@ -226,16 +287,12 @@ unsigned ZEBUSingleRing::changedFile() const
     return m_pFile->isReplaced() ? m_uNumber : 0;
 }
 
-// Before the place where the ring stood at the start, the rest of the ring is still to come. Behind it, the
-// ring came round: what was not read yet begins behind its newest file.
+// The ring came round: what was not read yet begins behind its newest file.
 ZEBURead ZEBUSingleRing::lost()
 {
     warn(m_pFile->path() + " was reused before it was read to its end: lines were lost");
     m_pFile->close();
-    if (!m_bCaughtUp)
-        enter(nextNumber());
-    else if (m_bFollow)
-        start();
+    start();
     return ZEBURead::Gap;
 }
 } // namespace
