@@ -75,13 +75,13 @@ TEST_F(Host, ChildrenLogAtOnceWhateverTheParentsThreadsDo)
     std::atomic<int> iFailed{0}, iPut{0};
     std::atomic<bool> bStop{false};
     std::thread parent([&] {
-        inThreads(5, [&](int t) {
-            for (int n = 0; !bStop && n < 30'000; ++n) { // the shared ring holds the lines of all
+        inThreads(9, [&](int t) {
+            for (int n = 0; !bStop && n < 20'000; ++n) { // the shared ring holds the lines of all
                 const std::string text = std::to_string(t) + "." + std::to_string(n);
-                iFailed |= t == 4 ? everythingElse(n % 2)
+                iFailed |= t == 8 ? everythingElse(n % 2)
                                   : ZEBU2_PutLine(0, text.c_str()) |
                                         ZEBU2_PutInstanceLine(m_shared, 0, text.c_str());
-                iPut += t == 4 ? 0 : 1;
+                iPut += t == 8 ? 0 : 1;
             }
         });
     });

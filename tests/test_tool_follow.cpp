@@ -150,7 +150,8 @@ TEST_F(Follow, NoticesThatTheRingCameWholeTimesRound)
                 append(n, lines, O_TRUNC);
             age(traceFile(n), 60);
             if (shared)
-                writeRecord(static_cast<unsigned>(n), sizeOf(lines), static_cast<unsigned>(files));
+                writeRecord(static_cast<unsigned>(n), static_cast<unsigned>(lines.size()),
+                            static_cast<unsigned>(files));
         }
     };
     for (const bool shared : {false, true})
@@ -162,7 +163,8 @@ TEST_F(Follow, NoticesThatTheRingCameWholeTimesRound)
                     (void)readOnce();
                 writeCycle(shared, 200, 3);
                 const std::string rest = readOn();
-                EXPECT_EQ(rest.substr(rest[0] == '<' ? 5 : 0), plainLines(209, 235)) << shared << follow << reads;
+                EXPECT_EQ(rest.substr(rest[0] == '<' ? 5 : 0), plainLines(209, 235))
+                    << shared << follow << reads;
                 EXPECT_EQ(m_warnings, reads > 0 || rest[0] == '<') << shared << follow << reads;
                 m_warnings = 0;
             }
