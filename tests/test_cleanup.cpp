@@ -1,7 +1,4 @@
 // tests/test_cleanup.cpp -- removal of old trace files, through the exported function.
-#include <linux/capability.h>
-#include <sys/syscall.h>
-
 #include <set>
 
 #include "support/Sandbox.h"
@@ -84,23 +81,6 @@ TEST_F(Cleanup, FileThatAnotherProcessHoldsStays)
     EXPECT_EQ(names(), "held.log");
     done.open();
     EXPECT_EQ(waitForChild(holder), 0);
-}
-
-TEST_F(Cleanup, FileThatCannotBeWrittenStaysAndAFailedRemovalIsReported)
-{
-    __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
-    const __user_cap_data_struct none[2] = {};
-    ASSERT_EQ(syscall(SYS_capset, &header, none), 0); // permission bits count for root too
-    makeFile("a", 100);
-    makeFile("b", 200);
-    ASSERT_EQ(chmod(in("a").c_str(), 0444), 0);
-    EXPECT_EQ(clear("*", AGE, 0), DONE);
-    EXPECT_EQ(names(), "a");
-    ASSERT_EQ(chmod(in("a").c_str(), 0644) | chmod(in("").c_str(), 0555), 0);
-    for (const int mode : {AGE, NUMBER})
-        EXPECT_EQ(clear("*", mode, 0), Result(-1, 0x0C000008));
-    EXPECT_EQ(lastCode(), EACCES);
-    ASSERT_EQ(chmod(in("").c_str(), 0755), 0);
 }
 
 TEST_F(Cleanup, ArgumentsAndEntriesAreChecked)

@@ -114,7 +114,7 @@ TEST_F(Ring, BelongsToOneProcessUntilItLeaves)
 
 TEST_F(Ring, NeverEmptiesAFileThatIsLocked)
 {
-    writeFile(traceFile(1), std::string(4096, 'x'));
+    writeFile(traceFile(1), "");
     writeFile(traceFile(2), "another program's");
     age(traceFile(2), 100);
     Gate held, done;
@@ -124,13 +124,8 @@ TEST_F(Ring, NeverEmptiesAFileThatIsLocked)
         done.wait();
     });
     held.wait();
-    EXPECT_EQ(result(ZEBU2_Initialize(ring(4096), "app")), Result(1, 0x06000016)); // 1 is full, 2 is next
-    stop();
-    age(traceFile(1), 200);
-    writeFile(traceFile(3), "");
-    start(); // file 3 is the newest
+    start();
     fill();
-    fill(); // file 1
     for (int i = 0; i < 2; ++i)
         EXPECT_EQ(result(ZEBU2_PutLine(0, "lost")), Result(-1, 0x08000016));
     EXPECT_EQ(readFile(traceFile(2)), "another program's");
