@@ -19,18 +19,12 @@ TEST_F(Lifecycle, StartsWritesAndStops)
     EXPECT_EQ(bodies(areaLines()), (Lines{"first", "second"}));
 }
 
-// A path of exactly `length` characters that exists as far as its last "/".
-static std::string longPath(const std::string& start, size_t length)
-{
-    std::string path = start;
-    while (path.size() + 201 < length)
-        path += "/" + std::string(199, 'd');
-    return path + "/" + std::string(length - path.size() - 1, 'f');
-}
-
 TEST_F(Lifecycle, ChecksTheDescription)
 {
     const std::string plain = prefix();
+    const auto longPath = [&](size_t uLength) {
+        return path(std::string(uLength - path("").size() - 1, '/')) + "p";
+    };
     // The description, the options, and the failures of a ring of one process and of a shared one.
     const std::tuple<long, long, std::string, int, int, int> cases[] = {
         {4095, 3, plain, 0, 1, 1},
@@ -40,9 +34,9 @@ TEST_F(Lifecycle, ChecksTheDescription)
         {16777217, 1, plain, 0, 0, 1},
         {2147483648, 1, plain, 0, 1, 1},
         {4096, 3, plain, 64, 0, 1},
-        {4096, 1, longPath(path("s"), 4090), 0, 0, 1},
-        {4096, 1, longPath(path("s"), 4091), 0, 1, 1},
-        {4096, 1, longPath(path("m"), 4088), 0, 0, 2}, // its management file has too long a name
+        {4096, 1, longPath(4090), 0, 0, 1},
+        {4096, 1, longPath(4091), 0, 1, 1},
+        {4096, 1, longPath(4088), 0, 0, 2}, // its management file has too long a name
     };
     for (const auto& [lSize, lCount, prefix, iOption, iSingle, iShared] : cases) {
         SCOPED_TRACE(testing::Message() << lSize << ' ' << lCount << ' ' << prefix.size() << ' ' << iOption);
