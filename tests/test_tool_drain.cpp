@@ -55,6 +55,10 @@ TEST_F(Drain, RefusesADamagedHeader)
         EXPECT_EQ(zebu2({"drain"}).status, 2) << offset;
         EXPECT_EQ(readFile(areaFile()), before);
     }
+    writeArea(1, 0, 0, "");
+    setAreaField(8, 0);
+    EXPECT_EQ(zebu2({"drain"}).status, 2);
+    EXPECT_EQ(zebu2({"stat", "--area", "--check"}).status, 1);
     writeFile(areaFile(), "ZEBU");
     expectStatus(2, {{"drain"}});
     EXPECT_EQ(unlink(areaFile().c_str()), 0);

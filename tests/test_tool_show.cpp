@@ -26,6 +26,17 @@ protected:
     }
 };
 
+// What a command line prints.
+std::string shell(const std::string& command)
+{
+    std::string output;
+    FILE* pipe = popen(command.c_str(), "r");
+    for (int c; pipe && (c = fgetc(pipe)) != EOF;)
+        output += static_cast<char>(c);
+    EXPECT_NE(pipe ? pclose(pipe) : -1, -1);
+    return output;
+}
+
 const char* const cs_masked = "****/**/** **:**:**.***";
 } // namespace
 
@@ -80,7 +91,7 @@ TEST_F(Show, KeepsEveryByteButWhatATerminalOrJsonCannotTake)
 TEST_F(Show, PicksLinesByTheirFields)
 {
     writeFile("plain", fileHeader() + line(1, "10:00:00.000", "MSG-1                 first error", "one") +
-                           line(2, "10:00:30.000", "OTHER            WARN second Error", "two", "00000010") +
+                           line(2, "10:00:30.000", "OTHER 2          WARN second Error", "two", "00000010") +
                            line(3, cs_masked, "third\r\nwith a tail", "one", "00000010", "main") +
                            line(4, "11:00:00.500", "LONGIDENTIFIER16 WARN fourth", "three") +
                            line(5, "11:00:01.000", "plain and fifth error", "three"));
@@ -94,6 +105,7 @@ TEST_F(Show, PicksLinesByTheirFields)
         {{"--id", "MSG*"}, "0001"},
         {{"--id", "LONG*"}, "0004"},
         {{"--type", "WARN"}, "0002 0004"},
+        {{"--id", "OTHER ?"}, "0002"},
         {{"--form", "id", "--id", "OTHER *"}, "0002"},
         {{"--grep", "error$"}, "0001 0005"},
         {{"--grep", "(second|fifth) ERROR", "-i"}, "0002 0005"},
@@ -138,11 +150,16 @@ TEST_F(Show, TellsByItsStatusWhatWasFound)
 {
     writeRing({line(1, "10:00:00.000", "x")}, 1);
     writeFile("empty", "");
+    writeFile("text", "no line\r\n");
+    writeFile("one1.log", fileHeader() + line(1, "10:00:00.000", "x")); // its log was opened at nine
     expectStatus(0, {{"show", "app"}, {"show", "-S", "2026-11-22 09:59", "app"}, {"--help"}});
     expectStatus(1, {{"show", "--grep", "y", "app"},
                      {"show", "empty"},
+                     {"show", "-n", "0", "app"},
+                     {"show", "--count", "app", "text"},
                      {"show", "-S", "2026-11-22 10:00", "--grep", "y", "app"}});
-    expectStatus(3, {{"show", "-S", "2026-11-22 09:59", "--grep", "y", "app"}});
+    expectStatus(3, {{"show", "-S", "2026-11-22 09:59", "--grep", "y", "app"},
+                     {"show", "-S", "2026-11-22 09:59", "--grep", "y", "one"}});
     expectStatus(2, {{"show", "none"},
                      {"show", "none", "app"},
                      {"show", path("")},
@@ -209,6 +226,36 @@ TEST_F(Show, MergesSourcesByTime)
     const std::string b =
         line(2, "10:00:01.000", "x\r\ntail") + line(2, cs_masked, "x") + line(4, "10:00:03.000", "x");
     EXPECT_EQ(counters({"a", "-"}, b), "0001 0002 tail 0002 0003 0004 0005");
+}
+
+TEST_F(Show, TakesPipesAsTheyCome)
+{
+    writeFile("a", plainLines(1, 2) + mark() + plainLines(90, 99));
+    EXPECT_EQ(shell("cat a | " ZEBU2_TOOL " show -"), plainLines(1, 2));
+    // One that nothing comes through does not hold up the others.
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    ASSERT_EQ(dup2(ends[0], 0), 0);
+    RunningTool tool({"show", "-f", "-", "a"});
+    EXPECT_EQ(tool.readUntil("message 2\r\n"), plainLines(1, 2));
+}
+
+TEST_F(Show, IsHarmlessToATerminal)
+{
+    const std::string text = line(1, "10:00:00.000",
+                                  "a\xC2\x9B"
+                                  "b\x7F"
+                                  "c\x1B[2J");
+    writeFile("a", text);
+    const auto onTerminal = [](const std::string& environment, const std::string& options) {
+        return shell("script -qec '" + environment + " " ZEBU2_TOOL " show " + options + " a' /dev/null");
+    };
+    const std::string escaped = text.substr(0, 68) + "a\\xC2\\x9Bb\\x7Fc\\x1B[2J\r\n";
+    EXPECT_EQ(onTerminal("NO_COLOR=1 TERM=xterm", ""), escaped);
+    EXPECT_EQ(onTerminal("TERM=xterm", "--color never"), escaped);
+    EXPECT_NE(onTerminal("NO_COLOR= TERM=xterm", "").find("\x1B[36mapp "), std::string::npos);
+    EXPECT_NE(onTerminal("", "-o json").find("\"a\\u009bb\\u007fc\\u001b[2J\""), std::string::npos);
+    EXPECT_EQ(onTerminal("", "--count app"), "       1  app  " + std::string(40, '#') + "\r\n");
 }
 
 // The fast way and the careful one must agree wherever the blocks they read happen to end.

@@ -47,10 +47,16 @@ int ZEBU_Backup(const ZEBUBackupOptions& options)
         throw ZEBUFailure{options.strPrefix + ": " + strerror(iErrno)};
     const int iFd = fs_openDestination(options);
     std::string strBlock(cs_uBlock, '\0');
-    size_t uRead = 0;
-    for (ZEBURead eRead;
-         (eRead = pSource->read(strBlock.data(), strBlock.size(), &uRead)) != ZEBURead::End;) {
-        ZEBU_WriteFully(iFd, std::string_view(strBlock).substr(0, uRead), options.strDestination);
+    size_t uHeld = 0; // bytes of a line that goes on in the next block
+    for (ZEBURead eRead = ZEBURead::Bytes; eRead != ZEBURead::End;) {
+        size_t uRead = 0;
+        eRead = pSource->read(strBlock.data() + uHeld, strBlock.size() - uHeld, &uRead);
+        const std::string_view svHeld(strBlock.data(), eRead == ZEBURead::Gap ? 0 : uHeld + uRead);
+        const size_t uWhole = eRead == ZEBURead::Bytes ? svHeld.rfind('\n') + 1 : 0;
+        const std::string_view svOut = svHeld.substr(0, uWhole > 0 ? uWhole : svHeld.size());
+        ZEBU_WriteFully(iFd, svOut, options.strDestination);
+        uHeld = svHeld.size() - svOut.size();
+        memmove(strBlock.data(), strBlock.data() + svOut.size(), uHeld);
         bComplete = bComplete && eRead != ZEBURead::Gap;
     }
     if (close(iFd) != 0)

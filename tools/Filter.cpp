@@ -107,7 +107,7 @@ bool ZEBUFilter::matchesBody(const ZEBUBody& body) const
     return bId && fs_contains(m_options.types, body.svType);
 }
 
-// Where the form is not certain, a reading whose id is one word is given the benefit of the doubt.
+// Where the form is not certain, a reading whose id looks like one is given the benefit of the doubt.
 bool ZEBUFilter::matchesForm(std::string_view svBody) const
 {
     if (m_options.idGlobs.empty() && m_options.types.empty())
@@ -120,7 +120,7 @@ bool ZEBUFilter::matchesForm(std::string_view svBody) const
     if (body.eForm != ZEBUForm::Unknown)
         return body.eForm != ZEBUForm::Plain && matchesBody(body);
     for (const ZEBUForm eForm : {ZEBUForm::Type, ZEBUForm::Id})
-        if (ZEBU_CutBody(svBody, eForm, &body) && body.svId.find(' ') == body.svId.npos && matchesBody(body))
+        if (ZEBU_CutBody(svBody, eForm, &body) && ZEBU_IsLikelyId(body) && matchesBody(body))
             return true;
     return false;
 }

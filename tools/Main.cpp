@@ -1,5 +1,6 @@
 // tools/Main.cpp -- the command line.
 #include <CLI/CLI.hpp>
+#include <limits.h>
 #include <map>
 #include <poll.h>
 #include <signal.h>
@@ -116,7 +117,7 @@ void ZEBUCommandLine::addShow()
     fs_addFilter(pApp, m_show.filter);
     fs_addOutput(pApp, m_show);
     CLI::Option* pLast =
-        pApp->add_option("-n,--lines", m_show.lLast, "Only the last N")->check(CLI::NonNegativeNumber);
+        pApp->add_option("-n,--lines", m_show.lLast, "Only the last N")->check(CLI::Range(0, INT_MAX));
     CLI::Option* pCount =
         pApp->add_option("--count", m_show.strCount, "A table by app, pid, tid, id, type, minute or hour");
     pCount->check(CLI::IsMember({"app", "pid", "tid", "id", "type", "minute", "hour"}).description(""));
@@ -190,7 +191,7 @@ void ZEBUCommandLine::addFiles()
     CLI::Option* pOlder = pClean->add_option("--older-than", m_clean.strOlderThan,
                                              "Those last written so long ago: 90s, 30min, 12h, 7d");
     CLI::Option* pKeep = pClean->add_option("--keep", m_clean.iKeep, "All but so many of the newest")
-                             ->check(CLI::NonNegativeNumber);
+                             ->check(CLI::Range(0, INT_MAX));
     pOlder->excludes(pKeep);
     pClean->add_flag("--dry-run", m_clean.bDryRun, "Only show what would be removed");
     pClean->add_flag("--force", m_clean.bForce, "Also files of a shared ring that may be in use");

@@ -48,6 +48,23 @@ size_t fs_printable(std::string_view svText)
     const bool bOverlong = uCode < (uLength == 4 ? 0x10000u : uLength == 3 ? 0x800u : 0x80u);
     return bOverlong || uCode < 0xA0 || uCode > 0x10FFFF || (uCode >> 11) == 0x1B ? 0 : uLength;
 }
+
+// The control characters that JSON leaves as they are: DEL, and those of two bytes in UTF-8.
+std::string fs_escapedJson(const std::string& strJson)
+{
+    static constexpr char szDigits[] = "0123456789abcdef";
+    std::string strOut;
+    for (size_t u = 0; u < strJson.size(); ++u) {
+        const bool bPair = strJson[u] == '\xC2' && static_cast<unsigned char>(strJson[u + 1]) < 0xA0;
+        const auto uCode = static_cast<unsigned char>(strJson[u + bPair]);
+        if (bPair || uCode == 0x7F)
+            strOut += {'\\', 'u', '0', '0', szDigits[uCode >> 4], szDigits[uCode & 15]};
+        else
+            strOut += strJson[u];
+        u += bPair;
+    }
+    return strOut;
+}
 } // namespace
 
 std::string ZEBU_Escaped(std::string_view svText)
@@ -223,6 +240,7 @@ void ZEBUOutput::printJson(const ZEBURecord& record, ZEBUForm eForm, const std::
     json["type"] = orNull(body.eForm == ZEBUForm::Type, body.svType);
     json["text"] = orNull(body.eForm != ZEBUForm::Unknown, body.svText);
     json["file"] = strFile;
-    write(json.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
+    const std::string strJson = json.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+    write(m_bTerminal ? fs_escapedJson(strJson) : strJson);
     write("\n");
 }

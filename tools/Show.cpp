@@ -146,8 +146,9 @@ void ZEBUShow::merge()
 
 void ZEBUShow::show(const ZEBURecord& record)
 {
-    m_bShown = true;
-    if (!m_options.strCount.empty()) {
+    const bool bCount = !m_options.strCount.empty();
+    m_bShown = m_bShown || (bCount ? record.eKind == ZEBURecordKind::Line : m_options.lLast != 0 || !m_bKeep);
+    if (bCount) {
         m_count.add(record);
     } else if (!m_bKeep) {
         m_output.print(record, m_filter.form(), m_merge.file());

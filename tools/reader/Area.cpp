@@ -81,7 +81,8 @@ bool ZEBUArea::load(ZEBUAreaOffsets* pOffsets) const
     pOffsets->uDataSize = loadField(cs_uDataSizeOffset);
     pOffsets->uRead = loadField(cs_uReadOffset);
     pOffsets->uWrite = loadField(cs_uWriteOffset);
-    return memcmp(m_pMap, "ZEBU", 4) == 0 && uint64_t{pOffsets->uDataSize} + cs_uHeaderSize <= m_uLength &&
+    return memcmp(m_pMap, "ZEBU", 4) == 0 && pOffsets->uDataSize > 0 &&
+           uint64_t{pOffsets->uDataSize} + cs_uHeaderSize <= m_uLength &&
            pOffsets->uRead <= pOffsets->uDataSize && pOffsets->uWrite <= pOffsets->uDataSize;
 }
 

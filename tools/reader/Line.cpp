@@ -144,19 +144,26 @@ bool ZEBU_CutBody(std::string_view svBody, ZEBUForm eForm, ZEBUBody* pOut)
     return svBody[cs_uTypedIdWidth] == ' ';
 }
 
+bool ZEBU_IsLikelyId(const ZEBUBody& body)
+{
+    const bool bTyped = body.eForm == ZEBUForm::Type;
+    if (bTyped && body.svType.find(' ') != body.svType.npos)
+        return false;
+    return fs_isWord(body.svId) ||
+           (!body.svId.empty() && body.svId.size() < (bTyped ? cs_uTypedIdWidth : cs_uIdWidth));
+}
+
 ZEBUBody ZEBU_ReadBody(std::string_view svBody)
 {
     ZEBUBody id;
     ZEBUBody typed;
-    const bool bId = ZEBU_CutBody(svBody, ZEBUForm::Id, &id) && fs_isWord(id.svId);
-    const bool bTyped =
-        ZEBU_CutBody(svBody, ZEBUForm::Type, &typed) && fs_isWord(typed.svId) && fs_isWord(typed.svType);
-    if (bId && id.svId.size() < cs_uIdWidth)
+    const bool bId = ZEBU_CutBody(svBody, ZEBUForm::Id, &id);
+    const bool bTyped = ZEBU_CutBody(svBody, ZEBUForm::Type, &typed) && fs_isWord(typed.svType);
+    if (bId && fs_isWord(id.svId) && id.svId.size() < cs_uIdWidth)
         return id;
-    if (bTyped && typed.svId.size() < cs_uTypedIdWidth)
+    if (bTyped && fs_isWord(typed.svId) && typed.svId.size() < cs_uTypedIdWidth)
         return typed;
-    const bool bBlankId = ZEBU_CutBody(svBody, ZEBUForm::Id, &id) && id.svId.empty();
-    if (bId || bTyped || bBlankId)
+    if ((bId && (id.svId.empty() || ZEBU_IsLikelyId(id))) || (bTyped && ZEBU_IsLikelyId(typed)))
         return {};
     return {.eForm = ZEBUForm::Plain, .svId = {}, .svType = {}, .svText = svBody};
 }

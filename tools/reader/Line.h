@@ -59,9 +59,13 @@ size_t ZEBU_FindLineHeader(std::string_view svText);
 // the body cannot have been written in that form.
 bool ZEBU_CutBody(std::string_view svBody, ZEBUForm eForm, ZEBUBody* pOut);
 
+// Whether what was cut out looks like an id: a single word, or a text that ends before its columns do.
+bool ZEBU_IsLikelyId(const ZEBUBody& body);
+
 // Reads a body without being told its form. An id is taken for one when it is a single word that ends
 // at least one blank before its column does, a type when it is a word or blank; a body that could as well
-// be a plain text (a first word that fills the id's columns to the last, or an id of blanks) is Unknown.
+// be a plain text (a first word that fills the id's columns to the last, an id of blanks or with some in it)
+// is Unknown.
 ZEBUBody ZEBU_ReadBody(std::string_view svBody);
 
 // The text without the line end (CR LF or LF) at its end.

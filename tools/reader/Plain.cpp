@@ -1,5 +1,7 @@
 // tools/reader/Plain.cpp -- a file that is no ring: a backup, one trace file, or the standard input.
 #include <errno.h>
+#include <fcntl.h>
+#include <poll.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -24,30 +26,39 @@ private:
     std::string m_strName;
     ZEBUTraceFile m_file;
     bool m_bStream = false; // cannot be read at an offset
+    bool m_bMark = false;   // its end-of-data mark was read
 };
 
 int ZEBUPlain::open(const std::string& strPath)
 {
     m_strName = strPath;
-    const int iErrno = m_file.open(strPath == "-" ? "/dev/stdin" : strPath, true);
+    const int iErrno = strPath == "-" ? m_file.adopt(fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0), strPath)
+                                      : m_file.open(strPath, true);
     if (iErrno != 0)
         return iErrno;
-    m_bStream = lseek(m_file.fd(), 0, SEEK_CUR) == -1;
+    m_bStream = lseek(m_file.fd(), 0, SEEK_CUR) != 0;
     return 0;
 }
 
+// A reader that follows other sources too must not wait here. What stands behind a mark is read, so that a
+// writer can finish, but not shown.
 ZEBURead ZEBUPlain::readStream(char* pBuffer, size_t uSize, size_t* puRead)
 {
+    pollfd wait = {.fd = m_file.fd(), .events = POLLIN, .revents = 0};
     ssize_t iRead;
-    do
+    do {
+        if (m_bFollow && poll(&wait, 1, 0) == 0)
+            return ZEBURead::Idle;
         iRead = ::read(m_file.fd(), pBuffer, uSize);
-    while (iRead < 0 && errno == EINTR);
+    } while ((iRead < 0 && errno == EINTR) || (iRead > 0 && m_bMark));
     if (iRead < 0)
         fail(m_strName + " cannot be read to its end: " + strerror(errno));
     if (iRead <= 0)
         return ZEBURead::End;
-    *puRead = static_cast<size_t>(iRead);
-    return ZEBURead::Bytes;
+    *puRead = m_file.liveBytes({pBuffer, static_cast<size_t>(iRead)});
+    m_bMark = *puRead < static_cast<size_t>(iRead);
+    m_file.consume({pBuffer, *puRead});
+    return m_bMark && *puRead == 0 ? ZEBURead::FileEnd : ZEBURead::Bytes;
 }
 
 ZEBURead ZEBUPlain::read(char* pBuffer, size_t uSize, size_t* puRead)

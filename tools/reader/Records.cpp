@@ -110,7 +110,8 @@ void ZEBURecords::emit(size_t uEnd, ZEBURecord* pRecord)
     } else if (m_eFirst != ZEBUPiece::Text) {
         pRecord->eKind = ZEBURecordKind::Header;
         const size_t uFirst = m_eFirst == ZEBUPiece::StartHeader ? pRecord->svBytes.find('\n') + 1 : 0;
-        lTime = ZEBU_HeaderTime(pRecord->svBytes.substr(uFirst));
+        if (m_pSource->hasTimelyHeaders())
+            lTime = ZEBU_HeaderTime(pRecord->svBytes.substr(uFirst));
     } else {
         pRecord->bContinues = m_bAfterLine;
     }

@@ -34,6 +34,7 @@ public:
     int open();
     ZEBURead read(char* pBuffer, size_t uSize, size_t* puRead) override;
     const std::string& file() const override { return m_pFile->path(); }
+    bool hasTimelyHeaders() const override { return true; }
 
 private:
     void start();

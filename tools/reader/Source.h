@@ -35,6 +35,9 @@ public:
     // The path that the last bytes came from.
     virtual const std::string& file() const = 0;
 
+    // Whether a file header has the time at which it was written, and not that at which its log was opened.
+    virtual bool hasTimelyHeaders() const { return false; }
+
     // Whether something could not be read that is there. The user was told.
     bool hasFailed() const { return m_bFailed; }
 

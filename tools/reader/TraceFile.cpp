@@ -26,6 +26,14 @@ int ZEBUTraceFile::open(const std::string& strPath, bool bAnyKind)
     return S_ISDIR(info.st_mode) ? EISDIR : EINVAL;
 }
 
+int ZEBUTraceFile::adopt(int iFd, const std::string& strName)
+{
+    close();
+    m_strPath = strName;
+    m_iFd = iFd;
+    return iFd == -1 ? errno : 0;
+}
+
 void ZEBUTraceFile::close()
 {
     if (m_iFd != -1)
@@ -65,14 +73,18 @@ long ZEBUTraceFile::readLive(char* pBuffer, size_t uSize) const
     const long lRead = readAt(m_uOffset, pBuffer, uSize);
     if (lRead <= 0)
         return lRead;
-    const std::string_view svBlock(pBuffer, static_cast<size_t>(lRead));
+    return static_cast<long>(liveBytes({pBuffer, static_cast<size_t>(lRead)}));
+}
+
+size_t ZEBUTraceFile::liveBytes(std::string_view svBlock) const
+{
     const auto before = [&](size_t u, size_t uBack) {
         return u >= uBack ? svBlock[u - uBack] : m_strLast[2 - (uBack - u)];
     };
     for (size_t u = svBlock.find(ZEBU_MARK); u != svBlock.npos; u = svBlock.find(ZEBU_MARK, u + 1))
         if (before(u, 2) == '\r' && before(u, 1) == '\n')
-            return static_cast<long>(u);
-    return lRead;
+            return u;
+    return svBlock.size();
 }
 
 bool ZEBUTraceFile::isLineStart(size_t uOffset) const

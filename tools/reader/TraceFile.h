@@ -26,6 +26,8 @@ public:
     // Opens a file for reading from its beginning, without waiting for anything. Returns 0 or the errno.
     // Only ordinary files are taken, unless `bAnyKind`: then pipes and devices too.
     int open(const std::string& strPath, bool bAnyKind = false);
+    // Takes a descriptor, which may be -1, under a name.
+    int adopt(int iFd, const std::string& strName);
     void close();
     bool isOpen() const { return m_iFd != -1; }
     int fd() const { return m_iFd; }
@@ -40,6 +42,9 @@ public:
 
     // Reads at offset() at most up to the end-of-data mark: 0 there and at the end of the file, or -1.
     long readLive(char* pBuffer, size_t uSize) const;
+
+    // How many bytes of a block that begins at offset() stand before the end-of-data mark.
+    size_t liveBytes(std::string_view svBlock) const;
 
     // Whether a line starts at an offset, and whether an end-of-data mark does.
     bool isLineStart(size_t uOffset) const;
