@@ -43,8 +43,6 @@ protected:
     ZEBU2_HINSTANCE m_shared = nullptr;
 };
 
-// Whatever the parent's threads hold at the moment of a fork, its child logs at once, and neither loses a
-// line through the other.
 TEST_F(Host, ACancelledThreadLeavesNoLockBehind)
 {
     alarm(60); // ends a put that waits for a mutex that nobody gives back
@@ -63,6 +61,8 @@ TEST_F(Host, ACancelledThreadLeavesNoLockBehind)
     }
 }
 
+// Whatever the parent's threads hold at the moment of a fork, its child logs at once, and neither loses a
+// line through the other.
 TEST_F(Host, ChildrenLogAtOnceWhateverTheParentsThreadsDo)
 {
     constexpr int iChildren = 60;
