@@ -115,12 +115,15 @@ TEST_F(MultiRing, LaterProcessesAdoptOrGrowAndNarrowTheMode)
     EXPECT_EQ(record().mode, 0xFFFFFFCAu);
 
     poke(offsetof(tagZEBU_MANAGEMENT_DATA, mode), 0xFFFFFFFF);
-    open(ZEBU2_OPT_GROW, 16384, 1);
+    open(ZEBU2_OPT_GROW, 16384, 4);
+    open(ZEBU2_OPT_GROW, 8192, 1); // only ever upwards
     EXPECT_EQ(record().fileSize, 16384u);
-    EXPECT_EQ(record().fileNum, 2u); // only ever upwards
+    EXPECT_EQ(record().fileNum, 4u);
+    poke(offsetof(tagZEBU_MANAGEMENT_DATA, currentFile), 4);
+    poke(offsetof(tagZEBU_MANAGEMENT_DATA, writeOffset), 0);
     ASSERT_EQ(put(first, "after"), 0);
-    EXPECT_EQ(trace(1).size(), 16384u);
-    EXPECT_TRUE(data(1).ends_with("after\r\n"));
+    EXPECT_EQ(data(4), "after\r\n");
+    EXPECT_EQ(trace(4).size(), 16384u);
 }
 
 TEST_F(MultiRing, RebuildsItsPositionFromTheNewestFile)

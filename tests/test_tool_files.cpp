@@ -41,8 +41,7 @@ TEST_F(ToolFiles, StatDescribesASharedRing)
             R"({"path":"app2.log","size":4096,"live":158,"mode":"0640","lines":2,)"
             R"("oldest":"2026-11-22T10:00:04.000","newest":"2026-11-22T10:00:05.000"}],"warnings":[]})"
             "\n");
-    const std::string text = zebu2({"stat", "app"}).out;
-    EXPECT_NE(text.find("fill_percent     3\n"), std::string::npos) << text;
+    EXPECT_NE(zebu2({"stat", "app"}).out.find("fill_percent     3\n"), std::string::npos);
 }
 
 TEST_F(ToolFiles, StatWarns)
@@ -67,9 +66,7 @@ TEST_F(ToolFiles, StatNamesWhoHoldsALockOrTheArea)
 {
     ASSERT_EQ(ZEBU2_Initialize(ring(), "app"), 0);
     EXPECT_EQ(stat({prefix()})["lock_pid"], getpid());
-    EXPECT_EQ(stat({prefix()})["current_file"], traceFile(1));
     EXPECT_EQ(stat({"--area"})["drained"], false);
-    EXPECT_EQ(stat({"--area"})["unread"], 0);
     {
         RunningTool drain({"drain", "-f", "--interval", "1"});
         ASSERT_EQ(ZEBU2_PutLine(0, "x"), 0);
@@ -78,9 +75,7 @@ TEST_F(ToolFiles, StatNamesWhoHoldsALockOrTheArea)
     }
     EXPECT_EQ(ZEBU2_Finalize(), 0);
     EXPECT_EQ(stat({prefix()})["lock_pid"], nullptr);
-    writeArea(10000, 0, 5000, "");
-    EXPECT_EQ(stat({"--area"})["warnings"].dump().find("full"), std::string::npos);
-    setAreaField(16, 8900);
+    writeArea(10000, 0, 8900, "");
     EXPECT_NE(stat({"--area"})["warnings"].dump().find("full"), std::string::npos);
 }
 
@@ -96,9 +91,8 @@ TEST_F(ToolFiles, PutWritesWhatWasAskedFor)
     EXPECT_EQ(bodies(lines(1)), (Lines{"ID               WARN typed", "one", "two", "three"}));
     EXPECT_EQ(lines(1)[0].substr(33, 6), "tester");
     EXPECT_EQ(areaLines().size(), 4u);
-    EXPECT_EQ(zebu2({"put", "--area-only", "alone"}).status, 0);
-    EXPECT_EQ(body(areaLines().back()), "alone");
-    EXPECT_EQ(lines(1).size(), 4u);
+    expectStatus(0, {{"put", "--area-only", "alone"}});
+    EXPECT_EQ(body(areaLines().back()) + body(lines(1).back()), "alonethree");
 
     ASSERT_EQ(ZEBU2_Initialize(ring(4096, 2), "app"), 0);
     const ToolResult locked = put({"x"});

@@ -1,5 +1,4 @@
 // Rings that are read while they are written: what is complete is read once, in order, and nothing else.
-#include <fcntl.h>
 #include <signal.h>
 #include <unistd.h>
 
@@ -41,12 +40,8 @@ protected:
                 return bytes;
         }
     }
-    void append(int n, const std::string& bytes, int flags = 0) const
-    {
-        const int fd = open(traceFile(n).c_str(), O_WRONLY | O_CREAT | O_APPEND | flags, 0644);
-        ASSERT_EQ(write(fd, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
-        (void)close(fd);
-    }
+    // File n of a ring of one process, with lines of these counters.
+    void fill(int n, int first, int last) const { writeFile(traceFile(n), plainLines(first, last)); }
 
     std::unique_ptr<ZEBUSource> m_source;
     int m_warnings = 0;
@@ -122,18 +117,18 @@ TEST_F(Follow, GoesOnInARepairedOrReplacedRecord)
 
 TEST_F(Follow, ReadsTheRingOfOneProcessOverItsSwitches)
 {
-    append(1, plainLines(1, 2));
+    fill(1, 1, 2);
     openRing();
     EXPECT_EQ(readOn(), plainLines(1, 2));
-    append(1, plainLines(3, 3));
-    append(2, plainLines(4, 4));
-    append(3, plainLines(5, 5));
+    fill(1, 1, 3);
+    fill(2, 4, 4);
+    fill(3, 5, 5);
     EXPECT_EQ(readOn(), plainLines(3, 5));
-    append(1, plainLines(6, 6), O_TRUNC);
+    fill(1, 6, 6);
     EXPECT_EQ(readOn(), plainLines(6, 6));
-    append(2, plainLines(7, 7), O_TRUNC);
-    append(3, plainLines(8, 8), O_TRUNC);
-    append(1, plainLines(9, 9), O_TRUNC);
+    fill(2, 7, 7);
+    fill(3, 8, 8);
+    fill(1, 9, 9);
     EXPECT_EQ(readOn(), "<gap>" + plainLines(7, 9));
     EXPECT_EQ(m_warnings, 1);
 }
@@ -142,17 +137,15 @@ TEST_F(Follow, ReadsTheRingOfOneProcessOverItsSwitches)
 TEST_F(Follow, NoticesThatTheRingCameWholeTimesRound)
 {
     const auto writeCycle = [&](bool shared, int first, int files) {
+        Lines cycle;
         for (int n = 1; n <= files; ++n) {
-            const std::string lines = plainLines(first + 9 * n, first + 9 * n + 8);
-            if (shared)
-                writeShared(n, lines);
-            else
-                append(n, lines, O_TRUNC);
-            age(traceFile(n), 60);
-            if (shared)
-                writeRecord(static_cast<unsigned>(n), static_cast<unsigned>(lines.size()),
-                            static_cast<unsigned>(files));
+            cycle.push_back(plainLines(first + 9 * n, first + 9 * n + 8));
+            writeFile(traceFile(n), cycle.back());
         }
+        if (shared)
+            writeRing(cycle, cycle.size());
+        for (int n = 1; n <= files; ++n)
+            age(traceFile(n), 60);
     };
     for (const bool shared : {false, true})
         for (const bool follow : {true, false})
@@ -185,18 +178,14 @@ TEST_F(Follow, KeepsTheOrderWhenTheRingComesRoundBeforeItWasRead)
 {
     for (const bool follow : {true, false}) {
         for (int n = 1; n <= 3; ++n) {
-            append(n, plainLines(n, n), O_TRUNC);
+            fill(n, n, n);
             age(traceFile(n), 60 - n);
         }
         openRing(follow);
-        append(1, plainLines(4, 4), O_TRUNC);
-        append(2, plainLines(5, 5), O_TRUNC);
+        fill(1, 4, 4);
+        fill(2, 5, 5);
         EXPECT_EQ(readOn(), "<gap>" + plainLines(3, 5));
     }
-    writeRing({plainLines(1, 1), plainLines(2, 2), plainLines(3, 3)}, 3);
-    openRing(false);
-    writeRing({plainLines(4, 4), plainLines(5, 5), plainLines(6, 6)}, 3);
-    EXPECT_EQ(readOn(), "<gap>" + plainLines(4, 6));
 }
 
 TEST_F(Follow, ShowsEveryLineOfTwoWritersOnceInOrderOverManySwitches)
@@ -232,7 +221,7 @@ TEST_F(Follow, ShowsEveryLineOfTwoWritersOnceInOrderOverManySwitches)
 
 TEST_F(Follow, EndsQuietlyWithItsReader)
 {
-    append(1, plainLines(1, 1));
+    fill(1, 1, 1);
     RunningTool tool({"show", "-f", prefix()});
     (void)tool.readUntil("message 1\r");
     tool.closeOutput();

@@ -2,7 +2,11 @@
 #ifndef ZEBU_TESTS_SUPPORT_TOOL_H
 #define ZEBU_TESTS_SUPPORT_TOOL_H
 
+#include <signal.h>
+#include <unistd.h>
+
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/Sandbox.h"
@@ -32,10 +36,10 @@ public:
 
     // Reads on until the output contains a text, or ends. Returns all of it.
     const std::string& readUntil(const std::string& text);
-    void closeOutput();
-    void signal(int signal);
+    void closeOutput() { (void)close(std::exchange(m_output, -1)); }
+    void signal(int number) const { (void)kill(m_child, number); }
     // Its exit status, or 128 and the signal that killed it.
-    int wait();
+    int wait() { return waitForChild(std::exchange(m_child, -1)); }
 
 private:
     pid_t m_child;
@@ -52,7 +56,7 @@ protected:
                             const std::string& tid = "0000ABCD");
     // Any number of plain lines, one a second from 10:00:00 on, with the counters first to last.
     static std::string plainLines(int first, int last);
-    static std::string fileHeader(const std::string& time = "2026/11/22 09:00:00.000");
+    static std::string fileHeader();
     static std::string startHeader();
     static std::string mark();
 
