@@ -74,10 +74,8 @@ ZebuFault* plan()
 
 long openDescriptors()
 {
-    long lCount = 0;
-    for (int i = 0; i < 256; ++i)
-        lCount += fcntl(i, F_GETFD) != -1 ? 1 : 0;
-    return lCount;
+    const std::filesystem::directory_iterator descriptors("/proc/self/fd");
+    return std::distance(begin(descriptors), end(descriptors));
 }
 
 // Asks as another owner: the locks of this process conflict.
@@ -105,8 +103,7 @@ void checkNothingLeft(const std::string& dir, long lDescriptors)
 struct Script
 {
     const char* pszName;
-    bool bInstance;
-    bool bShared;
+    bool bInstance, bShared;
     bool bRebuild; // the management file is lost between the two starts
     int iOption;
 
