@@ -58,7 +58,7 @@ TEST_F(MultiProcess, LockHeldByAnotherFailsEveryOperationAndChangesNothing)
     const Ring ring = open();
     const Ring second = make();
     for (const Ring* each : {&lockFree, &ring, &second})
-        (*each)->setLockRetryTimes(2);
+        (*each)->setLockRetryTimes(5);
     Gate locked, done;
     const pid_t holder = startChild([&] {
         lockRaw();

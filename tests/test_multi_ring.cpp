@@ -30,27 +30,23 @@ TEST(MultiEndOfData, IsFoundWhereverTheBlocksAreCut)
 
 TEST_F(MultiRing, NewFilesAndRecordLookAsTheOptionsSay)
 {
-    const struct
-    {
-        unsigned int option;
-        std::string others; // content of files 2 and 3
-        char rest;          // what file 1 holds behind its mark
-    } cases[] = {{0, mark() + std::string(4096 - 48, ' '), ' '},
-                 {ZEBU2_OPT_NOFILL, mark(), '\0'},
-                 {ZEBU2_OPT_CURRENT_ONLY, "", ' '}};
-    for (const auto& test : cases) {
-        base = path("new" + std::to_string(test.option) + "/dir/ring");
+    // The option, what files 2 and 3 hold, and what file 1 holds behind its mark.
+    const std::tuple<unsigned int, std::string, char> cases[] = {
+        {0, mark() + std::string(4096 - 48, ' '), ' '},
+        {ZEBU2_OPT_NOFILL, mark(), '\0'},
+        {ZEBU2_OPT_CURRENT_ONLY, "", ' '}};
+    for (const auto& [option, others, rest] : cases) {
+        base = path("new" + std::to_string(option) + "/dir/ring");
         const mode_t mask = umask(077);
-        const Ring ring = open(static_cast<int>(test.option));
+        const Ring ring = open(static_cast<int>(option));
         umask(mask);
         const auto length = static_cast<unsigned int>(data(1).size());
-        EXPECT_EQ(trace(1).substr(length), mark() + std::string(4096 - length - 48, test.rest));
+        EXPECT_EQ(trace(1).substr(length), mark() + std::string(4096 - length - 48, rest));
         for (int n = 2; n <= 3; ++n) {
-            EXPECT_EQ(exists(traceName(n)), test.option != ZEBU2_OPT_CURRENT_ONLY);
-            EXPECT_EQ(trace(n), test.others);
+            EXPECT_EQ(exists(traceName(n)), option != ZEBU2_OPT_CURRENT_ONLY);
+            EXPECT_EQ(trace(n), others);
         }
-        const unsigned int words[16] = {0x5542455A, 0xEFBBBF00, 4096, 3, length, 1, 0xFFFFFFC0 + test.option,
-                                        1};
+        const unsigned int words[16] = {0x5542455A, 0xEFBBBF00, 4096, 3, length, 1, 0xFFFFFFC0 + option, 1};
         EXPECT_EQ(readFile(manageName()), std::string(reinterpret_cast<const char*>(words), sizeof words));
         EXPECT_EQ(fileMode(manageDir() + "/..") & fileMode(manageDir()), 0777);
         EXPECT_EQ(fileMode(manageName()) & fileMode(traceName(1)), 0666);
@@ -129,30 +125,28 @@ TEST_F(MultiRing, LaterProcessesAdoptOrGrowAndNarrowTheMode)
 TEST_F(MultiRing, RebuildsItsPositionFromTheNewestFile)
 {
     const std::string full = std::string(4094, 'x') + "\r\n" + mark();
-    const struct
-    {
-        long ages[4];       // seconds since files 1 to 4 were written, 0 for a file that is absent
-        std::string newest; // content of the newest
-        unsigned int file, offset;
-    } cases[] = {{{40, 20, 20, 30}, "abc\r\n" + mark(), 3, 5},
-                 {{40, 20, 0, 30}, "no mark", 2, 0},
-                 {{0, 0, 30, 20}, full, 1, 0}, // full: the next one from its start
-                 {{20, 0, 0, 0}, "y" + full, 2, 0},
-                 {{0, 0, 0, 0}, "", 1, 0}};
-    for (const auto& test : cases) {
+    // Seconds since files 1 to 4 were written, 0 for a file that is absent; the content of the newest; the
+    // place.
+    const std::tuple<std::vector<long>, std::string, unsigned int, unsigned int> cases[] = {
+        {{40, 20, 20, 30}, "abc\r\n" + mark(), 3, 5},
+        {{40, 20, 0, 30}, "no mark", 2, 0},
+        {{0, 0, 30, 20}, full, 1, 0}, // full: the next one from its start
+        {{20, 0, 0, 0}, "y" + full, 2, 0},
+        {{0, 0, 0, 0}, "", 1, 0}};
+    for (const auto& [ages, newest, file, offset] : cases) {
         unlink(manageName().c_str());
         for (int n = 1; n <= 4; ++n) {
-            const long seconds = test.ages[n - 1];
-            writeFile(traceName(n), seconds == 20 ? test.newest : mark());
+            const long seconds = ages[static_cast<size_t>(n) - 1];
+            writeFile(traceName(n), seconds == 20 ? newest : mark());
             age(traceName(n), seconds);
             if (seconds == 0)
                 unlink(traceName(n).c_str());
         }
-        const bool none = test.newest.empty();
+        const bool none = newest.empty();
         const Ring ring = open(ZEBU2_OPT_NOSTARTLINE, 4096, 4, none ? 0 : 3);
         EXPECT_EQ(lastError(), none ? 0 : ZEBU_EPOS_MISMATCH);
-        EXPECT_EQ(record().currentFile, test.file);
-        EXPECT_EQ(record().writeOffset, test.offset);
+        EXPECT_EQ(record().currentFile, file);
+        EXPECT_EQ(record().writeOffset, offset);
         EXPECT_EQ(put(ring, "usable"), 0);
     }
 }

@@ -13,22 +13,18 @@ TEST_F(Drain, TakesWhatIsUnreadWhereverItLies)
 {
     const std::string lines = plainLines(1, 3);
     const auto size = static_cast<uint32_t>(lines.size());
-    const struct
-    {
-        uint32_t dataSize, read, write;
-    } cases[] = {
+    const std::tuple<uint32_t, uint32_t, uint32_t> cases[] = {
         {1000, 0, size},
         {1000, 1000 - size, 1000},      // up to the end of the data
         {1000, 900, 900 + size - 1000}, // over it
         {1000, 1000, size},             // a read offset that stands there
-        {size, 0, size},                // everything
-    };
-    for (const auto& test : cases) {
-        writeArea(test.dataSize, test.read, test.write, lines);
-        EXPECT_EQ(zebu2({"drain", "--peek"}).out, lines) << test.read;
-        EXPECT_EQ(areaHeader().uReadOffset, test.read);
-        EXPECT_EQ(zebu2({"drain"}).out, lines) << test.read;
-        EXPECT_EQ(areaHeader().uReadOffset, test.write);
+        {size, 0, size}};               // everything
+    for (const auto& [dataSize, read, write] : cases) {
+        writeArea(dataSize, read, write, lines);
+        EXPECT_EQ(zebu2({"drain", "--peek"}).out, lines) << read;
+        EXPECT_EQ(areaHeader().uReadOffset, read);
+        EXPECT_EQ(zebu2({"drain"}).out, lines) << read;
+        EXPECT_EQ(areaHeader().uReadOffset, write);
         EXPECT_EQ(zebu2({"drain"}).status, 1);
     }
 }

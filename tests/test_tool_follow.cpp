@@ -53,27 +53,20 @@ TEST_F(Follow, WaitsForALineThatIsOnItsWay)
 {
     const std::string old = plainLines(1, 2), next = plainLines(3, 3), all = old + next;
     // In each state the record already tells of the line, or the line is there and the record does not tell.
-    const struct
-    {
-        const char* name;
-        std::string live;
-        size_t offset;
-    } states[] = {
+    const std::tuple<const char*, std::string, size_t> states[] = {
         {"nothing stored", old + mark(), all.size()},
         {"line without its mark", all, all.size()},
-        {"mark without its line", old + mark().substr(0, 1) + std::string(next.size() - 1, 'x') + mark(),
-         all.size()},
-        {"everything but the offset", all + mark(), old.size()},
-    };
-    for (const auto& state : states) {
+        {"mark without its line", old + "\x1A" + std::string(next.size() - 1, 'x') + mark(), all.size()},
+        {"everything but the offset", all + mark(), old.size()}};
+    for (const auto& [name, live, offset] : states) {
         writeRing({old}, 1);
         openRing();
         EXPECT_EQ(readOn(), old);
-        writeFile(traceFile(1), state.live);
-        writeRecord(1, static_cast<unsigned>(state.offset), 1);
-        EXPECT_EQ(readOn(), "") << state.name;
+        writeFile(traceFile(1), live);
+        writeRecord(1, static_cast<unsigned>(offset), 1);
+        EXPECT_EQ(readOn(), "") << name;
         writeRing({all}, 1);
-        EXPECT_EQ(readOn(), next) << state.name;
+        EXPECT_EQ(readOn(), next) << name;
         EXPECT_EQ(m_warnings, 0);
     }
 }
