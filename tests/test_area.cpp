@@ -150,11 +150,15 @@ TEST_F(Area, AWriterThatDiedInsideAnAppendIsPassedOver)
         {4194303, milliseconds(0), milliseconds(50)},
         {getppid(), milliseconds(50), milliseconds(1000)}};
     for (const auto& [iHolder, least, most] : cases) {
-        setAreaField(20, static_cast<uint32_t>(iHolder) | 5u << 22);
-        const auto begun = std::chrono::steady_clock::now();
-        putOne();
-        const auto taken = std::chrono::steady_clock::now() - begun;
-        EXPECT_TRUE(least <= taken && taken < most) << iHolder << ": " << taken / milliseconds(1) << " ms";
+        auto fastest = milliseconds::max(); // other processes may have had the processor
+        for (int i = 0; i < 5; ++i) {
+            setAreaField(20, static_cast<uint32_t>(iHolder) | 5u << 22);
+            const auto begun = std::chrono::steady_clock::now();
+            putOne();
+            const auto taken = std::chrono::steady_clock::now() - begun;
+            fastest = std::min(fastest, std::chrono::duration_cast<milliseconds>(taken));
+        }
+        EXPECT_TRUE(least <= fastest && fastest < most) << iHolder << ": " << fastest.count() << " ms";
     }
     EXPECT_EQ(waitForChild(iDead), 0);
 }
