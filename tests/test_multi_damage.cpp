@@ -79,7 +79,7 @@ TEST_F(MultiDamage, ManagementFileRemovedReplacedOrEmptied)
 TEST_F(MultiDamage, TraceFileCutOrRemovedWhileItIsMapped)
 {
     for (const int option : {0, ZEBU2_OPT_NOFILL}) {
-        for (const size_t length : {0, 200}) {
+        for (const size_t length : {0UL, 200UL}) {
             base = path("cut") + std::to_string(option) + std::to_string(length);
             const Ring first = open(option);
             const Ring second = open(option);

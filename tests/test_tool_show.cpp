@@ -177,7 +177,7 @@ TEST_F(Show, ReadsASharedRingOldestFirstAndNothingBehindAMark)
     // The record is damaged: its place is worked out from the files.
     for (int n = 1; n <= 3; ++n)
         age(traceFile(n), n == 1 ? 0 : 60 - n);
-    for (const size_t offset : {0, 8, 12, 20}) {
+    for (const size_t offset : {0UL, 8UL, 12UL, 20UL}) {
         writeRecord(1, 4000);
         writeFile(managementFile(), readFile(managementFile()).replace(offset, 4, 4, '\0'));
         const ToolResult result = zebu2({"show", "app"});
