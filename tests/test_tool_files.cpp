@@ -52,7 +52,9 @@ TEST_F(ToolFiles, StatWarns)
         {[&] { CHECK(truncate(traceFile(1).c_str(), 4000) == 0); }, "shorter"},
         {[&] { writeRecord(2, 100, 2); }, "replaced or damaged"},
         {[&] { writeRecord(3, 0, 2); }, "no valid record"},
-        {[&] { CHECK(unlink(traceFile(2).c_str()) == 0); }, "missing"}};
+        {[&] { CHECK(unlink(traceFile(2).c_str()) == 0); }, "missing"},
+        {[&] { CHECK(unlink(traceFile(1).c_str()) == 0 && mkdir(traceFile(1).c_str(), 0700) == 0); },
+         "cannot be read"}};
     for (const auto& [damage, words] : cases) {
         writeSample();
         damage();

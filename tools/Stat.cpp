@@ -149,7 +149,7 @@ void ZEBUStat::describeSource()
         describeFile(m_options.strSource, true);
     } else if (eKind == ZEBUSourceKind::SingleRing) {
         ZEBUTraceFile newest;
-        m_facts["current_file"] = m_strLast;
+        m_facts["current_file"] = m_strLast.empty() ? Json() : Json(m_strLast);
         m_facts["lock_pid"] = newest.open(m_strLast) == 0 ? fs_lockHolder(newest.fd()) : Json();
     }
     for (const unsigned u : ZEBU_ExistingTraceFiles(m_options.strSource))
@@ -201,7 +201,8 @@ void ZEBUStat::checkCurrent(const ZEBUManagement& management, const ZEBURingReco
         if (iErrno == ENOENT)
             return warn(strName + ", the current file, is missing");
         if (iErrno != 0)
-            return warn(strName + ", the current file, cannot be read: " + strerror(iErrno));
+            return; // said where the files are described
+
         if (file.hasMarkAt(position.uOffset))
             return;
         const ZEBUPosition now = management.loadPosition();
@@ -247,6 +248,9 @@ void ZEBUStat::describeFile(const std::string& strPath, bool bMayBeShort)
                        {"lines", contents.lLines},
                        {"oldest", fs_time(contents.lOldest)},
                        {"newest", fs_time(contents.lNewest)}});
+    ZEBUTraceFile file;
+    if (const int iErrno = file.open(strPath, true); iErrno != 0)
+        warn(strPath + " cannot be read: " + strerror(iErrno));
     if (!bMayBeShort && info.st_size < static_cast<off_t>(m_record.uFileSize))
         warn(strPath + " is shorter than the files of its ring");
     if ((info.st_mode & S_IWOTH) != 0)
