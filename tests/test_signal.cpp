@@ -104,12 +104,11 @@ TEST_F(Signal, HandlersMayInterruptStartAndStop)
             (void)ZEBU2_PutMsgSigSafe("other");
     });
     underFire([] {
-        for (int i = 0; i < 300; ++i) {
+        for (int i = 0; i < 300 || cs_uHandled == 0; ++i) {
             startArea();
             stop();
         }
     });
     other.join();
-    EXPECT_GT(cs_uHandled, 0u);
     EXPECT_EQ(areaHeader().uGuard, 0u);
 }
