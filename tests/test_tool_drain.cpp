@@ -23,6 +23,7 @@ TEST_F(Drain, TakesWhatIsUnreadWhereverItLies)
     for (const auto& [dataSize, read, write] : cases) {
         writeArea(dataSize, read, write, lines);
         EXPECT_EQ(zebu2({"drain", "--peek"}).out, lines) << read;
+        expectStatus(0, {{"drain", "--peek"}});
         EXPECT_EQ(areaHeader().uReadOffset, read);
         EXPECT_EQ(zebu2({"drain"}).out, lines) << read;
         EXPECT_EQ(areaHeader().uReadOffset, write);
