@@ -35,15 +35,14 @@ struct Stamp
 void fs_stampFirstLine(std::string_view svBeginning, Stamp* pStamp)
 {
     ZEBULine line;
-    for (size_t u = 0; u < svBeginning.size(); u = svBeginning.find('\n', u) + 1) {
-        if (ZEBU_ParseLine(svBeginning.substr(u), &line)) {
-            pStamp->iFirstCounter = line.iCounter;
-            pStamp->lFirstTime = line.lTime;
+    while (!ZEBU_ParseLine(svBeginning, &line)) {
+        const size_t uFeed = svBeginning.find('\n');
+        if (uFeed == svBeginning.npos)
             return;
-        }
-        if (svBeginning.find('\n', u) == svBeginning.npos)
-            return;
+        svBeginning.remove_prefix(uFeed + 1);
     }
+    pStamp->iFirstCounter = line.iCounter;
+    pStamp->lFirstTime = line.lTime;
 }
 
 // Whether the lines of one file are later than those of another, as far as their first lines tell. A file
