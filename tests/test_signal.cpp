@@ -1,12 +1,14 @@
 // The signal-safe put: its line, its results, and handlers that interrupt the library anywhere.
 #include <pthread.h>
 #include <signal.h>
+#include <string.h>
+#include <sys/mman.h>
 
 #include "support/AreaConsumer.h"
 
 using Signal = Sandbox;
 
-TEST_F(Signal, LineHasPlaceholders)
+TEST_F(Signal, StoresALineWithPlaceholdersOrTellsWhyNot)
 {
     EXPECT_EQ(ZEBU2_PutMsgSigSafe("no area yet"), -1); // takes number 0000
     startArea();
@@ -20,11 +22,7 @@ TEST_F(Signal, LineHasPlaceholders)
     (void)snprintf(szExpected, sizeof szExpected, "0001 ----/--/-- --:--:--.---     %-16s %08X -------- ",
                    "app", static_cast<unsigned>(getpid()));
     EXPECT_EQ(areaLines(), Lines{szExpected + std::string(4117, 'L')});
-}
 
-TEST_F(Signal, FullAndDamagedAreas)
-{
-    startArea();
     for (int i = 0; i < 20; ++i)
         (void)ZEBU2_PutToShm(std::string(4000, 'f').data(), 4000);
     EXPECT_EQ(result(ZEBU2_PutMsgSigSafe(std::string(4000, 'x').c_str())), Result(-1, 0));
@@ -32,6 +30,22 @@ TEST_F(Signal, FullAndDamagedAreas)
     EXPECT_EQ(result(ZEBU2_PutMsgSigSafe("damaged")), Result(-1, 26));
     // No context is made for it.
     std::thread([] { EXPECT_EQ(result(ZEBU2_PutMsgSigSafe("damaged")), Result(-1, 16)); }).join();
+}
+
+// It looks at blocks of 16 bytes, but never at another page.
+TEST_F(Signal, StaysInThePageOfTheText)
+{
+    constexpr size_t cs_uPage = 4096;
+    void* pPages = mmap(nullptr, 2 * cs_uPage, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    ASSERT_EQ(mprotect(pPages, cs_uPage, PROT_READ | PROT_WRITE), 0);
+    startArea();
+    Lines texts;
+    for (size_t uLength = 0; uLength <= 40; ++uLength) {
+        texts.push_back(std::string(uLength, 'a'));
+        char* pszAtEnd = static_cast<char*>(pPages) + cs_uPage - uLength - 1;
+        EXPECT_EQ(ZEBU2_PutMsgSigSafe(strcpy(pszAtEnd, texts.back().c_str())), 0);
+    }
+    EXPECT_EQ(bodies(areaLines()), texts);
 }
 
 // ---- Handlers ------------------------------------------------------------------------------------
@@ -77,24 +91,30 @@ TEST_F(Signal, HandlersThatInterruptPutsTearAndLoseNothing)
     startArea();
     AreaConsumer consumer(areaFile());
     cs_pArea = &consumer;
-    std::atomic<size_t> uPut{0};
-    const auto write = [&](const std::string& sender, size_t uHandlers) {
-        for (int i = 0; i < cs_iLines || cs_uStored < uHandlers; ++i, ++uPut)
-            consumer.put(sender, i);
-    };
-    std::atomic<int> iWriting{2};
-    std::thread writers([&] {
+    const pid_t iOther = startChild([&] {
         inThreads(2, [&](int t) {
-            t == 0 ? write("quiet", 0) : underFire([&] { write("interrupted", 100); });
-            --iWriting;
+            for (int i = 0; i < cs_iLines; ++i)
+                consumer.put("other" + std::to_string(t), i);
         });
     });
-    while (iWriting > 0)
+    int iPut = 0;
+    std::atomic<bool> bDone{false};
+    std::thread writer([&] {
+        underFire([&] {
+            for (; iPut < cs_iLines || cs_uStored < 100; ++iPut)
+                consumer.put("interrupted", iPut);
+        });
+        EXPECT_EQ(waitForChild(iOther), 0);
+        bDone = true;
+    });
+    while (!bDone)
         consumer.drain();
+    writer.join();
     consumer.drain();
-    writers.join();
-    consumer.expectEachOnce();
-    EXPECT_EQ(consumer.m_seen.size(), uPut + cs_uStored);
+    EXPECT_EQ(consumer.m_torn, 0);
+    for (const auto& [message, iCount] : consumer.m_seen)
+        EXPECT_EQ(iCount, 1) << message;
+    EXPECT_EQ(consumer.m_seen.size(), 2 * cs_iLines + static_cast<size_t>(iPut) + cs_uStored);
 }
 
 TEST_F(Signal, HandlersMayInterruptStartAndStop)

@@ -62,10 +62,3 @@ void AreaConsumer::put(const std::string& sender, int iNumber) const
         std::this_thread::yield();
     CHECK(ZEBU2_PutToShm(text.data(), text.size()) == 0);
 }
-
-void AreaConsumer::expectEachOnce() const
-{
-    EXPECT_EQ(m_torn, 0);
-    for (const auto& [line, iCount] : m_seen)
-        EXPECT_EQ(iCount, 1) << line;
-}

@@ -24,8 +24,6 @@ public:
     bool hasRoom(uint32_t uBytes) const;
     // Puts a message once the area has room for it.
     void put(const std::string& sender, int iNumber) const;
-    // No line was torn, none came twice.
-    void expectEachOnce() const;
 
     std::map<std::string, int> m_seen; // "sender number", how often
     int m_torn = 0;

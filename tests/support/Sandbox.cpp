@@ -26,11 +26,6 @@ bool exists(const std::string& path)
     return fs::exists(fs::symlink_status(path, cs_ignored));
 }
 
-long fileSize(const std::string& path)
-{
-    return static_cast<long>(fs::file_size(path, cs_ignored));
-}
-
 int fileMode(const std::string& path)
 {
     return static_cast<int>(fs::status(path, cs_ignored).permissions());
@@ -108,17 +103,10 @@ void Sandbox::putLine(const std::string& text)
     EXPECT_EQ(result(ZEBU2_PutLine(0, text.c_str())), Result(0, 0));
 }
 
-void Sandbox::stop()
-{
-    EXPECT_EQ(ZEBU2_Finalize(), 0);
-}
-
 AreaHeader Sandbox::areaHeader() const
 {
     AreaHeader header = {};
-    const std::string bytes = readFile(areaFile());
-    if (bytes.size() >= sizeof header)
-        memcpy(&header, bytes.data(), sizeof header);
+    (void)readFile(areaFile()).copy(reinterpret_cast<char*>(&header), sizeof header);
     return header;
 }
 
@@ -127,15 +115,23 @@ std::string Sandbox::areaBytes() const
     const AreaHeader header = areaHeader();
     std::string data = readFile(areaFile());
     data = data.substr(std::min(data.size(), sizeof header), header.uDataSize);
-    if (header.uReadOffset <= header.uWriteOffset)
-        return data.substr(header.uReadOffset, header.uWriteOffset - header.uReadOffset);
-    return data.substr(header.uReadOffset) + data.substr(0, header.uWriteOffset);
+    const auto [uRead, uWrite] = std::pair(header.uReadOffset, header.uWriteOffset);
+    return uRead <= uWrite ? data.substr(uRead, uWrite - uRead) : data.substr(uRead) + data.substr(0, uWrite);
 }
 
 void Sandbox::setAreaField(long offset, uint32_t value) const
 {
     std::fstream file(areaFile(), std::ios::binary | std::ios::in | std::ios::out);
     EXPECT_TRUE(file.seekp(offset).write(reinterpret_cast<const char*>(&value), sizeof value));
+}
+
+int lockAsAnother(const std::string& path)
+{
+    const int iFd = open(path.c_str(), O_RDWR | O_CLOEXEC);
+    struct flock lock = {};
+    lock.l_type = F_WRLCK;
+    CHECK(fcntl(iFd, F_OFD_SETLK, &lock) == 0);
+    return iFd;
 }
 
 int lastCode()

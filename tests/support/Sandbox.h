@@ -27,7 +27,6 @@ using Lines = std::vector<std::string>;
 std::string readFile(const std::string& path);
 void writeFile(const std::string& path, const std::string& bytes);
 bool exists(const std::string& path);            // a link too that leads nowhere
-long fileSize(const std::string& path);          // -1 without a file
 int fileMode(const std::string& path);           // permission bits
 void age(const std::string& path, long seconds); // sets the modification time that far back
 
@@ -65,7 +64,7 @@ protected:
     // Starts the process log with the trace area alone; puts a line into it; stops it. All must work.
     static void startArea();
     static void putLine(const std::string& text);
-    static void stop();
+    static void stop() { EXPECT_EQ(ZEBU2_Finalize(), 0); }
 
     // The trace lines of file n.
     Lines lines(int n) const { return traceLines(readFile(traceFile(n))); }
@@ -82,6 +81,9 @@ private:
     std::string m_prefix;
     tagZEBU_LOGFILE_SPEC m_ring;
 };
+
+// Locks a file as another process does, until the descriptor that it returns is closed.
+int lockAsAnother(const std::string& path);
 
 // The calling thread's error value, and its code.
 inline int lastError()
