@@ -2,6 +2,7 @@
 #include <stdarg.h>
 #include <syslog.h>
 
+#include "logfile/LogSwapMsg.h"
 #include "support/Sandbox.h"
 
 namespace {
@@ -31,31 +32,24 @@ STAND_IN(__syslog_chk(int priority, int, const char* format, ...))
 
 namespace {
 
-class SwapMessage : public Sandbox
+using SwapMessage = Sandbox;
+
+TEST_F(SwapMessage, NamesTheFileJustLeft)
 {
-protected:
     // Fills file after file of a ring of two, beginning with the first. Returns what was logged.
-    Lines fill(int iFiles)
-    {
-        logged.clear();
+    const auto fill = [&](int iFiles) {
         EXPECT_EQ(ZEBU2_Initialize(ring(4096, 2, "%%%n"), "5%%s"), 0);
         for (int i = 0; i < iFiles; ++i)
             putLine(std::string(4000, 'x'));
         stop();
-        return logged;
-    }
-
-    const std::string app = "5%%s            ", first = path("%%%n1.log"), second = path("%%%n2.log");
-};
-
-TEST_F(SwapMessage, NamesTheFileJustLeft)
-{
+        return std::exchange(logged, {});
+    };
     configure("MsgString = %a left %f, %i\n");
     EXPECT_EQ(fill(2), Lines()) << "off at first";
     EXPECT_EQ(ZEBU2_SetSwapMessageMode(1), 1U);
     EXPECT_EQ(ZEBU2_SetSwapMessageMode(2), 1U) << "refused";
-    EXPECT_EQ(fill(4), (Lines{app + " left " + first + ", 1\n", app + " left " + second + ", 2\n",
-                              app + " left " + first + ", 1\n"}));
+    const std::string left = "5%%s             left " + path("%%%n");
+    EXPECT_EQ(fill(4), (Lines{left + "1.log, 1\n", left + "2.log, 2\n", left + "1.log, 1\n"}));
     EXPECT_EQ(fill(1), Lines()) << "the file chosen at the start is no switch";
     configure();
     EXPECT_EQ(fill(2), Lines()) << "no template";
@@ -63,19 +57,14 @@ TEST_F(SwapMessage, NamesTheFileJustLeft)
 
 TEST_F(SwapMessage, TemplateIsFilled)
 {
-    ZEBU2_SetSwapMessageMode(1);
     const std::string x250(250, 'x');
-    const std::pair<std::string, std::string> cases[] = {
-        {"x%qy%", "xy"},
-        {"%%%%a done 100%%", "%%a done 100%"},
-        {"%a%f", app + first},
-        {x250 + "%f!%i", x250 + first.substr(0, 5)},
-    };
+    const std::pair<std::string, std::string> cases[] = {{"x%qy%", "xy"},
+                                                         {"%%%%a done 100%%", "%%a done 100%"},
+                                                         {"%a%f%i", "app/file7"},
+                                                         {x250 + "%f!%i", x250 + "/file"}};
     for (const auto& [pattern, message] : cases) {
-        (void)unlink(first.c_str());
-        (void)unlink(second.c_str());
-        configure("MsgString = " + pattern);
-        EXPECT_EQ(fill(2), Lines{message}) << pattern;
+        ZEBU_FormatSwapMsgString(pattern.c_str(), "app", 7, "/file");
+        EXPECT_EQ(std::exchange(logged, {}), Lines{message});
     }
 }
 
