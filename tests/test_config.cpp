@@ -20,25 +20,23 @@ protected:
 TEST_F(Config, LinesGiveTheValues)
 {
     // Size of the area, interval and number of the rate limit.
-    const std::tuple<std::string, unsigned int, int, int> cases[] = {
-        {"", 65536, 0, 0},
+    const std::pair<std::string, std::tuple<unsigned int, int, int>> cases[] = {
+        {"", {65536, 0, 0}},
         {"Release = 3\nMonPath = /mon\nLogSize = 5\nLogFNum = 6\nWatchDog = 7\nMapSize = 8\nIntervalSec = 9\n"
          "MaxMsgNum = 10\n",
-         8, 9, 10},
-        {"# comment\n\nMsgString = MapSize = 1\n MapSize = 2\nmapsize = 3\nMapSize=4\nMapSize= 4\n", 65536, 0,
-         0},
-        {"MapSizeOfTheArea \t= \t 4096 and more\n", 4096, 0, 0},
-        {"MapSize = 2\nMapSize = 1\nMapSize = x\nMapSize =\nMapSize 9", 1, 0, 0},
-        {"MapSize = 0x20\nMaxMsgNum = 4294967297\n", 0, 0, 1},
-        {"MapSize = -1\nIntervalSec = -5\n", 4294967295U, -5, 0},
-        {"#" + std::string(4158, ' ') + "MapSize = 77\n", 77, 0, 0}, // longer lines are two
+         {8, 9, 10}},
+        {"# comment\n\nMsgString = MapSize = 1\n MapSize = 2\nmapsize = 3\nMapSize=4\nMapSize= 4\n",
+         {65536, 0, 0}},
+        {"MapSizeOfTheArea \t= \t 4096 and more\n", {4096, 0, 0}},
+        {"MapSize = 2\nMapSize = 1\nMapSize = x\nMapSize =\nMapSize 9", {1, 0, 0}},
+        {"MapSize = 0x20\nMaxMsgNum = 4294967297\n", {0, 0, 1}},
+        {"MapSize = -1\nIntervalSec = -5\n", {4294967295U, -5, 0}},
+        {"#" + std::string(4158, ' ') + "MapSize = 77\n", {77, 0, 0}}, // longer lines are two
     };
-    for (const auto& [lines, size, interval, number] : cases) {
+    for (const auto& [lines, values] : cases) {
         configure(lines);
         const ZEBUConfigInf conf;
-        EXPECT_EQ(conf.uMapSize, size) << lines;
-        EXPECT_EQ(conf.iIntervalSec, interval) << lines;
-        EXPECT_EQ(conf.iMaxMsgNum, number) << lines;
+        EXPECT_EQ(std::tuple(conf.uMapSize, conf.iIntervalSec, conf.iMaxMsgNum), values) << lines;
     }
 }
 
@@ -60,7 +58,6 @@ TEST_F(Config, AreaLiesBesideTheLogFile)
         writeFile(configFile(), "MapSize = 5000\nLogFile = " + logFile + "\n");
         const ZEBUConfigInf conf;
         EXPECT_EQ(conf.szMMapDir, directory) << logFile;
-        EXPECT_EQ(conf.szMMapFile, directory.empty() ? "" : directory + "/zebu2mmap.mm") << logFile;
         EXPECT_EQ(conf.uMapSize, directory.empty() ? 65536U : 5000U) << logFile;
     }
 }
@@ -83,38 +80,25 @@ TEST_F(Config, TemplateIsTheRestOfTheLastLine)
 
 // ---- Which file is read --------------------------------------------------------------------------
 
-// With a standard file, in a /opt that only the test sees.
-class StandardConfig : public Config
+TEST_F(Config, StandardFileIsReadWithoutAUsableOverride)
 {
-protected:
-    void SetUp() override
-    {
-        if (!bPrivateOpt)
-            GTEST_SKIP() << "no mount namespace to be had";
-        std::filesystem::create_directories("/opt/kelvora/ZEBULib2/etc");
-        std::filesystem::create_directories("/opt/kelvora/ZEBULib/etc");
-        writeFile("/opt/kelvora/ZEBULib/etc/D001zebu.cnf", "LogFile = /old/f\nMapSize = 1\n");
-        writeFile(standard, "LogFile = /std/f\nMapSize = 6000\nMsgString = standard\n");
-    }
+    if (!bPrivateOpt)
+        GTEST_SKIP() << "no mount namespace to be had";
     // What is read when the environment names this file.
-    static void expect(const std::string& name, unsigned int mapSize, const std::string& message)
-    {
+    const auto expect = [](const std::string& name, unsigned int mapSize, const std::string& message) {
         setenv("ZEBU2_TRACECNF_FILE", name.c_str(), 1);
         const ZEBUConfigInf conf;
         EXPECT_EQ(conf.uMapSize, mapSize) << name;
-        if (mapSize == 6000) {
-            EXPECT_STREQ(conf.szMMapFile, "/opt/kelvora/ZEBULib2/mmap/zebu2mmap.mm") << name;
-        }
         EXPECT_STREQ(conf.szMonPath, "") << "nothing of a refused file stays";
+        const char* area = mapSize == 6000 ? "/opt/kelvora/ZEBULib2/mmap/zebu2mmap.mm" : conf.szMMapFile;
+        EXPECT_STREQ(conf.szMMapFile, area) << name;
         EXPECT_EQ(ZEBUConfigInf2().szMsgString, message) << name;
-    }
-
-    const std::string standard = "/opt/kelvora/ZEBULib2/etc/D002zebu2.cnf";
-};
-
-TEST_F(StandardConfig, IsReadWithoutAUsableOverride)
-{
-    const std::string far = path("far.cnf");
+    };
+    const std::string standard = "/opt/kelvora/ZEBULib2/etc/D002zebu2.cnf", far = path("far.cnf");
+    std::filesystem::create_directories("/opt/kelvora/ZEBULib2/etc");
+    std::filesystem::create_directories("/opt/kelvora/ZEBULib/etc");
+    writeFile("/opt/kelvora/ZEBULib/etc/D001zebu.cnf", "LogFile = /old/f\nMapSize = 1\n");
+    writeFile(standard, "LogFile = /std/f\nMapSize = 6000\nMsgString = standard\n");
     writeFile(far, "LogFile = /l/f\nMapSize = 1\nMsgString = far\n");
     ASSERT_EQ(mkfifo(path("fifo").c_str(), 0600) | chdir(path("").c_str()), 0);
     const std::string unusable[] = {"",
@@ -129,14 +113,9 @@ TEST_F(StandardConfig, IsReadWithoutAUsableOverride)
     expect(std::string(4095 - far.size(), '/') + far, 1, "far\n"); // the longest path there is
     writeFile(far, "MapSize = 1\nMonPath = /mon\nMsgString = far\n");
     expect(far, 6000, "far\n"); // without a log file it serves the notice alone
-}
-
-TEST_F(StandardConfig, DefaultsStandWithoutAFileAndWithOneThatNobodyWrites)
-{
     ASSERT_EQ(unlink(standard.c_str()), 0);
     expect("", 65536, "");
-    EXPECT_STREQ(ZEBUConfigInf().szMMapFile, "");
-    ASSERT_EQ(mkfifo(standard.c_str(), 0600), 0);
+    ASSERT_EQ(mkfifo(standard.c_str(), 0600), 0); // that nobody writes
     expect("", 65536, "");
 }
 
