@@ -15,11 +15,8 @@ class Wrapper : public Sandbox
 protected:
     zebu2::ring files(const std::string& name = "app")
     {
-        return zebu2::ring((m_prefix = path(name)).c_str()).files(3);
+        return zebu2::ring(ring(65536, 3, name)->pszFilePath).files(3);
     }
-
-private:
-    std::string m_prefix;
 };
 
 } // namespace
