@@ -34,12 +34,10 @@ has 3 app1.log ' hello    '
 
 run 0 levels app
 has 6 app1.log 'level [0-6] with log level 5, files 0'
-has 1 $area 'level [0-6] with log level 5, files 0'
 has 3 app1.log 'level [345] with log level 5, files 3'
 has 0 "app1.log $area" 'log level -1'
 
 run 0 threads app /usr/include/linux 3
-has 3 'app?.log' 'a thread is done'
 has 6 $area 'a thread '
 
 run 0 instances .

@@ -13,9 +13,7 @@ fail() { echo "$*"; exit 1; }
 cmake --install "$build" --prefix "$work/first" > "$work/log"
 mv "$work/first" "$work/moved"
 root=$work/moved
-if grep -rIl -e "$work/first" -e "$source" -e "$build" "$root" | grep -q .; then
-    fail "paths of the build in: $(grep -rIl -e "$work/first" -e "$source" -e "$build" "$root")"
-fi
+if grep -rIl -e "$work/first" -e "$source" -e "$build" "$root"; then fail "have paths of the build"; fi
 if find "$root" -name '*.a' | grep -q . || [ -e "$root/opt" ]; then
     fail "an archive, or the standard configuration, came along"
 fi
@@ -26,9 +24,7 @@ libdir=$(dirname "$(find "$root" -name libZEBULib2.so)")
 # The standard configuration only when it is asked for. What it shows as defaults is commented out.
 DESTDIR=$work/config cmake --install "$build" --component config >> "$work/log"
 [ -d "$work/config/opt/kelvora/ZEBULib2/mmap" ]
-if grep -v '^#' "$work/config/opt/kelvora/ZEBULib2/etc/D002zebu2.cnf" | grep -q .; then
-    fail "the standard configuration sets something"
-fi
+if grep -v '^#' "$work/config/opt/kelvora/ZEBULib2/etc/D002zebu2.cnf"; then fail "is set as standard"; fi
 
 echo "LogFile = $work/trace" > "$work/cnf"
 export ZEBU2_TRACECNF_FILE="$work/cnf" LD_LIBRARY_PATH="$libdir"

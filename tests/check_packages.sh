@@ -47,7 +47,5 @@ echo "LogFile = $work/trace" > "$work/cnf"
 export ZEBU2_TRACECNF_FILE="$work/cnf" LD_LIBRARY_PATH="$libdir"
 ${CC:-cc} "$source/examples/hello.c" -I"$work/root/usr/include" -L"$libdir" -lZEBULib2 -o "$work/hello"
 "$work/hello" "$work/app"
-grep -q 'hello$' "$work/app1.log" || grep -q "hello$(printf '\r')" "$work/app1.log"
-if [ -e "$work/root/usr/bin/zebu2" ]; then
-    "$work/root/usr/bin/zebu2" show "$work/app" | grep -q 'NET-17'
-fi
+grep -q NET-17 "$work/app1.log"
+[ ! -e "$work/root/usr/bin/zebu2" ] || "$work/root/usr/bin/zebu2" show "$work/app" | grep -q NET-17

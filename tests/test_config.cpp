@@ -3,7 +3,6 @@
 
 #include "config/Conf2Unix.h"
 #include "config/ConfUnix.h"
-#include "support/PrivateOpt.h"
 #include "support/Sandbox.h"
 
 namespace {
@@ -19,24 +18,30 @@ protected:
 
 TEST_F(Config, LinesGiveTheValues)
 {
-    // Size of the area, interval and number of the rate limit.
-    const std::pair<std::string, std::tuple<unsigned int, int, int>> cases[] = {
-        {"", {65536, 0, 0}},
+    // Size of the area, interval and number of the rate limit, template of the notice.
+    const std::pair<std::string, std::tuple<unsigned int, int, int, std::string>> cases[] = {
+        {"", {65536, 0, 0, ""}},
         {"Release = 3\nMonPath = /mon\nLogSize = 5\nLogFNum = 6\nWatchDog = 7\nMapSize = 8\nIntervalSec = 9\n"
-         "MaxMsgNum = 10\n",
-         {8, 9, 10}},
+         "MaxMsgNum = 10\nMsgString=Switched %f\n",
+         {8, 9, 10, "Switched %f\n"}},
         {"# comment\n\nMsgString = MapSize = 1\n MapSize = 2\nmapsize = 3\nMapSize=4\nMapSize= 4\n",
-         {65536, 0, 0}},
-        {"MapSizeOfTheArea \t= \t 4096 and more\n", {4096, 0, 0}},
-        {"MapSize = 2\nMapSize = 1\nMapSize = x\nMapSize =\nMapSize 9", {1, 0, 0}},
-        {"MapSize = 0x20\nMaxMsgNum = 4294967297\n", {0, 0, 1}},
-        {"MapSize = -1\nIntervalSec = -5\n", {4294967295U, -5, 0}},
-        {"#" + std::string(4158, ' ') + "MapSize = 77\n", {77, 0, 0}}, // longer lines are two
+         {65536, 0, 0, "MapSize = 1\n"}},
+        {"MapSizeOfTheArea \t= \t 4096 and more\nMsgStringOf this =\tthat = x\n",
+         {4096, 0, 0, "\tthat = x\n"}},
+        {"MapSize = 2\nMapSize = 1\nMapSize = x\nMapSize =\nMapSize 9", {1, 0, 0, ""}},
+        {"MapSize = 0x20\nMaxMsgNum = 4294967297\n MsgString = indented\n", {0, 0, 1, ""}},
+        {"MapSize = -1\nIntervalSec = -5\nMsgString = the longer one\nMsgString = last\nMsgString without\n",
+         {4294967295U, -5, 0, "last\n"}},
+        {"#" + std::string(4158, ' ') + "MapSize = 77\n", {77, 0, 0, ""}}, // longer lines are two
+        {"MsgString = " + std::string(300, 'm') + "\n", {65536, 0, 0, std::string(255, 'm')}},
     };
     for (const auto& [lines, values] : cases) {
         configure(lines);
         const ZEBUConfigInf conf;
-        EXPECT_EQ(std::tuple(conf.uMapSize, conf.iIntervalSec, conf.iMaxMsgNum), values) << lines;
+        EXPECT_EQ(std::tuple(conf.uMapSize, conf.iIntervalSec, conf.iMaxMsgNum,
+                             std::string(ZEBUConfigInf2().szMsgString)),
+                  values)
+            << lines;
     }
 }
 
@@ -59,22 +64,6 @@ TEST_F(Config, AreaLiesBesideTheLogFile)
         const ZEBUConfigInf conf;
         EXPECT_EQ(conf.szMMapDir, directory) << logFile;
         EXPECT_EQ(conf.uMapSize, directory.empty() ? 65536U : 5000U) << logFile;
-    }
-}
-
-// The template of the notice.
-TEST_F(Config, TemplateIsTheRestOfTheLastLine)
-{
-    const std::pair<std::string, std::string> cases[] = {
-        {"MsgString=Switched %f\n", "Switched %f\n"},
-        {"MsgStringOf this =\tthat = x\n", "\tthat = x\n"},
-        {" MsgString = indented\nmsgstring = small\n", ""},
-        {"MsgString = the longer one\nLogSize = 1\nMsgString = last\nMsgString without\n", "last\n"},
-        {"MsgString = " + std::string(300, 'm') + "\n", std::string(255, 'm')},
-    };
-    for (const auto& [content, expected] : cases) {
-        writeFile(configFile(), content);
-        EXPECT_EQ(ZEBUConfigInf2().szMsgString, expected) << content;
     }
 }
 

@@ -4,7 +4,6 @@
 
 #include <set>
 
-#include "support/PrivateOpt.h"
 #include "support/Sandbox.h"
 
 // ---- Threads and forks ---------------------------------------------------------------------------

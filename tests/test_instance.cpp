@@ -52,10 +52,14 @@ TEST_F(Instance, ManyComeAndGo)
     ZEBU2_HINSTANCE instances[200];
     for (ZEBU2_HINSTANCE& hInstance : instances)
         hInstance = createForArea();
-    for (int i = 0; i < 200; i += 2)
-        remove(instances[i]);
-    for (int i = 0; i < 200; ++i)
-        EXPECT_EQ(ZEBU2_PutInstanceLine(instances[i], 0, "x"), i % 2 ? 0 : -1);
+    for (int iRound = 0; iRound < 3; ++iRound) {
+        for (int i = 0; i < 200; i += 2)
+            remove(instances[i]);
+        for (int i = 0; i < 200; ++i)
+            EXPECT_EQ(ZEBU2_PutInstanceLine(instances[i], 0, "x"), i % 2 ? 0 : -1);
+        for (int i = 0; i < 200; i += 2)
+            instances[i] = createForArea();
+    }
 }
 
 // A user that came out without the area holds no reference on it, and must not give one up.
@@ -122,9 +126,8 @@ TEST_F(Instance, LockParametersBelongToSharedRings)
     EXPECT_EQ(ZEBU2_GetInstanceLockRetryTimes(hShared), 5);
 
     ASSERT_EQ(ZEBU2_Initialize(ring(4096, 1, "process"), "app"), 0);
-    ZEBU2_HINSTANCE hSingle = create(ring(4096, 1, "single")), hWithout = create(ring(1), {1, 0x13000001});
     EXPECT_EQ(result(ZEBU2_GetLockWaitTime()), Result(-1, 0x2900001C));
     EXPECT_EQ(result(ZEBU2_SetLockRetryTimes(10)), Result(-1, 0x2C00001C));
+    ZEBU2_HINSTANCE hSingle = create(ring(4096, 1, "single"));
     EXPECT_EQ(result(ZEBU2_SetInstanceLockWaitTime(hSingle, 1)), Result(-1, 0x2E00001C));
-    EXPECT_EQ(result(ZEBU2_GetInstanceLockWaitTime(hWithout)), Result(-1, 0x2D00000B));
 }

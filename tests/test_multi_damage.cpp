@@ -4,7 +4,6 @@
 #include <filesystem>
 #include <random>
 
-#include "support/PrivateOpt.h"
 #include "support/SharedRing.h"
 
 namespace {

@@ -36,14 +36,6 @@ protected:
         }
         return found;
     }
-
-    // Takes the lock as a foreign process does.
-    int lockRaw() const
-    {
-        const int fd = ::open(manageName().c_str(), O_RDWR | O_CLOEXEC);
-        CHECK(fd != -1 && lockf(fd, F_TLOCK, 0) == 0);
-        return fd;
-    }
 };
 
 // ---- The lock ------------------------------------------------------------------------------------
@@ -52,20 +44,14 @@ protected:
 TEST_F(MultiProcess, LockHeldByAnotherFailsEveryOperationAndChangesNothing)
 {
     const Ring lockFree = open(ZEBU2_OPT_NOLOCK);
-    const int held = lockRaw(); // by this process: lock-free operation does not mind
+    int held = lockAsAnother(manageName()); // lock-free operation does not mind
     EXPECT_EQ(put(lockFree, "free"), 0);
     close(held);
     const Ring ring = open();
     const Ring second = make();
     for (const Ring* each : {&lockFree, &ring, &second})
         (*each)->setLockRetryTimes(5);
-    Gate locked, done;
-    const pid_t holder = startChild([&] {
-        lockRaw();
-        locked.open();
-        done.wait();
-    });
-    locked.wait();
+    held = lockAsAnother(manageName());
     const std::string before = trace(1);
     for (const int result :
          {put(lockFree, "x"), put(ring, "x"), ring->bufferFlush(), ring->backupToFile(path("b").c_str(), 0),
@@ -75,11 +61,10 @@ TEST_F(MultiProcess, LockHeldByAnotherFailsEveryOperationAndChangesNothing)
     EXPECT_TRUE(lastCode() == EAGAIN || lastCode() == EACCES);
     EXPECT_EQ(trace(1), before);
     EXPECT_FALSE(exists(path("b")));
-    done.open();
-    EXPECT_EQ(waitForChild(holder), 0);
+    close(held);
     EXPECT_EQ(put(ring, "y") | put(lockFree, "z") | second->openFile(), 0);
     EXPECT_TRUE(data(1).starts_with(before.substr(0, before.find(mark())) + "y\r\nz\r\n"));
-    EXPECT_EQ(inChild([&] { lockRaw(); }), 0); // it is free again
+    close(lockAsAnother(manageName())); // it is free again
 }
 
 // The record was made anew by a process that wants no lock, while another one is in the ring that does.

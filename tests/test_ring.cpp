@@ -50,11 +50,10 @@ TEST_F(Ring, GoesOnInTheRightFile)
     for (const auto& [contents, ages, chosen, bEmptied] : cases) {
         for (size_t i = 0; i < 3; ++i) {
             const std::string file = traceFile(static_cast<int>(i + 1));
-            (void)unlink(file.c_str());
-            if (contents[i].empty())
-                continue;
             writeFile(file, contents[i]);
             age(file, ages[i]);
+            if (contents[i].empty())
+                (void)unlink(file.c_str());
         }
         start();
         stop();
@@ -99,14 +98,15 @@ TEST_F(Ring, BelongsToOneProcessUntilItLeaves)
     fill(); // so would be the next file
     EXPECT_EQ(inChild([] { CHECK(result(ZEBU2_PutLine(0, "refused")) == Result(-1, 0x08000016)); }), 0);
     // A daemon: the parent goes, its child goes on.
-    Gate left;
+    int left[2];
+    ASSERT_EQ(pipe(left), 0);
     const pid_t iDaemon = startChild([&] {
-        left.wait();
+        CHECK(read(left[0], left, 1) == 1);
         putLine("daemon");
         CHECK(ZEBU2_Finalize() == 0);
     });
     stop();
-    left.open();
+    EXPECT_EQ(write(left[1], "", 1), 1);
     EXPECT_EQ(waitForChild(iDaemon), 0);
     EXPECT_EQ(bodies(lines(1)), (Lines{"parent", "still the parent's", std::string(4050, 'f')}));
     EXPECT_EQ(bodies(lines(2)), Lines{"daemon"});

@@ -14,7 +14,6 @@
 #include <set>
 
 #include "fault/inject.h"
-#include "support/PrivateOpt.h"
 #include "support/Sandbox.h"
 
 namespace {

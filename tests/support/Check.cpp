@@ -45,20 +45,3 @@ void inThreads(int iCount, const std::function<void(int)>& body)
     for (std::thread& thread : threads)
         thread.join();
 }
-
-Gate::Gate()
-{
-    CHECK(pipe(m_pipe) == 0);
-}
-
-void Gate::open() const
-{
-    CHECK(write(m_pipe[1], "g", 1) == 1);
-}
-
-void Gate::wait() const
-{
-    char cGo = 0;
-    CHECK(read(m_pipe[0], &cGo, 1) == 1);
-    open(); // for the next
-}

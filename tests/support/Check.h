@@ -22,16 +22,4 @@ int inChild(const std::function<void()>& body);
 // Runs `body(0)` to `body(iCount - 1)` in a thread each.
 void inThreads(int iCount, const std::function<void(int)>& body);
 
-// A one-way gate between processes made by fork: wait() returns once open() was called, in any of them.
-class Gate
-{
-public:
-    Gate();
-    void open() const;
-    void wait() const;
-
-private:
-    int m_pipe[2]; // left open: a test is a process
-};
-
 #endif

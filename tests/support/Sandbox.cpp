@@ -1,7 +1,8 @@
 #include "support/Sandbox.h"
 
+#include <sched.h>
 #include <stdlib.h>
-#include <string.h>
+#include <sys/mount.h>
 
 #include <algorithm>
 #include <fstream>
@@ -132,6 +133,12 @@ int lockAsAnother(const std::string& path)
     lock.l_type = F_WRLCK;
     CHECK(fcntl(iFd, F_OFD_SETLK, &lock) == 0);
     return iFd;
+}
+
+bool enterPrivateOpt()
+{
+    return unshare(CLONE_NEWNS) == 0 && mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+           mount("none", "/opt", "tmpfs", 0, "mode=0755") == 0;
 }
 
 int lastCode()

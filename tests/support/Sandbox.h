@@ -82,6 +82,11 @@ private:
     tagZEBU_LOGFILE_SPEC m_ring;
 };
 
+// Puts an empty file system over /opt for this process and its children alone, so that nothing is left
+// on the machine and tests that run at the same time do not meet. Before the process has threads.
+// Returns false where the system does not allow it, as without privileges.
+bool enterPrivateOpt();
+
 // Locks a file as another process does, until the descriptor that it returns is closed.
 int lockAsAnother(const std::string& path);
 
