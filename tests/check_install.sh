@@ -24,7 +24,7 @@ libdir=$(dirname "$(find "$root" -name libZEBULib2.so)")
 # The standard configuration only when it is asked for. What it shows as defaults is commented out.
 DESTDIR=$work/config cmake --install "$build" --component config >> "$work/log"
 [ -d "$work/config/opt/kelvora/ZEBULib2/mmap" ]
-if grep -v '^#' "$work/config/opt/kelvora/ZEBULib2/etc/D002zebu2.cnf"; then fail "is set as standard"; fi
+if grep '^[^#]' "$work/config/opt/kelvora/ZEBULib2/etc/D002zebu2.cnf"; then fail "is set as standard"; fi
 
 echo "LogFile = $work/trace" > "$work/cnf"
 export ZEBU2_TRACECNF_FILE="$work/cnf" LD_LIBRARY_PATH="$libdir"
