@@ -34,39 +34,29 @@ protected:
     }
 };
 
-TEST_F(Cleanup, RulesChooseByPatternAgeAndNumber)
+TEST_F(Cleanup, RulesChooseByPatternAgeAndNumberWhatNobodyHolds)
 {
     const std::tuple<const char*, int, int, std::set<std::string>> cases[] = {
-        {"a*", AGE, 0, {".a4", "a5", "b", "sub"}},
-        {"a*", AGE, 200, {".a4", "a1", "a5", "b", "sub"}},
-        {"a*", AGE, 400, {".a4", "a1", "a2", "a3", "a5", "b", "sub"}},
-        {"a*", NUMBER, 0, {".a4", "b", "sub"}},
-        {"a*", NUMBER, 2, {".a4", "a1", "a5", "b", "sub"}},
-        {"a*", NUMBER, 2147483647, {".a4", "a1", "a2", "a3", "a5", "b", "sub"}},
-        {"a[13]", NUMBER, 0, {".a4", "a2", "a5", "b", "sub"}},
-        {"*", NUMBER, 2, {"a1", "a5", "sub"}},
+        {"[ah]*", AGE, 0, {".a4", "a5", "b", "held", "sub"}},
+        {"[ah]*", AGE, 200, {".a4", "a1", "a5", "b", "held", "sub"}},
+        {"[ah]*", AGE, 400, {".a4", "a1", "a2", "a3", "a5", "b", "held", "sub"}},
+        {"[ah]*", NUMBER, 0, {".a4", "b", "held", "sub"}},
+        {"[ah]*", NUMBER, 2, {".a4", "a1", "a5", "b", "held", "sub"}},
+        {"[ah]*", NUMBER, 2147483647, {".a4", "a1", "a2", "a3", "a5", "b", "held", "sub"}},
+        {"a[13]", NUMBER, 0, {".a4", "a2", "a5", "b", "held", "sub"}},
+        {"*", NUMBER, 2, {"a1", "a5", "held", "sub"}},
     };
     std::filesystem::create_directory(in("sub"));
+    makeFile("held", 500);
+    lockAsAnother(in("held"));
     for (const auto& [pattern, mode, value, left] : cases) {
-        makeFile("a3", 300);
-        makeFile("a1", 100);
-        makeFile("a2", 200);
-        makeFile(".a4", 400);
+        for (const auto& [name, seconds] : {std::pair("a3", 300), {"a1", 100}, {"a2", 200}, {".a4", 400}})
+            makeFile(name, seconds);
         makeFile("a5", -1000); // from the future
         makeFile("b", 300);
         EXPECT_EQ(clear(pattern, mode, value), Result(0, 0));
         EXPECT_EQ(names(), left) << pattern << ' ' << mode << ' ' << value;
     }
-}
-
-TEST_F(Cleanup, FileThatAnotherProcessHoldsStays)
-{
-    makeFile("held.log", 100);
-    makeFile("other.log", 300);
-    lockAsAnother(in("held.log"));
-    for (const int mode : {AGE, NUMBER})
-        EXPECT_EQ(clear("*", mode, 0), Result(0, 0));
-    EXPECT_EQ(names(), std::set<std::string>{"held.log"});
 }
 
 TEST_F(Cleanup, ArgumentsAndEntriesAreChecked)

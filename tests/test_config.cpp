@@ -5,6 +5,8 @@
 #include "config/ConfUnix.h"
 #include "support/Sandbox.h"
 
+using namespace std::string_literals;
+
 namespace {
 
 // ---- Values --------------------------------------------------------------------------------------
@@ -90,14 +92,9 @@ TEST_F(Config, StandardFileIsReadWithoutAUsableOverride)
     writeFile(standard, "LogFile = /std/f\nMapSize = 6000\nMsgString = standard\n");
     writeFile(far, "LogFile = /l/f\nMapSize = 1\nMsgString = far\n");
     ASSERT_EQ(mkfifo(path("fifo").c_str(), 0600) | chdir(path("").c_str()), 0);
-    const std::string unusable[] = {"",
-                                    "far.cnf",
-                                    path(""),
-                                    path("missing"),
-                                    path("fifo"),
-                                    "/opt/kelvora//ZEBULib2/etc/../etc/D002zebu2.cnf",
-                                    "/opt/kelvora/ZEBULib/./etc/D001zebu.cnf"};
-    for (const std::string& name : unusable)
+    for (const std::string& name :
+         {""s, "far.cnf"s, path(""), path("missing"), path("fifo"),
+          "/opt/kelvora//ZEBULib2/etc/../etc/D002zebu2.cnf"s, "/opt/kelvora/ZEBULib/./etc/D001zebu.cnf"s})
         expect(name, 6000, "standard\n");
     expect(std::string(4095 - far.size(), '/') + far, 1, "far\n"); // the longest path there is
     writeFile(far, "MapSize = 1\nMonPath = /mon\nMsgString = far\n");

@@ -58,6 +58,7 @@ TEST_F(Lifecycle, ChecksTheDescription)
 TEST_F(Lifecycle, GoesWithoutWhatCannotBeOpened)
 {
     startArea();
+    putLine("area alone");
     EXPECT_EQ(ZEBU2_FileBufferFlush() | ZEBU2_TraceBackup(path("copy").c_str()), 0);
     EXPECT_FALSE(exists(path("copy")));
     stop();

@@ -185,29 +185,23 @@ TEST_F(PutTest, ArgumentsAreCheckedBeforeTheLevel)
     EXPECT_EQ(lines(1).size() + areaLines().size(), 0u);
 }
 
-TEST_F(PutTest, EachReportsTheStateOfItsDestinations)
+TEST_F(PutTest, ReportsTheStateOfItsDestinations)
 {
-    enum Area { GOOD, CLOSED, DAMAGED };
-    const std::tuple<File, Area, int, int, size_t> cases[] = {{RING, CLOSED, 0, 11, 0},
-                                                              {RING, DAMAGED, -1, 26, 0},
-                                                              {NONE, GOOD, 0, 0, 1},
-                                                              {REFUSED, GOOD, -1, 11, 1},
-                                                              {REFUSED, DAMAGED, -1, 26, 0}};
-    for (const auto& [file, area, outcome, failure, inArea] : cases) {
-        std::filesystem::remove_all(path("mmap"));
-        configure(area == CLOSED ? "MapSize = 20\n" : "");
-        start(file);
-        if (area == DAMAGED)
-            setAreaField(0, 0x12345678);
-        for (const Put& put : puts) {
-            const size_t before = areaLines().size();
-            EXPECT_EQ(result(put.call(hInstance, 7, PLAIN)),
-                      Result(outcome, failure | (outcome == 0 ? 0 : put.function)))
-                << file << ' ' << area;
-            EXPECT_EQ(areaLines().size(), before + inArea);
-        }
-        stop();
-    }
+    start(REFUSED);
+    EXPECT_EQ(result(ZEBU2_PutLine(0, "area alone")), Result(-1, 0x0800000B));
+    EXPECT_EQ(result(ZEBU2_PutInstanceLine(hInstance, 0, "area alone")), Result(-1, 0x1500000B));
+    EXPECT_EQ(areaLines().size(), 2u);
+    setAreaField(0, 0x12345678);
+    EXPECT_EQ(result(ZEBU2_PutLine(0, "nowhere")), Result(-1, 0x0800001A));
+    stop();
+    start();
+    EXPECT_EQ(result(ZEBU2_PutLine(0, "file alone")), Result(-1, 0x0800001A));
+    stop();
+    std::filesystem::remove_all(path("mmap"));
+    configure("MapSize = 20\n"); // no area
+    start();
+    EXPECT_EQ(result(ZEBU2_PutLine(0, "file alone")), Result(0, 11));
+    EXPECT_EQ(bodies(lines(1)), (Lines{"file alone", "file alone"}));
 }
 
 TEST_F(PutTest, ToShmCopiesRawBytesAsALine)

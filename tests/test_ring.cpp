@@ -143,12 +143,8 @@ TEST_F(Ring, BackupHoldsTheRingOldestFirst)
               readFile(traceFile(3)) + readFile(traceFile(1)) + readFile(traceFile(2)));
     EXPECT_EQ(fileMode(path("deep/down")), 0777);
 
-    const std::pair<std::string, int> refused[] = {{traceFile(2), 0x0E000001},
-                                                   {path("deep"), 0x0E000002},
-                                                   {traceFile(1) + "/x", 0x0E000011},
-                                                   {"/proc/no/where", 0x0E000015}};
-    for (const auto& [name, iError] : refused)
-        EXPECT_EQ(result(ZEBU2_TraceBackup(name.c_str())), Result(-1, iError));
+    EXPECT_EQ(result(ZEBU2_TraceBackup(traceFile(2).c_str())), Result(-1, 0x0E000001));
+    EXPECT_EQ(result(ZEBU2_TraceBackup(path("deep").c_str())), Result(-1, 0x0E000002));
     EXPECT_EQ(result(ZEBU2_TraceBackup(nullptr)), Result(-1, 0x0E000001));
     putLine("after");
     stop();

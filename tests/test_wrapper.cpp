@@ -55,26 +55,22 @@ TEST_F(Wrapper, FormatsNothingAboveTheLevel)
     EXPECT_EQ(ZEBU2_SetLogLevel(1), 0); // behind the wrapper's back
     EXPECT_EQ(log.putf(1, "%s", "seen"), 0);
     EXPECT_EQ(bodies(lines(1)), Lines{"seen"});
-    for (const int level : {-1, 1001}) {
-        EXPECT_EQ(log.putf(level, "%d", 1), -1);
-        EXPECT_EQ(other.put(level, "view"sv), -1);
-        EXPECT_EQ(zebu2::last_error().failure(), ZEBU_EPOS_PARAM);
-    }
+    EXPECT_EQ(log.putf(-1, "%d", 1), -1);
+    EXPECT_EQ(other.put(1001, "view"sv), -1);
+    EXPECT_EQ(zebu2::last_error().failure(), ZEBU_EPOS_PARAM);
 }
 
 TEST_F(Wrapper, KeepsPartialSuccessAndItsReason)
 {
-    const std::pair<std::string, const char*> cases[] = {
-        {path("ok"), "no failure (0)"},
-        {"/dev/null/x", "ZEBU2_Initialize: part of the path is not a directory (17)"},
-        {"/proc/none/x", "ZEBU2_Initialize: a directory could not be made (21): No such file or directory"}};
-    for (const auto& [prefix, why] : cases) {
-        zebu2::process_log log(zebu2::ring(prefix.c_str()).size(4096).permissions(0640), "app");
-        EXPECT_EQ(log.state().has_files(), prefix == path("ok"));
-        EXPECT_TRUE(log && log.state().has_area());
-        EXPECT_STREQ(log.state().why().text().c_str(), why);
+    {
+        const zebu2::process_log log(zebu2::ring("/proc/none/x").size(4096), "app");
+        EXPECT_TRUE(log && log.state().has_area() && !log.state().has_files());
+        EXPECT_STREQ(log.state().why().text().c_str(),
+                     "ZEBU2_Initialize: a directory could not be made (21): No such file or directory");
     }
-    EXPECT_EQ(fileMode(path("ok1.log")), 0640);
+    EXPECT_STREQ(zebu2::process_log(files().permissions(0640), "app").state().why().text().c_str(),
+                 "no failure (0)");
+    EXPECT_EQ(fileMode(traceFile(1)), 0640);
     EXPECT_EQ(zebu2::process_log(zebu2::no_ring, "app").state().result(), 1);
 }
 
