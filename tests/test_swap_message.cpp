@@ -2,7 +2,6 @@
 #include <stdarg.h>
 #include <syslog.h>
 
-#include "logfile/LogSwapMsg.h"
 #include "support/Sandbox.h"
 
 namespace {
@@ -34,7 +33,7 @@ namespace {
 
 using SwapMessage = Sandbox;
 
-TEST_F(SwapMessage, NamesTheFileJustLeft)
+TEST_F(SwapMessage, FillsTheTemplateForTheFileJustLeft)
 {
     // Fills file after file of a ring of two, beginning with the first. Returns what was logged.
     const auto fill = [&](int iFiles) {
@@ -44,28 +43,18 @@ TEST_F(SwapMessage, NamesTheFileJustLeft)
         stop();
         return std::exchange(logged, {});
     };
-    configure("MsgString = %a left %f, %i\n");
+    configure("MsgString = %a left %f, %i%%%q\n");
     EXPECT_EQ(fill(2), Lines()) << "off at first";
     EXPECT_EQ(ZEBU2_SetSwapMessageMode(1), 1U);
     EXPECT_EQ(ZEBU2_SetSwapMessageMode(2), 1U) << "refused";
     const std::string left = "5%%s             left " + path("%%%n");
-    EXPECT_EQ(fill(4), (Lines{left + "1.log, 1\n", left + "2.log, 2\n", left + "1.log, 1\n"}));
+    EXPECT_EQ(fill(4), (Lines{left + "1.log, 1%\n", left + "2.log, 2%\n", left + "1.log, 1%\n"}));
     EXPECT_EQ(fill(1), Lines()) << "the file chosen at the start is no switch";
+    const std::string x250(250, 'x');
+    configure("MsgString = " + x250 + "%f");
+    EXPECT_EQ(fill(2), Lines{x250 + path("").substr(0, 5)}) << "cut at 255 characters";
     configure();
     EXPECT_EQ(fill(2), Lines()) << "no template";
-}
-
-TEST_F(SwapMessage, TemplateIsFilled)
-{
-    const std::string x250(250, 'x');
-    const std::pair<std::string, std::string> cases[] = {{"x%qy%", "xy"},
-                                                         {"%%%%a done 100%%", "%%a done 100%"},
-                                                         {"%a%f%i", "app/file7"},
-                                                         {x250 + "%f!%i", x250 + "/file"}};
-    for (const auto& [pattern, message] : cases) {
-        ZEBU_FormatSwapMsgString(pattern.c_str(), "app", 7, "/file");
-        EXPECT_EQ(std::exchange(logged, {}), Lines{message});
-    }
 }
 
 } // namespace
