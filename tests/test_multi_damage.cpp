@@ -1,7 +1,6 @@
 // A shared ring whose record or files somebody damaged, removed or cut, and what cannot be opened.
 #include <sys/mount.h>
 
-#include <filesystem>
 #include <random>
 
 #include "support/SharedRing.h"

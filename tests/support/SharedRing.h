@@ -3,11 +3,8 @@
 #ifndef ZEBU_TESTS_SUPPORT_SHAREDRING_H
 #define ZEBU_TESTS_SUPPORT_SHAREDRING_H
 
-#include <fcntl.h>
 #include <stddef.h>
 #include <string.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <memory>
