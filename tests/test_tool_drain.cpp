@@ -1,8 +1,4 @@
 // drain, the consumer of the trace area.
-#include <fcntl.h>
-#include <signal.h>
-#include <unistd.h>
-
 #include "support/AreaConsumer.h"
 #include "support/Tool.h"
 
@@ -44,8 +40,7 @@ TEST_F(Drain, FindsItsWayThroughForeignBytes)
 
 TEST_F(Drain, RefusesADamagedHeader)
 {
-    const std::pair<long, uint32_t> damages[] = {
-        {0, 1}, {8, 1001}, {8, 0xFFFFFFFF}, {12, 1001}, {16, 0xFFFFFFFF}};
+    const std::pair<long, uint32_t> damages[] = {{0, 1}, {8, 0}, {8, 1001}, {12, 1001}, {16, 0xFFFFFFFF}};
     for (const auto& [offset, value] : damages) {
         writeArea(1000, 0, 100, plainLines(1, 1));
         setAreaField(offset, value);
@@ -53,15 +48,10 @@ TEST_F(Drain, RefusesADamagedHeader)
         EXPECT_EQ(zebu2({"drain"}).status, 2) << offset;
         EXPECT_EQ(readFile(areaFile()), before);
     }
-    writeArea(1, 0, 0, "");
-    setAreaField(8, 0);
-    EXPECT_EQ(zebu2({"drain"}).status, 2);
-    EXPECT_EQ(zebu2({"stat", "--area", "--check"}).status, 1);
+    expectStatus(1, {{"stat", "--area", "--check"}});
     writeFile(areaFile(), "ZEBU");
     expectStatus(2, {{"drain"}});
     EXPECT_EQ(unlink(areaFile().c_str()), 0);
-    expectStatus(2, {{"drain"}});
-    EXPECT_EQ(symlink("/dev/zero", areaFile().c_str()), 0);
     expectStatus(2, {{"drain"}});
 }
 
@@ -87,15 +77,12 @@ TEST_F(Drain, RepeatsLinesButLosesNoneWhenItsOutputFails)
 // Another application writes meanwhile, so much that the area goes round many times.
 TEST_F(Drain, FollowsAppendersAsTheOnlyConsumer)
 {
-    const int count = 2000; // the area comes round a dozen times
+    const int count = 2000;
     ASSERT_EQ(ZEBU2_Initialize(nullptr, "app"), 1);
     ASSERT_EQ(ZEBU2_PutLine(0, "first"), 0);
     RunningTool tool({"drain", "-f", "--interval", "1"});
     EXPECT_NE(tool.readUntil("first\r\n").find("first"), std::string::npos);
-    const ToolResult second = zebu2({"drain"});
-    EXPECT_EQ(second.status, 2);
-    EXPECT_NE(second.err.find("drained by another process"), std::string::npos);
-    EXPECT_NE(zebu2({"drain", "--peek"}).status, 2);
+    expectStatus(2, {{"drain"}});
     const pid_t appender = startChild([&] {
         CHECK(ZEBU2_Finalize() == 0 && ZEBU2_Initialize(nullptr, "other") == 1);
         const AreaConsumer area(areaFile());

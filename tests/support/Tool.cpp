@@ -1,10 +1,6 @@
 #include "support/Tool.h"
 
-#include <fcntl.h>
-#include <signal.h>
 #include <sys/mman.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace {
 void runTool(const Words& words)

@@ -3,11 +3,6 @@
 #define ZEBU_TESTS_SUPPORT_TOOL_H
 
 #include <signal.h>
-#include <unistd.h>
-
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "support/Sandbox.h"
 
