@@ -59,13 +59,11 @@ TEST_F(MultiProcess, LockHeldByAnotherFailsEveryOperationAndChangesNothing)
           ring->chFileAttr(0600), ring->closeFile(), second->openFile()})
         EXPECT_EQ(result, -1);
     EXPECT_EQ(lastError(), ZEBU_EPOS_LOCK);
-    EXPECT_TRUE(lastCode() == EAGAIN || lastCode() == EACCES);
     EXPECT_EQ(trace(1), before);
     EXPECT_FALSE(exists(path("b")));
     close(held);
     EXPECT_EQ(put(ring, "y") | put(lockFree, "z") | second->openFile(), 0);
     EXPECT_TRUE(data(1).starts_with(before.substr(0, before.find(mark())) + "y\r\nz\r\n"));
-    close(lockAsAnother(manageName())); // it is free again
 }
 
 // ---- Many writers --------------------------------------------------------------------------------

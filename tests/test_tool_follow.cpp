@@ -101,6 +101,9 @@ TEST_F(Follow, ReadsTheRingOfOneProcessOverItsSwitches)
     fill(1, 9, 9);
     EXPECT_EQ(readOn(), "<gap>" + plainLines(7, 9));
     EXPECT_EQ(m_warnings, 1);
+    openRing();
+    fill(2, 10, 10); // before it was read
+    EXPECT_EQ(readOn(), "<gap>" + plainLines(8, 10));
 }
 
 // Nothing but the contents tells of it: the record stands where it stood, the files have the time they had.
@@ -144,7 +147,7 @@ TEST_F(Follow, ShowsEveryLineOfTwoWritersOnceInOrderOverManySwitches)
     RunningTool tool({"show", "-f", "--interval", "1", "--grep", "^[abz]", prefix()});
     const pid_t writers[] = {startChild([&] { write('a', count); }), startChild([&] { write('b', count); })};
     EXPECT_EQ(waitForChild(writers[0]) | waitForChild(writers[1]), 0);
-    expectStatus(0, {{"put", "--ring", prefix(), "--size", "16384", "--files", "12", "--shared", "z"}});
+    expectStatus(0, {"put --ring " + prefix() + " --size 16384 --files 12 --shared z"});
     int next[2] = {0, 0};
     for (const std::string& shown : bodies(splitLines(tool.readUntil(" z\r\n")))) {
         if (shown == "z")

@@ -4,14 +4,10 @@
 //   zebu_stress soak [times]                        nothing may grow, however long it runs
 #include <malloc.h>
 #include <signal.h>
-#include <stdio.h>
 #include <stdlib.h>
 #include <sys/mman.h>
-#include <unistd.h>
 
-#include <filesystem>
 #include <random>
-#include <thread>
 
 #include "support/AreaConsumer.h"
 

@@ -17,7 +17,8 @@ struct ToolResult
 
 // Runs the tool to its end.
 ToolResult zebu2(const Words& words, const std::string& input = "");
-void expectStatus(int status, const std::vector<Words>& calls);
+// The same of each command line, whose words are divided by blanks.
+void expectStatus(int status, const std::vector<std::string>& calls);
 
 // The tool while it runs; killed with the object.
 class RunningTool
