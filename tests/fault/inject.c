@@ -89,7 +89,7 @@ RETURNS_NULL(calloc) RETURNS_NULL(fdopen) RETURNS_NULL(fgets) RETURNS_NULL(local
 RETURNS_NULL(opendir) RETURNS_NULL(readdir)
 RETURNS_CODE(pthread_key_create) RETURNS_CODE(pthread_setspecific)
 RELEASES(close) RELEASES(closedir) RELEASES(fclose)
-TRANSFERS(read, read) TRANSFERS(write, write)
+TRANSFERS(read, read) TRANSFERS(write, write) TRANSFERS(writev, write)
 /* The names under which a fortified library calls them. */
 TRANSFERS(__read_chk, read) STAND_IN(__fgets_chk, fgets, 0) STAND_IN(__open_2, open, -1)
 STAND_IN(__gethostname_chk, gethostname, -1) STAND_IN(__readlinkat_chk, readlinkat, -1)
