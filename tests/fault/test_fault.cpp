@@ -40,7 +40,7 @@ const Failing cs_failing[] = {
     {{"read"}, {EIO, EINTR, FAULT_SHORT}, {ZEBU_EPOS_READ}},
     {{"readlinkat"}, {EIO}, {ZEBU_EPOS_OPEN, ZEBU_EPOS_CHMOD}},
     {{"unlink"}, {EACCES}, {ZEBU_EPOS_UNLINK}},
-    {{"write"}, {ENOSPC, EIO, EINTR, FAULT_SHORT}, {ZEBU_EPOS_WRITE}},
+    {{"write", "writev"}, {ENOSPC, EIO, EINTR, FAULT_SHORT}, {ZEBU_EPOS_WRITE}},
     // These cost a piece of a header, a time or the configuration, and pass otherwise.
     {{"closedir", "fclose", "fdopen", "fgets", "futimens", "gethostname", "localtime_r", "pthread_key_create",
       "pthread_setspecific", "readdir", "uname", "utimensat"},
