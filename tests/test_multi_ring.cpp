@@ -69,6 +69,16 @@ TEST_F(MultiRing, NewFilesAndRecordLookAsTheOptionsSay)
     }
 }
 
+TEST_F(MultiRing, ShortFilesAreFilledUpWithBlanksBehindWhatTheyHold)
+{
+    const std::string held = "held\r\n" + mark();
+    open(0, 200000, 3); // more than is written with one call, and no multiple of it
+    writeFile(traceName(2), held);
+    open(0, 200000, 3);
+    EXPECT_EQ(trace(2), held + std::string(200000 - held.size(), ' '));
+    EXPECT_EQ(trace(3), mark() + std::string(200000 - 48, ' '));
+}
+
 TEST_F(MultiRing, HeadersFollowTheOptions)
 {
     Ring ring = make(0x05, 1048576, 8);
