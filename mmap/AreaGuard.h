@@ -1,4 +1,4 @@
-// mmap/AreaGuard.h -- the header of the trace area, and the guard that orders appends to it.
+// mmap/AreaGuard.h -- the guard that orders appends to the trace area.
 //
 // The guard is the word beside the write offset: 0 while nobody appends, else a word that names the
 // appending thread. Taking it is one compare-and-swap, and the append ends with one more that stores the
@@ -7,25 +7,9 @@
 #ifndef ZEBU_MMAP_AREAGUARD_H
 #define ZEBU_MMAP_AREAGUARD_H
 
-#include <stddef.h>
 #include <stdint.h>
 
-// Shared with other processes: read and written through the __atomic builtins only, and never trusted.
-struct tagZEBU_AREA_HEADER
-{
-    uint32_t uMagic;
-    uint32_t uReserved;
-    uint32_t uDataSize;
-    uint32_t uReadOffset;
-    uint32_t uWriteOffset;
-    uint32_t uGuard;
-};
-static_assert(sizeof(tagZEBU_AREA_HEADER) == 24);
-static_assert(offsetof(tagZEBU_AREA_HEADER, uReadOffset) == 12);
-static_assert(offsetof(tagZEBU_AREA_HEADER, uWriteOffset) == 16);
-static_assert(offsetof(tagZEBU_AREA_HEADER, uGuard) == 20);
-
-constexpr uint32_t ZEBU_AREA_MAGIC = 0x5542455A; // "ZEBU"
+#include "mmap/AreaHeader.h"
 
 // Takes the guard and returns the word that stands for it. Waits for another holder: until it is seen to
 // have died, and for 0.1 s at most if it makes no progress. Returns 0 when the calling thread holds the
