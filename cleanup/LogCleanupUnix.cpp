@@ -8,7 +8,7 @@
 #include <unistd.h>
 
 #include "frame/ErrPos.h"
-#include "frame/Guards.h"
+#include "frame/Fd.h"
 
 ZEBUFileScan::ZEBUFileScan(const char* pszPath_) : pszPattern(pszPath_), pDirectory(nullptr), lMtime(0)
 {

@@ -8,8 +8,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "frame/Fd.h"
 #include "frame/ForkHandler.h"
-#include "frame/Guards.h"
+#include "frame/GrobalVarUnix.h"
 #include "logfile/FileHeader.h"
 #include "logfile/LogSwapMsg.h"
 

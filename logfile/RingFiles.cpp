@@ -8,7 +8,7 @@
 #include <unistd.h>
 
 #include "frame/ErrPos.h"
-#include "frame/Guards.h"
+#include "frame/Fd.h"
 
 int ZEBU_TraceFileName(char (&szName)[ZEBU_PATH_ROOM], const char* pszPrefix, long lNumber, long lCount)
 {

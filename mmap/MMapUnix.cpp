@@ -8,7 +8,7 @@
 
 #include "config/ConfUnix.h"
 #include "frame/ErrPos.h"
-#include "frame/Guards.h"
+#include "frame/Fd.h"
 #include "logfile/RingFiles.h"
 #include "mmap/AreaGuard.h"
 #include "mmap/MMap.h"

@@ -5,7 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "frame/Guards.h"
+#include "frame/Fd.h"
 #include "multilog/EndOfData.h"
 #include "multilog/RingLock.h"
 

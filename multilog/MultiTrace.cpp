@@ -8,7 +8,7 @@
 #include <time.h>
 #include <unistd.h>
 
-#include "frame/Guards.h"
+#include "frame/Fd.h"
 #include "multilog/EndOfData.h"
 #include "multilog/MultiLogFile.h"
 
