@@ -26,7 +26,6 @@ configure_package_config_file(cmake/ZEBULib2Config.cmake.in ZEBULib2Config.cmake
 write_basic_package_version_file(ZEBULib2ConfigVersion.cmake COMPATIBILITY SameMajorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/ZEBULib2Config.cmake ${PROJECT_BINARY_DIR}/ZEBULib2ConfigVersion.cmake
   DESTINATION ${ZEBU_CMAKE_DIR} COMPONENT development)
-add_library(ZEBULib2::ZEBULib2 ALIAS ZEBULib2)
 
 file(RELATIVE_PATH ZEBU_PC_TO_PREFIX /prefix/${ZEBU_PC_DIR} /prefix)
 string(REGEX REPLACE "/$" "" ZEBU_PC_TO_PREFIX "${ZEBU_PC_TO_PREFIX}")
@@ -81,5 +80,3 @@ install(FILES packaging/D002zebu2.cnf DESTINATION ${ZEBU_OPT_DIR}/etc COMPONENT 
 install(DIRECTORY DESTINATION ${ZEBU_OPT_DIR}/mmap COMPONENT config EXCLUDE_FROM_ALL
   DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_WRITE GROUP_EXECUTE
     WORLD_READ WORLD_WRITE WORLD_EXECUTE)
-
-include(cmake/Packages.cmake)

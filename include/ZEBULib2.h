@@ -34,6 +34,11 @@ extern "C" {
 #define ZEBU2_API
 #endif
 
+/* The version of this header: major.minor.patch, the version of the shared object of the same release. */
+#define ZEBU2_VERSION_MAJOR 2
+#define ZEBU2_VERSION_MINOR 3
+#define ZEBU2_VERSION_PATCH 16
+
 /* ---- Failure numbers: the low 24 bits of an error value ---------------------------------------
  * "errno" says that the code given by ZEBU2_GetLastError is the errno of the failed system call;
  * otherwise the code is 0. */

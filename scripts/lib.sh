@@ -17,13 +17,14 @@ need() {
     $sudo env DEBIAN_FRONTEND=noninteractive apt-get install -qq -y --no-install-recommends "${missing[@]}" >/dev/null
 }
 
-# build PRESET [TARGET...]: configures and builds, quietly unless it fails.
+# build PRESET [TARGET...]: configures, with what stands in the array `options`, and builds, quietly unless it fails.
+options=()
 build() {
     local preset=$1 log
     shift
     say "building: $preset"
     log=$(mktemp)
-    if ! { cmake --preset "$preset" && cmake --build --preset "$preset" ${1:+--target "$@"}; } >"$log" 2>&1; then
+    if ! { cmake --preset "$preset" "${options[@]}" && cmake --build --preset "$preset" ${1:+--target "$@"}; } >"$log" 2>&1; then
         cat "$log"
         rm -f "$log"
         return 1

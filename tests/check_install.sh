@@ -1,9 +1,9 @@
 #!/bin/sh
 # Installs the build into a directory of its own, moves it, and uses it as an application would: from C
 # through pkg-config, from C++ through find_package. Needs pkg-config.
-# Usage: check_install.sh <source folder> <build folder>
+# Usage: check_install.sh <source folder> <build folder> <version>
 set -eu
-source=$1 build=$2
+source=$1 build=$2 version=$3
 command -v pkg-config > /dev/null || { echo "skipped: no pkg-config"; exit 77; }
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -19,7 +19,7 @@ if find "$root" -name '*.a' | grep -q . || [ -e "$root/opt" ]; then
 fi
 libdir=$(dirname "$(find "$root" -name libZEBULib2.so)")
 [ "$(readlink "$libdir/libZEBULib2.so")" = libZEBULib2.so.2 ]
-[ "$(readlink "$libdir/libZEBULib2.so.2")" = libZEBULib2.so.2.3.16 ]
+[ "$(readlink "$libdir/libZEBULib2.so.2")" = "libZEBULib2.so.$version" ]
 
 # The standard configuration only when it is asked for. What it shows as defaults is commented out.
 DESTDIR=$work/config cmake --install "$build" --component config >> "$work/log"
@@ -32,7 +32,7 @@ PKG_CONFIG_PATH=$libdir/pkgconfig
 export PKG_CONFIG_PATH
 
 # C, in the manner of the examples.
-[ "$(pkg-config --modversion ZEBULib2)" = 2.3.16 ]
+[ "$(pkg-config --modversion ZEBULib2)" = "$version" ]
 ${CC:-cc} "$source/examples/hello.c" $(pkg-config --cflags --libs ZEBULib2) -o "$work/hello"
 "$work/hello" "$work/c"
 grep -q ' hello  *[0-9A-F]\{8\} [0-9A-F]\{8\} hello' "$work/c1.log" || fail "no line from C"

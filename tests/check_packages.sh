@@ -1,9 +1,9 @@
 #!/bin/sh
 # Builds the Debian packages twice, in folders of different names, compares them byte by byte, unpacks
 # them, and uses what they hold. The interface is compared with its description on the way.
-# Usage: check_packages.sh <source folder>
+# Usage: check_packages.sh <source folder> <version>
 set -eu
-source=$1
+source=$1 version=$2
 for tool in cpack dpkg-deb dpkg-shlibdeps ninja; do
     command -v $tool > /dev/null || { echo "skipped: no $tool"; exit 77; }
 done
@@ -31,15 +31,23 @@ for package in "$work"/one/*.deb; do
 done
 
 if command -v abidiff > /dev/null; then
-    abidiff --exported-interfaces-only --headers-dir2 "$source/include" "$source/abi/ZEBULib2.abi" "$work/one/libZEBULib2.so.2.3.16" ||
+    abidiff --exported-interfaces-only --headers-dir2 "$source/include" "$source/abi/ZEBULib2.abi" "$work/one/libZEBULib2.so.$version" ||
         fail "the interface is not the one in abi/ZEBULib2.abi"
 fi
 
 # What the packages say.
 field() { dpkg-deb -f "$work"/one/"$1"_*.deb "$2"; }
 field libzebulib2-2 Depends | grep -q '^libc6 [^,]*$' || fail "the library needs more than libc"
-[ "$(field libzebulib2-dev Depends)" = "libzebulib2-2 (= 2.3.16-1)" ]
+[ "$(field libzebulib2-dev Depends)" = "libzebulib2-2 (= $version-1)" ]
 [ "$(dpkg-deb -I "$work"/one/zebulib2-config_*.deb conffiles)" = /opt/kelvora/ZEBULib2/etc/D002zebu2.cnf ]
+
+# The reader of hostile files is protected as the library is.
+tool=$work/root/usr/bin/zebu2
+if [ -e "$tool" ]; then
+    readelf -hdW "$tool" > "$work/elf"
+    grep -q 'Type: *DYN' "$work/elf" && grep -q 'FLAGS.*BIND_NOW' "$work/elf" || fail "the tool is not hardened"
+    nm -D "$tool" | grep -q '__[a-z]*_chk@' || fail "the tool is not fortified"
+fi
 
 # What they hold, built against and run.
 libdir=$(dirname "$(find "$work/root" -name libZEBULib2.so)")
@@ -48,4 +56,4 @@ export ZEBU2_TRACECNF_FILE="$work/cnf" LD_LIBRARY_PATH="$libdir"
 ${CC:-cc} "$source/examples/hello.c" -I"$work/root/usr/include" -L"$libdir" -lZEBULib2 -o "$work/hello"
 "$work/hello" "$work/app"
 grep -q NET-17 "$work/app1.log"
-[ ! -e "$work/root/usr/bin/zebu2" ] || "$work/root/usr/bin/zebu2" show "$work/app" | grep -q NET-17
+[ ! -e "$tool" ] || "$tool" show "$work/app" | grep -q NET-17

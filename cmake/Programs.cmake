@@ -1,0 +1,58 @@
+# Examples, programs, tests and benchmark: each joins in when what it needs is there. The summary at the end
+# of configuring says what is built, and which Debian packages would bring the rest.
+
+# zebu_part(<what> <condition> <packages>): a line of the summary.
+function(zebu_part what condition packages)
+  if(${condition})
+    set(line "built")
+  else()
+    set(line "left out, needs ${packages}")
+  endif()
+  set_property(GLOBAL APPEND PROPERTY ZEBU_SUMMARY "  ${what}: ${line}")
+endfunction()
+
+function(zebu_summary)
+  get_property(lines GLOBAL PROPERTY ZEBU_SUMMARY)
+  list(JOIN lines "\n" lines)
+  message(STATUS "${PROJECT_NAME} ${PROJECT_VERSION}, ${CMAKE_BUILD_TYPE}\n  library: built\n${lines}")
+endfunction()
+
+# The objects of the library for the tests of internals; never installed.
+add_library(zebu_internal STATIC)
+target_link_libraries(zebu_internal PUBLIC zebu_objects)
+set_target_properties(zebu_internal PROPERTIES EXCLUDE_FROM_ALL ON LINKER_LANGUAGE CXX)
+
+add_subdirectory(examples)
+
+set(packages "libcli11-dev nlohmann-json3-dev")
+if(ZEBU_TOOL)
+  find_package(CLI11 QUIET)
+  find_package(nlohmann_json QUIET)
+  if(CLI11_FOUND AND nlohmann_json_FOUND)
+    add_subdirectory(tools)
+  elseif(NOT ZEBU_TOOL STREQUAL AUTO)
+    message(FATAL_ERROR "ZEBU_TOOL is ON: install ${packages}")
+  endif()
+else()
+  set(packages "ZEBU_TOOL=ON")
+endif()
+zebu_part(zebu2 "TARGET;zebu2" "${packages}")
+
+include(CTest)
+if(ZEBU_FUZZ)
+  add_subdirectory(tests/fuzz)
+elseif(BUILD_TESTING)
+  find_package(GTest QUIET)
+  if(GTest_FOUND)
+    add_subdirectory(tests)
+  endif()
+  zebu_part(tests GTest_FOUND libgtest-dev)
+endif()
+
+find_package(benchmark QUIET)
+if(benchmark_FOUND AND NOT ZEBU_SANITIZE)
+  add_subdirectory(bench)
+endif()
+if(NOT ZEBU_SANITIZE)
+  zebu_part(benchmark benchmark_FOUND libbenchmark-dev)
+endif()
