@@ -1,7 +1,9 @@
 // multilog/EndOfData.cpp -- the mark behind the last line of a shared trace file, and its scanner.
 #include "multilog/EndOfData.h"
 
+#include <errno.h>
 #include <string.h>
+#include <unistd.h>
 
 void ZEBU_PutEndOfData(char* pBuf)
 {
@@ -25,4 +27,22 @@ size_t ZEBUEndOfDataScan::examine(const char* pBlock, size_t uLength)
             eState = INSIDE_LINE;
     }
     return i;
+}
+
+long ZEBU_SearchEndOfData(int iFd)
+{
+    ZEBUEndOfDataScan scan;
+    size_t uCount = 0;
+    char szBlock[ZEBU_SCAN_BLOCK];
+    ssize_t lRead;
+    while ((lRead = read(iFd, szBlock, sizeof szBlock)) != 0) {
+        if (lRead < 0 && errno == EINTR)
+            continue;
+        if (lRead < 0)
+            return -1;
+        uCount += scan.examine(szBlock, static_cast<size_t>(lRead));
+        if (scan.found())
+            return static_cast<long>(uCount);
+    }
+    return 0;
 }

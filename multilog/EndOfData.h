@@ -1,6 +1,7 @@
 // multilog/EndOfData.h -- the mark behind the last line of a shared trace file, and the scan that finds it.
 //
-// Used by the write path (sets the mark), the search for the end of the data and the backup (scan).
+// Used by the write path (sets the mark), the search for the end of the data and the backup (scan), and by
+// the tool. Includes nothing of the library's state.
 #ifndef ZEBU_MULTILOG_ENDOFDATA_H
 #define ZEBU_MULTILOG_ENDOFDATA_H
 
@@ -31,5 +32,9 @@ public:
 private:
     enum { LINE_END, AFTER_CR, INSIDE_LINE, FOUND } eState = LINE_END;
 };
+
+// Reads a file from its position on in blocks of ZEBU_SCAN_BLOCK, up to the mark. Returns the offset of the
+// mark as the scan counts it, 0 without one, or -1 with the errno of a read that failed.
+long ZEBU_SearchEndOfData(int iFd);
 
 #endif

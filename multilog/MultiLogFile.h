@@ -18,39 +18,9 @@
 
 #include "frame/ErrPos.h"
 #include "logfile/RingFiles.h"
+#include "multilog/Record.h"
 #include "output/LocalTime.h"
 #include "ZEBULib2.h"
-
-constexpr unsigned int ZEBU_MANAGE_MAGIC = 0x5542455A; // the bytes "ZEBU"
-constexpr unsigned int ZEBU_MANAGE_STAMP = 0xEFBBBF00;
-constexpr unsigned int ZEBU_MANAGE_FORMAT = 1;
-constexpr unsigned int ZEBU_MODE_UNUSED = 0xFFFFFFC0; // bits above the options, always set in a mode word
-constexpr unsigned int ZEBU_MODE_ALL = 0xFFFFFFFF;    // mode of a record that nobody has narrowed yet
-
-// The record. Values are in the byte order of the host.
-struct tagZEBU_MANAGEMENT_DATA
-{
-    unsigned int magic;       // ZEBU_MANAGE_MAGIC
-    unsigned int stamp;       // ZEBU_MANAGE_STAMP, never checked
-    unsigned int fileSize;    // bytes of one trace file
-    unsigned int fileNum;     // number of trace files
-    unsigned int writeOffset; // place of the next line in the current file; any value passes the check
-    unsigned int currentFile; // 1 to fileNum
-    unsigned int mode;        // AND of the mode words of all processes that opened the ring
-    unsigned int format;      // ZEBU_MANAGE_FORMAT, never checked
-};
-static_assert(sizeof(tagZEBU_MANAGEMENT_DATA) == 32);
-static_assert(offsetof(tagZEBU_MANAGEMENT_DATA, fileSize) == 8 &&
-              offsetof(tagZEBU_MANAGEMENT_DATA, fileNum) == 12);
-static_assert(offsetof(tagZEBU_MANAGEMENT_DATA, mode) == 24 &&
-              offsetof(tagZEBU_MANAGEMENT_DATA, format) == 28);
-// The position of the next line is stored as one word of 64 bits: never a file without its offset.
-static_assert(offsetof(tagZEBU_MANAGEMENT_DATA, writeOffset) % 8 == 0);
-static_assert(offsetof(tagZEBU_MANAGEMENT_DATA, currentFile) ==
-              offsetof(tagZEBU_MANAGEMENT_DATA, writeOffset) + 4);
-
-constexpr long ZEBU_MANAGE_LENGTH = 64; // of the management file; what follows the record is zero
-static_assert(sizeof(tagZEBU_MANAGEMENT_DATA) <= ZEBU_MANAGE_LENGTH);
 
 class ZebuMultiLogFile final
 {
@@ -127,11 +97,10 @@ private:
     // Takes size, number and position of an existing ring.
     void adoptRecord(const tagZEBU_MANAGEMENT_DATA& rec);
 
-    // The record, under the lock. check... returns 0 or -1 and records nothing; repare... rebuilds the
-    // record from the trace files. readRecord does what is needed of the three. Rebuilding fails with 2, 5 or
+    // The record, under the lock. readAndCheck... returns 0 or -1 and records nothing; repare... rebuilds the
+    // record from the trace files. readRecord does what is needed of the two. Rebuilding fails with 2, 5 or
     // 20 when the trace files cannot be looked at: the ring would go on over lines that are there.
     int readAndCheckManagementFileMMap(tagZEBU_MANAGEMENT_DATA* pOut) const;
-    static int checkManagementFile(const tagZEBU_MANAGEMENT_DATA& rec);
     int repareManagementFile(tagZEBU_MANAGEMENT_DATA* pOut);
     int readRecord(tagZEBU_MANAGEMENT_DATA* pOut);
     // Reads the record and takes over its mode. Fails with 22 when that mode asks for a lock that cannot be

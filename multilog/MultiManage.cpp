@@ -163,20 +163,6 @@ int ZebuMultiLogFile::closeManagementFile()
 
 // ---- The record ----------------------------------------------------------------------------------
 
-// The position, writeOffset in the low half and currentFile in the high one.
-using fs_Position = unsigned long __attribute__((may_alias));
-static_assert(sizeof(fs_Position) == 8);
-
-static fs_Position* fs_position(tagZEBU_MANAGEMENT_DATA* pRec)
-{
-    return reinterpret_cast<fs_Position*>(&pRec->writeOffset);
-}
-
-static unsigned int fs_load(const unsigned int& uShared)
-{
-    return __atomic_load_n(&uShared, __ATOMIC_RELAXED);
-}
-
 static void fs_store(unsigned int& uShared, unsigned int uValue)
 {
     __atomic_store_n(&uShared, uValue, __ATOMIC_RELEASE);
@@ -184,28 +170,7 @@ static void fs_store(unsigned int& uShared, unsigned int uValue)
 
 int ZebuMultiLogFile::readAndCheckManagementFileMMap(tagZEBU_MANAGEMENT_DATA* pOut) const
 {
-    const unsigned long ulPosition = __atomic_load_n(fs_position(pManageMap), __ATOMIC_RELAXED);
-    *pOut = {.magic = fs_load(pManageMap->magic),
-             .stamp = fs_load(pManageMap->stamp),
-             .fileSize = fs_load(pManageMap->fileSize),
-             .fileNum = fs_load(pManageMap->fileNum),
-             .writeOffset = static_cast<unsigned int>(ulPosition),
-             .currentFile = static_cast<unsigned int>(ulPosition >> 32),
-             .mode = fs_load(pManageMap->mode),
-             .format = fs_load(pManageMap->format)};
-    return checkManagementFile(*pOut);
-}
-
-int ZebuMultiLogFile::checkManagementFile(const tagZEBU_MANAGEMENT_DATA& rec)
-{
-    constexpr unsigned int uSizeMin = ZEBU2_FILE_SIZE_MIN;
-    constexpr unsigned int uSizeMax = ZEBU2_FILE_SIZE_MAX_SHARED;
-    constexpr unsigned int uCountMax = ZEBU2_FILE_COUNT_MAX_SHARED;
-    if (rec.magic != ZEBU_MANAGE_MAGIC || rec.fileSize < uSizeMin || rec.fileSize > uSizeMax)
-        return -1;
-    if (rec.fileNum < 1 || rec.fileNum > uCountMax)
-        return -1;
-    return rec.currentFile < 1 || rec.currentFile > rec.fileNum ? -1 : 0;
+    return ZEBU_ReadAndCheckManagementFile(pManageMap, pOut);
 }
 
 int ZebuMultiLogFile::repareManagementFile(tagZEBU_MANAGEMENT_DATA* pOut)
@@ -268,8 +233,8 @@ void ZebuMultiLogFile::publishMode()
 
 void ZebuMultiLogFile::publishPosition(unsigned int uFile, unsigned int uOffset)
 {
-    const unsigned long ulPosition = static_cast<unsigned long>(uFile) << 32 | uOffset;
-    __atomic_store_n(fs_position(pManageMap), ulPosition, __ATOMIC_RELEASE);
+    const ZEBUWord uPosition = static_cast<ZEBUWord>(uFile) << 32 | uOffset;
+    __atomic_store_n(reinterpret_cast<ZEBUWord*>(&pManageMap->writeOffset), uPosition, __ATOMIC_RELEASE);
 }
 
 void ZebuMultiLogFile::publishOffset(unsigned int uOffset)

@@ -225,17 +225,10 @@ int ZebuMultiLogFile::searchEOF(int iNumber) const
     const ZEBUFd fd(ZEBU_OpenToRead(szName));
     if (fd.get() == -1)
         return ZEBU_IsAbsent(errno) ? 0 : ZEBU_Fail(ZEBU_EPOS_OPEN, errno);
-    ZEBUEndOfDataScan scan;
-    unsigned long ulCount = 0;
-    char szBlock[ZEBU_SCAN_BLOCK];
-    long lRead = 0;
-    while (!scan.found() && (lRead = ZEBU_Read(fd.get(), szBlock, sizeof szBlock)) > 0)
-        ulCount += scan.examine(szBlock, static_cast<size_t>(lRead));
-    if (lRead < 0)
+    const long lEnd = ZEBU_SearchEndOfData(fd.get());
+    if (lEnd < 0)
         return ZEBU_Fail(ZEBU_EPOS_READ, errno);
-    if (!scan.found())
-        return 0;
-    return ulCount < INT_MAX ? static_cast<int>(ulCount) : INT_MAX;
+    return lEnd < INT_MAX ? static_cast<int>(lEnd) : INT_MAX;
 }
 
 int ZebuMultiLogFile::searchTraceFileData()
