@@ -67,60 +67,54 @@ struct error_text
 
 namespace detail {
 
-inline const char* failure_name(int failure) noexcept
+// The failures by name, also for programs that explain a value to somebody.
+struct failure_entry
 {
-    switch (failure) {
-    case ZEBU_EPOS_NONE:
-        return "no failure";
-    case ZEBU_EPOS_PARAM:
-        return "invalid argument";
-    case ZEBU_EPOS_OPEN:
-        return "a file could not be opened";
-    case ZEBU_EPOS_CLOSE:
-        return "a file could not be closed";
-    case ZEBU_EPOS_WRITE:
-        return "writing failed";
-    case ZEBU_EPOS_READ:
-        return "reading the header of the trace area failed";
-    case ZEBU_EPOS_MMAP:
-        return "a file could not be mapped";
-    case ZEBU_EPOS_UNLINK:
-        return "an old trace file could not be removed";
-    case ZEBU_EPOS_NOMEM:
-        return "out of memory";
-    case ZEBU_EPOS_NOTREADY:
-        return "not initialised, not open, or not a live instance";
-    case ZEBU_EPOS_FLUSH:
-        return "flushing failed";
-    case ZEBU_EPOS_OPENDIR:
-        return "the directory could not be opened";
-    case ZEBU_EPOS_LSEEK:
-        return "seeking in a file failed";
-    case ZEBU_EPOS_NOCONTEXT:
-        return "the thread has made no call that could fail";
-    case ZEBU_EPOS_NOTDIR:
-        return "part of the path is not a directory";
-    case ZEBU_EPOS_STAT:
-        return "a file could not be examined";
-    case ZEBU_EPOS_MKDIR:
-        return "a directory could not be made";
-    case ZEBU_EPOS_LOCK:
-        return "another process holds the file";
-    case ZEBU_EPOS_MUNMAP:
-        return "a file could not be unmapped";
-    case ZEBU_EPOS_AREA:
-        return "the header of the trace area is damaged";
-    case ZEBU_EPOS_CHMOD:
-        return "permissions could not be changed";
-    case ZEBU_EPOS_NOTMULTI:
-        return "the ring is not shared";
-    case ZEBU_EPOS_MISMATCH:
-        return "the files of the shared ring do not match its management file";
-    default:
-        return "unknown failure";
-    }
+    int number;
+    const char* name;
+    const char* text;
+};
+inline constexpr failure_entry failures[] = {
+    {ZEBU_EPOS_NONE, "ZEBU_EPOS_NONE", "no failure"},
+    {ZEBU_EPOS_PARAM, "ZEBU_EPOS_PARAM", "invalid argument, or a trace file path that cannot be used"},
+    {ZEBU_EPOS_OPEN, "ZEBU_EPOS_OPEN", "a trace, management, backup or area file cannot be opened"},
+    {ZEBU_EPOS_CLOSE, "ZEBU_EPOS_CLOSE", "closing a file failed"},
+    {ZEBU_EPOS_WRITE, "ZEBU_EPOS_WRITE", "a write failed or was short"},
+    {ZEBU_EPOS_READ, "ZEBU_EPOS_READ", "the header of the trace area cannot be read"},
+    {ZEBU_EPOS_MMAP, "ZEBU_EPOS_MMAP", "a file cannot be mapped, or the area's path is a symbolic link"},
+    {ZEBU_EPOS_UNLINK, "ZEBU_EPOS_UNLINK", "an old trace file cannot be removed"},
+    {ZEBU_EPOS_NOMEM, "ZEBU_EPOS_NOMEM", "out of memory"},
+    {ZEBU_EPOS_NOTREADY, "ZEBU_EPOS_NOTREADY", "not initialised, nothing open, or not a live instance"},
+    {ZEBU_EPOS_FLUSH, "ZEBU_EPOS_FLUSH", "flushing written data failed"},
+    {ZEBU_EPOS_OPENDIR, "ZEBU_EPOS_OPENDIR", "the trace directory cannot be read"},
+    {ZEBU_EPOS_LSEEK, "ZEBU_EPOS_LSEEK", "a seek failed"},
+    {ZEBU_EPOS_NOCONTEXT, "ZEBU_EPOS_NOCONTEXT", "the thread has made no call that could fail"},
+    {ZEBU_EPOS_NOTDIR, "ZEBU_EPOS_NOTDIR", "a directory of the path exists but is not a directory"},
+    {ZEBU_EPOS_STAT, "ZEBU_EPOS_STAT", "a file cannot be examined"},
+    {ZEBU_EPOS_MKDIR, "ZEBU_EPOS_MKDIR", "a missing directory cannot be made"},
+    {ZEBU_EPOS_LOCK, "ZEBU_EPOS_LOCK", "the file is locked by another process"},
+    {ZEBU_EPOS_MUNMAP, "ZEBU_EPOS_MUNMAP", "a mapping cannot be removed"},
+    {ZEBU_EPOS_AREA, "ZEBU_EPOS_AREA", "the header of the trace area is damaged"},
+    {ZEBU_EPOS_CHMOD, "ZEBU_EPOS_CHMOD", "the mode of a trace or management file cannot be changed"},
+    {ZEBU_EPOS_NOTMULTI, "ZEBU_EPOS_NOTMULTI", "a lock parameter was asked of a ring that is not shared"},
+    {ZEBU_EPOS_MISMATCH, "ZEBU_EPOS_MISMATCH", "the files of a shared ring do not match its management file"},
+};
+
+inline const failure_entry* find_failure(int failure) noexcept
+{
+    for (const failure_entry& entry : failures)
+        if (entry.number == failure)
+            return &entry;
+    return nullptr;
 }
 
+inline const char* failure_text(int failure) noexcept
+{
+    const failure_entry* entry = find_failure(failure);
+    return entry ? entry->text : "unknown failure";
+}
+
+// The function behind its prefix ZEBU2_, null for 0 and unknown numbers.
 inline const char* function_name(int function) noexcept
 {
     // clang-format off
@@ -138,7 +132,7 @@ inline const char* function_name(int function) noexcept
     };
     // clang-format on
     static_assert(sizeof names / sizeof *names == ZEBU_FUNC_INSTANCE_TRACE_BACKUP_M + 1);
-    return function <= ZEBU_FUNC_INSTANCE_TRACE_BACKUP_M ? names[function] : nullptr;
+    return function >= 0 && function <= ZEBU_FUNC_INSTANCE_TRACE_BACKUP_M ? names[function] : nullptr;
 }
 
 // strerror_r comes in two kinds.
@@ -172,7 +166,7 @@ struct error_info
         const char* system =
             code == 0 ? "" : detail::strerror_result(strerror_r(code, reason, sizeof reason), reason);
         (void)std::snprintf(result.buffer, sizeof result.buffer, "%s%s%s%s (%d)%s%s", name ? "ZEBU2_" : "",
-                            name ? name : "", name ? ": " : "", detail::failure_name(failure()), failure(),
+                            name ? name : "", name ? ": " : "", detail::failure_text(failure()), failure(),
                             code == 0 ? "" : ": ", system);
         return result;
     }

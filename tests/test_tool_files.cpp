@@ -132,6 +132,7 @@ TEST_F(ToolFiles, CleanRemovesWhatItAnnounces)
     EXPECT_EQ(clean({"--older-than", "70h"}), "011");
     expectStatus(2, {"clean " + pattern, "clean --keep 1 --older-than 1d " + pattern,
                      "clean --older-than soon " + pattern});
+    EXPECT_EQ(zebu2({"clean", "--older-than", "", pattern}).status, 2);
     writeRecord(1, 0);
     expectStatus(2, {"clean --keep 0 " + pattern});
     EXPECT_TRUE(exists(traceFile(2)));

@@ -66,7 +66,7 @@ TEST_F(Wrapper, KeepsPartialSuccessAndItsReason)
         const zebu2::process_log log(zebu2::ring("/proc/none/x").size(4096), "app");
         EXPECT_TRUE(log && log.state().has_area() && !log.state().has_files());
         EXPECT_STREQ(log.state().why().text().c_str(),
-                     "ZEBU2_Initialize: a directory could not be made (21): No such file or directory");
+                     "ZEBU2_Initialize: a missing directory cannot be made (21): No such file or directory");
     }
     EXPECT_STREQ(zebu2::process_log(files().permissions(0640), "app").state().why().text().c_str(),
                  "no failure (0)");

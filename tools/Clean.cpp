@@ -31,11 +31,11 @@ struct Rule
 
 Rule fs_rule(const ZEBUCleanOptions& options)
 {
-    if (options.strOlderThan.empty())
-        return {ZEBU2_CLEAR_BY_NUMBER, options.iKeep};
     long lSeconds = 0;
-    if (!ZEBU_ParseDuration(options.strOlderThan, &lSeconds))
-        throw ZEBUFailure{"\"" + options.strOlderThan +
+    if (options.iKeep)
+        return {ZEBU2_CLEAR_BY_NUMBER, *options.iKeep};
+    if (!ZEBU_ParseDuration(*options.strOlderThan, &lSeconds))
+        throw ZEBUFailure{"\"" + *options.strOlderThan +
                           "\" is no length of time such as 90s, 30min, 12h or 7d"};
     return {ZEBU2_CLEAR_BY_AGE, static_cast<int>(lSeconds)};
 }

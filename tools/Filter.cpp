@@ -1,7 +1,6 @@
 #include "tools/Filter.h"
 
 #include <algorithm>
-#include <charconv>
 #include <fnmatch.h>
 
 #include "tools/Output.h"
@@ -23,16 +22,12 @@ ZEBUTime fs_when(const std::string& strText)
     return lTime;
 }
 
+// As the column shows it, eight hexadecimal digits; else decimal, or 0x and hexadecimal.
 unsigned fs_pid(const std::string& strText)
 {
-    const bool bHex = strText.starts_with("0x") || strText.starts_with("0X");
-    const char* pszBegin = strText.c_str() + (bHex ? 2 : 0);
-    const char* pszEnd = strText.c_str() + strText.size();
-    unsigned uPid = 0;
-    const auto result = std::from_chars(pszBegin, pszEnd, uPid, bHex ? 16 : 10);
-    if (result.ec != std::errc() || result.ptr != pszEnd)
-        throw ZEBUFailure{"\"" + strText + "\" is no process id"};
-    return uPid;
+    const bool bColumn =
+        strText.size() == 8 && strText.find_first_not_of("0123456789ABCDEFabcdef") == strText.npos;
+    return ZEBU_Number((bColumn ? "0x" : "") + strText, "process id");
 }
 
 template <typename List, typename Value>

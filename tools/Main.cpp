@@ -32,21 +32,33 @@ void fs_addChoice(CLI::App* pApp, const std::string& strName, Value& value,
     pApp->add_option_function<std::string>(strName, set, strHelp)->type_name("WORD");
 }
 
+// An option whose value must not be empty: an unset variable of a script is no wish for everything.
+template <typename Value>
+CLI::Option* fs_addText(CLI::App* pApp, const std::string& strName, Value& value, const std::string& strHelp)
+{
+    const auto set = [&value, strName](const std::string& strText) {
+        if (strText.empty())
+            throw CLI::ValidationError(strName, "the value is empty");
+        value = strText;
+    };
+    return pApp->add_option_function<std::string>(strName, set, strHelp)->type_name("TEXT");
+}
+
 void fs_addFilter(CLI::App* pApp, ZEBUFilterOptions& filter)
 {
-    pApp->add_option("-S,--since", filter.strSince,
-                     "Lines of this time and later: \"2026-11-22 10:00\", 10:00, today, -15min, @epoch");
-    pApp->add_option("-U,--until", filter.strUntil, "Lines of this time and before");
+    fs_addText(pApp, "-S,--since", filter.strSince,
+               "Lines of this time and later: \"2026-11-22 10:00\", 10:00, today, -15min, @epoch");
+    fs_addText(pApp, "-U,--until", filter.strUntil, "Lines of this time and before");
     pApp->add_option("--app", filter.apps, "Lines of this application; as the next four, may be repeated")
         ->allow_extra_args(false);
-    pApp->add_option("--pid", filter.pids, "Lines of this process, decimal or 0x...")
+    pApp->add_option("--pid", filter.pids, "Lines of this process: the column's 8 digits, decimal or 0x...")
         ->allow_extra_args(false);
     pApp->add_option("--tid", filter.tids, "Lines of this thread, as the line shows it")
         ->allow_extra_args(false);
     pApp->add_option("--id", filter.idGlobs, "Lines whose message id matches a wildcard pattern")
         ->allow_extra_args(false);
     pApp->add_option("--type", filter.types, "Lines of this message type")->allow_extra_args(false);
-    pApp->add_option("--grep", filter.strGrep, "Lines whose body matches an extended regular expression");
+    fs_addText(pApp, "--grep", filter.strGrep, "Lines whose body matches an extended regular expression");
     pApp->add_flag("-i", filter.bIgnoreCase, "Let --grep ignore upper and lower case");
     pApp->add_flag("--headers", filter.bHeaders, "Show the headers of files and processes too");
     fs_addChoice(pApp, "--form", filter.eForm, cs_forms,
@@ -188,8 +200,8 @@ void ZEBUCommandLine::addFiles()
     CLI::App* pClean = m_app.add_subcommand("clean", "Remove old trace files");
     pClean->add_option("PATTERN", m_clean.strPattern, "Directory and wildcard pattern: '/var/trace/app*.log'")
         ->required();
-    CLI::Option* pOlder = pClean->add_option("--older-than", m_clean.strOlderThan,
-                                             "Those last written so long ago: 90s, 30min, 12h, 7d");
+    CLI::Option* pOlder = fs_addText(pClean, "--older-than", m_clean.strOlderThan,
+                                     "Those last written so long ago: 90s, 30min, 12h, 7d");
     CLI::Option* pKeep = pClean->add_option("--keep", m_clean.iKeep, "All but so many of the newest")
                              ->check(CLI::Range(0, INT_MAX));
     pOlder->excludes(pKeep);

@@ -2,6 +2,7 @@
 #ifndef ZEBU_TOOLS_VERBS_H
 #define ZEBU_TOOLS_VERBS_H
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -73,8 +74,8 @@ int ZEBU_Backup(const ZEBUBackupOptions& options);
 struct ZEBUCleanOptions
 {
     std::string strPattern;
-    std::string strOlderThan; // empty: keep a number of files
-    int iKeep = 0;
+    std::optional<std::string> strOlderThan; // one of the two
+    std::optional<int> iKeep;
     bool bDryRun = false;
     bool bForce = false;
 };

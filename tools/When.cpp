@@ -1,25 +1,29 @@
 #include "tools/When.h"
 
+#include <algorithm>
+#include <charconv>
 #include <limits.h>
-#include <stdio.h>
-#include <stdlib.h>
 #include <time.h>
 
+#include "tools/Output.h"
+
 namespace {
-ZEBUTime fs_pack(const tm& local, long lMilliseconds)
+// False for years that the four columns of a line cannot show.
+bool fs_pack(const tm& local, long lMilliseconds, ZEBUTime* plTime)
 {
-    const long lDate = (local.tm_year + 1900L) * 10000 + (local.tm_mon + 1) * 100L + local.tm_mday;
-    return ((lDate * 100 + local.tm_hour) * 100 + local.tm_min) * 100000 + local.tm_sec * 1000L +
-           lMilliseconds;
+    const long lYear = local.tm_year + 1900L;
+    const long lDate = lYear * 10000 + (local.tm_mon + 1) * 100L + local.tm_mday;
+    if (lYear < 1 || lYear > 9999)
+        return false;
+    *plTime =
+        ((lDate * 100 + local.tm_hour) * 100 + local.tm_min) * 100000 + local.tm_sec * 1000L + lMilliseconds;
+    return true;
 }
 
-bool fs_packSeconds(time_t seconds, long lMilliseconds, ZEBUTime* plTime)
+bool fs_packSeconds(time_t seconds, ZEBUTime* plTime)
 {
     tm local;
-    if (!localtime_r(&seconds, &local))
-        return false;
-    *plTime = fs_pack(local, lMilliseconds);
-    return true;
+    return localtime_r(&seconds, &local) && fs_pack(local, 0, plTime);
 }
 
 // Midnight of today, or of a day before it.
@@ -35,91 +39,113 @@ tm fs_day(int iDaysBack)
     return local;
 }
 
-// "hh:mm[:ss[.mmm]]" up to the end of the text.
-bool fs_parseClock(const char* psz, tm* pLocal, long* plMilliseconds)
+// ".m" to ".mmm", if it stands there. Returns what follows.
+const char* fs_takeMilliseconds(const char* psz, long* plMilliseconds)
 {
-    int iEnd = 0;
-    int iMilliseconds = 0;
-    pLocal->tm_sec = 0;
-    if (sscanf(psz, "%2d:%2d%n", &pLocal->tm_hour, &pLocal->tm_min, &iEnd) < 2)
-        return false;
-    int iMore = 0;
-    if (sscanf(psz + iEnd, ":%2d%n", &pLocal->tm_sec, &iMore) == 1)
-        iEnd += iMore;
-    if (iMore > 0 && psz[iEnd] == '.' && sscanf(psz + iEnd, ".%3d%n", &iMilliseconds, &iMore) == 1) {
-        for (int iDigits = iMore; iDigits < 4; ++iDigits)
-            iMilliseconds *= 10;
-        iEnd += iMore;
-    }
-    *plMilliseconds = iMilliseconds;
-    const auto within = [](int i, int iMax) { return i >= 0 && i <= iMax; };
-    return psz[iEnd] == '\0' && within(pLocal->tm_hour, 23) && within(pLocal->tm_min, 59) &&
-           within(pLocal->tm_sec, 60) && iMilliseconds >= 0;
+    if (*psz != '.' || psz[1] == '\0')
+        return psz;
+    ++psz;
+    for (long lUnit = 100; lUnit > 0 && *psz >= '0' && *psz <= '9'; lUnit /= 10)
+        *plMilliseconds += (*psz++ - '0') * lUnit;
+    return psz;
+}
+
+// "hh:mm[:ss[.mmm]]" up to the end of the text.
+bool fs_parseClock(const char* psz, tm* pLocal, ZEBUTime* plTime)
+{
+    const char* pszEnd = strptime(psz, "%H:%M", pLocal);
+    const char* pszSeconds = pszEnd ? strptime(pszEnd, ":%S", pLocal) : nullptr;
+    long lMilliseconds = 0;
+    if (pszSeconds)
+        pszEnd = fs_takeMilliseconds(pszSeconds, &lMilliseconds);
+    return pszEnd && *pszEnd == '\0' && fs_pack(*pLocal, lMilliseconds, plTime);
 }
 
 bool fs_parseDate(const char* psz, ZEBUTime* plTime)
 {
     tm local = {};
-    long lMilliseconds = 0;
-    char cFirst = 0;
-    char cSecond = 0;
-    int iEnd = 0;
-    if (sscanf(psz, "%4d%c%2d%c%2d%n", &local.tm_year, &cFirst, &local.tm_mon, &cSecond, &local.tm_mday,
-               &iEnd) < 5)
-        return false;
-    if (cFirst != cSecond || (cFirst != '-' && cFirst != '/') || local.tm_year < 1 || local.tm_mon < 1 ||
-        local.tm_mon > 12 || local.tm_mday < 1 || local.tm_mday > 31)
-        return false;
-    local.tm_year -= 1900;
-    local.tm_mon -= 1;
-    if (psz[iEnd] != '\0') {
-        if ((psz[iEnd] != ' ' && psz[iEnd] != 'T') || !fs_parseClock(psz + iEnd + 1, &local, &lMilliseconds))
-            return false;
-    }
-    *plTime = fs_pack(local, lMilliseconds);
-    return true;
+    const char* pszEnd = strptime(psz, "%Y-%m-%d", &local);
+    if (!pszEnd)
+        pszEnd = strptime(psz, "%Y/%m/%d", &local);
+    if (!pszEnd || *pszEnd == '\0')
+        return pszEnd && fs_pack(local, 0, plTime);
+    return (*pszEnd == ' ' || *pszEnd == 'T') && fs_parseClock(pszEnd + 1, &local, plTime);
 }
-} // namespace
 
-bool ZEBU_ParseDuration(const std::string& strText, long* plSeconds)
+// A number and a unit at the front of the text, which is left behind them.
+bool fs_takeDuration(std::string_view* psvText, long* plSeconds)
 {
     static constexpr struct
     {
-        const char* pszUnit;
+        std::string_view svUnit;
         long lSeconds;
-    } units[] = {{"s", 1},       {"sec", 1},   {"m", 60},      {"min", 60},   {"h", 3600},
-                 {"hour", 3600}, {"d", 86400}, {"day", 86400}, {"w", 604800}, {"week", 604800}};
-    char* pszEnd;
-    const long lNumber = strtol(strText.c_str(), &pszEnd, 10);
-    if (strText.empty() || strText[0] < '0' || strText[0] > '9')
+    } units[] = {{"s", 1},    {"sec", 1},     {"second", 1}, {"m", 60},      {"min", 60},   {"minute", 60},
+                 {"h", 3600}, {"hour", 3600}, {"d", 86400},  {"day", 86400}, {"w", 604800}, {"week", 604800}};
+    const size_t uUnit = std::min(psvText->find_first_not_of("0123456789"), psvText->size());
+    unsigned long ulNumber;
+    if (!ZEBU_ParseNumber(psvText->substr(0, uUnit), &ulNumber))
         return false;
+    psvText->remove_prefix(uUnit);
+    psvText->remove_prefix(psvText->starts_with(' '));
+    std::string_view svUnit = psvText->substr(0, psvText->find_first_of(" 0123456789"));
+    psvText->remove_prefix(svUnit.size());
+    psvText->remove_prefix(psvText->starts_with(' ') && psvText->size() > 1);
+    if (svUnit.size() > 1 && svUnit.ends_with('s'))
+        svUnit.remove_suffix(1);
     for (const auto& unit : units) {
-        if (std::string(pszEnd) != unit.pszUnit || lNumber > INT_MAX / unit.lSeconds)
+        if (svUnit != unit.svUnit || ulNumber > static_cast<unsigned long>(INT_MAX / unit.lSeconds))
             continue;
-        *plSeconds = lNumber * unit.lSeconds;
+        *plSeconds = static_cast<long>(ulNumber) * unit.lSeconds;
         return true;
     }
     return false;
 }
+} // namespace
+
+bool ZEBU_ParseNumber(std::string_view svText, unsigned long* pulNumber)
+{
+    const bool bHex = svText.starts_with("0x") || svText.starts_with("0X");
+    const char* pszEnd = svText.data() + svText.size();
+    const auto result = std::from_chars(svText.data() + (bHex ? 2 : 0), pszEnd, *pulNumber, bHex ? 16 : 10);
+    return result.ec == std::errc() && result.ptr == pszEnd;
+}
+
+unsigned ZEBU_Number(const std::string& strText, const char* pszWhat)
+{
+    unsigned long ulNumber;
+    if (!ZEBU_ParseNumber(strText, &ulNumber) || ulNumber > UINT_MAX)
+        throw ZEBUFailure{"\"" + strText + "\" is no " + pszWhat};
+    return static_cast<unsigned>(ulNumber);
+}
+
+bool ZEBU_ParseDuration(std::string_view svText, long* plSeconds)
+{
+    *plSeconds = 0;
+    do {
+        long lPart;
+        if (!fs_takeDuration(&svText, &lPart) || (*plSeconds += lPart) > INT_MAX)
+            return false;
+    } while (!svText.empty());
+    return true;
+}
 
 bool ZEBU_ParseWhen(const std::string& strText, ZEBUTime* plTime)
 {
+    static constexpr std::string_view svAgo = " ago";
+    const std::string_view svText = strText;
+    const bool bAgo = svText.ends_with(svAgo);
     tm local = fs_day(strText == "yesterday" ? 1 : 0);
-    long lNumber = 0;
-    int iEnd = 0;
+    long lSeconds;
+    unsigned long ulSeconds;
     if (strText == "today" || strText == "yesterday")
-        return *plTime = fs_pack(local, 0), true;
+        return fs_pack(local, 0, plTime);
     if (strText == "now")
-        return fs_packSeconds(time(nullptr), 0, plTime);
-    if (sscanf(strText.c_str(), "@%ld%n", &lNumber, &iEnd) == 1 && strText[static_cast<size_t>(iEnd)] == '\0')
-        return fs_packSeconds(lNumber, 0, plTime);
-    if (strText.starts_with('-') && ZEBU_ParseDuration(strText.substr(1), &lNumber))
-        return fs_packSeconds(time(nullptr) - lNumber, 0, plTime);
-    if (fs_parseDate(strText.c_str(), plTime))
-        return true;
-    long lMilliseconds = 0;
-    if (!fs_parseClock(strText.c_str(), &local, &lMilliseconds))
-        return false;
-    *plTime = fs_pack(local, lMilliseconds);
-    return true;
+        return fs_packSeconds(time(nullptr), plTime);
+    if (svText.starts_with('@') && ZEBU_ParseNumber(svText.substr(1), &ulSeconds))
+        return ulSeconds <= LONG_MAX && fs_packSeconds(static_cast<time_t>(ulSeconds), plTime);
+    if (bAgo || svText.starts_with('-'))
+        return ZEBU_ParseDuration(bAgo ? svText.substr(0, svText.size() - svAgo.size()) : svText.substr(1),
+                                  &lSeconds) &&
+               fs_packSeconds(time(nullptr) - lSeconds, plTime);
+    return fs_parseDate(strText.c_str(), plTime) || fs_parseClock(strText.c_str(), &local, plTime);
 }
