@@ -8,6 +8,8 @@
 
 #include <atomic>
 
+#include "output/LineFormat.h"
+
 class ZebuLogFile;
 class ZebuMultiLogFile;
 class ZEBUMMapFile;
@@ -23,9 +25,6 @@ struct tagZEBU_THRESHOLD
     std::atomic<int> iFileThreshold;
     std::atomic<int> iShmThreshold;
 };
-
-constexpr int ZEBU_APP_NAME = 16;  // characters of an application name
-constexpr int ZEBU_PROCESS_ID = 9; // eight hexadecimal digits and a blank
 
 // Positions in ZEBU2_LockValue.
 enum { ZEBU_LOCK_WAIT, ZEBU_LOCK_RETRY, ZEBU_LOCK_INSTANCE_WAIT, ZEBU_LOCK_INSTANCE_RETRY, ZEBU_LOCK_VALUES };

@@ -11,12 +11,7 @@
 #include <time.h>
 
 #include "frame/TLSState.h"
-
-constexpr int ZEBU_THREAD_ID = 9;         // eight hexadecimal digits and a blank
-constexpr int ZEBU_LINE_HEADER = 68;      // columns of a line before its body
-constexpr int ZEBU_PLAIN_TEXT_MAX = 4117; // text bytes of a line without a message id
-constexpr int ZEBU_LINE_BUFFER = 4188;    // the longest line with CR LF and a NUL
-static_assert(ZEBU_LINE_HEADER + ZEBU_PLAIN_TEXT_MAX + 3 == ZEBU_LINE_BUFFER);
+#include "output/LineFormat.h"
 
 struct tagZEBU_TLS_VAR
 {
@@ -30,7 +25,7 @@ struct tagZEBU_TLS_VAR
     // converting it takes a lock that all threads of the process share.
     bool bSecondKnown;
     time_t lSecond;
-    char szSecond[21];
+    char szSecond[ZEBU_SECOND_TEXT];
 };
 
 // Returns the calling thread's context if it has one. Async-signal-safe.

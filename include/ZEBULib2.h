@@ -132,6 +132,8 @@ extern "C" {
 #define ZEBU2_FILE_PATH_MAX 4090             /* longest pszFilePath of a ring of one process */
 #define ZEBU2_FILE_PATH_MAX_SHARED 4088      /* longest pszFilePath of a shared ring */
 #define ZEBU2_APP_NAME_LENGTH 16             /* characters of an application name that are kept */
+#define ZEBU2_TEXT_MAX 4117                  /* bytes of a text that a line keeps */
+#define ZEBU2_ID_TEXT_MAX 4095               /* the same beside a message id */
 
 /* Describes a ring of trace files. Read during the call it is given to, and not kept. */
 typedef struct tagZEBU_LOGFILE_SPEC
@@ -289,9 +291,9 @@ ZEBU2_API int ZEBU2_GetInstanceLockRetryTimes(ZEBU2_HINSTANCE hInstance);
 ZEBU2_API int ZEBU2_SetInstanceLockRetryTimes(ZEBU2_HINSTANCE hInstance, int iTimes);
 
 /* ---- Putting messages -------------------------------------------------------------------------
- * iLevel: 0 to 1000. pszText: NUL-terminated, not null; 4117 bytes of it are kept where no message id
- * is given, else 4095. Any other text may be null and then prints blanks: pszAppName 16 columns,
- * pszThreadId 8, pszMsgId 21 (16 beside a message type), pszMsgType 4; longer texts are cut.
+ * iLevel: 0 to 1000. pszText: NUL-terminated, not null; ZEBU2_TEXT_MAX bytes of it are kept where no
+ * message id is given, else ZEBU2_ID_TEXT_MAX. Any other text may be null and then prints blanks: pszAppName
+ * 16 columns, pszThreadId 8, pszMsgId 21 (16 beside a message type), pszMsgType 4; longer texts are cut.
  *
  * Return 0 when the message was written or no destination wanted it (a line for which the trace area
  * has no room, or that its rate limit drops, is no failure), else -1: not initialised (NOTREADY);
@@ -336,15 +338,15 @@ ZEBU2_API int ZEBU2_PutInstanceWithIdEx(ZEBU2_HINSTANCE hInstance, int iLevel, c
 ZEBU2_API int ZEBU2_PutInstanceWithMsgType(ZEBU2_HINSTANCE hInstance, int iLevel, const char* pszAppName,
                                            const char* pszMsgId, const char* pszMsgType, const char* pszText);
 
-/* Copies ulLength raw bytes, at most 4117, as the text of a line into the trace area alone. No level,
- * no threshold and no initialisation is asked for. Returns 0, also when the area is not open (leaves
+/* Copies ulLength raw bytes, at most ZEBU2_TEXT_MAX, as the text of a line into the trace area alone. No
+ * level, no threshold and no initialisation is asked for. Returns 0, also when the area is not open (leaves
  * 11) or has no room; -1: pData null with ulLength above 0 (0x0D000001), area damaged (0x0D00001A). */
 ZEBU2_API int ZEBU2_PutToShm(const void* pData, unsigned long ulLength);
 
 /* Copies a line into the trace area alone, from a signal handler or anywhere else: async-signal-safe,
  * takes no lock, allocates nothing, reads no clock (time and thread id print as hyphens), keeps errno.
- * At most 4117 bytes of pszText are kept. Returns 0 when the line was stored, else -1: pszText null,
- * the area not open or damaged, no room for the line, or the call interrupted its own thread in the
+ * At most ZEBU2_TEXT_MAX bytes of pszText are kept. Returns 0 when the line was stored, else -1: pszText
+ * null, the area not open or damaged, no room for the line, or the call interrupted its own thread in the
  * middle of an append. Does not touch the thread's error, except that a damaged area leaves AREA
  * there if the thread has called the library before. Stack use: less than 8 KiB. */
 ZEBU2_API int ZEBU2_PutMsgSigSafe(const char* pszText);

@@ -255,8 +255,8 @@ private:
 
 namespace detail {
 
-inline constexpr std::size_t plain_max = 4117; // bytes of text that a line keeps
-inline constexpr std::size_t id_max = 4095;    // beside a message id
+inline constexpr std::size_t plain_max = ZEBU2_TEXT_MAX;
+inline constexpr std::size_t id_max = ZEBU2_ID_TEXT_MAX;
 
 // A terminated text of at most Max bytes: the caller's own, or a copy.
 template <std::size_t Max>

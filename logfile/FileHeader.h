@@ -2,7 +2,7 @@
 #ifndef ZEBU_LOGFILE_FILEHEADER_H
 #define ZEBU_LOGFILE_FILEHEADER_H
 
-constexpr int ZEBU_FILE_HEADER_MAX = 311; // the longest header, CR LF of both lines included
+#include "output/LineFormat.h"
 
 struct tagZEBU_FILE_HEADER
 {
@@ -18,9 +18,9 @@ int ZEBU_BuildFileHeader(char (&szHeader)[ZEBU_FILE_HEADER_MAX], const tagZEBU_F
 
 // Fill the fields of a header from the machine and the environment. "Unknown" stands for what cannot be
 // had, and for a variable that is not set.
-void ZEBU_FormatSystem(char (&szSystem)[61]);
-void ZEBU_FormatHostName(char (&szHostName)[17]);
-void ZEBU_FormatTimeZone(char (&szTimeZone)[33]);
-void ZEBU_FormatLang(char (&szLang)[79]);
+void ZEBU_FormatSystem(char (&szSystem)[ZEBU_SYSTEM_WIDTH]);
+void ZEBU_FormatHostName(char (&szHostName)[ZEBU_HOST_NAME_WIDTH]);
+void ZEBU_FormatTimeZone(char (&szTimeZone)[ZEBU_TIME_ZONE_WIDTH + 1]);
+void ZEBU_FormatLang(char (&szLang)[ZEBU_LANG_MAX + 1]);
 
 #endif

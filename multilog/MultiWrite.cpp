@@ -130,10 +130,7 @@ int ZebuMultiLogFile::checkTraceLength()
 
 // ---- Headers -------------------------------------------------------------------------------------
 
-// First line of a process-start header.
-constexpr int ZEBU_START_LINE = 57;
-
-static void fs_putStartLine(char (&szLine)[ZEBU_START_LINE], const char* pszAppName,
+static void fs_putStartLine(char (&szLine)[ZEBU_START_LINE + 2], const char* pszAppName,
                             const tagZEBU_LOGFILE_SPEC& spec, unsigned int uOption)
 {
     char szName[ZEBU_APP_NAME + 1];
@@ -141,23 +138,23 @@ static void fs_putStartLine(char (&szLine)[ZEBU_START_LINE], const char* pszAppN
     ZEBU_LoadAppName(szName);
     ZEBU_LoadProcessId(szProcessId);
     memset(szLine, ' ', sizeof szLine);
-    memset(szLine, '*', 4);
-    ZEBU_PutField(szLine + 5, pszAppName ? pszAppName : szName, ZEBU_APP_NAME);
-    memcpy(szLine + 22, szProcessId, 8);
-    ZEBU2_IntToStr(szLine + 31, static_cast<int>(spec.lMaxFileSize), 10);
-    ZEBU2_IntToStr(szLine + 42, static_cast<int>(spec.lFileCount), 4);
-    ZEBU_PutHex8(szLine + 47, uOption);
-    memcpy(szLine + 55, "\r\n", 2);
+    memcpy(szLine, ZEBU_HEADER_MARK, sizeof ZEBU_HEADER_MARK - 1);
+    ZEBU_PutField(szLine + ZEBU_START_COL_APP, pszAppName ? pszAppName : szName, ZEBU_APP_NAME);
+    memcpy(szLine + ZEBU_START_COL_PID, szProcessId, ZEBU_HEX_WIDTH);
+    ZEBU2_IntToStr(szLine + ZEBU_START_COL_SIZE, static_cast<int>(spec.lMaxFileSize), ZEBU_SIZE_WIDTH);
+    ZEBU2_IntToStr(szLine + ZEBU_START_COL_FILES, static_cast<int>(spec.lFileCount), ZEBU_FILES_WIDTH);
+    ZEBU_PutHex8(szLine + ZEBU_START_COL_OPTION, uOption);
+    memcpy(szLine + ZEBU_START_LINE, "\r\n", 2);
 }
 
 int ZebuMultiLogFile::putFileHeader(tagZEBU_MANAGEMENT_DATA* pRec, bool bAtOpen)
 {
     struct
     {
-        char szStart[ZEBU_START_LINE];
+        char szStart[ZEBU_START_LINE + 2];
         char szFile[ZEBU_FILE_HEADER_MAX];
     } header;
-    static_assert(sizeof header == ZEBU_START_LINE + ZEBU_FILE_HEADER_MAX);
+    static_assert(sizeof header == sizeof header.szStart + ZEBU_FILE_HEADER_MAX);
 
     const bool bStartLine = bAtOpen && (uOption & ZEBU2_OPT_NOSTARTLINE) == 0;
     if (bStartLine)
@@ -171,7 +168,7 @@ int ZebuMultiLogFile::putFileHeader(tagZEBU_MANAGEMENT_DATA* pRec, bool bAtOpen)
                                                              .pszTimeZone = szTimeZone,
                                                              .pszStartTime = szStartTime,
                                                              .pszLang = szLang});
-    const int iTotal = bStartLine ? ZEBU_START_LINE + iLength : iLength;
+    const int iTotal = bStartLine ? static_cast<int>(sizeof header.szStart) + iLength : iLength;
     return selectAndWriteFile(bStartLine ? header.szStart : header.szFile, static_cast<unsigned long>(iTotal),
                               pRec, true);
 }

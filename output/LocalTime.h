@@ -4,15 +4,10 @@
 
 #include <time.h>
 
+#include "output/LineFormat.h"
+
 struct tagZEBU_TLS_VAR;
 struct timeval;
-
-constexpr int ZEBU_SECOND_TEXT = 20; // "yyyy/mm/dd hh:mm:ss."
-constexpr int ZEBU_TIME_TEXT = 23;   // the same and three digits for the milliseconds
-
-// Printed where there is no time to print.
-constexpr char ZEBU_NO_TIME[] = "----/--/-- --:--:--.---";
-static_assert(sizeof ZEBU_NO_TIME == ZEBU_TIME_TEXT + 1);
 
 // Writes date and time of `time` in ZEBU_TIME_TEXT columns, hyphens when it cannot be converted. No
 // terminator. With a context, the conversion of its last second is used again.

@@ -116,7 +116,7 @@ int ZEBU2_PutMsgSigSafe(const char* pszText)
     }
     char szLine[ZEBU_LINE_BUFFER];
     (void)ZEBU_MakeupTraceMessageHeader_SigSafe(szLine, ZEBU2_szAppName);
-    const int iLength = fs_length(pszText, ZEBU_PLAIN_TEXT_MAX);
+    const int iLength = fs_length(pszText, ZEBU2_TEXT_MAX);
     fs_copy(szLine + ZEBU_COL_BODY, pszText, iLength);
     __builtin_memcpy(szLine + ZEBU_COL_BODY + iLength, "\r\n", 3);
 

@@ -8,10 +8,8 @@
 #include "frame/Guards.h"
 #include "frame/TraceObject.h"
 #include "mmap/MMap.h"
+#include "output/LocalTime.h"
 #include "output/ltostr.h"
-
-static const char cs_szMaskedTime[] = "****/**/** **:**:**.***";
-static_assert(sizeof cs_szMaskedTime == ZEBU_TIME_TEXT + 1);
 
 // ---- The line ------------------------------------------------------------------------------------
 
@@ -41,12 +39,12 @@ int ZEBU_MakeupTraceMessageHeader(char* pszLine, const char* pszAppName, const c
     tagZEBU_TLS_VAR* pTls = ZEBU_PeekTlsVar();
     const int iCount = ZEBU_TakeMsgCount();
     memset(pszLine, ' ', ZEBU_COL_TID); // every column that stays blank, up to the thread id
-    ZEBU2_IntToStr(pszLine + ZEBU_COL_COUNT, iCount, 4);
+    ZEBU2_IntToStr(pszLine + ZEBU_COL_COUNT, iCount, ZEBU_COUNT_WIDTH);
 
     if (iTickType == 1) {
         // The rate limiter still needs a time.
         *pTime = {fs_zebu_last_update_time.tv_sec.load(std::memory_order_relaxed) + 1, 0};
-        memcpy(pszLine + ZEBU_COL_TIME, cs_szMaskedTime, ZEBU_TIME_TEXT);
+        memcpy(pszLine + ZEBU_COL_TIME, ZEBU_MASKED_TIME, ZEBU_TIME_TEXT);
     } else {
         gettimeofday(pTime, nullptr);
         ZEBU_PutLocalTime(pszLine + ZEBU_COL_TIME, *pTime, pTls);
@@ -82,17 +80,17 @@ struct tagZEBU_PUT
 static unsigned long fs_putBody(char* pszLine, const tagZEBU_PUT& put)
 {
     size_t uColumn = ZEBU_COL_TEXT;
-    size_t uTextMax = ZEBU_ID_TEXT_MAX;
+    size_t uTextMax = ZEBU2_ID_TEXT_MAX;
     if (put.eBody == ZEBU_BODY_PLAIN) {
         uColumn = ZEBU_COL_BODY;
-        uTextMax = ZEBU_PLAIN_TEXT_MAX;
+        uTextMax = ZEBU2_TEXT_MAX;
     } else if (put.eBody == ZEBU_BODY_ID) {
-        ZEBU_PutField(pszLine + ZEBU_COL_BODY, put.pszMsgId, 21);
+        ZEBU_PutField(pszLine + ZEBU_COL_BODY, put.pszMsgId, ZEBU_ID_WIDTH);
         pszLine[ZEBU_COL_TEXT - 1] = ' ';
     } else {
-        ZEBU_PutField(pszLine + ZEBU_COL_BODY, put.pszMsgId, 16);
+        ZEBU_PutField(pszLine + ZEBU_COL_BODY, put.pszMsgId, ZEBU_TYPED_ID_WIDTH);
         pszLine[ZEBU_COL_TYPE - 1] = ' ';
-        ZEBU_PutField(pszLine + ZEBU_COL_TYPE, put.pszMsgType, 4);
+        ZEBU_PutField(pszLine + ZEBU_COL_TYPE, put.pszMsgType, ZEBU_TYPE_WIDTH);
         pszLine[ZEBU_COL_TEXT - 1] = ' ';
     }
     const size_t uLength = strnlen(put.pszText, uTextMax);

@@ -5,23 +5,7 @@
 #include <sys/time.h>
 
 #include "frame/TLS.h"
-#include "output/LocalTime.h"
-
-// Columns of a trace line.
-enum {
-    ZEBU_COL_COUNT = 0,
-    ZEBU_COL_TIME = 5,
-    ZEBU_COL_APP = 33,
-    ZEBU_COL_PID = 50,
-    ZEBU_COL_TID = 59,
-    ZEBU_COL_BODY = 68,
-    ZEBU_COL_TYPE = 85, // of a body with a message type
-    ZEBU_COL_TEXT = 90  // of a body with a message id
-};
-static_assert(ZEBU_COL_BODY == ZEBU_LINE_HEADER);
-
-constexpr int ZEBU_ID_TEXT_MAX = 4095; // text bytes of a line with a message id
-static_assert(ZEBU_COL_TEXT + ZEBU_ID_TEXT_MAX + 3 == ZEBU_LINE_BUFFER);
+#include "output/LineFormat.h"
 
 // Builds columns 0 to 67 of a line and takes its number from the counter. `pszAppName` and `pszThreadId`
 // may be null and then print blanks; a thread id of nine characters brings the blank of column 67 with

@@ -16,7 +16,7 @@ int ZEBU2_PutToShm(const void* pData, unsigned long ulLength)
 
     timeval time;
     (void)ZEBU_MakeupTraceMessageHeader(pTls->szLineBuf, ZEBU2_szAppName, pTls->szThreadId, 0, &time);
-    const size_t uLength = ulLength < ZEBU_PLAIN_TEXT_MAX ? ulLength : ZEBU_PLAIN_TEXT_MAX;
+    const size_t uLength = ulLength < ZEBU2_TEXT_MAX ? ulLength : ZEBU2_TEXT_MAX;
     if (uLength > 0)
         memcpy(pTls->szLineBuf + ZEBU_COL_BODY, pData, uLength);
     memcpy(pTls->szLineBuf + ZEBU_COL_BODY + uLength, "\r\n", 3);

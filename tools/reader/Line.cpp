@@ -1,21 +1,11 @@
 #include "tools/reader/Line.h"
 
 namespace {
-constexpr size_t cs_uTimeColumn = 5;
-constexpr size_t cs_uTimeWidth = 23;
-constexpr size_t cs_uAppColumn = 33;
-constexpr size_t cs_uPidColumn = 50;
-constexpr size_t cs_uTidColumn = 59;
-constexpr size_t cs_uIdWidth = 21;      // of an id that has no type behind it
-constexpr size_t cs_uTypedIdWidth = 16; // of one that has
-constexpr size_t cs_uTypeColumn = 17;   // within the body, as the next
-constexpr size_t cs_uTextColumn = 22;
-constexpr std::string_view cs_svStars = "**** ";
+constexpr size_t cs_uIdWidth = ZEBU_ID_WIDTH;
+constexpr size_t cs_uTypedIdWidth = ZEBU_TYPED_ID_WIDTH;
+constexpr size_t cs_uTypeColumn = ZEBU_COL_TYPE - ZEBU_COL_BODY; // within the body, as the next
+constexpr size_t cs_uTextColumn = ZEBU_COL_TEXT - ZEBU_COL_BODY;
 constexpr std::string_view cs_svTimeShape = "dddd/dd/dd dd:dd:dd.ddd";
-constexpr std::string_view cs_svMasked = "****/**/** **:**:**.***";
-constexpr std::string_view cs_svNoClock = "----/--/-- --:--:--.---";
-constexpr std::string_view cs_svCaption =
-    "     yyyy/mm/dd hh:mm:ss.sss                      pid      tid      message-id            ";
 
 bool fs_isDigit(char c)
 {
@@ -51,7 +41,7 @@ long fs_digits(std::string_view svText)
 bool fs_parseTime(std::string_view svTime, ZEBUTime* plTime)
 {
     *plTime = ZEBU_TIME_NONE;
-    if (svTime == cs_svMasked || svTime == cs_svNoClock)
+    if (svTime == ZEBU_MASKED_TIME || svTime == ZEBU_NO_TIME)
         return true;
     if (!fs_hasShape(svTime, cs_svTimeShape))
         return false;
@@ -79,15 +69,15 @@ bool ZEBU_ParseLine(std::string_view svText, ZEBULine* pLine)
         !fs_hasShape(svText.substr(28), "     ????????????????"
                                         " xxxxxxxx ???????? "))
         return false;
-    pLine->svTime = svText.substr(cs_uTimeColumn, cs_uTimeWidth);
+    pLine->svTime = svText.substr(ZEBU_COL_TIME, ZEBU_TIME_TEXT);
     if (!fs_parseTime(pLine->svTime, &pLine->lTime))
         return false;
-    pLine->iCounter = static_cast<int>(fs_digits(svText.substr(0, 4)));
-    pLine->svApp = fs_withoutBlanks(svText.substr(cs_uAppColumn, 16));
+    pLine->iCounter = static_cast<int>(fs_digits(svText.substr(ZEBU_COL_COUNT, ZEBU_COUNT_WIDTH)));
+    pLine->svApp = fs_withoutBlanks(svText.substr(ZEBU_COL_APP, ZEBU_APP_NAME));
     pLine->uPid = 0;
-    for (const char c : svText.substr(cs_uPidColumn, 8))
+    for (const char c : svText.substr(ZEBU_COL_PID, ZEBU_HEX_WIDTH))
         pLine->uPid = pLine->uPid * 16 + static_cast<unsigned>(fs_isDigit(c) ? c - '0' : c - 'A' + 10);
-    pLine->svTid = fs_withoutBlanks(svText.substr(cs_uTidColumn, 8));
+    pLine->svTid = fs_withoutBlanks(svText.substr(ZEBU_COL_TID, ZEBU_HEX_WIDTH));
     pLine->svBody = ZEBU_WithoutLineEnd(svText.substr(ZEBU_LINE_HEADER));
     return true;
 }
@@ -97,15 +87,17 @@ ZEBUPiece ZEBU_ClassifyPiece(std::string_view svPiece)
     ZEBULine line;
     if (ZEBU_ParseLine(svPiece, &line))
         return ZEBUPiece::Trace;
-    if (svPiece.starts_with(cs_svCaption))
+    if (svPiece.starts_with(ZEBU_CAPTION))
         return ZEBUPiece::Caption;
-    if (!svPiece.starts_with(cs_svStars))
+    if (!svPiece.starts_with(ZEBU_HEADER_MARK))
         return ZEBUPiece::Text;
     const std::string_view svLine = ZEBU_WithoutLineEnd(svPiece);
     ZEBUTime lTime;
-    if (svLine.size() == 139 && svLine[115] == ' ' && fs_parseTime(svLine.substr(116), &lTime))
+    if (svLine.size() == ZEBU_FILE_LINE && svLine[ZEBU_FILE_COL_TIME - 1] == ' ' &&
+        fs_parseTime(svLine.substr(ZEBU_FILE_COL_TIME), &lTime))
         return ZEBUPiece::FileHeader;
-    if (svLine.size() == 55 && fs_hasShape(svLine.substr(21), " xxxxxxxx dddddddddd dddd xxxxxxxx"))
+    if (svLine.size() == ZEBU_START_LINE &&
+        fs_hasShape(svLine.substr(ZEBU_START_COL_PID - 1), " xxxxxxxx dddddddddd dddd xxxxxxxx"))
         return ZEBUPiece::StartHeader;
     return ZEBUPiece::Text;
 }
@@ -113,7 +105,8 @@ ZEBUPiece ZEBU_ClassifyPiece(std::string_view svPiece)
 ZEBUTime ZEBU_HeaderTime(std::string_view svPiece)
 {
     ZEBUTime lTime = ZEBU_TIME_NONE;
-    if (svPiece.size() < 139 || !fs_parseTime(svPiece.substr(116, cs_uTimeWidth), &lTime))
+    if (svPiece.size() < ZEBU_FILE_LINE ||
+        !fs_parseTime(svPiece.substr(ZEBU_FILE_COL_TIME, ZEBU_TIME_TEXT), &lTime))
         return ZEBU_TIME_NONE;
     return lTime;
 }
@@ -140,7 +133,7 @@ bool ZEBU_CutBody(std::string_view svBody, ZEBUForm eForm, ZEBUBody* pOut)
         return true;
     }
     pOut->svId = fs_withoutBlanks(svBody.substr(0, cs_uTypedIdWidth));
-    pOut->svType = fs_withoutBlanks(svBody.substr(cs_uTypeColumn, 4));
+    pOut->svType = fs_withoutBlanks(svBody.substr(cs_uTypeColumn, ZEBU_TYPE_WIDTH));
     return svBody[cs_uTypedIdWidth] == ' ';
 }
 

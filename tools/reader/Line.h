@@ -7,12 +7,11 @@
 
 #include <string_view>
 
+#include "output/LineFormat.h"
+
 // A point in local time as a number that sorts: yyyymmddhhmmssmmm, 17 decimal digits.
 using ZEBUTime = long;
 constexpr ZEBUTime ZEBU_TIME_NONE = -1; // masked, or not to be had when the line was written
-
-constexpr size_t ZEBU_LINE_HEADER = 68; // columns in front of the body
-constexpr size_t ZEBU_LINE_MAX = 4187;  // the longest trace line, line end included
 
 struct ZEBULine
 {
