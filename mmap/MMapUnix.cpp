@@ -9,7 +9,7 @@
 #include "config/ConfUnix.h"
 #include "frame/ErrPos.h"
 #include "frame/Fd.h"
-#include "logfile/RingFiles.h"
+#include "frame/Files.h"
 #include "mmap/AreaGuard.h"
 #include "mmap/MMap.h"
 
@@ -77,20 +77,11 @@ int fs_safeOpen(const char* pszPath, int* piCode, int* piPos)
 
 // ---- Creating and checking -----------------------------------------------------------------------
 
-// Only the last level of the directory is made. One that another process makes meanwhile will do.
+// Only the last level of the directory is made.
 static int fs_makeAreaDirectory(const char* pszDirectory)
 {
     struct stat info;
-    if (stat(pszDirectory, &info) == 0)
-        return 0;
-    if (mkdir(pszDirectory, 0777) == 0) {
-        ZEBU_OpenNewDirectory(pszDirectory);
-        return 0;
-    }
-    const int iErrno = errno;
-    if (stat(pszDirectory, &info) == 0 && S_ISDIR(info.st_mode))
-        return 0;
-    return ZEBU_Fail(ZEBU_EPOS_MKDIR, iErrno);
+    return stat(pszDirectory, &info) == 0 ? 0 : ZEBU_MakeDirectory(pszDirectory);
 }
 
 static int fs_lockWaiting(int iFd)
@@ -131,13 +122,7 @@ static int fs_reserveBlocks(int iFd)
         return ZEBU_Fail(ZEBU_EPOS_STAT, errno);
     if (info.st_blocks * 512 >= info.st_size)
         return 0;
-    int iResult;
-    do
-        iResult = fallocate(iFd, 0, 0, info.st_size);
-    while (iResult != 0 && errno == EINTR);
-    if (iResult != 0 && (errno == ENOSPC || errno == EDQUOT || errno == EFBIG))
-        return ZEBU_Fail(ZEBU_EPOS_WRITE, errno);
-    return 0;
+    return ZEBU_ReserveBlocks(iFd, info.st_size) == -1 ? -1 : 0;
 }
 
 // The part of the open that runs under the lock on the file. On a failure the lock stays until closeFile.

@@ -138,9 +138,6 @@ private:
     void fillGap();
     int closeTraceFile();
     int closeTraceDescriptor();
-    // Reserves the blocks of a file's first bytes, so that no store into a mapping meets a full disk.
-    // Returns 1 when the file system cannot; fails with 4.
-    static int reserveBlocks(int iFd, long lLength);
     // Offset of the mark in a file: 0 when there is no file or no mark. Fails with 1 for a number out of
     // range, and with 2 or 5.
     int searchEOF(int iNumber) const;

@@ -101,7 +101,7 @@ int ZebuMultiLogFile::completeManagementFile()
     if (fstat(iManageFd, &info) != 0)
         return ZEBU_Fail(ZEBU_EPOS_STAT, errno);
     if (info.st_size >= ZEBU_MANAGE_LENGTH)
-        return info.st_blocks == 0 && reserveBlocks(iManageFd, ZEBU_MANAGE_LENGTH) == -1 ? -1 : 0;
+        return info.st_blocks == 0 && ZEBU_ReserveBlocks(iManageFd, ZEBU_MANAGE_LENGTH) == -1 ? -1 : 0;
     if (lseek(iManageFd, 0, SEEK_END) == -1)
         return ZEBU_Fail(ZEBU_EPOS_LSEEK, errno);
     const int iWritten =

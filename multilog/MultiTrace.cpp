@@ -126,19 +126,6 @@ int ZebuMultiLogFile::initializeTraceFile(bool bFill, bool bExisted, unsigned in
     return 0;
 }
 
-int ZebuMultiLogFile::reserveBlocks(int iFd, long lLength)
-{
-    int iResult;
-    do
-        iResult = fallocate(iFd, 0, 0, lLength);
-    while (iResult != 0 && errno == EINTR);
-    if (iResult == 0)
-        return 0;
-    const int iErrno = errno;
-    const bool bNoRoom = iErrno == ENOSPC || iErrno == EDQUOT || iErrno == EFBIG || iErrno == EIO;
-    return bNoRoom ? ZEBU_Fail(ZEBU_EPOS_WRITE, iErrno) : 1;
-}
-
 int ZebuMultiLogFile::extendTraceFile()
 {
     (void)futimens(iTraceFd, nullptr);
@@ -151,7 +138,7 @@ int ZebuMultiLogFile::extendTraceFile()
     const bool bShort = info.st_size < lMapSize;
     if (!bShort && info.st_blocks * 512L >= lMapSize)
         return 0;
-    const int iReserved = reserveBlocks(iTraceFd, lMapSize);
+    const int iReserved = ZEBU_ReserveBlocks(iTraceFd, lMapSize);
     if (iReserved == -1)
         return -1;
     if (iReserved == 0 || !bShort)

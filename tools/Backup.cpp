@@ -27,7 +27,7 @@ int fs_openDestination(const ZEBUBackupOptions& options)
         throw ZEBUFailure{options.strDestination + ": " + strerror(errno)};
     bool bOfRing = fs_isSame(info, ZEBU_ManagementFileName(options.strPrefix));
     for (const unsigned u : ZEBU_ExistingTraceFiles(options.strPrefix))
-        bOfRing = bOfRing || fs_isSame(info, ZEBU_TraceFileName(options.strPrefix, u));
+        bOfRing = bOfRing || fs_isSame(info, ZEBU_RingFileName(options.strPrefix, u));
     if (bOfRing)
         throw ZEBUFailure{options.strDestination + " is a file of the ring"};
     if (S_ISREG(info.st_mode) && ftruncate(iFd, 0) != 0)

@@ -153,7 +153,7 @@ void ZEBUStat::describeSource()
         m_facts["lock_pid"] = newest.open(m_strLast) == 0 ? fs_lockHolder(newest.fd()) : Json();
     }
     for (const unsigned u : ZEBU_ExistingTraceFiles(m_options.strSource))
-        describeFile(ZEBU_TraceFileName(m_options.strSource, u),
+        describeFile(ZEBU_RingFileName(m_options.strSource, u),
                      eKind != ZEBUSourceKind::SharedRing ||
                          ((m_record.uMode & ZEBU2_OPT_NOFILL) != 0 && u != m_record.position.uFile));
     m_facts["files"] = m_files;
@@ -177,7 +177,7 @@ void ZEBUStat::describeRecord()
     }
     m_facts["file_size"] = m_record.uFileSize;
     m_facts["file_count"] = m_record.uFileNum;
-    m_facts["current_file"] = ZEBU_TraceFileName(m_options.strSource, m_record.position.uFile);
+    m_facts["current_file"] = ZEBU_RingFileName(m_options.strSource, m_record.position.uFile);
     m_facts["write_offset"] = m_record.position.uOffset;
     m_facts["fill_percent"] =
         m_record.uFileSize == 0 ? 0 : m_record.position.uOffset * 100ul / m_record.uFileSize;
@@ -195,7 +195,7 @@ void ZEBUStat::checkCurrent(const ZEBUManagement& management, const ZEBURingReco
 {
     ZEBUPosition position = record.position;
     for (int i = 0; i < cs_iLooks; ++i) {
-        const std::string strName = ZEBU_TraceFileName(m_options.strSource, position.uFile);
+        const std::string strName = ZEBU_RingFileName(m_options.strSource, position.uFile);
         ZEBUTraceFile file;
         const int iErrno = file.open(strName);
         if (iErrno == ENOENT)

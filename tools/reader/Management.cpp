@@ -22,7 +22,7 @@ bool fs_isFileSize(unsigned uSize)
 }
 } // namespace
 
-std::string ZEBU_TraceFileName(const std::string& strPrefix, unsigned uNumber)
+std::string ZEBU_RingFileName(const std::string& strPrefix, unsigned uNumber)
 {
     return strPrefix + std::to_string(uNumber) + ".log";
 }
@@ -39,18 +39,18 @@ std::vector<unsigned> ZEBU_ExistingTraceFiles(const std::string& strPrefix, unsi
     std::vector<unsigned> numbers;
     struct stat info;
     for (unsigned u = 1; u <= uLast; ++u)
-        if (stat(ZEBU_TraceFileName(strPrefix, u).c_str(), &info) == 0)
+        if (stat(ZEBU_RingFileName(strPrefix, u).c_str(), &info) == 0)
             numbers.push_back(u);
     return numbers;
 }
 
-unsigned ZEBU_NewestTraceFile(const std::string& strPrefix, unsigned uLast)
+unsigned ZEBU_NewestRingFile(const std::string& strPrefix, unsigned uLast)
 {
     unsigned uNewest = 0;
     time_t newest = 0;
     for (const unsigned u : ZEBU_ExistingTraceFiles(strPrefix, uLast)) {
         struct stat info;
-        if (stat(ZEBU_TraceFileName(strPrefix, u).c_str(), &info) != 0)
+        if (stat(ZEBU_RingFileName(strPrefix, u).c_str(), &info) != 0)
             continue;
         if (uNewest != 0 && info.st_mtime < newest)
             continue;
@@ -130,10 +130,10 @@ void ZEBU_DeriveRecord(const std::string& strPrefix, ZEBURingRecord* pRecord)
     if (pRecord->uFileNum < 1 || pRecord->uFileNum > ZEBU_RING_FILES_MAX)
         pRecord->uFileNum = numbers.empty() ? 1 : numbers.back();
     pRecord->position = {.uFile = 1, .uOffset = 0};
-    const unsigned uNewest = ZEBU_NewestTraceFile(strPrefix, pRecord->uFileNum);
+    const unsigned uNewest = ZEBU_NewestRingFile(strPrefix, pRecord->uFileNum);
     if (uNewest == 0)
         return;
-    const std::string strName = ZEBU_TraceFileName(strPrefix, uNewest);
+    const std::string strName = ZEBU_RingFileName(strPrefix, uNewest);
     struct stat info;
     if (!fs_isFileSize(pRecord->uFileSize) && stat(strName.c_str(), &info) == 0)
         pRecord->uFileSize = static_cast<unsigned>(info.st_size);

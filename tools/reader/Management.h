@@ -11,7 +11,7 @@
 constexpr unsigned ZEBU_RING_FILES_MAX = 64;
 
 // File `uNumber` of the ring, and the management file of a shared one.
-std::string ZEBU_TraceFileName(const std::string& strPrefix, unsigned uNumber);
+std::string ZEBU_RingFileName(const std::string& strPrefix, unsigned uNumber);
 std::string ZEBU_ManagementFileName(const std::string& strPrefix);
 
 // The numbers of the trace files that exist, rising, up to `uLast`.
@@ -20,7 +20,7 @@ std::vector<unsigned> ZEBU_ExistingTraceFiles(const std::string& strPrefix,
 
 // The one of them that was modified last, 0 without one. Of files of the same second the highest number:
 // that is the rule by which the writers go on in a ring.
-unsigned ZEBU_NewestTraceFile(const std::string& strPrefix, unsigned uLast = ZEBU_RING_FILES_MAX);
+unsigned ZEBU_NewestRingFile(const std::string& strPrefix, unsigned uLast = ZEBU_RING_FILES_MAX);
 
 // Where the next line goes.
 struct ZEBUPosition

@@ -101,7 +101,7 @@ bool ZEBUSharedRing::lookAround()
 {
     const unsigned uFile = m_record.position.uFile;
     m_strEnd.assign(ZEBU_BEGINNING_MAX, '\0');
-    const bool bOpen = m_endFile.open(ZEBU_TraceFileName(m_strPrefix, uFile)) == 0;
+    const bool bOpen = m_endFile.open(ZEBU_RingFileName(m_strPrefix, uFile)) == 0;
     const long lRead = bOpen ? m_endFile.readAt(0, m_strEnd.data(), m_strEnd.size()) : 0;
     refresh();
     m_end = m_record.position;
@@ -129,7 +129,7 @@ bool ZEBUSharedRing::isPassed(const ZEBUPosition& from, const ZEBUPosition& to) 
 
 bool ZEBUSharedRing::openFile()
 {
-    const int iErrno = m_pFile->isOpen() ? 0 : m_pFile->open(ZEBU_TraceFileName(m_strPrefix, m_uNumber));
+    const int iErrno = m_pFile->isOpen() ? 0 : m_pFile->open(ZEBU_RingFileName(m_strPrefix, m_uNumber));
     if (iErrno == 0)
         return true;
     if (!m_bMissed && iErrno != ENOENT)

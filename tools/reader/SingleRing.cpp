@@ -131,7 +131,7 @@ bool ZEBUSingleRing::lookAround()
 
 Stamp ZEBUSingleRing::stampOf(unsigned uNumber) const
 {
-    const std::string strName = ZEBU_TraceFileName(m_strPrefix, uNumber);
+    const std::string strName = ZEBU_RingFileName(m_strPrefix, uNumber);
     struct stat info;
     if (stat(strName.c_str(), &info) != 0)
         return {};
@@ -177,7 +177,7 @@ void ZEBUSingleRing::enter(unsigned uNumber)
     m_bIsNewest = !m_bCaughtUp && uNumber == m_uNewest;
     m_bCaughtUp = m_bCaughtUp || m_bIsNewest;
     m_pLast = std::exchange(m_pFile, std::make_unique<ZEBUTraceFile>());
-    const int iErrno = m_pFile->open(ZEBU_TraceFileName(m_strPrefix, uNumber));
+    const int iErrno = m_pFile->open(ZEBU_RingFileName(m_strPrefix, uNumber));
     if (iErrno != 0 && iErrno != ENOENT)
         fail(m_pFile->path() + ": " + strerror(iErrno));
 }

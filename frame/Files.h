@@ -1,0 +1,59 @@
+// frame/Files.h -- what the engines do with a file, a directory or a descriptor of theirs.
+//
+// Plain functions over plain arguments. Those that return int give 0, or -1 with the failure recorded, unless
+// a comment says otherwise. The directories are open to everybody by design: what lies in them may have been
+// planted there.
+#ifndef ZEBU_FRAME_FILES_H
+#define ZEBU_FRAME_FILES_H
+
+#include <stddef.h>
+
+// Room for any path that the kernel accepts, and for any name built from a prefix that was accepted.
+constexpr size_t ZEBU_PATH_ROOM = 4097;
+
+// Whether this errno of a look at a file says that no such file is there, not that it could not be seen.
+bool ZEBU_IsAbsent(int iErrno);
+
+// Opens a file close-on-exec with `iFlags` (mode 0666 whatever the umask when it is made), and gives it
+// the permission bits `iFileAttr` unless that is -1. A symbolic link is followed only when root or the
+// caller made it. Never waits. Fails with 2; `*piFd` is then -1.
+int ZEBU_OpenFile(int* piFd, const char* pszName, int iFlags, int iFileAttr);
+
+// Opens a regular file for reading in the same way. Returns the descriptor, or -1; records nothing.
+int ZEBU_OpenToRead(const char* pszName);
+
+// Makes sure that the directory part of a file's path exists. Missing levels are made with mode 0777
+// whatever the umask. Fails with 1 (null), 17 or 21.
+int ZEBU_CheckFilePath(const char* pszPath);
+
+// The same for a directory.
+int ZEBU_MakeDirectories(const char* pszDirectory);
+
+// Makes one directory whose parent exists, with mode 0777 whatever the umask. One that another process makes
+// at the same time is as good. Fails with 21.
+int ZEBU_MakeDirectory(const char* pszDirectory);
+
+// As chmod(2), but follows a symbolic link only when root or the caller made it. Leaves the locks of this
+// process on the file alone.
+int ZEBU_ChmodTrusted(const char* pszName, int iMode);
+
+// Gives up the lockf lock on a file, whose position is where it was taken; where that fails, every lock of
+// this process on the file. Records nothing.
+void ZEBU_Unlock(int iFd);
+void ZEBU_DropLocks(int iFd);
+
+// Writes all bytes. Fails with 4, with ENOSPC when a write was short.
+int ZEBU_WriteAll(int iFd, const char* pBytes, size_t uLength);
+
+// Copies at most `ulLimit` bytes from one descriptor to another in blocks of 1024. A read that fails ends
+// the copy like the end of the file. Fails with 4.
+int ZEBU_CopyFile(int iFrom, int iTo, unsigned long ulLimit);
+
+// Reads at most `uRoom` bytes, again when interrupted. As read(2).
+long ZEBU_Read(int iFd, char* pBytes, size_t uRoom);
+
+// Gives the first bytes of a file their blocks, so that no store into a mapping meets a full disk. Returns 0,
+// 1 when the file system cannot reserve, or -1 and fails with 4 when it has no room.
+int ZEBU_ReserveBlocks(int iFd, long lLength);
+
+#endif
