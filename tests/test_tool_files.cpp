@@ -59,6 +59,25 @@ TEST_F(ToolFiles, StatWarns)
     }
 }
 
+// Of a damaged record stat tells what the next writer makes of the files.
+TEST_F(ToolFiles, StatFindsTheEndOfTheDataAsTheLibraryDoes)
+{
+    const std::pair<std::string, unsigned> cases[] = {{plainLines(1, 2), 158},
+                                                      {std::string(1, '\0') + plainLines(1, 2), 0},
+                                                      {"a\r\n\x1A" + plainLines(1, 2), 3}};
+    for (const auto& [live, offset] : cases) {
+        writeRing({live}, 1);
+        writeRecord(0, 0, 1);
+        EXPECT_EQ(stat(prefix())["write_offset"], offset);
+        ASSERT_EQ(inChild([&] {
+                      const tagZEBU_LOGFILE_SPEC* spec = ring(4096, 1);
+                      CHECK(ZEBU2_InitializeM(spec, "app", ZEBU2_OPT_NOSTARTLINE | ZEBU2_OPT_NOHEADER) == 0);
+                  }),
+                  0);
+        EXPECT_EQ(stat(prefix())["write_offset"], offset);
+    }
+}
+
 TEST_F(ToolFiles, StatNamesWhoHoldsALockOrTheArea)
 {
     ASSERT_EQ(ZEBU2_Initialize(ring(), "app"), 0);

@@ -180,6 +180,30 @@ TEST_F(Show, ReadsASharedRingOldestFirstAndNothingBehindAMark)
     }
 }
 
+// In a ring of one process there are no marks, elsewhere all 48 bytes make one.
+TEST_F(Show, TakesALoggedTextForNoMark)
+{
+    const std::string like =
+        line(1, "10:00:00.000", "a\r\n\x1A") + line(2, "10:00:01.000", "\r\n\x1A\r\n\r\nb");
+    const std::string whole = like + mark() + "\r\n" + plainLines(3, 3);
+    const auto raw = [](const std::string& source, const std::string& input = "") {
+        const ToolResult result = zebu2({"show", "-o", "raw", "--until", "now", source}, input);
+        EXPECT_EQ(splitLines(result.err + "\r\n").size(), 1u);
+        return result.out + (result.err.find("that look like") == std::string::npos ? "" : "<said>");
+    };
+    writeShared(1, like, whole);
+    writeShared(2, plainLines(3, 4));
+    writeRecord(2, static_cast<unsigned>(plainLines(3, 4).size()), 2);
+    EXPECT_EQ(raw("app"), like + plainLines(3, 4) + "<said>");
+    EXPECT_EQ(raw("app1.log"), like + "<said>");
+    EXPECT_EQ(raw("-", like), like + "<said>");
+    EXPECT_EQ(shell("(head -c 170 app1.log; sleep 0.1; tail -c +171 app1.log) | " ZEBU2_TOOL
+                    " show -o raw - 2> /dev/null"),
+              like);
+    writeFile("one1.log", whole);
+    EXPECT_EQ(raw("one"), whole);
+}
+
 TEST_F(Show, ReadsWhatTheLibraryWrote)
 {
     for (const int option : {-1, 0, ZEBU2_OPT_NOFILL, ZEBU2_OPT_NOFILL | ZEBU2_OPT_CURRENT_ONLY}) {

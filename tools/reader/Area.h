@@ -6,9 +6,12 @@
 #ifndef ZEBU_TOOLS_READER_AREA_H
 #define ZEBU_TOOLS_READER_AREA_H
 
+#include <algorithm>
 #include <stdint.h>
 #include <string>
 
+#include "frame/Fd.h"
+#include "mmap/AreaHeader.h"
 #include "tools/reader/Source.h"
 
 struct ZEBUAreaOffsets
@@ -24,7 +27,10 @@ struct ZEBUAreaOffsets
     }
     // Bytes that wait for the consumer, and the longest line that would still be stored.
     uint64_t unread() const { return distance(uRead, uWrite); }
-    uint64_t room() const { return unread() >= uDataSize ? 0 : uDataSize - unread() - 1; }
+    uint64_t room() const
+    {
+        return std::max<uint64_t>(tagZEBU_AREA_RING{uDataSize, uRead, uWrite}.free(), 1) - 1;
+    }
 };
 
 class ZEBUArea
@@ -59,11 +65,9 @@ public:
     bool isReplaced() const;
 
 private:
-    uint32_t loadField(size_t uOffset) const;
-
     std::string m_strPath;
-    int m_iFd = -1;
-    char* m_pMap = nullptr;
+    ZEBUFd m_fd;
+    tagZEBU_AREA_HEADER* m_pHeader = nullptr;
     size_t m_uLength = 0;
 };
 

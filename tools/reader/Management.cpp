@@ -2,25 +2,11 @@
 
 #include <errno.h>
 #include <fcntl.h>
-#include <stdint.h>
-#include <string.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
+#include "multilog/EndOfData.h"
 #include "tools/reader/TraceFile.h"
-
-namespace {
-constexpr size_t cs_uRecordSize = 32;
-constexpr size_t cs_uPositionOffset = 16; // write offset in the low half, current file in the high one
-constexpr unsigned cs_uFileSizeMin = 4096;
-constexpr unsigned cs_uFileSizeMax = 16777216;
-
-bool fs_isFileSize(unsigned uSize)
-{
-    return uSize >= cs_uFileSizeMin && uSize <= cs_uFileSizeMax;
-}
-} // namespace
 
 std::string ZEBU_RingFileName(const std::string& strPrefix, unsigned uNumber)
 {
@@ -64,80 +50,60 @@ int ZEBUManagement::open(const std::string& strPrefix)
 {
     close();
     m_strName = ZEBU_ManagementFileName(strPrefix);
-    m_iFd = ::open(m_strName.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-    if (m_iFd == -1)
-        return errno;
     struct stat info;
-    if (fstat(m_iFd, &info) != 0)
+    *m_fd.out() = ZEBU_OpenRegular(m_strName, O_RDONLY, &info);
+    if (fd() == -1)
         return errno;
-    if (!S_ISREG(info.st_mode))
-        return EINVAL;
-    if (info.st_size < static_cast<off_t>(cs_uRecordSize))
+    if (info.st_size < static_cast<off_t>(sizeof *m_pMap))
         return 0;
-    void* pMap = mmap(nullptr, cs_uRecordSize, PROT_READ, MAP_SHARED, m_iFd, 0);
+    void* pMap = mmap(nullptr, sizeof *m_pMap, PROT_READ, MAP_SHARED, fd(), 0);
     if (pMap == MAP_FAILED)
         return errno;
-    m_pMap = static_cast<const char*>(pMap);
+    m_pMap = static_cast<const tagZEBU_MANAGEMENT_DATA*>(pMap);
     return 0;
 }
 
 void ZEBUManagement::close()
 {
     if (m_pMap)
-        (void)munmap(const_cast<char*>(m_pMap), cs_uRecordSize);
-    if (m_iFd != -1)
-        (void)::close(m_iFd);
+        (void)munmap(const_cast<tagZEBU_MANAGEMENT_DATA*>(m_pMap), sizeof *m_pMap);
     m_pMap = nullptr;
-    m_iFd = -1;
+    const ZEBUFd fd(m_fd.release());
 }
 
 bool ZEBUManagement::load(ZEBURingRecord* pRecord) const
 {
+    tagZEBU_MANAGEMENT_DATA rec;
     if (!m_pMap)
         return false;
-    const auto* pWords = reinterpret_cast<const uint32_t*>(m_pMap);
-    pRecord->uFileSize = __atomic_load_n(pWords + 2, __ATOMIC_RELAXED);
-    pRecord->uFileNum = __atomic_load_n(pWords + 3, __ATOMIC_RELAXED);
-    pRecord->uMode = __atomic_load_n(pWords + 6, __ATOMIC_RELAXED);
-    pRecord->position = loadPosition();
-    return memcmp(m_pMap, "ZEBU", 4) == 0 && fs_isFileSize(pRecord->uFileSize) && pRecord->uFileNum >= 1 &&
-           pRecord->uFileNum <= ZEBU_RING_FILES_MAX && pRecord->position.uFile >= 1 &&
-           pRecord->position.uFile <= pRecord->uFileNum;
+    const bool bValid = ZEBU_ReadAndCheckManagementFile(m_pMap, &rec) == 0;
+    *pRecord = {rec.fileSize, rec.fileNum, rec.mode, {rec.currentFile, rec.writeOffset}};
+    return bValid;
 }
 
 ZEBUPosition ZEBUManagement::loadPosition() const
 {
+    tagZEBU_MANAGEMENT_DATA rec;
     if (!m_pMap)
         return {};
-    const auto* pWord = reinterpret_cast<const uint64_t*>(m_pMap + cs_uPositionOffset);
-    const uint64_t uWord = __atomic_load_n(pWord, __ATOMIC_ACQUIRE);
-    return {.uFile = static_cast<unsigned>(uWord >> 32), .uOffset = static_cast<unsigned>(uWord)};
-}
-
-bool ZEBUManagement::isReplaced() const
-{
-    struct stat opened;
-    struct stat named;
-    if (stat(m_strName.c_str(), &named) != 0)
-        return false;
-    return m_iFd == -1 || fstat(m_iFd, &opened) != 0 || opened.st_ino != named.st_ino ||
-           opened.st_dev != named.st_dev;
+    ZEBU_LoadPosition(m_pMap, &rec);
+    return {rec.currentFile, rec.writeOffset};
 }
 
 void ZEBU_DeriveRecord(const std::string& strPrefix, ZEBURingRecord* pRecord)
 {
     const std::vector<unsigned> numbers = ZEBU_ExistingTraceFiles(strPrefix);
-    if (pRecord->uFileNum < 1 || pRecord->uFileNum > ZEBU_RING_FILES_MAX)
+    if (!ZEBU_IsSharedFileCount(pRecord->uFileNum))
         pRecord->uFileNum = numbers.empty() ? 1 : numbers.back();
     pRecord->position = {.uFile = 1, .uOffset = 0};
     const unsigned uNewest = ZEBU_NewestRingFile(strPrefix, pRecord->uFileNum);
     if (uNewest == 0)
         return;
-    const std::string strName = ZEBU_RingFileName(strPrefix, uNewest);
     struct stat info;
-    if (!fs_isFileSize(pRecord->uFileSize) && stat(strName.c_str(), &info) == 0)
+    const ZEBUFd fd(ZEBU_OpenRegular(ZEBU_RingFileName(strPrefix, uNewest), O_RDONLY, &info));
+    if (!ZEBU_IsSharedFileSize(pRecord->uFileSize) && fd.get() != -1)
         pRecord->uFileSize = static_cast<unsigned>(info.st_size);
-    const long lEnd = ZEBU_FindEndOfData(strName);
+    const long lEnd = fd.get() == -1 ? -1 : ZEBU_SearchEndOfData(fd.get());
     if (lEnd >= 0 && lEnd < static_cast<long>(pRecord->uFileSize))
         pRecord->position = {.uFile = uNewest, .uOffset = static_cast<unsigned>(lEnd)};
     else

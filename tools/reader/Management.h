@@ -8,7 +8,10 @@
 #include <string>
 #include <vector>
 
-constexpr unsigned ZEBU_RING_FILES_MAX = 64;
+#include "multilog/Record.h"
+#include "tools/reader/TraceFile.h"
+
+constexpr unsigned ZEBU_RING_FILES_MAX = ZEBU2_FILE_COUNT_MAX_SHARED;
 
 // File `uNumber` of the ring, and the management file of a shared one.
 std::string ZEBU_RingFileName(const std::string& strPrefix, unsigned uNumber);
@@ -50,7 +53,7 @@ public:
     // its record is then invalid.
     int open(const std::string& strPrefix);
     void close();
-    int fd() const { return m_iFd; }
+    int fd() const { return m_fd.get(); }
 
     // Loads the record; false when it is not valid.
     bool load(ZEBURingRecord* pRecord) const;
@@ -59,11 +62,11 @@ public:
     ZEBUPosition loadPosition() const;
 
     // Whether the name stands for another file by now; also when none is open.
-    bool isReplaced() const;
+    bool isReplaced() const { return ZEBU_IsReplaced(fd(), m_strName); }
 
 private:
-    int m_iFd = -1;
-    const char* m_pMap = nullptr;
+    ZEBUFd m_fd;
+    const tagZEBU_MANAGEMENT_DATA* m_pMap = nullptr;
     std::string m_strName;
 };
 

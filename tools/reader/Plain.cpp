@@ -1,10 +1,12 @@
 // tools/reader/Plain.cpp -- a file that is no ring: a backup, one trace file, or the standard input.
+#include <algorithm>
 #include <errno.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 #include "tools/reader/Management.h"
 #include "tools/reader/Source.h"
@@ -21,12 +23,15 @@ public:
 
 private:
     ZEBURead readStream(char* pBuffer, size_t uSize, size_t* puRead);
+    void warnOfLikeness();
 
     const bool m_bFollow;
     std::string m_strName;
     ZEBUTraceFile m_file;
+    bool m_bWarned = false;
     bool m_bStream = false; // cannot be read at an offset
     bool m_bMark = false;   // its end-of-data mark was read
+    std::string m_strHeld;  // of a stream: what may be the beginning of one
 };
 
 int ZEBUPlain::open(const std::string& strPath)
@@ -45,20 +50,31 @@ int ZEBUPlain::open(const std::string& strPath)
 ZEBURead ZEBUPlain::readStream(char* pBuffer, size_t uSize, size_t* puRead)
 {
     pollfd wait = {.fd = m_file.fd(), .events = POLLIN, .revents = 0};
-    ssize_t iRead;
-    do {
+    for (;;) {
         if (m_bFollow && poll(&wait, 1, 0) == 0)
             return ZEBURead::Idle;
-        iRead = ::read(m_file.fd(), pBuffer, uSize);
-    } while ((iRead < 0 && errno == EINTR) || (iRead > 0 && m_bMark));
-    if (iRead < 0)
-        fail(m_strName + " cannot be read to its end: " + strerror(errno));
-    if (iRead <= 0)
-        return ZEBURead::End;
-    *puRead = m_file.liveBytes({pBuffer, static_cast<size_t>(iRead)});
-    m_bMark = *puRead < static_cast<size_t>(iRead);
-    m_file.consume({pBuffer, *puRead});
-    return m_bMark && *puRead == 0 ? ZEBURead::FileEnd : ZEBURead::Bytes;
+        const size_t uHeld = m_strHeld.copy(pBuffer, m_strHeld.size());
+        const ssize_t iRead = ::read(m_file.fd(), pBuffer + uHeld, uSize - uHeld);
+        if ((iRead < 0 && errno == EINTR) || (iRead > 0 && m_bMark))
+            continue;
+        if (iRead < 0)
+            fail(m_strName + " cannot be read to its end: " + strerror(errno));
+        const std::string_view svBlock(pBuffer, uHeld + static_cast<size_t>(std::max<ssize_t>(iRead, 0)));
+        if (svBlock.empty() || m_bMark)
+            return ZEBURead::End;
+        *puRead = m_file.liveBytes(svBlock, iRead <= 0, &m_bMark);
+        m_strHeld = m_bMark ? "" : svBlock.substr(*puRead);
+        m_file.consume(svBlock.substr(0, *puRead));
+        warnOfLikeness();
+        if (*puRead > 0 || m_bMark)
+            return *puRead > 0 ? ZEBURead::Bytes : ZEBURead::FileEnd;
+    }
+}
+
+void ZEBUPlain::warnOfLikeness()
+{
+    if (m_file.sawLikeness() && !std::exchange(m_bWarned, true))
+        warn(m_strName + ZEBU_LIKENESS_TEXT);
 }
 
 ZEBURead ZEBUPlain::read(char* pBuffer, size_t uSize, size_t* puRead)
@@ -80,6 +96,7 @@ ZEBURead ZEBUPlain::read(char* pBuffer, size_t uSize, size_t* puRead)
         return m_bFollow ? ZEBURead::Idle : ZEBURead::End;
     *puRead = static_cast<size_t>(lRead);
     m_file.consume({pBuffer, *puRead});
+    warnOfLikeness();
     return ZEBURead::Bytes;
 }
 } // namespace

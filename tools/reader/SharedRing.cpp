@@ -9,7 +9,6 @@
 #include <sched.h>
 #include <stdint.h>
 #include <string.h>
-#include <time.h>
 #include <utility>
 
 #include "tools/reader/Management.h"
@@ -17,15 +16,9 @@
 #include "tools/reader/TraceFile.h"
 
 namespace {
-constexpr int cs_iLooks = 16;       // at an offset that is not accepted, one after another
-constexpr int cs_iPauses = 50;      // between such series, before a reader that does not follow gives up
-constexpr long cs_lPause = 2000000; // nanoseconds
-
-void fs_pause()
-{
-    const timespec time = {.tv_sec = 0, .tv_nsec = cs_lPause};
-    (void)nanosleep(&time, nullptr);
-}
+constexpr int cs_iLooks = 16;  // at an offset that is not accepted, one after another
+constexpr int cs_iPauses = 50; // between such series, before a reader that does not follow gives up
+constexpr int cs_iPause = 2;   // milliseconds
 
 class ZEBUSharedRing final : public ZEBUSource
 {
@@ -62,6 +55,7 @@ private:
     bool m_bMissed = false;     // it cannot be opened: said once
     bool m_bDistrust = false;   // its offset was never accepted: read it up to its mark,
     size_t m_uLimit = SIZE_MAX; // or up to here
+    bool m_bLikeness = false;   // of a text with a mark: said once
     bool m_bAtZero = false;     // the record stands at its beginning, and it has not changed yet
     int m_iWaits = 0;           // for the first line of a file that the ring came round to
     std::unique_ptr<ZEBUTraceFile> m_pFile = std::make_unique<ZEBUTraceFile>();
@@ -169,6 +163,8 @@ ZEBURead ZEBUSharedRing::readOld(char* pBuffer, size_t uSize, size_t* puRead)
     const size_t uLimit = m_bDistrust ? m_uLimit : bLast ? m_end.uOffset : SIZE_MAX;
     uSize = std::min(uSize, std::max(uLimit, m_pFile->offset()) - m_pFile->offset());
     const long lRead = uSize == 0 ? 0 : m_pFile->readLive(pBuffer, uSize);
+    if (m_pFile->sawLikeness() && !std::exchange(m_bLikeness, true))
+        warn(m_pFile->path() + ZEBU_LIKENESS_TEXT);
     if (lRead < 0)
         fail(m_pFile->path() + " cannot be read to its end: " + strerror(errno));
     return lRead > 0 ? take(pBuffer, lRead, puRead) : nextFile();
@@ -183,7 +179,7 @@ std::optional<ZEBURead> ZEBUSharedRing::readCurrent(char* pBuffer, size_t uSize,
     const bool bCameRound = claim.uFile == m_end.uFile && m_end.uOffset > 0;
     if (!m_bFollow && claim.uOffset == 0 && (bCameRound || m_pFile->offset() > 0) &&
         m_iWaits++ < cs_iPauses) {
-        fs_pause();
+        ZEBU_Sleep(cs_iPause);
         return {};
     }
     if (claim.uOffset < m_pFile->offset())
@@ -245,7 +241,7 @@ std::optional<ZEBURead> ZEBUSharedRing::notAccepted()
     if (m_bFollow)
         return ZEBURead::Idle;
     for (int i = 0; i < cs_iPauses; ++i) {
-        fs_pause();
+        ZEBU_Sleep(cs_iPause);
         const ZEBUPosition claim = m_record.position;
         refresh();
         if (m_record.position != claim || m_pFile->hasMarkAt(claim.uOffset))

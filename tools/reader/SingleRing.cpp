@@ -7,7 +7,6 @@
 #include <iterator>
 #include <string.h>
 #include <sys/stat.h>
-#include <time.h>
 #include <utility>
 
 #include "tools/reader/Line.h"
@@ -16,9 +15,9 @@
 #include "tools/reader/TraceFile.h"
 
 namespace {
-constexpr int cs_iLooks = 16;       // until the files' times go together
-constexpr int cs_iWaits = 25;       // for the rest of a line
-constexpr long cs_lPause = 2000000; // nanoseconds of each
+constexpr int cs_iLooks = 16; // until the files' times go together
+constexpr int cs_iWaits = 25; // for the rest of a line
+constexpr int cs_iPause = 2;  // milliseconds of each
 
 // What shows that a file was written to. Neither its size nor its time need change when a fast ring comes to
 // it again, but its first line does.
@@ -82,6 +81,7 @@ private:
     Stamp m_left[ZEBU_RING_FILES_MAX + 1];      // of each file when it was left, or at the start
     bool m_bRead[ZEBU_RING_FILES_MAX + 1] = {}; // it was read as it is
     unsigned m_uNewest = 0;                     // at the start
+    bool m_bMarked = false;                     // an end-of-data mark was seen: said once
     bool m_bCaughtUp = false;                   // that one is reached
     bool m_bIsNewest = false;                   // it is the present one, for the first time
     int m_iWaits = 0;                           // for the rest of a line
@@ -215,7 +215,7 @@ ZEBURead ZEBUSingleRing::readPresent(char* pBuffer, size_t uSize, size_t* puRead
     if (m_pFile->offset() == 0)
         uSize = std::min(uSize, ZEBU_BEGINNING_MAX);
     do {
-        const long lRead = m_pFile->readLive(pBuffer, uSize);
+        const long lRead = m_pFile->readAt(m_pFile->offset(), pBuffer, uSize);
         if (isReused())
             return lost();
         if (lRead < 0)
@@ -225,6 +225,12 @@ ZEBURead ZEBUSingleRing::readPresent(char* pBuffer, size_t uSize, size_t* puRead
         const bool bAtEnd = lRead < static_cast<long>(uSize);
         *puRead = bAtEnd ? wholeLines(pBuffer, static_cast<size_t>(lRead)) : uSize;
     } while (*puRead == 0);
+    bool bMark;
+    (void)m_pFile->liveBytes({pBuffer, *puRead}, true, &bMark);
+    if (bMark && !std::exchange(m_bMarked, true))
+        warn(m_pFile->path() +
+             " holds an end-of-data mark, as files of a shared ring do, but the ring has no "
+             "management file: what stands behind the mark is shown too");
     m_pFile->consume({pBuffer, *puRead});
     if (!m_pFile->isUnchanged()) {
         *puRead = 0;
@@ -257,9 +263,8 @@ size_t ZEBUSingleRing::wholeLines(const char* pBuffer, size_t uRead)
     if (m_bFollow || !m_bCaughtUp || pBuffer[uRead - 1] == '\n')
         return uRead;
     const size_t uWhole = std::string_view(pBuffer, uRead).rfind('\n') + 1;
-    const timespec pause = {.tv_sec = 0, .tv_nsec = cs_lPause};
     if (uWhole == 0 && m_iWaits++ < cs_iWaits)
-        (void)nanosleep(&pause, nullptr);
+        ZEBU_Sleep(cs_iPause);
     return uWhole > 0 || m_iWaits <= cs_iWaits ? uWhole : uRead;
 }
 

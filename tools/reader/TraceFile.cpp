@@ -3,53 +3,63 @@
 #include <algorithm>
 #include <errno.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <unistd.h>
 #include <vector>
 
+#include "multilog/EndOfData.h"
+
 static constexpr size_t cs_uScanBlock = size_t{256} * 1024;
+
+int ZEBU_OpenRegular(const std::string& strPath, int iFlags, struct stat* pInfo, bool bAnyKind)
+{
+    ZEBUFd fd(open(strPath.c_str(), iFlags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    if (fd.get() == -1 || fstat(fd.get(), pInfo) != 0)
+        return -1;
+    if (S_ISREG(pInfo->st_mode) ||
+        (bAnyKind && !S_ISDIR(pInfo->st_mode) && fcntl(fd.get(), F_SETFL, iFlags) == 0))
+        return fd.release();
+    errno = S_ISDIR(pInfo->st_mode) ? EISDIR : EINVAL;
+    return -1;
+}
+
+bool ZEBU_IsSameFile(const struct stat& a, const struct stat& b)
+{
+    return a.st_ino == b.st_ino && a.st_dev == b.st_dev;
+}
+
+bool ZEBU_IsReplaced(int iFd, const std::string& strPath)
+{
+    struct stat opened;
+    struct stat named;
+    if (stat(strPath.c_str(), &named) != 0)
+        return false;
+    return iFd == -1 || fstat(iFd, &opened) != 0 || !ZEBU_IsSameFile(opened, named);
+}
+
+void ZEBU_Sleep(int iMilliseconds)
+{
+    (void)poll(nullptr, 0, iMilliseconds);
+}
 
 int ZEBUTraceFile::open(const std::string& strPath, bool bAnyKind)
 {
-    close();
-    m_strPath = strPath;
-    m_iFd = ::open(strPath.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-    if (m_iFd == -1)
-        return errno;
     struct stat info;
-    if (fstat(m_iFd, &info) != 0)
-        return errno;
-    if (S_ISREG(info.st_mode))
-        return 0;
-    if (bAnyKind && !S_ISDIR(info.st_mode) && fcntl(m_iFd, F_SETFL, O_RDONLY) == 0)
-        return 0;
-    close();
-    return S_ISDIR(info.st_mode) ? EISDIR : EINVAL;
+    return adopt(ZEBU_OpenRegular(strPath, O_RDONLY, &info, bAnyKind), strPath);
 }
 
 int ZEBUTraceFile::adopt(int iFd, const std::string& strName)
 {
     close();
     m_strPath = strName;
-    m_iFd = iFd;
+    *m_fd.out() = iFd;
     return iFd == -1 ? errno : 0;
 }
 
 void ZEBUTraceFile::close()
 {
-    if (m_iFd != -1)
-        (void)::close(m_iFd);
-    m_iFd = -1;
+    const ZEBUFd fd(m_fd.release());
     rewind(0);
-}
-
-bool ZEBUTraceFile::isReplaced() const
-{
-    struct stat opened;
-    struct stat named;
-    if (stat(m_strPath.c_str(), &named) != 0)
-        return false;
-    return m_iFd == -1 || fstat(m_iFd, &opened) != 0 || opened.st_ino != named.st_ino ||
-           opened.st_dev != named.st_dev;
 }
 
 long ZEBUTraceFile::readAt(size_t uOffset, char* pBuffer, size_t uSize) const
@@ -57,7 +67,7 @@ long ZEBUTraceFile::readAt(size_t uOffset, char* pBuffer, size_t uSize) const
     size_t uDone = 0;
     while (uDone < uSize) {
         const off_t iAt = static_cast<off_t>(uOffset + uDone);
-        const ssize_t iRead = pread(m_iFd, pBuffer + uDone, uSize - uDone, iAt);
+        const ssize_t iRead = pread(fd(), pBuffer + uDone, uSize - uDone, iAt);
         if (iRead == 0)
             break;
         if (iRead > 0)
@@ -68,22 +78,32 @@ long ZEBUTraceFile::readAt(size_t uOffset, char* pBuffer, size_t uSize) const
     return static_cast<long>(uDone);
 }
 
-long ZEBUTraceFile::readLive(char* pBuffer, size_t uSize) const
+long ZEBUTraceFile::readLive(char* pBuffer, size_t uSize)
 {
     const long lRead = readAt(m_uOffset, pBuffer, uSize);
     if (lRead <= 0)
         return lRead;
-    return static_cast<long>(liveBytes({pBuffer, static_cast<size_t>(lRead)}));
+    const auto uRead = static_cast<size_t>(lRead);
+    bool bMark;
+    const size_t uLive = liveBytes({pBuffer, uRead}, uRead < uSize, &bMark);
+    return uLive > 0 || bMark ? static_cast<long>(uLive) : lRead; // a block too small for a mark holds none
 }
 
-size_t ZEBUTraceFile::liveBytes(std::string_view svBlock) const
+size_t ZEBUTraceFile::liveBytes(std::string_view svBlock, bool bEnd, bool* pbMark)
 {
     const auto before = [&](size_t u, size_t uBack) {
         return u >= uBack ? svBlock[u - uBack] : m_strLast[2 - (uBack - u)];
     };
-    for (size_t u = svBlock.find(ZEBU_MARK); u != svBlock.npos; u = svBlock.find(ZEBU_MARK, u + 1))
-        if (before(u, 2) == '\r' && before(u, 1) == '\n')
+    *pbMark = false;
+    for (size_t u = svBlock.find(ZEBU_EOD_BYTE); u != svBlock.npos; u = svBlock.find(ZEBU_EOD_BYTE, u + 1)) {
+        if (before(u, 2) != '\r' || before(u, 1) != '\n')
+            continue;
+        const std::string_view svText = svBlock.substr(u + 1, ZEBU_EOD_LENGTH);
+        *pbMark = svText == ZEBU_EOD_TEXT;
+        if (*pbMark || (!bEnd && std::string_view(ZEBU_EOD_TEXT).starts_with(svText)))
             return u;
+        m_bLikeness = true;
+    }
     return svBlock.size();
 }
 
@@ -97,7 +117,7 @@ bool ZEBUTraceFile::isLineStart(size_t uOffset) const
 bool ZEBUTraceFile::hasMarkAt(size_t uOffset) const
 {
     char cMark;
-    return isLineStart(uOffset) && readAt(uOffset, &cMark, 1) == 1 && cMark == ZEBU_MARK;
+    return isLineStart(uOffset) && readAt(uOffset, &cMark, 1) == 1 && cMark == ZEBU_EOD_BYTE;
 }
 
 void ZEBUTraceFile::consume(std::string_view svBytes)
@@ -123,14 +143,15 @@ bool ZEBUTraceFile::beginsWith(std::string_view svText) const
     return lRead >= 0 && std::string_view(szNow, static_cast<size_t>(lRead)) == svText;
 }
 
-long ZEBU_FindEndOfData(const std::string& strPath)
+bool ZEBU_HasMark(const std::string& strPath)
 {
     ZEBUTraceFile file;
-    if (file.open(strPath) != 0)
-        return -1;
     std::vector<char> block(cs_uScanBlock);
+    if (file.open(strPath) != 0)
+        return false;
     long lRead;
     while ((lRead = file.readLive(block.data(), block.size())) > 0)
         file.consume({block.data(), static_cast<size_t>(lRead)});
-    return lRead < 0 ? -1 : static_cast<long>(file.offset());
+    struct stat info;
+    return lRead == 0 && fstat(file.fd(), &info) == 0 && static_cast<off_t>(file.offset()) < info.st_size;
 }

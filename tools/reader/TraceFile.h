@@ -6,8 +6,23 @@
 #include <string_view>
 #include <sys/stat.h>
 
-// The first byte of an end-of-data mark. It is one only at the start of a line: at offset 0 or behind CR LF.
-constexpr char ZEBU_MARK = 0x1A;
+#include "frame/Fd.h"
+
+// Opens a regular file without waiting for anything; with `bAnyKind` pipes and devices too. Returns the
+// descriptor and what fstat says of it, or -1 with errno, EISDIR and EINVAL for what is of another kind.
+int ZEBU_OpenRegular(const std::string& strPath, int iFlags, struct stat* pInfo, bool bAnyKind = false);
+
+// Whether two looks were at the same file, and whether a name stands for another file that exists than an
+// open one (-1: none is).
+bool ZEBU_IsSameFile(const struct stat& a, const struct stat& b);
+bool ZEBU_IsReplaced(int iFd, const std::string& strPath);
+
+// One way to wait for what another process is about to do.
+void ZEBU_Sleep(int iMilliseconds);
+
+// What is said of a file where bytes look like an end-of-data mark.
+constexpr char ZEBU_LIKENESS_TEXT[] =
+    " holds bytes that look like an end-of-data mark and are none: a logged text";
 
 // So much of a file's beginning is compared: a file header and the lines behind it, whose counters and times
 // are not those of another cycle.
@@ -18,35 +33,36 @@ constexpr size_t ZEBU_BEGINNING_MAX = 512;
 class ZEBUTraceFile
 {
 public:
-    ZEBUTraceFile() = default;
-    ~ZEBUTraceFile() { close(); }
-    ZEBUTraceFile(const ZEBUTraceFile&) = delete;
-    ZEBUTraceFile& operator=(const ZEBUTraceFile&) = delete;
-
     // Opens a file for reading from its beginning, without waiting for anything. Returns 0 or the errno.
     // Only ordinary files are taken, unless `bAnyKind`: then pipes and devices too.
     int open(const std::string& strPath, bool bAnyKind = false);
     // Takes a descriptor, which may be -1, under a name.
     int adopt(int iFd, const std::string& strName);
     void close();
-    bool isOpen() const { return m_iFd != -1; }
-    int fd() const { return m_iFd; }
+    bool isOpen() const { return m_fd.get() != -1; }
+    int fd() const { return m_fd.get(); }
     const std::string& path() const { return m_strPath; }
     size_t offset() const { return m_uOffset; }
 
     // Whether its name stands for another file that exists; also when no file is open.
-    bool isReplaced() const;
+    bool isReplaced() const { return ZEBU_IsReplaced(fd(), m_strPath); }
 
     // Reads at an offset, fewer bytes than asked for only at the end of the file. -1 with errno.
     long readAt(size_t uOffset, char* pBuffer, size_t uSize) const;
 
-    // Reads at offset() at most up to the end-of-data mark: 0 there and at the end of the file, or -1.
-    long readLive(char* pBuffer, size_t uSize) const;
+    // Reads at offset() at most up to the end-of-data mark: 0 there and at the end of the file, or -1. The
+    // mark counts when all of it stands there, at the start of a line: a text may hold its first byte.
+    long readLive(char* pBuffer, size_t uSize);
 
-    // How many bytes of a block that begins at offset() stand before the end-of-data mark.
-    size_t liveBytes(std::string_view svBlock) const;
+    // How many bytes of a block that begins at offset() are known to stand before an end-of-data mark; the
+    // rest begins with the mark, or may, unless `bEnd`: nothing follows the block.
+    size_t liveBytes(std::string_view svBlock, bool bEnd, bool* pbMark);
 
-    // Whether a line starts at an offset, and whether an end-of-data mark does.
+    // Whether bytes were passed that begin like a mark and are none.
+    bool sawLikeness() const { return m_bLikeness; }
+
+    // Whether a line starts at an offset, and whether an end-of-data mark may: what counts is its first byte,
+    // since a writer that puts a line over the mark stores that one last.
     bool isLineStart(size_t uOffset) const;
     bool hasMarkAt(size_t uOffset) const;
 
@@ -61,14 +77,15 @@ public:
     bool isUnchanged() const { return beginsWith(m_strBeginning); }
 
 private:
-    int m_iFd = -1;
+    ZEBUFd m_fd;
     std::string m_strPath;
     size_t m_uOffset = 0;
     std::string m_strBeginning;
     std::string m_strLast; // the two bytes before offset(), CR LF at offset 0
+    bool m_bLikeness = false;
 };
 
-// The offset of the end-of-data mark, or the size of a file that has none. -1 when it cannot be read.
-long ZEBU_FindEndOfData(const std::string& strPath);
+// Whether a file holds an end-of-data mark, as those of a shared ring do.
+bool ZEBU_HasMark(const std::string& strPath);
 
 #endif
