@@ -6,7 +6,7 @@
 #include <string>
 #include <thread>
 
-#define ZEBU2_NO_FMT // the {} puts: log.format(level, "{} of {}", a, b)
+#define FMT_HEADER_ONLY // nothing to link where fmt is found
 #include "ZEBULib2.hpp"
 
 namespace level = zebu2::level;
@@ -36,6 +36,9 @@ int main(int argc, char** argv)
     log.put(level::info, std::string_view(prefix).substr(0, directory.size()));
     log.put(level::warning, "NET-17", "WARN", "with id and type");
     log.putf(level::debug, "never formatted: %s", directory.c_str());
+#ifdef ZEBU2_HAS_FORMAT
+    log.format(level::info, zebu2::here(), "{} of {}", 3, "four");
+#endif
     if (log.enabled(level::debug))
         log.put(level::debug, "something dear to find out");
 

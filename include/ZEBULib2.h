@@ -113,8 +113,13 @@ extern "C" {
 #define ZEBU_FUNC_INSTANCE_TRACE_BACKUP_M 50
 
 /* Take an error value apart: the function number and the failure number in it. */
+#ifdef __cplusplus
+#define ZEBU2_ERROR_FUNCTION(value) (static_cast<int>(static_cast<unsigned int>(value) >> 24))
+#define ZEBU2_ERROR_FAILURE(value) (static_cast<int>(static_cast<unsigned int>(value) & 0x00FFFFFFu))
+#else
 #define ZEBU2_ERROR_FUNCTION(value) ((int)(((unsigned int)(value)) >> 24))
 #define ZEBU2_ERROR_FAILURE(value) ((int)(((unsigned int)(value)) & 0x00FFFFFFu))
+#endif
 
 /* ---- Levels ----------------------------------------------------------------------------------- */
 

@@ -14,27 +14,40 @@
 #ifndef ZEBULIB2_HPP
 #define ZEBULIB2_HPP
 
+#if __cplusplus < 201703L
+#error "ZEBULib2.hpp needs C++17 (-std=c++17); ZEBULib2_log.h does with less"
+#else
+
 #include <cstdarg>
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 
 #include "ZEBULib2.h"
 
-// The {} puts are there where <format> or the fmt library is; ZEBU2_HAS_FORMAT tells. With fmt a program
-// that uses them links fmt or defines FMT_HEADER_ONLY; ZEBU2_NO_FMT leaves it out.
+// The {} puts are there where <format> or the fmt library (8 or later) is; ZEBU2_HAS_FORMAT tells. With fmt a
+// program that uses them links fmt or defines FMT_HEADER_ONLY; ZEBU2_NO_FMT leaves it out. Both libraries
+// throw, or end the process where exceptions are off, when a value does not fit its format: then they are
+// left out.
 #if __has_include(<version>)
 #include <version>
 #endif
-#if defined(__cpp_lib_format) && __cpp_lib_format >= 202207L
+#ifdef __cpp_lib_source_location
+#include <source_location>
+#endif
+#if !defined(__cpp_exceptions)
+#elif defined(__cpp_lib_format)
 #include <format>
 #define ZEBU2_FORMAT_NAMESPACE std
 #elif !defined(ZEBU2_NO_FMT) && __has_include(<fmt/core.h>)
 #include <fmt/core.h>
+#if FMT_VERSION >= 80000
 #define ZEBU2_FORMAT_NAMESPACE fmt
+#endif
 #endif
 #ifdef ZEBU2_FORMAT_NAMESPACE
 #define ZEBU2_HAS_FORMAT 1
@@ -163,11 +176,13 @@ struct error_info
         error_text result;
         char reason[96] = "";
         const char* name = detail::function_name(function());
+        const char* what = value != 0 && failure() == ZEBU_EPOS_NONE ? "without trace files, as asked for"
+                                                                     : detail::failure_text(failure());
         const char* system =
             code == 0 ? "" : detail::strerror_result(strerror_r(code, reason, sizeof reason), reason);
         (void)std::snprintf(result.buffer, sizeof result.buffer, "%s%s%s%s (%d)%s%s", name ? "ZEBU2_" : "",
-                            name ? name : "", name ? ": " : "", detail::failure_text(failure()), failure(),
-                            code == 0 ? "" : ": ", system);
+                            name ? name : "", name ? ": " : "", what, failure(), code == 0 ? "" : ": ",
+                            system);
         return result;
     }
 };
@@ -189,8 +204,9 @@ public:
 
     int result() const noexcept { return m_result; } // of the C function: -1, 0, 1, 2 or 3
     const error_info& why() const noexcept { return m_why; }
-    explicit operator bool() const noexcept { return m_result >= 0; }          // messages can be put
-    bool complete() const noexcept { return m_result == 0 && !m_why; }         // all that was asked for
+    explicit operator bool() const noexcept { return m_result >= 0; } // messages can be put
+    // All that was asked for: trace files, but for a log with no_ring, and the trace area.
+    bool complete() const noexcept { return (m_result == 0 || m_result == 1) && !m_why; }
     bool has_files() const noexcept { return m_result == 0 || m_result >= 2; } // trace files are open
     bool has_area() const noexcept { return m_result >= 0 && m_result != 2; }  // the trace area is
     bool found_again() const noexcept { return m_why.failure() == ZEBU_EPOS_MISMATCH; } // result 3
@@ -235,12 +251,13 @@ inline constexpr no_ring_t no_ring{};
 
 // ---- Putting messages ----------------------------------------------------------------------------
 
-// A text handed to a put. A char pointer, null too, and a std::string are terminated.
+// A text handed to a put. A char pointer, null too, a std::string and the text of an error are terminated.
 class text
 {
 public:
     constexpr text(const char* terminated) noexcept : m_data(terminated) {}
     text(const std::string& terminated) noexcept : m_data(terminated.c_str()) {}
+    text(const error_text& terminated) noexcept : m_data(terminated.c_str()) {}
     constexpr text(std::string_view view) noexcept : m_data(view.data()), m_size(view.size()), m_view(true) {}
 
     constexpr bool is_terminated() const noexcept { return !m_view; }
@@ -253,10 +270,61 @@ private:
     bool m_view = false;
 };
 
+// The place of a put in the sources: log.put(level, zebu2::here(), "text") puts "file.cpp:12: text".
+class here
+{
+public:
+    explicit constexpr here(const char* file = __builtin_FILE(), unsigned line = __builtin_LINE()) noexcept
+        : m_file(file), m_line(line)
+    {
+    }
+#ifdef __cpp_lib_source_location
+    constexpr here(const std::source_location& place) noexcept : here(place.file_name(), place.line()) {}
+#endif
+    // Without the directories.
+    constexpr const char* file() const noexcept
+    {
+        const char* name = m_file;
+        for (const char* p = m_file; *p != '\0'; ++p)
+            name = *p == '/' ? p + 1 : name;
+        return name;
+    }
+    constexpr unsigned line() const noexcept
+    {
+        return m_line;
+    }
+
+private:
+    const char* m_file;
+    unsigned m_line;
+};
+
 namespace detail {
 
 inline constexpr std::size_t plain_max = ZEBU2_TEXT_MAX;
 inline constexpr std::size_t id_max = ZEBU2_ID_TEXT_MAX;
+
+// Where a text is formatted: behind the place of the put where one is given.
+struct line
+{
+    char buffer[plain_max + 1];
+    std::size_t used = 0;
+
+    line() noexcept = default;
+    explicit line(const here& place) noexcept
+    {
+        const int length = std::snprintf(buffer, sizeof buffer, "%s:%u: ", place.file(), place.line());
+        used = length < 0 ? 0 : static_cast<std::size_t>(length);
+        used = used < plain_max ? used : plain_max;
+    }
+    void append(const char* text, std::size_t size) noexcept
+    {
+        size = size < plain_max - used ? size : plain_max - used;
+        if (size > 0)
+            std::memcpy(buffer + used, text, size);
+        buffer[used + size] = '\0';
+    }
+};
 
 // A terminated text of at most Max bytes: the caller's own, or a copy.
 template <std::size_t Max>
@@ -295,10 +363,11 @@ struct name_buffer
 
 } // namespace detail
 
-// The puts of every kind of log. Log gives enabled(level) and write(level, [id, [type,]] text).
+// The puts of every kind of log. Log gives enabled(level), closed() and write(level, [id, [type,]] text).
 //
 // They return 0 or -1 as the C functions do. A message above the level is done with at once: the puts of
-// terminated texts leave the thread's error as it was, those of views and formats clear it.
+// terminated texts leave the thread's error as it was, those of views and formats clear it. When an argument
+// does not fit its format, the line has the text of the format, and the put fails with ZEBU_EPOS_PARAM.
 template <class Log>
 class puts
 {
@@ -326,16 +395,22 @@ public:
         return log().enabled(level) ? copy(level, id, type, message) : above(level);
     }
 
+    // With the place of the put before the text.
+    int put(int level, here place, text message) const noexcept
+    {
+        return log().enabled(level) ? copy(level, place, message) : above(level);
+    }
+
     [[gnu::format(printf, 3, 4)]] int putf(int level, const char* format, ...) const noexcept
     {
         if (!log().enabled(level))
             return above(level);
-        char line[detail::plain_max + 1];
         std::va_list args;
         va_start(args, format);
-        (void)std::vsnprintf(line, sizeof line, format, args);
+        detail::line line;
+        const int result = print(level, line, format, args);
         va_end(args);
-        return log().write(level, line);
+        return result;
     }
 
     [[gnu::format(printf, 4, 5)]] int putf_id(int level, const char* id, const char* format,
@@ -343,24 +418,37 @@ public:
     {
         if (!log().enabled(level))
             return above(level);
-        char line[detail::id_max + 1];
         std::va_list args;
         va_start(args, format);
-        (void)std::vsnprintf(line, sizeof line, format, args);
+        detail::line line;
+        const int result = print(level, line, format, args, id);
         va_end(args);
-        return log().write(level, id, line);
+        return result;
+    }
+
+    [[gnu::format(printf, 4, 5)]] int putf(int level, here place, const char* format, ...) const noexcept
+    {
+        if (!log().enabled(level))
+            return above(level);
+        std::va_list args;
+        va_start(args, format);
+        detail::line line(place);
+        const int result = print(level, line, format, args);
+        va_end(args);
+        return result;
     }
 
 #ifdef ZEBU2_FORMAT_NAMESPACE
-    // The format is checked while compiling. -1 when the formatting of an argument throws.
+    // The format is checked while compiling, but by fmt before C++20.
     template <class... Args>
     int format(int level, ZEBU2_FORMAT_NAMESPACE::format_string<Args...> format,
                Args&&... args) const noexcept
     {
         if (!log().enabled(level))
             return above(level);
-        char line[detail::plain_max + 1];
-        return fill<Args...>(line, format, std::forward<Args>(args)...) ? log().write(level, line) : -1;
+        detail::line line;
+        const bool fits = fill<Args...>(line, format, std::forward<Args>(args)...);
+        return finish(level, line, fits, view(format));
     }
 
     template <class... Args>
@@ -369,8 +457,20 @@ public:
     {
         if (!log().enabled(level))
             return above(level);
-        char line[detail::id_max + 1];
-        return fill<Args...>(line, format, std::forward<Args>(args)...) ? log().write(level, id, line) : -1;
+        detail::line line;
+        const bool fits = fill<Args...>(line, format, std::forward<Args>(args)...);
+        return finish(level, line, fits, view(format), id);
+    }
+
+    template <class... Args>
+    int format(int level, here place, ZEBU2_FORMAT_NAMESPACE::format_string<Args...> format,
+               Args&&... args) const noexcept
+    {
+        if (!log().enabled(level))
+            return above(level);
+        detail::line line(place);
+        const bool fits = fill<Args...>(line, format, std::forward<Args>(args)...);
+        return finish(level, line, fits, view(format));
     }
 #endif
 
@@ -380,10 +480,11 @@ private:
         return static_cast<const Log&>(*this);
     }
 
-    // A level that no message can have is the library's to refuse; it writes nothing then.
+    // What the library refuses whatever the log level, it is asked to refuse: it writes nothing then.
     int above(int level) const noexcept
     {
-        return level < ZEBU2_LEVEL_MIN || level > ZEBU2_LEVEL_MAX ? log().write(level, "") : 0;
+        return level < ZEBU2_LEVEL_MIN || level > ZEBU2_LEVEL_MAX || log().closed() ? log().write(level, "")
+                                                                                    : 0;
     }
 
     // Not inlined: their copies would lie in the caller's frame.
@@ -401,25 +502,58 @@ private:
         return log().write(level, detail::terminated<16>(id).c_str(), detail::terminated<4>(type).c_str(),
                            detail::terminated<detail::id_max>(message).c_str());
     }
+    [[gnu::noinline]] int copy(int level, here place, text message) const noexcept
+    {
+        if (!message.data())
+            return log().write(level, nullptr); // is refused, but for an empty view
+        detail::line line(place);
+        line.append(message.data(), message.is_terminated() ? std::strlen(message.data()) : message.size());
+        return log().write(level, line.buffer);
+    }
+
+    // Puts a formatted line, with an id where one is given.
+    template <class... Id>
+    int finish(int level, detail::line& line, bool fits, std::string_view format, Id... id) const noexcept
+    {
+        if (!fits)
+            line.append(format.data(), format.size());
+        const int result = log().write(level, id..., line.buffer);
+        return fits || result != 0 ? result
+                                   : log().write(ZEBU2_LEVEL_OFF, ""); // refused: an invalid argument
+    }
+
+    template <class... Id>
+    int print(int level, detail::line& line, const char* format, std::va_list args, Id... id) const noexcept
+    {
+        const int length =
+            std::vsnprintf(line.buffer + line.used, sizeof line.buffer - line.used, format, args);
+        return finish(level, line, length >= 0, format, id...);
+    }
 
 #ifdef ZEBU2_FORMAT_NAMESPACE
-    template <class... Args, std::size_t Size>
-    static bool fill(char (&line)[Size], ZEBU2_FORMAT_NAMESPACE::format_string<Args...> format,
+    template <class Format>
+    static std::string_view view(const Format& format) noexcept
+    {
+#ifndef __cpp_lib_format
+        const fmt::string_view text = format;
+        return {text.data(), text.size()};
+#else
+        return format.get();
+#endif
+    }
+
+    template <class... Args>
+    static bool fill(detail::line& line, ZEBU2_FORMAT_NAMESPACE::format_string<Args...> format,
                      Args&&... args) noexcept
     {
-        char* const begin = line;
-#ifdef __cpp_exceptions
         try {
-            *ZEBU2_FORMAT_NAMESPACE::format_to_n(begin, Size - 1, format, std::forward<Args>(args)...).out =
-                '\0';
+            *ZEBU2_FORMAT_NAMESPACE::format_to_n(line.buffer + line.used, detail::plain_max - line.used,
+                                                 format, std::forward<Args>(args)...)
+                 .out = '\0';
             return true;
         } catch (...) {
             return false;
         }
-#else
-        *ZEBU2_FORMAT_NAMESPACE::format_to_n(begin, Size - 1, format, std::forward<Args>(args)...).out = '\0';
-        return true;
-#endif
     }
 #endif
 };
@@ -430,15 +564,54 @@ inline int put_to_area(std::string_view bytes) noexcept
     return ZEBU2_PutToShm(bytes.data(), bytes.size());
 }
 
+// ---- What is not of one log ----------------------------------------------------------------------
+
+// Copies a line into the trace area alone; may be called in a signal handler. 0, or -1 when nothing was
+// stored.
+inline int put_signal_safe(const char* message) noexcept
+{
+    return ZEBU2_PutMsgSigSafe(message);
+}
+
+// Asterisks for date and time in the lines of the process log that carry no label.
+inline void mask_time(bool on) noexcept
+{
+    (void)ZEBU2_SetTimeStumpMode(on ? 1 : 0);
+}
+inline bool time_is_masked() noexcept
+{
+    return ZEBU2_GetTimeStumpMode() == 1;
+}
+
+// The notice to syslog when a ring of one process leaves a full file.
+inline void set_switch_notice(bool on) noexcept
+{
+    (void)ZEBU2_SetSwapMessageMode(on ? 1 : 0);
+}
+
+// Remove old trace files that match the pattern; 0 or -1.
+inline int clear_older_than(const char* pattern, int seconds) noexcept
+{
+    return ZEBU2_LogFileClear(pattern, ZEBU2_CLEAR_BY_AGE, seconds);
+}
+inline int clear_all_but(const char* pattern, int newest) noexcept
+{
+    return ZEBU2_LogFileClear(pattern, ZEBU2_CLEAR_BY_NUMBER, newest);
+}
+
 // ---- The process log -----------------------------------------------------------------------------
 
 // Puts under another thread text (8 columns) than the thread's own, through the ...AndTid functions. All
-// of them print an id: it is blank where none is given. The time is never masked.
+// of them print an id: it is blank where none is given. The time is never masked. A null label is none: the
+// thread's own text is printed, and the time as mask_time() says.
 class labelled : public puts<labelled>
 {
 public:
-    labelled(text label, text name) noexcept : m_name(name)
+    labelled(text label, text name, bool closed = false) noexcept
+        : m_name(name), m_own(!label.data() && label.is_terminated()), m_closed(closed)
     {
+        if (m_own)
+            return;
         const detail::terminated<8> whole(label);
         std::size_t length = 0;
         while (length < 8 && whole.c_str()[length] != '\0')
@@ -447,19 +620,24 @@ public:
         m_label[length] = '\0';
     }
     static bool enabled(int level) noexcept { return level <= ZEBU2_GetLogLevel(); }
+    bool closed() const noexcept { return m_closed; } // the log was, when this was made
     int write(int level, const char* message) const noexcept { return write(level, nullptr, message); }
     int write(int level, const char* id, const char* message) const noexcept
     {
-        return ZEBU2_PutWithIdAndTidEx(level, m_name.buffer, m_label, id, message);
+        return m_own ? ZEBU2_PutWithIdEx(level, m_name.buffer, id, message)
+                     : ZEBU2_PutWithIdAndTidEx(level, m_name.buffer, m_label, id, message);
     }
     int write(int level, const char* id, const char* type, const char* message) const noexcept
     {
-        return ZEBU2_PutWithMsgTypeAndTid(level, m_name.buffer, m_label, id, type, message);
+        return m_own ? ZEBU2_PutWithMsgType(level, m_name.buffer, id, type, message)
+                     : ZEBU2_PutWithMsgTypeAndTid(level, m_name.buffer, m_label, id, type, message);
     }
 
 private:
     detail::name_buffer m_name;
-    char m_label[9];
+    char m_label[9] = "";
+    bool m_own;
+    bool m_closed;
 };
 
 namespace detail {
@@ -554,6 +732,7 @@ public:
     }
 
     explicit operator bool() const noexcept { return static_cast<bool>(m_state); }
+    bool closed() const noexcept { return !m_state; }
 
     // Whether a message of this level would be processed. Clears the thread's error, as ZEBU2_GetLogLevel
     // does.
@@ -567,7 +746,13 @@ public:
     static int flush() noexcept { return ZEBU2_FileBufferFlush(); }
     static int backup(const char* path, int option = 0) noexcept { return ZEBU2_TraceBackupM(path, option); }
 
-    labelled with_label(text label) const noexcept { return labelled(label, m_name.buffer); }
+    // How long operations on a shared ring wait for other processes: attempts, and milliseconds between two.
+    static int lock_wait_time() noexcept { return ZEBU2_GetLockWaitTime(); }
+    static int set_lock_wait_time(int milliseconds) noexcept { return ZEBU2_SetLockWaitTime(milliseconds); }
+    static int lock_retry_times() noexcept { return ZEBU2_GetLockRetryTimes(); }
+    static int set_lock_retry_times(int times) noexcept { return ZEBU2_SetLockRetryTimes(times); }
+
+    labelled with_label(text label) const noexcept { return labelled(label, m_name.buffer, closed()); }
 
     int write(int level, const char* message) const noexcept { return ZEBU2_PutLine(level, message); }
     int write(int level, const char* id, const char* message) const noexcept
@@ -640,6 +825,7 @@ public:
     }
 
     explicit operator bool() const noexcept { return m_handle != nullptr; }
+    bool closed() const noexcept { return m_handle == nullptr; }
     ZEBU2_HINSTANCE handle() const noexcept { return m_handle; }
 
     // Asks the library, which takes its mutex for it; a put of a terminated text needs no such question.
@@ -654,6 +840,15 @@ public:
     {
         return ZEBU2_InstanceTraceBackupM(m_handle, path, option);
     }
+
+    // As those of the process log; of a closed instance they are what instances made later start with.
+    int lock_wait_time() const noexcept { return ZEBU2_GetInstanceLockWaitTime(m_handle); }
+    int set_lock_wait_time(int milliseconds) noexcept
+    {
+        return ZEBU2_SetInstanceLockWaitTime(m_handle, milliseconds);
+    }
+    int lock_retry_times() const noexcept { return ZEBU2_GetInstanceLockRetryTimes(m_handle); }
+    int set_lock_retry_times(int times) noexcept { return ZEBU2_SetInstanceLockRetryTimes(m_handle, times); }
 
     int write(int level, const char* message) const noexcept
     {
@@ -683,4 +878,5 @@ private:
 
 #undef ZEBU2_FORMAT_NAMESPACE
 
+#endif
 #endif

@@ -17,6 +17,12 @@ protected:
     {
         return zebu2::ring(ring(65536, 3, name)->pszFilePath).files(3);
     }
+    // The last bodies of the first file.
+    Lines tail(size_t count)
+    {
+        const Lines all = bodies(lines(1));
+        return {all.end() - static_cast<long>(count), all.end()};
+    }
 };
 
 } // namespace
@@ -38,11 +44,24 @@ TEST_F(Wrapper, PutsEveryKindOfTextInEveryForm)
     EXPECT_EQ(log.with_label("worker-number-1").put(0, "labelled"), 0);
     EXPECT_EQ(lines(1).back().substr(33, 17), "app              ");
     EXPECT_EQ(lines(1).back().substr(59, 9), "worker-n ");
+    EXPECT_EQ(log.with_label(nullptr).put(0, "own"), 0);
+    EXPECT_EQ(lines(1).back().substr(59, 9), lines(1).front().substr(59, 9));
 #ifdef ZEBU2_HAS_FORMAT
     EXPECT_EQ(log.format(0, "{}/{}", 1, "two") | log.format_id(0, "ID", "{}", long5000), 0);
-    EXPECT_EQ(bodies(lines(1))[10], "1/two");
-    EXPECT_EQ(bodies(lines(1))[11], id + std::string(4095, 'x'));
+    EXPECT_EQ(log.format(0, zebu2::here("some/where.cpp", 7), "{}", "three"), 0);
+    EXPECT_EQ(log.format(0, "{:{}}", 4, -1), -1); // what no compiler sees
+    EXPECT_EQ(zebu2::last_error().failure(), ZEBU_EPOS_PARAM);
+    EXPECT_EQ(tail(4), (Lines{"1/two", id + std::string(4095, 'x'), "where.cpp:7: three", "{:{}}"}));
 #endif
+    const wchar_t notInThisLocale[] = {0x110000, 0};
+    EXPECT_EQ(log.putf_id(0, "ID", "%ls", notInThisLocale), -1);
+    EXPECT_EQ(zebu2::last_error().failure(), ZEBU_EPOS_PARAM);
+    const int line = __LINE__ + 1;
+    EXPECT_EQ(log.put(0, zebu2::here(), long5000) | log.putf(0, zebu2::here(), "%s", "printed"), 0);
+    EXPECT_EQ(log.put(0, zebu2::last_error().text()), 0);
+    const std::string place = "test_wrapper.cpp:" + std::to_string(line) + ": ";
+    EXPECT_EQ(tail(4), (Lines{id + "%ls", place + std::string(4117 - place.size(), 'x'), place + "printed",
+                              "no failure (0)"}));
 }
 
 TEST_F(Wrapper, FormatsNothingAboveTheLevel)
@@ -71,7 +90,9 @@ TEST_F(Wrapper, KeepsPartialSuccessAndItsReason)
     EXPECT_STREQ(zebu2::process_log(files().permissions(0640), "app").state().why().text().c_str(),
                  "no failure (0)");
     EXPECT_EQ(fileMode(traceFile(1)), 0640);
-    EXPECT_EQ(zebu2::process_log(zebu2::no_ring, "app").state().result(), 1);
+    const zebu2::status none = zebu2::process_log(zebu2::no_ring, "app").state();
+    EXPECT_TRUE(none.complete() && none.has_area() && !none.has_files());
+    EXPECT_STREQ(none.why().text().c_str(), "ZEBU2_Initialize: without trace files, as asked for (0)");
 }
 
 TEST_F(Wrapper, AnOwnerClosesOnce)
@@ -81,6 +102,14 @@ TEST_F(Wrapper, AnOwnerClosesOnce)
     zebu2::process_log second(std::move(first));
     EXPECT_EQ(first.close() | second.put(0, "still open") | second.close(), 0);
     EXPECT_EQ(ZEBU2_PutLine(0, "closed"), -1);
+    for (const int level : {0, 1}) { // above the level or not, whatever the kind of text
+        zebu2::instance none;
+        EXPECT_EQ(second.put(level, "closed") & second.put(level, "closed"sv) & second.putf(level, "%d", 1),
+                  -1);
+        EXPECT_EQ(none.put(level, "closed") & none.put(level, "closed"sv) & none.putf(level, "%d", 1), -1);
+        EXPECT_EQ(second.with_label("x").put(level, "closed"sv), -1);
+        EXPECT_EQ(zebu2::last_error().failure(), ZEBU_EPOS_NOTREADY);
+    }
 
     zebu2::instance a(files("a"), "a");
     zebu2::instance b(files("b"), "b");
@@ -105,4 +134,30 @@ TEST_F(Wrapper, AfterForkTheChildHasItsOwnRingAndProcessId)
     EXPECT_EQ(bodies(lines(1)), Lines{"parent"});
     EXPECT_EQ(std::stoi(traceLines(readFile(path("child1.log"))).back().substr(50, 8), nullptr, 16), child);
     EXPECT_EQ(bodies(traceLines(readFile(path("childother1.log")))), Lines{"in"});
+}
+
+TEST_F(Wrapper, ReachesTheSettingsThatAreNotOfOneLog)
+{
+    zebu2::process_log log(files().shared(), "app");
+    zebu2::instance none;
+    EXPECT_EQ(log.set_lock_wait_time(5), 1);
+    EXPECT_EQ(log.set_lock_retry_times(7), 20);
+    EXPECT_EQ(log.lock_wait_time() * 100 + log.lock_retry_times(), 507);
+    EXPECT_EQ(none.set_lock_wait_time(6), 1);
+    EXPECT_EQ(none.set_lock_retry_times(8), 20);
+    zebu2::instance later(files("later").shared(), "later");
+    EXPECT_EQ(later.lock_wait_time() * 100 + later.lock_retry_times(), 608);
+
+    zebu2::mask_time(true);
+    EXPECT_TRUE(zebu2::time_is_masked() && log.put(0, "masked") == 0);
+    zebu2::mask_time(false);
+    EXPECT_EQ(areaLines().back().substr(5, 4), "****");
+    zebu2::set_switch_notice(true);
+    EXPECT_EQ(ZEBU2_SetSwapMessageMode(2), 1U);
+    EXPECT_EQ(zebu2::put_signal_safe("from a handler"), 0);
+    EXPECT_EQ(zebu2::clear_older_than(path("old*.log").c_str(), -1), -1);
+    EXPECT_EQ(zebu2::last_error().function(), ZEBU_FUNC_LOG_FILE_CLEAR);
+    writeFile(path("old1.log"), "x");
+    EXPECT_EQ(zebu2::clear_all_but(path("old*.log").c_str(), 0), 0);
+    EXPECT_FALSE(exists(path("old1.log")));
 }
