@@ -52,7 +52,7 @@ extern "C" {
 #define ZEBU_EPOS_MMAP 7       /* mmap, errno; or the area's path is a symbolic link, EACCES */
 #define ZEBU_EPOS_UNLINK 8     /* removing an old trace file; errno */
 #define ZEBU_EPOS_NOMEM 9      /* out of memory; errno */
-#define ZEBU_EPOS_NOTREADY 11  /* not initialised, nothing open, or not a live instance */
+#define ZEBU_EPOS_NOTREADY 11  /* not initialised or already so, nothing open, or no live instance */
 #define ZEBU_EPOS_FLUSH 12     /* flushing written data; errno */
 #define ZEBU_EPOS_OPENDIR 13   /* opendir of the trace directory during cleanup; errno */
 #define ZEBU_EPOS_LSEEK 14     /* lseek; errno */
