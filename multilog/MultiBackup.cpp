@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include "frame/Fd.h"
+#include "logfile/RingFiles.h"
 #include "multilog/EndOfData.h"
 #include "multilog/RingLock.h"
 
@@ -13,18 +14,18 @@
 
 int ZebuMultiLogFile::backupToFile(const char* pszDest, int iFlag)
 {
-    if (checkFilePath(pszDest) != 0)
+    if (ZEBU_CheckFilePath(pszDest) != 0)
         return -1;
     if (!pszPath)
         return 0;
-    if (iManageFd == -1)
+    if (!manage.isOpen())
         return ZEBU_Fail(ZEBU_EPOS_NOTREADY, 0);
     tagZEBU_MANAGEMENT_DATA rec;
     ZEBURingLock lock(*this);
     if (lock.acquire(&rec) != 0)
         return -1;
     // Under the lock, since it may make the file, and with the record, since another may be current by now.
-    if (iTraceFd == -1) {
+    if (!trace.isOpen()) {
         (void)followRecord(rec);
         if (openTraceFile(false) != 0)
             return -1;
@@ -35,7 +36,7 @@ int ZebuMultiLogFile::backupToFile(const char* pszDest, int iFlag)
         lock.release();
 
     ZEBUFd out;
-    if (openFileFunc(out.out(), pszDest, O_WRONLY | O_CREAT | O_TRUNC | O_APPEND) != 0)
+    if (ZEBU_OpenFile(out.out(), pszDest, O_WRONLY | O_CREAT | O_TRUNC | O_APPEND, iFileAttr) != 0)
         return -1;
     if (copyRing(out.get(), rec) != 0)
         return -1;
@@ -47,7 +48,7 @@ int ZebuMultiLogFile::backupToFile(const char* pszDest, int iFlag)
 int ZebuMultiLogFile::refuseOwnFile(const char* pszDest, const tagZEBU_MANAGEMENT_DATA& rec) const
 {
     struct stat info;
-    if (stat(pszDest, &info) == 0 && info.st_ino == ulManageIno && info.st_dev == ulManageDev)
+    if (stat(pszDest, &info) == 0 && manage.isSameFile(info))
         return ZEBU_Fail(ZEBU_EPOS_PARAM, 0);
     return ZEBU_RefuseRingFile(pszDest, pszPath, rec.fileNum);
 }
@@ -106,8 +107,8 @@ int ZebuMultiLogFile::chFileAttr(int iMode)
         return -1;
     if (ZEBU_ChmodRing(pszPath, lFileNum, iMode) != 0)
         return -1;
-    const int iDirErrno = ZEBU_ChmodTrusted(szManageDir, fs_directoryMode(iMode)) == 0 ? 0 : errno;
-    if (ZEBU_ChmodTrusted(szManageFileName, iMode) != 0)
+    const int iDirErrno = ZEBU_ChmodTrusted(manage.directory(), fs_directoryMode(iMode)) == 0 ? 0 : errno;
+    if (ZEBU_ChmodTrusted(manage.name(), iMode) != 0)
         return ZEBU_Fail(ZEBU_EPOS_CHMOD, errno);
     return iDirErrno == 0 ? 0 : ZEBU_Fail(ZEBU_EPOS_CHMOD, iDirErrno);
 }

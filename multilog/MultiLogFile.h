@@ -7,18 +7,19 @@
 // Everybody who may write the files may have damaged record and trace files: what is read from them is
 // read once into a local and never trusted with an address.
 //
+// This class is the ring: what is in force in it, the lock, the way of a line. The management file and the
+// mapped trace file have classes of their own.
+//
 // Results are 0, or -1 with the failure recorded, unless a comment says otherwise. The caller holds the
 // process mutex. "Under the lock" means that the caller holds the ring's lock as well.
 #ifndef ZEBU_MULTILOG_MULTILOGFILE_H
 #define ZEBU_MULTILOG_MULTILOGFILE_H
 
-#include <stddef.h>
 #include <stdlib.h>
-#include <sys/mman.h>
 
 #include "frame/ErrPos.h"
-#include "logfile/RingFiles.h"
-#include "multilog/Record.h"
+#include "multilog/ManageFile.h"
+#include "multilog/TraceMap.h"
 #include "output/LocalTime.h"
 #include "ZEBULib2.h"
 
@@ -78,40 +79,27 @@ public:
 private:
     friend class ZEBURingLock;
 
-    // ---- MultiLogFile.cpp
-    int openFileFunc(int* piFd, const char* pszName, int iFlags);
-    static int checkFilePath(const char* pszPath) { return ZEBU_CheckFilePath(pszPath); }
-
-    // ---- MultiManage.cpp
+    // ---- MultiManage.cpp: opening, and the record
     // Opens the management file and, under its lock, everything else. Results as openFile.
     int openManagementFile();
     int openUnderLock(bool bExisted);
-    // Fills szManageDir and szManageFileName. Fails with 1.
-    int generateManagementFileName(const char* pszPrefix);
-    // Lengthens the management file to ZEBU_MANAGE_LENGTH bytes where it is shorter. Fails with 4, 14, 20.
-    int completeManagementFile();
-    int mapManagementFile();
-    // Fails with 20 or 29 when the file of the management file's name is not the one that was opened. Stores
-    // the length of that file.
-    int checkManagementIdentity(long* plLength) const;
+    // Goes on with a record that is valid; or makes one, and returns 1 when trace files told the position.
+    int adoptRing(tagZEBU_MANAGEMENT_DATA* pRec);
+    int makeRing();
     // Takes size, number and position of an existing ring.
     void adoptRecord(const tagZEBU_MANAGEMENT_DATA& rec);
+    // Tells the others of this process: narrows the mode on record and writes the header.
+    int announce();
+    int closeManagementFile();
 
-    // The record, under the lock. readAndCheck... returns 0 or -1 and records nothing; repare... rebuilds the
-    // record from the trace files. readRecord does what is needed of the two. Rebuilding fails with 2, 5 or
-    // 20 when the trace files cannot be looked at: the ring would go on over lines that are there.
-    int readAndCheckManagementFileMMap(tagZEBU_MANAGEMENT_DATA* pOut) const;
-    int repareManagementFile(tagZEBU_MANAGEMENT_DATA* pOut);
+    // Reads the record, rebuilding it from the trace files where it is damaged. That fails with 2, 5 or 20
+    // when the trace files cannot be looked at: the ring would go on over lines that are there.
     int readRecord(tagZEBU_MANAGEMENT_DATA* pOut);
+    int repareManagementFile(tagZEBU_MANAGEMENT_DATA* pOut);
     // Reads the record and takes over its mode. Fails with 22 when that mode asks for a lock that cannot be
     // had; nothing is locked then.
     int takeRecord(tagZEBU_MANAGEMENT_DATA* pOut);
     void publishRecord(tagZEBU_MANAGEMENT_DATA* pOut, unsigned int uRecordMode);
-    void publishSizes();
-    void publishMode();
-    void publishPosition(unsigned int uFile, unsigned int uOffset);
-    void publishOffset(unsigned int uOffset);
-    int closeManagementFile();
 
     // ---- MultiLock.cpp
     int initializeLock();
@@ -123,21 +111,12 @@ private:
     int updateModeAndRetryMpLock(unsigned int uSharedMode);
 
     // ---- MultiTrace.cpp
-    int generateTraceFileName(char (&szName)[ZEBU_PATH_ROOM], const char* pszPrefix, long lNumber) const;
     // Makes file lCurrentFile, whose data end at lWriteOffset, the open, mapped one; at open, completes the
     // other files first. Under the lock.
     // Fails with 2, 3, 4, 7, 14, 20 or 23; the file that was open before is then closed, or (23) still
     // mapped.
     int openTraceFile(bool bAtOpen);
     int prepareTraceFiles(bool bAtOpen);
-    int prepareTraceFile(long lNumber, bool bFill);
-    // Writes mark and filling of the file just opened. *puSize: its length, before and after.
-    int initializeTraceFile(bool bFill, bool bExisted, unsigned int* puSize);
-    int extendTraceFile();
-    int mapTraceFile();
-    void fillGap();
-    int closeTraceFile();
-    int closeTraceDescriptor();
     // Offset of the mark in a file: 0 when there is no file or no mark. Fails with 1 for a number out of
     // range, and with 2 or 5.
     int searchEOF(int iNumber) const;
@@ -145,67 +124,57 @@ private:
     // with 2, 5 or 20.
     int searchTraceFileData();
 
-    // ---- MultiWrite.cpp
-    // Writes a text. `pRec` null: takes the lock for it; else the caller's copy of the record, under the
-    // lock, which follows what is written. bIsHeader: no file header is due before this text.
-    int selectAndWriteFile(const char* pszText, unsigned long ulLength, tagZEBU_MANAGEMENT_DATA* pRec,
-                           bool bIsHeader);
-    int writeUnderLock(const char* pszText, unsigned long ulLength, tagZEBU_MANAGEMENT_DATA* pRec,
-                       bool bIsHeader);
+    // ---- MultiWrite.cpp: under the lock, but for the first; `pRec` is the caller's copy of the record,
+    // which follows what is written
+    int selectAndWriteFile(const char* pszText, unsigned long ulLength);
+    // Maps the file that a text goes to, moving the ring on when it does not fit into the current one, to one
+    // with `ulHeaderRoom` bytes more. Returns 1 when the ring was moved on.
+    int selectFile(tagZEBU_MANAGEMENT_DATA* pRec, unsigned long ulLength, unsigned long ulHeaderRoom);
     // Follows the record; returns whether the file that it names has to be mapped.
     bool followRecord(const tagZEBU_MANAGEMENT_DATA& rec);
-    // Makes the next file of the ring current for everybody; returns whether a file header is due.
-    bool moveRingOn(tagZEBU_MANAGEMENT_DATA* pRec, unsigned long ulLength, bool bIsHeader);
+    // Makes the next file of the ring current for everybody. ulNeed: bytes that will be written to it.
+    void moveRingOn(tagZEBU_MANAGEMENT_DATA* pRec, unsigned long ulNeed);
     int storeText(const char* pszText, unsigned long ulLength, tagZEBU_MANAGEMENT_DATA* pRec);
-    // Makes sure that no store into the mapping falls behind the end of the file.
-    int checkTraceLength();
+    // Writes the header that is due at an open, or at the top of a file just made current.
     int putFileHeader(tagZEBU_MANAGEMENT_DATA* pRec, bool bAtOpen);
-    int syncMapping(const tagZEBU_MANAGEMENT_DATA& rec);
+    int writeHeader(const char* pszText, unsigned long ulLength, tagZEBU_MANAGEMENT_DATA* pRec);
 
     // ---- MultiBackup.cpp
     int refuseOwnFile(const char* pszDest, const tagZEBU_MANAGEMENT_DATA& rec) const;
     int copyRing(int iOut, const tagZEBU_MANAGEMENT_DATA& rec) const;
 
-    bool isMapped() const { return pTraceMap != MAP_FAILED; }
+    ZEBUManageFile manage;
+    ZEBUTraceMap trace;
 
-    long lSpecSize = 0;    // as described by the caller; printed in the process-start header
-    long lSpecFileNum = 0; // likewise
+    // As described by the caller.
     const char* pszPath = nullptr;
-    int iTraceFd = -1;
-    int iManageFd = -1;
-    int iLockInit = -1; // 0 once the lock was used
-    unsigned long ulManageIno = 0;
-    unsigned long ulManageDev = 0;
-    void* pTraceMap = MAP_FAILED;
-    tagZEBU_MANAGEMENT_DATA* pManageMap = static_cast<tagZEBU_MANAGEMENT_DATA*>(MAP_FAILED);
     char szPath[ZEBU_PATH_ROOM] = {};
-    char szTraceFileName[ZEBU_PATH_ROOM] = {}; // of the trace file opened last
-    char szManageDir[ZEBU_PATH_ROOM] = {};
-    char szManageFileName[ZEBU_PATH_ROOM] = {};
-    long lCurrentFile = 0; // the file to map; after a failure not the one that is mapped
-    long lMappedFile = 0;  // the file that pTraceMap shows, 0 when none
-    long lWriteOffset = 0; // as found, or as last read from the record or written to it
-    long lFileSize = 0;    // in force in the ring
-    long lFileNum = 0;     // likewise
-    long lMapSize = 0; // to which the next file is extended and mapped: lFileSize, or more after a long line
-    long lMappedLength = 0; // of pTraceMap
-    long lFoundLength = 0;  // of the mapped file when it was opened, before it was lengthened
-    unsigned int uMode = 0;
+    long lSpecSize = 0;    // printed in the process-start header
+    long lSpecFileNum = 0; // likewise
     unsigned int uOption = 0;
-    unsigned int uEodLength = 0;
+    int iFileAttr = -1;
+
+    // In force in the ring, as found, or as last read from the record or written to it.
+    unsigned int uMode = 0; // may still be wider than the record's
+    long lFileSize = 0;
+    long lFileNum = 0;
+    long lCurrentFile = 0; // the file to map; after a failure not the one that is mapped
+    long lWriteOffset = 0;
+    long lMapSize = 0; // to which the next file is extended and mapped: lFileSize, or more after a long line
+
+    // The lock.
+    int iLockInit = -1; // 0 once it was used
     unsigned int uLockCount = 0;
     int iLockWaitTime = 1;    // milliseconds
     int iLockRetryTimes = 20; // attempts in all
+
+    // Texts of the headers.
     char szHostName[17] = {};
     char szSystem[61] = {};
     char szStartTime[ZEBU_TIME_TEXT + 1] = {}; // of construction, later of the last file-start header
     char szTimeZone[33] = {};
     char szLang[79] = {};
     const char* pszAppName = nullptr;
-    int iFileAttr = -1;
-    long lSyncedOffset = 0; // up to which the mapping was flushed
-
-    static long cs_PAGESIZE;
 };
 
 #endif

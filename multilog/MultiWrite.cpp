@@ -1,9 +1,6 @@
 // multilog/MultiWrite.cpp -- the write path of a shared ring: one line from the put operations to the bytes
 // of the mapped file, moving the ring on, the file headers, and the flush.
 #include <string.h>
-#include <sys/stat.h>
-
-#include <atomic>
 
 #include "frame/GrobalVarUnix.h"
 #include "logfile/FileHeader.h"
@@ -26,44 +23,41 @@ int ZebuMultiLogFile::putMessage(const char* pszLine, unsigned long ulLength)
         return ZEBU_Fail(ZEBU_EPOS_PARAM, 0);
     if (!pszPath)
         return 0;
-    if (iManageFd == -1)
+    if (!manage.isOpen())
         return ZEBU_Fail(ZEBU_EPOS_NOTREADY, 0);
-    return selectAndWriteFile(pszLine, ulLength, nullptr, false);
+    return selectAndWriteFile(pszLine, ulLength);
 }
 
-int ZebuMultiLogFile::selectAndWriteFile(const char* pszText, unsigned long ulLength,
-                                         tagZEBU_MANAGEMENT_DATA* pRec, bool bIsHeader)
+int ZebuMultiLogFile::selectAndWriteFile(const char* pszText, unsigned long ulLength)
 {
     if (ulLength == 0)
         return 0;
     if (!pszText || ulLength > ZEBU_TEXT_MAX)
         return ZEBU_Fail(ZEBU_EPOS_PARAM, 0);
     long lManageLength;
-    if (checkManagementIdentity(&lManageLength) != 0)
+    if (manage.checkIdentity(&lManageLength) != 0)
         return -1;
-    if (pRec)
-        return writeUnderLock(pszText, ulLength, pRec, bIsHeader);
     tagZEBU_MANAGEMENT_DATA rec;
     ZEBURingLock lock(*this);
     if (lock.acquire(&rec, lManageLength) != 0)
         return -1;
-    return writeUnderLock(pszText, ulLength, &rec, bIsHeader);
+    const bool bHeader = (uMode & ZEBU2_OPT_NOHEADER) == 0;
+    const int iMoved = selectFile(&rec, ulLength, bHeader ? ZEBU_HEADER_ROOM : 0);
+    if (iMoved == -1 || (iMoved == 1 && bHeader && putFileHeader(&rec, false) != 0))
+        return -1;
+    return storeText(pszText, ulLength, &rec);
 }
 
-int ZebuMultiLogFile::writeUnderLock(const char* pszText, unsigned long ulLength,
-                                     tagZEBU_MANAGEMENT_DATA* pRec, bool bIsHeader)
+int ZebuMultiLogFile::selectFile(tagZEBU_MANAGEMENT_DATA* pRec, unsigned long ulLength,
+                                 unsigned long ulHeaderRoom)
 {
-    bool bReopen = followRecord(*pRec);
-    bool bHeader = false;
-    if (pRec->writeOffset + ulLength + ZEBU_EOD_MARK > pRec->fileSize) {
-        bHeader = moveRingOn(pRec, ulLength, bIsHeader);
-        bReopen = true;
-    }
-    if (bReopen && openTraceFile(false) != 0)
+    const bool bReopen = followRecord(*pRec);
+    const bool bMoveOn = pRec->writeOffset + ulLength + ZEBU_EOD_MARK > pRec->fileSize;
+    if (bMoveOn)
+        moveRingOn(pRec, ulLength + ZEBU_EOD_MARK + ulHeaderRoom);
+    if ((bReopen || bMoveOn) && openTraceFile(false) != 0)
         return -1;
-    if (bHeader && putFileHeader(pRec, false) != 0)
-        return -1;
-    return storeText(pszText, ulLength, pRec);
+    return bMoveOn ? 1 : 0;
 }
 
 bool ZebuMultiLogFile::followRecord(const tagZEBU_MANAGEMENT_DATA& rec)
@@ -74,57 +68,36 @@ bool ZebuMultiLogFile::followRecord(const tagZEBU_MANAGEMENT_DATA& rec)
     lCurrentFile = rec.currentFile;
     lWriteOffset = rec.writeOffset;
     // Compared with what is mapped, not with what was asked for: an earlier reopen may have failed.
-    return !isMapped() || lMappedFile != lCurrentFile || lMappedLength < lMapSize;
+    return !trace.isMapped() || trace.mappedFile() != lCurrentFile || trace.mappedLength() < lMapSize;
 }
 
-bool ZebuMultiLogFile::moveRingOn(tagZEBU_MANAGEMENT_DATA* pRec, unsigned long ulLength, bool bIsHeader)
+// The record is switched before the file is opened: where the opening fails, or this process is killed in it,
+// everybody's next line tries that file again.
+void ZebuMultiLogFile::moveRingOn(tagZEBU_MANAGEMENT_DATA* pRec, unsigned long ulNeed)
 {
-    const bool bHeader = !bIsHeader && (uMode & ZEBU2_OPT_NOHEADER) == 0;
-    const unsigned long ulNeed = ulLength + ZEBU_EOD_MARK + (bHeader ? ZEBU_HEADER_ROOM : 0);
     if (ulNeed > pRec->fileSize)
         lMapSize = static_cast<long>(ulNeed);
     pRec->currentFile = pRec->currentFile < pRec->fileNum ? pRec->currentFile + 1 : 1;
     pRec->writeOffset = 0;
     lCurrentFile = pRec->currentFile;
     lWriteOffset = 0;
-    publishPosition(pRec->currentFile, 0);
-    return bHeader;
+    manage.publishPosition(pRec->currentFile, 0);
 }
 
-// A process may be killed between any two of these stores. Up to the last but one the old place of the mark
-// holds its byte, and whoever looks for the end of the data finds it there; then the line and the mark behind
-// it are complete. Only then does the record follow.
 int ZebuMultiLogFile::storeText(const char* pszText, unsigned long ulLength, tagZEBU_MANAGEMENT_DATA* pRec)
 {
-    if (checkTraceLength() != 0)
+    // Emptied or removed by somebody while it is mapped: complete it, or make it anew.
+    const int iCut = trace.isCut();
+    if (iCut == -1 || (iCut == 1 && openTraceFile(false) != 0))
         return -1;
     const unsigned long ulOffset = pRec->writeOffset;
-    if (ulOffset + ulLength + ZEBU_EOD_MARK > static_cast<unsigned long>(lMappedLength))
+    if (ulOffset + ulLength + ZEBU_EOD_MARK > static_cast<unsigned long>(trace.mappedLength()))
         return ZEBU_Fail(ZEBU_EPOS_WRITE, EFBIG);
-
-    char* pLine = static_cast<char*>(pTraceMap) + ulOffset;
-    __atomic_store_n(pLine, ZEBU_EOD_BYTE, __ATOMIC_RELEASE); // a killed process may have left a first byte
-    std::atomic_signal_fence(std::memory_order_seq_cst);
-    ZEBU_PutEndOfData(pLine + ulLength);
-    std::atomic_signal_fence(std::memory_order_seq_cst);
-    memcpy(pLine + 1, pszText + 1, ulLength - 1);
-    __atomic_store_n(pLine, pszText[0], __ATOMIC_RELEASE);
-    std::atomic_signal_fence(std::memory_order_seq_cst);
+    trace.store(ulOffset, pszText, ulLength);
 
     pRec->writeOffset = static_cast<unsigned int>(ulOffset + ulLength);
     lWriteOffset = pRec->writeOffset;
-    publishOffset(pRec->writeOffset);
-    return 0;
-}
-
-int ZebuMultiLogFile::checkTraceLength()
-{
-    struct stat info;
-    if (fstat(iTraceFd, &info) != 0)
-        return ZEBU_Fail(ZEBU_EPOS_STAT, errno);
-    // Emptied or removed by somebody while it is mapped: complete it, or make it anew.
-    if (info.st_size < lMappedLength || info.st_nlink == 0)
-        return openTraceFile(false);
+    manage.publishOffset(pRec->writeOffset);
     return 0;
 }
 
@@ -169,46 +142,32 @@ int ZebuMultiLogFile::putFileHeader(tagZEBU_MANAGEMENT_DATA* pRec, bool bAtOpen)
                                                              .pszStartTime = szStartTime,
                                                              .pszLang = szLang});
     const int iTotal = bStartLine ? static_cast<int>(sizeof header.szStart) + iLength : iLength;
-    return selectAndWriteFile(bStartLine ? header.szStart : header.szFile, static_cast<unsigned long>(iTotal),
-                              pRec, true);
+    return writeHeader(bStartLine ? header.szStart : header.szFile, static_cast<unsigned long>(iTotal), pRec);
+}
+
+// No header is put before a header, also where it moves the ring on.
+int ZebuMultiLogFile::writeHeader(const char* pszText, unsigned long ulLength, tagZEBU_MANAGEMENT_DATA* pRec)
+{
+    long lManageLength;
+    if (manage.checkIdentity(&lManageLength) != 0 || selectFile(pRec, ulLength, 0) == -1)
+        return -1;
+    return storeText(pszText, ulLength, pRec);
 }
 
 // ---- Flush ---------------------------------------------------------------------------------------
 
 int ZebuMultiLogFile::bufferFlush()
 {
-    if (!pszPath || iManageFd == -1)
+    if (!pszPath || !manage.isOpen())
         return 0;
     tagZEBU_MANAGEMENT_DATA rec;
     {
         ZEBURingLock lock(*this);
-        if (lock.acquire(&rec) != 0 || readAndCheckManagementFileMMap(&rec) != 0)
+        if (lock.acquire(&rec) != 0 || manage.readAndCheckManagementFileMMap(&rec) != 0)
             return -1;
     }
-    return syncMapping(rec);
-}
-
-int ZebuMultiLogFile::syncMapping(const tagZEBU_MANAGEMENT_DATA& rec)
-{
-    if (rec.currentFile != (isMapped() ? lMappedFile : lCurrentFile))
+    // Another file is current by now: nothing of it is ours to flush.
+    if (rec.currentFile != (trace.isMapped() ? trace.mappedFile() : lCurrentFile))
         return 0;
-    if (!isMapped())
-        return ZEBU_Fail(ZEBU_EPOS_FLUSH, ENOMEM);
-    if (lSyncedOffset > rec.writeOffset)
-        lSyncedOffset = 0;
-    const long lStart = lSyncedOffset - lSyncedOffset % cs_PAGESIZE;
-    long lEnd = static_cast<long>(rec.writeOffset) + ZEBU_EOD_MARK;
-    if (lEnd > lMappedLength) {
-        // The tail of a long line that another process wrote is in the file and not ours to flush; an offset
-        // behind the end of the file is damaged.
-        struct stat info;
-        if (fstat(iTraceFd, &info) != 0 || info.st_size < lEnd)
-            return ZEBU_Fail(ZEBU_EPOS_FLUSH, ENOMEM);
-        lEnd = lMappedLength;
-    }
-    if (lEnd > lStart &&
-        msync(static_cast<char*>(pTraceMap) + lStart, static_cast<size_t>(lEnd - lStart), MS_ASYNC) != 0)
-        return ZEBU_Fail(ZEBU_EPOS_FLUSH, errno);
-    lSyncedOffset = rec.writeOffset;
-    return 0;
+    return trace.sync(rec.writeOffset);
 }

@@ -1,0 +1,72 @@
+// multilog/TraceMap.h -- the trace file of a shared ring that this process has open, and its mapping.
+//
+// At most one file is open at a time. The current file of the ring stays open and mapped; the others are
+// opened only to be completed when a process joins. All of it happens under the ring's lock. Results are 0,
+// or -1 with the failure recorded, unless a comment says otherwise.
+#ifndef ZEBU_MULTILOG_TRACEMAP_H
+#define ZEBU_MULTILOG_TRACEMAP_H
+
+#include <stddef.h>
+#include <sys/mman.h>
+
+#include "frame/Files.h"
+
+class ZEBUTraceMap final
+{
+public:
+    ZEBUTraceMap();
+    ZEBUTraceMap(const ZEBUTraceMap&) = delete;
+    ZEBUTraceMap& operator=(const ZEBUTraceMap&) = delete;
+
+    // What a file is to become.
+    struct Shape
+    {
+        long lLength;  // of the file, in bytes
+        bool bFill;    // with blanks up to its length; else it gets that only when it is current
+        int iFileAttr; // permission bits, -1 for none
+    };
+
+    // Names the file that prepare and open are about. Fails with 1.
+    int generateTraceFileName(const char* pszPrefix, long lNumber, long lFileNum);
+    // Makes the file, or completes it, where it needs that: it is open then. Fails with 2, 4, 14 or 20.
+    int prepare(const Shape& shape, bool bCurrent);
+    // Opens the file that needed nothing. Fails with 2.
+    int open(int iFileAttr);
+    // Brings the open file to its length, with all its blocks. Fails with 4, 14 or 20.
+    int extend(long lLength);
+    // Maps the open file as number `lNumber` of the ring, whose data end at `lWriteOffset`. Fails with 7.
+    int map(long lLength, long lNumber, long lWriteOffset);
+    // Unmaps and closes what is open. Fails with 23 (the descriptor then stays open) or 3.
+    int closeTraceFile();
+    int closeDescriptor();
+
+    bool isOpen() const { return iTraceFd != -1; }
+    bool isMapped() const { return pTraceMap != MAP_FAILED; }
+    long mappedFile() const { return lMappedFile; }
+    long mappedLength() const { return lMappedLength; }
+    // Returns 1 when a store into the mapping may fall behind the end of the file, or into a file that nobody
+    // finds any more. Fails with 20.
+    int isCut() const;
+
+    // Copies a line, with the mark behind it, to an offset of the mapping where both have room.
+    void store(unsigned long ulOffset, const char* pszText, unsigned long ulLength);
+    // Starts writing what lies before an offset, and the mark there, to disk. Fails with 12.
+    int sync(unsigned int uWriteOffset);
+
+private:
+    // Writes mark and filling of the file just opened. *puSize: its length, before and after.
+    int initializeTraceFile(const Shape& shape, bool bExisted, unsigned int* puSize);
+    void fillGap(long lWriteOffset);
+
+    int iTraceFd = -1;
+    void* pTraceMap = MAP_FAILED;
+    char szTraceFileName[ZEBU_PATH_ROOM] = {}; // of the file opened last
+    long lMappedFile = 0;                      // the number of the file that is mapped, 0 when none
+    long lMappedLength = 0;
+    long lFoundLength = 0;  // of the file before it was lengthened
+    long lSyncedOffset = 0; // up to which the mapping was flushed
+
+    static long cs_PAGESIZE;
+};
+
+#endif
