@@ -152,6 +152,11 @@ void RelpServer::connection(int fd, int number)
         m_script(session, number);
     else if (open(session))
         serve(session);
+    // What the client still sent is read: else the kernel would throw away what it was sent.
+    (void)shutdown(fd, SHUT_WR);
+    char block[4096];
+    while (recv(fd, block, sizeof block, 0) > 0)
+        ;
 }
 
 bool RelpServer::open(RelpSession& session)
