@@ -1,5 +1,8 @@
 // frame/Backup.cpp -- copying a ring into one file: entry points only.
-#include "frame/FileFlush.h"
+#include "frame/ErrPos.h"
+#include "frame/Guards.h"
+#include "frame/ProcessObjects.h"
+#include "frame/TraceObject.h"
 
 static bool fs_isOption(int iOption)
 {
@@ -13,8 +16,8 @@ static int ZEBU2_Sub_TraceBackup(int iFunc, const char* pszBackupFile, int iOpti
         return err.fail(ZEBU_EPOS_PARAM);
     if (ZEBU2_FileBufferFlush() != 0)
         return err.finish(-1);
-    return err.finish(ZEBU_OnProcessEngine(
-        [=](const ZEBUEngineRef& engine) { return engine.backupToFile(pszBackupFile, iOption); }));
+    const ZEBUMutexGuard lock;
+    return err.finish(ZEBU2_Engine.backupToFile(pszBackupFile, iOption));
 }
 
 static int ZEBU2_Sub_InstanceTraceBackup(int iFunc, ZEBU2_HINSTANCE hInstance, const char* pszBackupFile,
@@ -25,8 +28,8 @@ static int ZEBU2_Sub_InstanceTraceBackup(int iFunc, ZEBU2_HINSTANCE hInstance, c
         return err.fail(ZEBU_EPOS_PARAM);
     if (ZEBU2_InstanceFileBufferFlush(hInstance) != 0)
         return err.finish(-1);
-    return err.finish(ZEBU_OnInstanceEngine(
-        hInstance, [=](const ZEBUEngineRef& engine) { return engine.backupToFile(pszBackupFile, iOption); }));
+    const ZEBULiveInstance instance(hInstance, err);
+    return instance ? err.finish(instance->engine.backupToFile(pszBackupFile, iOption)) : -1;
 }
 
 int ZEBU2_TraceBackup(const char* pszBackupFile)

@@ -1,4 +1,4 @@
-// frame/Engine.cpp -- the two-way choice between the file engines.
+// frame/Engine.cpp -- the two-way choice between the kinds of ring.
 #include "frame/Engine.h"
 
 #include "frame/ErrPos.h"
@@ -6,12 +6,92 @@
 #include "logfile/LogFile.h"
 #include "multilog/MultiLogFile.h"
 
-ZEBUEngineRef ZEBU_ProcessEngine()
+// ---- Start and end -------------------------------------------------------------------------------
+
+int ZEBUEngine::start(ZEBURingKind eKind, const tagZEBU_LOGFILE_SPEC* pSpec,
+                      const tagZEBU_SHARED_START& shared)
 {
-    return {ZEBU2_pLogFile, ZEBU2_pMultiLogFile};
+    return eKind == ZEBU_RING_SINGLE ? startSingle(pSpec) : startShared(pSpec, shared);
 }
 
-int ZEBUEngineRef::putMessage(const char* pszLine, unsigned long ulLength) const
+int ZEBUEngine::startSingle(const tagZEBU_LOGFILE_SPEC* pSpec)
+{
+    pLogFile = new ZebuLogFile(pSpec);
+    if (!pLogFile || !pSpec)
+        return 1;
+    if (pLogFile->openFile() == 0)
+        return 0;
+    discardSingle();
+    return 1;
+}
+
+int ZEBUEngine::startShared(const tagZEBU_LOGFILE_SPEC* pSpec, const tagZEBU_SHARED_START& shared)
+{
+    pMultiLogFile = new ZebuMultiLogFile(pSpec);
+    if (!pMultiLogFile)
+        return 1;
+    if (shared.pszAppName)
+        pMultiLogFile->setAppName(shared.pszAppName);
+    if (!pSpec)
+        return 1;
+    pMultiLogFile->setOption(shared.iOption);
+    pMultiLogFile->setLockWaitTime(ZEBU2_LockValue[shared.iLockValues]);
+    pMultiLogFile->setLockRetryTimes(ZEBU2_LockValue[shared.iLockValues + 1]);
+    const int iResult = pMultiLogFile->openFile();
+    if (iResult == 0 || iResult == 3)
+        return iResult;
+    discardShared();
+    return 1;
+}
+
+template <class Engine>
+static int fs_close(Engine** ppEngine, const ZEBUErrScope& err)
+{
+    const int iResult = err.finish((*ppEngine)->closeFile());
+    if (iResult == 0) {
+        delete *ppEngine;
+        *ppEngine = nullptr;
+    }
+    return iResult;
+}
+
+int ZEBUEngine::close(const ZEBUErrScope& err)
+{
+    int iResult = 0;
+    if (pLogFile)
+        iResult = fs_close(&pLogFile, err);
+    if (pMultiLogFile)
+        iResult = fs_close(&pMultiLogFile, err);
+    return iResult;
+}
+
+void ZEBUEngine::discard()
+{
+    discardSingle();
+    discardShared();
+}
+
+void ZEBUEngine::discardSingle()
+{
+    const ZEBUErrKeep keep;
+    if (pLogFile)
+        (void)pLogFile->closeFile();
+    delete pLogFile;
+    pLogFile = nullptr;
+}
+
+void ZEBUEngine::discardShared()
+{
+    const ZEBUErrKeep keep;
+    if (pMultiLogFile)
+        pMultiLogFile->abandon();
+    delete pMultiLogFile;
+    pMultiLogFile = nullptr;
+}
+
+// ---- Use -----------------------------------------------------------------------------------------
+
+int ZEBUEngine::putMessage(const char* pszLine, unsigned long ulLength) const
 {
     if (pLogFile)
         return pLogFile->putMessage(pszLine, ulLength);
@@ -21,7 +101,7 @@ int ZEBUEngineRef::putMessage(const char* pszLine, unsigned long ulLength) const
     return -1;
 }
 
-int ZEBUEngineRef::bufferFlush() const
+int ZEBUEngine::bufferFlush() const
 {
     if (pLogFile)
         return pLogFile->bufferFlush();
@@ -30,7 +110,7 @@ int ZEBUEngineRef::bufferFlush() const
     return ZEBU_Fail(ZEBU_EPOS_NOTREADY, 0);
 }
 
-int ZEBUEngineRef::backupToFile(const char* pszDestination, int iOption) const
+int ZEBUEngine::backupToFile(const char* pszDestination, int iOption) const
 {
     if (pLogFile)
         return pLogFile->backupToFile(pszDestination, 0);
@@ -48,7 +128,7 @@ static int fs_changeFileAttr(Engine* pEngine, int iMode)
     return iResult;
 }
 
-int ZEBUEngineRef::changeFileAttr(int iMode) const
+int ZEBUEngine::changeFileAttr(int iMode) const
 {
     if (pLogFile)
         return fs_changeFileAttr(pLogFile, iMode);
@@ -57,19 +137,11 @@ int ZEBUEngineRef::changeFileAttr(int iMode) const
     return ZEBU_Fail(ZEBU_EPOS_NOTREADY, 0);
 }
 
-void ZEBU_DiscardEngine(ZebuLogFile** ppEngine)
+ZebuMultiLogFile* ZEBUEngine::sharedRing() const
 {
-    const ZEBUErrKeep keep;
-    if (*ppEngine)
-        (void)(*ppEngine)->closeFile();
-    delete *ppEngine;
-    *ppEngine = nullptr;
-}
-
-void ZEBU_DiscardEngine(ZebuMultiLogFile** ppEngine)
-{
-    if (*ppEngine)
-        (*ppEngine)->abandon();
-    delete *ppEngine;
-    *ppEngine = nullptr;
+    if (pLogFile || !pMultiLogFile) {
+        SetErrPos(pLogFile ? ZEBU_EPOS_NOTMULTI : ZEBU_EPOS_NOTREADY, 0);
+        return nullptr;
+    }
+    return pMultiLogFile;
 }

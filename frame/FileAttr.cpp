@@ -1,5 +1,8 @@
 // frame/FileAttr.cpp -- changing the permission bits of a ring's files: entry points only.
-#include "frame/FileFlush.h"
+#include "frame/ErrPos.h"
+#include "frame/Guards.h"
+#include "frame/ProcessObjects.h"
+#include "frame/TraceObject.h"
 
 static bool fs_isMode(int iMode)
 {
@@ -7,7 +10,7 @@ static bool fs_isMode(int iMode)
 }
 
 // The owner, that is the writing process, keeps access whatever the caller asks for.
-static int fs_change(const ZEBUEngineRef& engine, int iMode)
+static int fs_change(const ZEBUEngine& engine, int iMode)
 {
     return engine.changeFileAttr(iMode | 0600);
 }
@@ -22,20 +25,18 @@ int ZEBU2_ChFileAttr(int iMode)
         return err.fail(ZEBU_EPOS_NOTREADY);
     if (!fs_isMode(iMode))
         return err.fail(ZEBU_EPOS_PARAM);
-    return err.finish(fs_change(ZEBU_ProcessEngine(), iMode));
+    return err.finish(fs_change(ZEBU2_Engine, iMode));
 }
 
 int ZEBU2_ChInstanceFileAttr(ZEBU2_HINSTANCE hInstance, int iMode)
 {
     const ZEBUErrScope err(ZEBU_FUNC_CH_INSTANCE_FILE_ATTR);
-    if (!hInstance)
-        return err.fail(ZEBU_EPOS_PARAM);
-    const ZEBUMutexGuard lock;
-    if (ZEBU_CheckInstance(hInstance) != 0)
-        return err.fail(ZEBU_EPOS_NOTREADY);
+    const ZEBULiveInstance instance(hInstance, err);
+    if (!instance)
+        return -1;
     if (!err.context())
         return -1;
     if (!fs_isMode(iMode))
         return err.fail(ZEBU_EPOS_PARAM);
-    return err.finish(fs_change(hInstance->engine(), iMode));
+    return err.finish(fs_change(instance->engine, iMode));
 }

@@ -4,9 +4,9 @@
 #include "frame/ErrPos.h"
 #include "frame/GrobalVarUnix.h"
 #include "frame/Guards.h"
-#include "logfile/LogFile.h"
+#include "frame/ProcessObjects.h"
+#include "frame/TLS.h"
 #include "mmap/MMap.h"
-#include "multilog/MultiLogFile.h"
 
 int ZEBU_ReleaseMMap(bool* pbHolds, const ZEBUErrScope& err)
 {
@@ -25,18 +25,6 @@ int ZEBU_ReleaseMMap(bool* pbHolds, const ZEBUErrScope& err)
     return iResult;
 }
 
-// An engine whose close failed stays where it is.
-template <class Engine>
-static int fs_closeEngine(Engine** ppEngine, const ZEBUErrScope& err)
-{
-    const int iResult = err.finish((*ppEngine)->closeFile());
-    if (iResult == 0) {
-        delete *ppEngine;
-        *ppEngine = nullptr;
-    }
-    return iResult;
-}
-
 int ZEBU2_Finalize(void)
 {
     const ZEBUErrScope err(ZEBU_FUNC_FINALIZE);
@@ -44,12 +32,10 @@ int ZEBU2_Finalize(void)
     if (!ZEBU2_iIsInitialized)
         return err.fail(ZEBU_EPOS_NOTREADY);
     int iResult = 0;
-    if (!ZEBU2_pLogFile && !ZEBU2_pMultiLogFile && !ZEBU2_pMMap)
+    if (ZEBU2_Engine.exists())
+        iResult = ZEBU2_Engine.close(err);
+    else if (!ZEBU2_pMMap)
         iResult = err.fail(ZEBU_EPOS_NOTREADY);
-    if (ZEBU2_pLogFile)
-        iResult = fs_closeEngine(&ZEBU2_pLogFile, err);
-    if (ZEBU2_pMultiLogFile)
-        iResult = fs_closeEngine(&ZEBU2_pMultiLogFile, err);
     const int iArea = ZEBU_ReleaseMMap(&ZEBU2_bHoldsMMap, err);
     ZEBU2_iIsInitialized = 0;
     ZEBU_UninitializeGrobalVar();

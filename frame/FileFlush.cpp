@@ -1,17 +1,16 @@
 // frame/FileFlush.cpp -- flushing a ring: entry points only.
-#include "frame/FileFlush.h"
-
-static int fs_flush(const ZEBUEngineRef& engine)
-{
-    return engine.bufferFlush();
-}
+#include "frame/ErrPos.h"
+#include "frame/Guards.h"
+#include "frame/ProcessObjects.h"
+#include "frame/TraceObject.h"
 
 int ZEBU2_FileBufferFlush(void)
 {
     const ZEBUErrScope err(ZEBU_FUNC_FILE_BUFFER_FLUSH);
     if (!err.context())
         return -1;
-    return err.finish(ZEBU_OnProcessEngine(fs_flush));
+    const ZEBUMutexGuard lock;
+    return err.finish(ZEBU2_Engine.bufferFlush());
 }
 
 int ZEBU2_InstanceFileBufferFlush(ZEBU2_HINSTANCE hInstance)
@@ -19,7 +18,6 @@ int ZEBU2_InstanceFileBufferFlush(ZEBU2_HINSTANCE hInstance)
     const ZEBUErrScope err(ZEBU_FUNC_INSTANCE_FILE_BUFFER_FLUSH);
     if (!err.context())
         return -1;
-    if (!hInstance)
-        return err.fail(ZEBU_EPOS_PARAM);
-    return err.finish(ZEBU_OnInstanceEngine(hInstance, fs_flush));
+    const ZEBULiveInstance instance(hInstance, err);
+    return instance ? err.finish(instance->engine.bufferFlush()) : -1;
 }

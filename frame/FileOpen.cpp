@@ -4,12 +4,10 @@
 #include <stddef.h>
 #include <string.h>
 
-#include "frame/Engine.h"
 #include "frame/GrobalVarUnix.h"
 #include "frame/Guards.h"
-#include "logfile/LogFile.h"
+#include "frame/ProcessObjects.h"
 #include "mmap/MMap.h"
-#include "multilog/MultiLogFile.h"
 
 // What applications were compiled with.
 static_assert(sizeof(tagZEBU_LOGFILE_SPEC) == 24);
@@ -19,9 +17,9 @@ static_assert(offsetof(tagZEBU_LOGFILE_SPEC, pszFilePath) == 16);
 
 // ---- Steps shared with trace instances -----------------------------------------------------------
 
-ZEBUCheck ZEBU_CheckArgument(const tagZEBU_LOGFILE_SPEC* pSpec, int iOption, ZEBUMode eMode)
+ZEBUCheck ZEBU_CheckArgument(const tagZEBU_LOGFILE_SPEC* pSpec, int iOption, ZEBURingKind eKind)
 {
-    const bool bShared = eMode == ZEBU_MODE_SHARED;
+    const bool bShared = eKind == ZEBU_RING_SHARED;
     if (bShared && static_cast<unsigned int>(iOption) > 63)
         return ZEBU_CHECK_INVALID;
     if (!pSpec)
@@ -35,35 +33,14 @@ ZEBUCheck ZEBU_CheckArgument(const tagZEBU_LOGFILE_SPEC* pSpec, int iOption, ZEB
     return bValid ? ZEBU_CHECK_VALID : ZEBU_CHECK_INVALID;
 }
 
-int ZEBU_StartSingle(ZebuLogFile** ppEngine, const tagZEBU_LOGFILE_SPEC* pSpec)
+int ZEBU_InitializeLogFile(ZEBUEngine* pEngine, ZEBURingKind eKind, const tagZEBU_LOGFILE_SPEC* pSpec,
+                           const tagZEBU_SHARED_START& shared)
 {
-    *ppEngine = new ZebuLogFile(pSpec);
-    if (!*ppEngine || !pSpec)
+    if (ZEBU_CheckArgument(pSpec, shared.iOption, eKind) == ZEBU_CHECK_INVALID) {
+        ZEBU_SetErrPosOnly(ZEBU_EPOS_PARAM);
         return 1;
-    if ((*ppEngine)->openFile() == 0)
-        return 0;
-    ZEBU_DiscardEngine(ppEngine);
-    return 1;
-}
-
-int ZEBU_StartShared(ZebuMultiLogFile** ppEngine, const tagZEBU_LOGFILE_SPEC* pSpec, int iOption,
-                     const char* pszAppName, int iLockValues)
-{
-    *ppEngine = new ZebuMultiLogFile(pSpec);
-    if (!*ppEngine)
-        return 1;
-    if (pszAppName)
-        (*ppEngine)->setAppName(pszAppName);
-    if (!pSpec)
-        return 1;
-    (*ppEngine)->setOption(iOption);
-    (*ppEngine)->setLockWaitTime(ZEBU2_LockValue[iLockValues]);
-    (*ppEngine)->setLockRetryTimes(ZEBU2_LockValue[iLockValues + 1]);
-    const int iResult = (*ppEngine)->openFile();
-    if (iResult == 0 || iResult == 3)
-        return iResult;
-    ZEBU_DiscardEngine(ppEngine);
-    return 1;
+    }
+    return pEngine->start(eKind, pSpec, shared);
 }
 
 // The object is reachable before it is open: a signal handler then finds that nothing is mapped.
@@ -102,34 +79,16 @@ int ZEBU_CombineResults(int iFiles, int iArea, const ZEBUErrScope& err)
 
 // ---- The process log -----------------------------------------------------------------------------
 
-static int ZEBU_InitializeLogFile(const tagZEBU_LOGFILE_SPEC* pSpec, int iOption, ZEBUMode eMode)
-{
-    if (ZEBU_CheckArgument(pSpec, iOption, eMode) == ZEBU_CHECK_INVALID) {
-        ZEBU_SetErrPosOnly(ZEBU_EPOS_PARAM);
-        return 1;
-    }
-    if (eMode == ZEBU_MODE_SINGLE)
-        return ZEBU_StartSingle(&ZEBU2_pLogFile, pSpec);
-    return ZEBU_StartShared(&ZEBU2_pMultiLogFile, pSpec, iOption, nullptr, ZEBU_LOCK_WAIT);
-}
-
-// An engine that survived a failed finalise, because instances kept the process-wide objects, goes on.
-static bool fs_hasEngine(ZEBUMode eMode)
-{
-    return eMode == ZEBU_MODE_SINGLE ? ZEBU2_pLogFile != nullptr : ZEBU2_pMultiLogFile != nullptr;
-}
-
 static void fs_giveUp()
 {
-    ZEBU_DiscardEngine(&ZEBU2_pLogFile);
-    ZEBU_DiscardEngine(&ZEBU2_pMultiLogFile);
+    ZEBU2_Engine.discard();
     ZEBU_UninitializeGrobalVar();
 }
 
 static int ZEBU2_SubInitialize(const tagZEBU_LOGFILE_SPEC* pSpec, const char* pszAppName, int iOption,
-                               ZEBUMode eMode)
+                               ZEBURingKind eKind)
 {
-    const ZEBUErrScope err(eMode == ZEBU_MODE_SINGLE ? ZEBU_FUNC_INITIALIZE : ZEBU_FUNC_INITIALIZE_M);
+    const ZEBUErrScope err(eKind == ZEBU_RING_SINGLE ? ZEBU_FUNC_INITIALIZE : ZEBU_FUNC_INITIALIZE_M);
     if (!err.context())
         return -1;
     const ZEBUMutexGuard lock;
@@ -138,7 +97,11 @@ static int ZEBU2_SubInitialize(const tagZEBU_LOGFILE_SPEC* pSpec, const char* ps
     ZEBU_InitializeGrobalVar();
     ZEBU_StoreAppName(pszAppName);
 
-    const int iFiles = fs_hasEngine(eMode) ? 0 : err.finish(ZEBU_InitializeLogFile(pSpec, iOption, eMode));
+    // An engine that survived a failed finalise, because instances kept the process-wide objects, goes on.
+    int iFiles = 0;
+    if (!ZEBU2_Engine.isA(eKind))
+        iFiles = err.finish(
+            ZEBU_InitializeLogFile(&ZEBU2_Engine, eKind, pSpec, {iOption, nullptr, ZEBU_LOCK_WAIT}));
     const int iResult = ZEBU_CombineResults(iFiles, ZEBU_AttachMMap(&ZEBU2_bHoldsMMap), err);
     if (iResult == -1)
         fs_giveUp();
@@ -149,10 +112,10 @@ static int ZEBU2_SubInitialize(const tagZEBU_LOGFILE_SPEC* pSpec, const char* ps
 
 int ZEBU2_Initialize(const tagZEBU_LOGFILE_SPEC* pSpec, const char* pszAppName)
 {
-    return ZEBU2_SubInitialize(pSpec, pszAppName, 0, ZEBU_MODE_SINGLE);
+    return ZEBU2_SubInitialize(pSpec, pszAppName, 0, ZEBU_RING_SINGLE);
 }
 
 int ZEBU2_InitializeM(const tagZEBU_LOGFILE_SPEC* pSpec, const char* pszAppName, int iOption)
 {
-    return ZEBU2_SubInitialize(pSpec, pszAppName, iOption, ZEBU_MODE_SHARED);
+    return ZEBU2_SubInitialize(pSpec, pszAppName, iOption, ZEBU_RING_SHARED);
 }

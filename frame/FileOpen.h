@@ -3,24 +3,19 @@
 #ifndef ZEBU_FRAME_FILEOPEN_H
 #define ZEBU_FRAME_FILEOPEN_H
 
+#include "frame/Engine.h"
 #include "frame/ErrPos.h"
 #include "ZEBULib2.h"
-
-// Which engine a log is to have, and the position of its lock parameters in ZEBU2_LockValue.
-enum ZEBUMode { ZEBU_MODE_SHARED = 0, ZEBU_MODE_SINGLE = 1 };
 
 enum ZEBUCheck { ZEBU_CHECK_VALID = 0, ZEBU_CHECK_NO_RING = 1, ZEBU_CHECK_INVALID = 2 };
 
 // Checks the arguments of a start: valid, no ring described (null), or invalid. Records nothing.
-ZEBUCheck ZEBU_CheckArgument(const tagZEBU_LOGFILE_SPEC* pSpec, int iOption, ZEBUMode eMode);
+ZEBUCheck ZEBU_CheckArgument(const tagZEBU_LOGFILE_SPEC* pSpec, int iOption, ZEBURingKind eKind);
 
-// Makes an engine and opens it, unless no ring is described. Returns 0, 3 (open with a warning) or 1; after 1
-// the engine exists only if it needs no files. Failures are recorded without function number.
-class ZebuLogFile;
-class ZebuMultiLogFile;
-int ZEBU_StartSingle(ZebuLogFile** ppEngine, const tagZEBU_LOGFILE_SPEC* pSpec);
-int ZEBU_StartShared(ZebuMultiLogFile** ppEngine, const tagZEBU_LOGFILE_SPEC* pSpec, int iOption,
-                     const char* pszAppName, int iLockValues);
+// Starts an engine when the arguments are valid. Returns 0, 3 or 1, as ZEBUEngine::start; 1 with failure 1
+// when they are not.
+int ZEBU_InitializeLogFile(ZEBUEngine* pEngine, ZEBURingKind eKind, const tagZEBU_LOGFILE_SPEC* pSpec,
+                           const tagZEBU_SHARED_START& shared);
 
 // Attaches a user to the trace area, opening it for the first. Returns 0 or the failure result, and in
 // `*pbHolds` whether the area now counts the user.

@@ -9,8 +9,6 @@
 #include "output/LocalTime.h"
 #include "ZEBULib2.h"
 
-constinit std::atomic<unsigned int> ZEBU_uForkGeneration{0};
-
 void ZEBU2_PreForkHandler(void) {}
 void ZEBU2_PostForkHandlerForParent(void) {}
 void ZEBU2_PostForkHandlerForChild(void) {}

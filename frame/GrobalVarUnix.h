@@ -4,14 +4,11 @@
 #ifndef ZEBU_FRAME_GROBALVARUNIX_H
 #define ZEBU_FRAME_GROBALVARUNIX_H
 
-#include <stdint.h>
-
 #include <atomic>
 
+#include "frame/Word.h"
 #include "output/LineFormat.h"
 
-class ZebuLogFile;
-class ZebuMultiLogFile;
 class ZEBUMMapFile;
 
 // The process mutex. Lock order: this one, then a shared ring's lock, then the list of contexts.
@@ -33,26 +30,23 @@ enum { ZEBU_LOCK_WAIT, ZEBU_LOCK_RETRY, ZEBU_LOCK_INSTANCE_WAIT, ZEBU_LOCK_INSTA
 #pragma GCC visibility push(hidden)
 extern constinit std::atomic<int> ZEBU2_iIsInitialized;
 extern constinit std::atomic<ZEBUMMapFile*> ZEBU2_pMMap; // also read by the signal-safe put
-extern ZebuLogFile* ZEBU2_pLogFile;
-extern ZebuMultiLogFile* ZEBU2_pMultiLogFile;
-extern bool ZEBU2_bHoldsMMap; // the process log is one of the users that the trace area counts
 extern constinit tagZEBU_THRESHOLD ZEBU2_Threshold;
 extern constinit std::atomic<int> ZEBU2_LockValue[ZEBU_LOCK_VALUES];
 extern constinit std::atomic<int> ZEBU2_iTickType;
 extern constinit std::atomic<int> ZEBU2_iMsgCount;
+
+// Counts the forks between the process that was started and this one. What belongs to one process
+// alone keeps the value it was made under and is foreign when the value has changed.
+extern constinit std::atomic<unsigned int> ZEBU_uForkGeneration;
 
 // Read without the mutex while an initialisation may store them: through the functions below.
 extern char ZEBU2_szAppName[ZEBU_APP_NAME + 1];
 extern char ZEBU2_szProcessId[ZEBU_PROCESS_ID + 1];
 #pragma GCC visibility pop
 
-// Text that is read while another thread may store it moves as whole words.
-typedef uint64_t __attribute__((may_alias)) ZEBUTextWord;
-
 [[gnu::always_inline]] inline void ZEBU_LoadWord(char* pText, const char* pShared)
 {
-    const ZEBUTextWord uWord =
-        __atomic_load_n(reinterpret_cast<const ZEBUTextWord*>(pShared), __ATOMIC_RELAXED);
+    const ZEBUWord uWord = __atomic_load_n(reinterpret_cast<const ZEBUWord*>(pShared), __ATOMIC_RELAXED);
     __builtin_memcpy(pText, &uWord, sizeof uWord);
 }
 
@@ -60,7 +54,7 @@ typedef uint64_t __attribute__((may_alias)) ZEBUTextWord;
 [[gnu::always_inline]] inline void ZEBU_PutAppName(char* pBuf)
 {
     ZEBU_LoadWord(pBuf, ZEBU2_szAppName);
-    ZEBU_LoadWord(pBuf + sizeof(ZEBUTextWord), ZEBU2_szAppName + sizeof(ZEBUTextWord));
+    ZEBU_LoadWord(pBuf + sizeof(ZEBUWord), ZEBU2_szAppName + sizeof(ZEBUWord));
 }
 
 // Writes the process id text: eight hexadecimal digits and a blank. No terminator. Signal-safe.
@@ -78,6 +72,9 @@ void ZEBU_LoadProcessId(char* pszId);
 void ZEBU_PadAppName(char* pszPadded, const char* pszName);
 void ZEBU_StoreAppName(const char* pszName);
 
+// Stores the process id text of the process that calls.
+void ZEBU_StoreProcessId();
+
 // Returns the number for the next line, 0 to 9999, and advances the counter. Lock-free, signal-safe.
 [[gnu::always_inline]] inline int ZEBU_TakeMsgCount()
 {
@@ -87,10 +84,5 @@ void ZEBU_StoreAppName(const char* pszName);
         ;
     return iCount;
 }
-
-// Counts a user of the process-wide objects on, or off and deletes them when it was the last. The
-// caller holds the process mutex.
-void ZEBU_InitializeGrobalVar();
-void ZEBU_UninitializeGrobalVar();
 
 #endif

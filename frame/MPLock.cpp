@@ -2,6 +2,7 @@
 #include "frame/ErrPos.h"
 #include "frame/GrobalVarUnix.h"
 #include "frame/Guards.h"
+#include "frame/ProcessObjects.h"
 #include "frame/TraceObject.h"
 #include "multilog/MultiLogFile.h"
 
@@ -32,25 +33,34 @@ static int fs_clamp(const Parameter& parameter, int iValue)
 
 // ---- Process log ---------------------------------------------------------------------------------
 
+// The process log's ring in `*ppRing`, null when there is no process log and the defaults count. Returns 0,
+// or -1 with the failure. The caller holds the process mutex.
+static int fs_processRing(ZebuMultiLogFile** ppRing, const ZEBUErrScope& err)
+{
+    *ppRing = ZEBU2_Engine.exists() ? ZEBU2_Engine.sharedRing() : nullptr;
+    return err.finish(*ppRing || !ZEBU2_Engine.exists() ? 0 : -1);
+}
+
 static int fs_getProcess(int iFunc, const Parameter& parameter)
 {
     const ZEBUErrScope err(iFunc);
     const ZEBUMutexGuard lock;
-    if (ZEBU2_pLogFile)
-        return err.fail(ZEBU_EPOS_NOTMULTI);
-    return ZEBU2_pMultiLogFile ? (ZEBU2_pMultiLogFile->*parameter.get)()
-                               : ZEBU2_LockValue[parameter.iProcess].load();
+    ZebuMultiLogFile* pRing;
+    if (fs_processRing(&pRing, err) != 0)
+        return -1;
+    return pRing ? (pRing->*parameter.get)() : ZEBU2_LockValue[parameter.iProcess].load();
 }
 
 static int fs_setProcess(int iFunc, const Parameter& parameter, int iValue)
 {
     const ZEBUErrScope err(iFunc);
     const ZEBUMutexGuard lock;
-    if (ZEBU2_pLogFile)
-        return err.fail(ZEBU_EPOS_NOTMULTI);
+    ZebuMultiLogFile* pRing;
+    if (fs_processRing(&pRing, err) != 0)
+        return -1;
     iValue = fs_clamp(parameter, iValue);
     const int iStored = ZEBU2_LockValue[parameter.iProcess].exchange(iValue);
-    return ZEBU2_pMultiLogFile ? (ZEBU2_pMultiLogFile->*parameter.set)(iValue) : iStored;
+    return pRing ? (pRing->*parameter.set)(iValue) : iStored;
 }
 
 int ZEBU2_GetLockWaitTime(void)
@@ -75,37 +85,31 @@ int ZEBU2_SetLockRetryTimes(int iTimes)
 
 // ---- Instances -----------------------------------------------------------------------------------
 
-// The shared ring of a live instance, or null with the failure. The caller holds the process mutex.
-static ZebuMultiLogFile* fs_sharedRing(ZEBU2_HINSTANCE hInstance, const ZEBUErrScope& err)
-{
-    if (ZEBU_CheckInstance(hInstance) != 0) {
-        (void)err.fail(ZEBU_EPOS_NOTREADY);
-        return nullptr;
-    }
-    if (!hInstance->pMultiLogFile)
-        (void)err.fail(hInstance->pLogFile ? ZEBU_EPOS_NOTMULTI : ZEBU_EPOS_NOTREADY);
-    return hInstance->pMultiLogFile;
-}
-
 static int fs_getInstance(int iFunc, ZEBU2_HINSTANCE hInstance, const Parameter& parameter)
 {
     const ZEBUErrScope err(iFunc);
     if (!hInstance)
         return ZEBU2_LockValue[parameter.iInstance];
-    const ZEBUMutexGuard lock;
-    ZebuMultiLogFile* pEngine = fs_sharedRing(hInstance, err);
-    return pEngine ? (pEngine->*parameter.get)() : -1;
+    const ZEBULiveInstance instance(hInstance, err);
+    if (!instance)
+        return -1;
+    ZebuMultiLogFile* pRing = instance->engine.sharedRing();
+    return pRing ? (pRing->*parameter.get)() : err.finish(-1);
 }
 
 static int fs_setInstance(int iFunc, ZEBU2_HINSTANCE hInstance, const Parameter& parameter, int iValue)
 {
     const ZEBUErrScope err(iFunc);
     iValue = fs_clamp(parameter, iValue);
-    const ZEBUMutexGuard lock;
-    if (!hInstance)
+    if (!hInstance) {
+        const ZEBUShortMutexGuard lock;
         return ZEBU2_LockValue[parameter.iInstance].exchange(iValue);
-    ZebuMultiLogFile* pEngine = fs_sharedRing(hInstance, err);
-    return pEngine ? (pEngine->*parameter.set)(iValue) : -1;
+    }
+    const ZEBULiveInstance instance(hInstance, err);
+    if (!instance)
+        return -1;
+    ZebuMultiLogFile* pRing = instance->engine.sharedRing();
+    return pRing ? (pRing->*parameter.set)(iValue) : err.finish(-1);
 }
 
 int ZEBU2_GetInstanceLockWaitTime(ZEBU2_HINSTANCE hInstance)

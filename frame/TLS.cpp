@@ -6,11 +6,10 @@
 
 #include <atomic>
 
-#include "frame/ForkHandler.h"
 #include "frame/TLSState.h"
 #include "output/ltostr.h"
 
-constinit tagZEBU_TLS_VAR cs_listHead = {nullptr, nullptr, 0, 0, "not used ", {}, false, 0, {}};
+constinit tagZEBU_TLS_VAR cs_listHead = {nullptr, nullptr, 0, 0, "not used ", {}, {}};
 
 constinit std::atomic<int> ZEBU2_TlsKeyEnable{0};
 __thread tagZEBU_TLS_VAR* cs_pOwnTlsVar;
@@ -42,7 +41,6 @@ static void ZEBU_InitializeTlsVarMtLock()
     pthread_mutexattr_init(&cs_tlsVarAttrib);
     pthread_mutexattr_settype(&cs_tlsVarAttrib, PTHREAD_MUTEX_RECURSIVE);
     pthread_mutex_init(&ZEBU_tlsVarMutex, &cs_tlsVarAttrib);
-    ZEBU_RegisterForkGuards();
 }
 
 static int ZEBU_FinalizeTlsVarMtLock()
@@ -88,7 +86,7 @@ int ZEBU_InitializeTlsVar()
     pTls->iErrorCode = 0;
     pTls->iErrorPos = 0;
     memset(pTls->szLineBuf, 0, sizeof pTls->szLineBuf);
-    pTls->bSecondKnown = false;
+    pTls->second.bKnown = false;
     ZEBU_PutHex8(pTls->szThreadId, static_cast<unsigned int>(pthread_self()));
     pTls->szThreadId[8] = ' ';
     pTls->szThreadId[9] = '\0';

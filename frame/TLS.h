@@ -8,10 +8,10 @@
 
 #include <pthread.h>
 #include <stddef.h>
-#include <time.h>
 
 #include "frame/TLSState.h"
 #include "output/LineFormat.h"
+#include "output/LocalTime.h"
 
 struct tagZEBU_TLS_VAR
 {
@@ -21,11 +21,7 @@ struct tagZEBU_TLS_VAR
     int iErrorPos;
     char szThreadId[ZEBU_THREAD_ID + 1];
     char szLineBuf[ZEBU_LINE_BUFFER];
-    // The local time of the last second that this thread printed, "yyyy/mm/dd hh:mm:ss."; kept because
-    // converting it takes a lock that all threads of the process share.
-    bool bSecondKnown;
-    time_t lSecond;
-    char szSecond[ZEBU_SECOND_TEXT];
+    ZEBUCachedSecond second;
 };
 
 // Returns the calling thread's context if it has one. Async-signal-safe.
@@ -34,7 +30,8 @@ inline tagZEBU_TLS_VAR* ZEBU_PeekTlsVar()
     return ZEBU2_TlsKeyEnable.load(std::memory_order_acquire) != 0 ? cs_pOwnTlsVar : nullptr;
 }
 
-// Makes the calling thread's context, and first what all threads need for theirs. Null when it cannot.
+// Makes the calling thread's context, and first what all threads need for theirs and the guards of forks.
+// Null when it cannot.
 tagZEBU_TLS_VAR* ZEBU_MakeTlsVar();
 
 // Returns the calling thread's context, made on first use; null when none can be had.

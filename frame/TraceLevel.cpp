@@ -1,7 +1,6 @@
 // frame/TraceLevel.cpp -- levels, thresholds and the time stamp mode: entry points only.
 #include "frame/ErrPos.h"
 #include "frame/GrobalVarUnix.h"
-#include "frame/Guards.h"
 #include "frame/TraceObject.h"
 
 // Stores a level or threshold in range; another one is refused. Returns the value before.
@@ -44,29 +43,12 @@ int ZEBU2_SetShmThreshold(int iThreshold)
 
 // ---- Instances -----------------------------------------------------------------------------------
 
-// Runs `action` on a live instance under the process mutex. Returns its result, or 0 with the failure.
-template <class Action>
-static int fs_onInstance(int iFunc, ZEBU2_HINSTANCE hInstance, Action action)
-{
-    const ZEBUErrScope err(iFunc);
-    if (!hInstance) {
-        (void)err.fail(ZEBU_EPOS_PARAM);
-        return 0;
-    }
-    const ZEBUMutexGuard lock;
-    if (ZEBU_CheckInstance(hInstance) != 0) {
-        (void)err.fail(ZEBU_EPOS_NOTREADY);
-        return 0;
-    }
-    return action(hInstance, err);
-}
-
 static int fs_setInstance(int iFunc, ZEBU2_HINSTANCE hInstance, std::atomic<int> ZEBUTraceObject::*piStored,
                           int iNew)
 {
-    return fs_onInstance(iFunc, hInstance, [=](ZEBUTraceObject* pInstance, const ZEBUErrScope& err) {
-        return fs_store(pInstance->*piStored, iNew, err);
-    });
+    const ZEBUErrScope err(iFunc);
+    const ZEBULiveInstance instance(hInstance, err);
+    return instance ? fs_store(instance.get()->*piStored, iNew, err) : 0;
 }
 
 int ZEBU2_SetInstanceLogLevel(ZEBU2_HINSTANCE hInstance, int iLevel)
@@ -76,9 +58,9 @@ int ZEBU2_SetInstanceLogLevel(ZEBU2_HINSTANCE hInstance, int iLevel)
 
 int ZEBU2_GetInstanceLogLevel(ZEBU2_HINSTANCE hInstance)
 {
-    return fs_onInstance(
-        ZEBU_FUNC_GET_INSTANCE_LOG_LEVEL, hInstance,
-        [](ZEBUTraceObject* pInstance, const ZEBUErrScope&) { return pInstance->iLogLevel.load(); });
+    const ZEBUErrScope err(ZEBU_FUNC_GET_INSTANCE_LOG_LEVEL);
+    const ZEBULiveInstance instance(hInstance, err);
+    return instance ? instance->iLogLevel.load() : 0;
 }
 
 int ZEBU2_SetInstanceFileThreshold(ZEBU2_HINSTANCE hInstance, int iThreshold)

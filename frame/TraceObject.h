@@ -7,8 +7,9 @@
 #include <atomic>
 
 #include "frame/Engine.h"
-#include "frame/FileOpen.h"
+#include "frame/ErrPos.h"
 #include "frame/GrobalVarUnix.h"
+#include "frame/Guards.h"
 
 // The levels are read by puts without the process mutex; all else is guarded by it or never changes.
 struct ZEBUTraceObject final
@@ -24,18 +25,9 @@ struct ZEBUTraceObject final
     // 0 for a live object, -1 for a destroyed one.
     int isInvalid() const;
     void setAppName(const char* pszName) { ZEBU_PadAppName(szAppName, pszName); }
-    ZEBUEngineRef engine() const { return {pLogFile, pMultiLogFile}; }
-
-    // Makes the engine and opens it, unless no ring is described. As ZEBU_StartSingle, ZEBU_StartShared.
-    int createLogFileObject(const tagZEBU_LOGFILE_SPEC* pSpec, int iOption, ZEBUMode eMode);
-    // Closes the engine's files. Returns 0 or the failing close's result.
-    int closeLogFileObject();
-    // Deletes the engine, and closes it if need be.
-    void deleteLogFileObject();
 
     char szTag[4];
-    ZebuLogFile* pLogFile;
-    ZebuMultiLogFile* pMultiLogFile;
+    ZEBUEngine engine;
     char szAppName[ZEBU_APP_NAME + 1];
     std::atomic<int> iLogLevel;
     std::atomic<int> iFileThreshold;
@@ -46,5 +38,28 @@ struct ZEBUTraceObject final
 
 // 0 when the handle is a live instance. Does not touch the memory of one that is not.
 int ZEBU_CheckInstance(const ZEBUTraceObject* hInstance);
+
+// The live instance behind a handle, for a block: nothing deletes it meanwhile, since the process mutex is
+// held. Without one, failure 1 (null) or 11 is stored.
+class ZEBULiveInstance final
+{
+public:
+    ZEBULiveInstance(ZEBUTraceObject* hInstance, const ZEBUErrScope& err)
+        : pInstance(ZEBU_CheckInstance(hInstance) == 0 ? hInstance : nullptr)
+    {
+        if (!pInstance)
+            (void)err.fail(hInstance ? ZEBU_EPOS_NOTREADY : ZEBU_EPOS_PARAM);
+    }
+    ZEBULiveInstance(const ZEBULiveInstance&) = delete;
+    ZEBULiveInstance& operator=(const ZEBULiveInstance&) = delete;
+
+    explicit operator bool() const { return pInstance != nullptr; }
+    ZEBUTraceObject* operator->() const { return pInstance; }
+    ZEBUTraceObject* get() const { return pInstance; }
+
+private:
+    const ZEBUMutexGuard lock;
+    ZEBUTraceObject* const pInstance;
+};
 
 #endif

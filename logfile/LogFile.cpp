@@ -9,7 +9,6 @@
 #include <unistd.h>
 
 #include "frame/Fd.h"
-#include "frame/ForkHandler.h"
 #include "frame/GrobalVarUnix.h"
 #include "logfile/FileHeader.h"
 #include "logfile/LogSwapMsg.h"

@@ -5,7 +5,6 @@
 #include <string.h>
 #include <sys/time.h>
 
-#include "frame/TLS.h"
 #include "output/ltostr.h"
 
 // localtime_r holds a lock inside libc that no one releases in the child of a fork. All conversions of
@@ -43,19 +42,19 @@ void ZEBU_TimeUnlock()
     return true;
 }
 
-void ZEBU_PutLocalTime(char* pBuf, const timeval& time, tagZEBU_TLS_VAR* pTls)
+void ZEBU_PutLocalTime(char* pBuf, const timeval& time, ZEBUCachedSecond* pCached)
 {
-    if (pTls && pTls->bSecondKnown && pTls->lSecond == time.tv_sec) {
-        memcpy(pBuf, pTls->szSecond, ZEBU_SECOND_TEXT);
+    if (pCached && pCached->bKnown && pCached->lSecond == time.tv_sec) {
+        memcpy(pBuf, pCached->szSecond, ZEBU_SECOND_TEXT);
     } else {
         if (!fs_putSecond(pBuf, time.tv_sec)) { // not kept: the next line tries again
             memcpy(pBuf, ZEBU_NO_TIME, ZEBU_TIME_TEXT);
             return;
         }
-        if (pTls) {
-            memcpy(pTls->szSecond, pBuf, ZEBU_SECOND_TEXT);
-            pTls->lSecond = time.tv_sec;
-            pTls->bSecondKnown = true;
+        if (pCached) {
+            memcpy(pCached->szSecond, pBuf, ZEBU_SECOND_TEXT);
+            pCached->lSecond = time.tv_sec;
+            pCached->bKnown = true;
         }
     }
     ZEBU2_IntToStr(pBuf + ZEBU_SECOND_TEXT, static_cast<int>(static_cast<unsigned int>(time.tv_usec) / 1000),

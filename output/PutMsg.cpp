@@ -6,6 +6,7 @@
 #include "frame/ErrPos.h"
 #include "frame/GrobalVarUnix.h"
 #include "frame/Guards.h"
+#include "frame/ProcessObjects.h"
 #include "frame/TraceObject.h"
 #include "mmap/MMap.h"
 #include "output/LocalTime.h"
@@ -47,7 +48,7 @@ int ZEBU_MakeupTraceMessageHeader(char* pszLine, const char* pszAppName, const c
         memcpy(pszLine + ZEBU_COL_TIME, ZEBU_MASKED_TIME, ZEBU_TIME_TEXT);
     } else {
         gettimeofday(pTime, nullptr);
-        ZEBU_PutLocalTime(pszLine + ZEBU_COL_TIME, *pTime, pTls);
+        ZEBU_PutLocalTime(pszLine + ZEBU_COL_TIME, *pTime, pTls ? &pTls->second : nullptr);
     }
     fs_putAppName(pszLine + ZEBU_COL_APP, pszAppName);
     ZEBU_PutProcessId(pszLine + ZEBU_COL_PID);
@@ -127,7 +128,7 @@ static int ZEBU_PutMsgToLogFile(const ZEBUTraceObject* pInstance, int iThreshold
     if (iThreshold == ZEBU2_LEVEL_OFF || iThreshold > iLevel)
         return 0;
     const ZEBUMutexGuard lock;
-    const ZEBUEngineRef engine = pInstance ? pInstance->engine() : ZEBU_ProcessEngine();
+    const ZEBUEngine& engine = pInstance ? pInstance->engine : ZEBU2_Engine;
     return engine.putMessage(pszLine, ulLength);
 }
 

@@ -9,7 +9,7 @@
 #include <algorithm>
 #include <memory>
 
-#include "frame/GrobalVarUnix.h"
+#include "frame/ProcessObjects.h"
 #include "multilog/EndOfData.h"
 #include "multilog/MultiLogFile.h"
 #include "support/Sandbox.h"
