@@ -7,30 +7,6 @@
 
 #include "cleanup/LogCleanupUnix.h"
 
-struct ZEBUFindFileElement
-{
-    long lMtime; // seconds since the epoch
-    ZEBUFindFileElement* pNext;
-    char szPath[ZEBU_FOUND_PATH_ROOM];
-};
-
-// The files found for the rule by number, most recently modified first; of equal times the one that was
-// added later comes first. Owns its elements.
-struct ZEBUFindFileList
-{
-    ZEBUFindFileElement* pHead = nullptr;
-    int iCount = 0;
-
-    ZEBUFindFileList() = default;
-    ~ZEBUFindFileList();
-    ZEBUFindFileList(const ZEBUFindFileList&) = delete;
-    ZEBUFindFileList& operator=(const ZEBUFindFileList&) = delete;
-
-    // Times are compared by the 32 bits of their difference. When there is no memory the file is left
-    // out and failure 9 recorded.
-    void addElement(const char* pszPath, long lMtime);
-};
-
 // Removes every matching file that was last modified at least `iSeconds` ago. Fails with 13, with 20
 // where the scan ended, or with 8, after which the scan went on.
 int ZEBU_DeleteLogByTime(const char* pszPattern, int iSeconds);

@@ -8,19 +8,12 @@
 
 #include <stddef.h>
 
-// Room for any path that the kernel accepts, and for any name built from a prefix that was accepted.
-constexpr size_t ZEBU_PATH_ROOM = 4097;
-
-// Whether this errno of a look at a file says that no such file is there, not that it could not be seen.
-bool ZEBU_IsAbsent(int iErrno);
+#include "frame/TrustedOpen.h"
 
 // Opens a file close-on-exec with `iFlags` (mode 0666 whatever the umask when it is made), and gives it
 // the permission bits `iFileAttr` unless that is -1. A symbolic link is followed only when root or the
 // caller made it. Never waits. Fails with 2; `*piFd` is then -1.
 int ZEBU_OpenFile(int* piFd, const char* pszName, int iFlags, int iFileAttr);
-
-// Opens a regular file for reading in the same way. Returns the descriptor, or -1; records nothing.
-int ZEBU_OpenToRead(const char* pszName);
 
 // Makes sure that the directory part of a file's path exists. Missing levels are made with mode 0777
 // whatever the umask. Fails with 1 (null), 17 or 21.
@@ -32,10 +25,6 @@ int ZEBU_MakeDirectories(const char* pszDirectory);
 // Makes one directory whose parent exists, with mode 0777 whatever the umask. One that another process makes
 // at the same time is as good. Fails with 21.
 int ZEBU_MakeDirectory(const char* pszDirectory);
-
-// As chmod(2), but follows a symbolic link only when root or the caller made it. Leaves the locks of this
-// process on the file alone.
-int ZEBU_ChmodTrusted(const char* pszName, int iMode);
 
 // Gives up the lockf lock on a file, whose position is where it was taken; where that fails, every lock of
 // this process on the file. Records nothing.

@@ -51,7 +51,7 @@ int fs_safeOpen(const char* pszPath, int* piCode, int* piPos)
     constexpr int iFlags = O_RDWR | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
     struct stat named;
     if (lstat(pszPath, &named) != 0) {
-        const int iCreated = open(pszPath, iFlags | O_CREAT | O_EXCL, 0666);
+        const int iCreated = ZEBU_Lift(open(pszPath, iFlags | O_CREAT | O_EXCL, 0666));
         if (iCreated != -1)
             return iCreated;
         if (errno != EEXIST)
@@ -62,7 +62,7 @@ int fs_safeOpen(const char* pszPath, int* piCode, int* piPos)
     if (S_ISLNK(named.st_mode))
         return fs_refuse(piCode, piPos, EACCES, ZEBU_EPOS_MMAP);
 
-    ZEBUFd fd(open(pszPath, iFlags | O_NOFOLLOW));
+    ZEBUFd fd(ZEBU_Lift(open(pszPath, iFlags | O_NOFOLLOW)));
     if (fd.get() == -1 && errno == ELOOP) // a link took the file's place
         return fs_refuse(piCode, piPos, EACCES, ZEBU_EPOS_MMAP);
     if (fd.get() == -1)

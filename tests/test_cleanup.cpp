@@ -1,6 +1,7 @@
-// tests/test_cleanup.cpp -- removal of old trace files, through the exported function.
+// tests/test_cleanup.cpp -- removal of old trace files.
 #include <set>
 
+#include "cleanup/LogCleanup.h"
 #include "support/Sandbox.h"
 
 namespace {
@@ -59,9 +60,44 @@ TEST_F(Cleanup, RulesChooseByPatternAgeAndNumberWhatNobodyHolds)
     }
 }
 
+// Files of one second in the order in which the directory has them, the later ones first.
+TEST_F(Cleanup, ManyFilesTakeNoTime)
+{
+    alarm(30); // compared each with each, they would take minutes
+    constexpr long lCount = 300'000;
+    ZEBUFindFileList fileList;
+    for (long l = 0; l < lCount; ++l)
+        ASSERT_TRUE(fileList.addElement(std::to_string(l).c_str(), l * 7919 % lCount / 3));
+    fileList.sort();
+    const ZEBUFindFileElement* pElement = fileList.pHead;
+    for (long l = 1; l < lCount; ++l, pElement = pElement->pNext) {
+        const ZEBUFindFileElement* const pNext = pElement->pNext;
+        ASSERT_TRUE(pElement->lMtime > pNext->lMtime ||
+                    (pElement->lMtime == pNext->lMtime && atol(pElement->path()) > atol(pNext->path())));
+    }
+    EXPECT_EQ(pElement->pNext, nullptr);
+}
+
+TEST_F(Cleanup, NothingIsOpenedThroughAStrangersLink)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root can plant what belongs to another";
+    makeFile("../victim", 100);
+    for (const char* pszLink : {"own", "foreign"})
+        ASSERT_EQ(symlink("../victim", in(pszLink).c_str()), 0);
+    ASSERT_EQ(lchown(in("foreign").c_str(), 65534, 65534), 0);
+    EXPECT_EQ(clear("*", AGE, 0), Result(0, 0));
+    EXPECT_EQ(names(), std::set<std::string>{"foreign"});
+}
+
 TEST_F(Cleanup, ArgumentsAndEntriesAreChecked)
 {
     makeFile("a", 100);
+    std::string deep = "../d"; // such that ".." in it has a longer path than any call takes
+    while (in(deep).size() < 4094)
+        deep += deep.size() % 200 == 0 ? '/' : 'd';
+    deep.back() = '/';
+    std::filesystem::create_directories(in(deep));
     ASSERT_EQ(symlink("nowhere", in("link").c_str()), 0);
     const std::string longest(4096 - in("").size(), '*');
     const std::tuple<std::string, int, int, int, int> cases[] = {
@@ -70,6 +106,7 @@ TEST_F(Cleanup, ArgumentsAndEntriesAreChecked)
         {"*", 3, 0, 0x0C000001, 0},
         {"d*/a", NUMBER, 0, 0x0C00000D, ENOENT},
         {"a/*", AGE, 0, 0x0C00000D, ENOTDIR},
+        {deep + "*", AGE, 0, 0x0C000014, ENAMETOOLONG},
         {"a", NUMBER, 0, 0x0C000014, ENOENT},
         {"none", AGE, 0, 0x0C000014, ENOENT},
     };

@@ -49,15 +49,48 @@ TEST_F(Host, ACancelledThreadLeavesNoLockBehind)
     ASSERT_EQ(ZEBU2_CreateInstanceM(&m_shared, ring(4096, 3, "shared"), "host", ZEBU2_OPT_NOFILL), 0);
     const auto putForEver = [](void* hShared) -> void* {
         for (;; pthread_testcancel())
-            (void)(ZEBU2_PutLine(0, "line") | ZEBU2_PutInstanceLine(ZEBU2_HINSTANCE(hShared), 0, "line"));
+            (void)(ZEBU2_PutLine(0, "line") | ZEBU2_PutInstanceLine(ZEBU2_HINSTANCE(hShared), 0, "line") |
+                   ZEBU2_LogFileClear("/proc/self/*", ZEBU2_CLEAR_BY_NUMBER, 1000)); // reads a directory
     };
+    const auto descriptors = [] {
+        const std::filesystem::directory_iterator open("/proc/self/fd");
+        return std::distance(begin(open), end(open));
+    };
+    const auto nOpen = descriptors();
     for (int i = 0; i < 100; ++i) {
         pthread_t thread;
         ASSERT_EQ(pthread_create(&thread, nullptr, putForEver, m_shared), 0);
-        std::this_thread::sleep_for(std::chrono::microseconds(50 + i)); // any moment will do
+        std::this_thread::sleep_for(std::chrono::microseconds(50 + i * 5)); // any moment will do
         ASSERT_EQ(pthread_cancel(thread) | pthread_join(thread, nullptr), 0);
         EXPECT_EQ(ZEBU2_PutLine(0, "after") | ZEBU2_PutInstanceLine(m_shared, 0, "after"), 0);
     }
+    EXPECT_EQ(descriptors(), nOpen);
+}
+
+// A daemon closes its standard descriptors, and later prints.
+TEST_F(Host, NoDescriptorIsAStandardOne)
+{
+    ASSERT_EQ(ZEBU2_Initialize(ring(4096), "app"),
+              0); // what is opened while nothing is closed does not count
+    stop();
+    const int iStatus = inChild([&] {
+        const auto isFree = [] {
+            return fcntl(0, F_GETFD) == -1 && fcntl(1, F_GETFD) == -1 && fcntl(2, F_GETFD) == -1;
+        };
+        CHECK(close(0) == 0 && close(1) == 0);
+        const int iErrors = fcntl(2, F_DUPFD_CLOEXEC, 9); // for CHECK
+        CHECK(close(2) == 0);
+        const bool bRun = ZEBU2_Initialize(ring(4096), "app") == 0 &&
+                          ZEBU2_CreateInstanceM(&m_shared, ring(4096, 3, "shared"), "app", 0) == 0;
+        bool bFree = bRun && isFree();
+        for (int i = 0; i < 10; ++i) // both move on
+            bFree = ZEBU2_PutLine(0, std::string(900, 'x').c_str()) == 0 &&
+                    ZEBU2_PutInstanceLine(m_shared, 0, std::string(900, 'x').c_str()) == 0 && isFree() &&
+                    bFree;
+        CHECK(dup2(iErrors, 2) == 2);
+        CHECK(bFree);
+    });
+    EXPECT_EQ(iStatus, 0);
 }
 
 // Whatever the parent's threads hold at the moment of a fork, its child logs at once, and neither loses a
