@@ -18,14 +18,21 @@ int ZEBUConfigInf2::loadCnf()
     if (!file.isOpen())
         return -1;
     while (const char* pszLine = file.nextLine()) {
-        if (!ZEBU_IsCnfKey(pszLine, ZEBU_cs_pszCnfEntMsgString))
-            continue;
-        const char* pszValue = strchr(pszLine + strlen(ZEBU_cs_pszCnfEntMsgString), '=');
-        if (!pszValue)
-            break; // a line without "=" ends the reading
-        pszValue += pszValue[1] == ' ' ? 2 : 1;
-        memset(szMsgString, 0, sizeof szMsgString);
-        memcpy(szMsgString, pszValue, strnlen(pszValue, ZEBU_MSG_STRING_MAX));
+        if (readLine(pszLine) == -1)
+            break;
     }
     return 0;
+}
+
+int ZEBUConfigInf2::readLine(const char* pszLine)
+{
+    if (!ZEBU_IsCnfKey(pszLine, ZEBU_cs_pszCnfEntMsgString))
+        return 0;
+    const char* pszValue = strchr(pszLine + strlen(ZEBU_cs_pszCnfEntMsgString), '=');
+    if (!pszValue)
+        return -1;
+    pszValue += pszValue[1] == ' ' ? 2 : 1;
+    memset(szMsgString, 0, sizeof szMsgString);
+    memcpy(szMsgString, pszValue, strnlen(pszValue, ZEBU_MSG_STRING_MAX));
+    return 1;
 }

@@ -16,6 +16,10 @@ public:
 
     // Returns 0, or -1 when the file cannot be opened. Records no failure.
     int loadCnf();
+
+    // Takes the template that a line gives, if it is one of the key. Returns 1, 0 for any other line, or -1
+    // for one without "=", which ends the reading.
+    int readLine(const char* pszLine);
 };
 
 #endif

@@ -20,7 +20,7 @@ static bool fs_isStandardFile(const char* pszPath)
 
 const char* ZEBU_GetCnfOverride()
 {
-    const char* pszName = getenv(ZEBU_cs_pszCnf2Env);
+    const char* pszName = secure_getenv(ZEBU_cs_pszCnf2Env);
     if (!pszName || pszName[0] == '\0' || strnlen(pszName, ZEBU_CNF_PATH_MAX + 1) > ZEBU_CNF_PATH_MAX)
         return nullptr;
     if (fs_isStandardFile(pszName))
@@ -49,7 +49,16 @@ ZEBUConfFile::~ZEBUConfFile()
 
 const char* ZEBUConfFile::nextLine()
 {
-    return fgets(szLine, sizeof szLine, pStream);
+    // Not by the length of the text: it may hold zero bytes. A piece fills the buffer up to a last character
+    // that is no line feed; otherwise one of the two bytes keeps its value.
+    constexpr size_t uLast = sizeof szLine - 2;
+    szLine[uLast] = '\n';
+    szLine[uLast + 1] = '\n';
+    bLaterPiece = bGoesOn;
+    iLine += bLaterPiece ? 0 : 1;
+    const char* pszText = fgets(szLine, sizeof szLine, pStream);
+    bGoesOn = szLine[uLast] != '\n' && szLine[uLast + 1] == '\0';
+    return pszText;
 }
 
 bool ZEBU_IsCnfKey(const char* pszLine, const char* pszKey)

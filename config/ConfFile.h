@@ -15,7 +15,8 @@ constexpr int ZEBU_CNF_LINE_ROOM = 4160; // a longer line is read in pieces of o
 
 // Returns the file that the environment names in place of ZEBU_cs_pszCnfFileName, or null when it names
 // none or one that is not allowed: not 1 to 4096 characters, not absolute, one of the two standard
-// files in any spelling, or not an existing regular file.
+// files in any spelling, or not an existing regular file. Null too in a program that runs with more rights
+// than its user: the environment is not the program's own there.
 const char* ZEBU_GetCnfOverride();
 
 // A configuration file opened for reading; closed with the object. The open never waits, not even for
@@ -34,8 +35,15 @@ public:
     // when reading fails. The text lives until the next call.
     const char* nextLine();
 
+    // The number, from 1, of the line that the last text is of, and whether it is a later piece of it.
+    int line() const { return iLine; }
+    bool isLaterPiece() const { return bLaterPiece; }
+
 private:
     FILE* pStream;
+    int iLine = 0;
+    bool bLaterPiece = false;
+    bool bGoesOn = false; // the last text was a piece that is not the last of its line
     char szLine[ZEBU_CNF_LINE_ROOM];
 };
 

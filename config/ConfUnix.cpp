@@ -17,56 +17,27 @@ constexpr char cs_pszMMapSpoolFile[] = "/opt/kelvora/ZEBULib2/mmap/zebu2mmap.mm"
 constexpr char ZEBU_cs_pszTestSpoolDir[] = "/mmap";
 constexpr char ZEBU_cs_pszTestMMapFile[] = "/mmap/zebu2mmap.mm";
 
-constexpr char cs_szKeyLogFile[] = "LogFile";
 constexpr char cs_szFormatText[] = "%4097s";
 static_assert(ZEBU_CNF_TEXT_MAX == 4097, "the width in the format");
 
-// In the order in which a line is compared with them; one of the three fields is set.
-struct tagZEBU_CNF_KEY
-{
-    const char* pszName;
-    int ZEBUConfigInf::*piField;
-    unsigned int ZEBUConfigInf::*puField;
-    char (ZEBUConfigInf::*pszField)[ZEBU_CNF_TEXT_MAX + 1];
-};
-
-constexpr tagZEBU_CNF_KEY cs_keys[] = {
-    {"Release", &ZEBUConfigInf::iRelease, nullptr, nullptr},
-    {"LogFNum", &ZEBUConfigInf::iLogFNum, nullptr, nullptr},
-    {"MonPath", nullptr, nullptr, &ZEBUConfigInf::szMonPath},
-    {cs_szKeyLogFile, nullptr, nullptr, &ZEBUConfigInf::szLogFile},
-    {"LogSize", nullptr, &ZEBUConfigInf::uLogSize, nullptr},
-    {"MapSize", nullptr, &ZEBUConfigInf::uMapSize, nullptr},
-    {"WatchDog", &ZEBUConfigInf::iWatchDog, nullptr, nullptr},
-    {"IntervalSec", &ZEBUConfigInf::iIntervalSec, nullptr, nullptr},
-    {"MaxMsgNum", &ZEBUConfigInf::iMaxMsgNum, nullptr, nullptr},
-};
-
-// Returns where the value of a line begins, or null. A blank must stand between the key and the "=",
-// since the key is the first blank-delimited word whatever it holds.
-const char* fs_value(const char* pszLine)
-{
-    int iValue = -1;
-    (void)sscanf(pszLine, "%*s = %n", &iValue);
-    return iValue == -1 ? nullptr : pszLine + iValue;
-}
-
 // The conversions of scanf's %d and %u: they leave a number that does not fit undefined, these keep its
 // low 32 bits (of the largest or smallest long when it does not fit that either).
-void fs_readInt(const char* pszValue, int* piField)
+bool fs_readInt(const char* pszValue, int* piField)
 {
     char* pszEnd;
     const long lValue = strtol(pszValue, &pszEnd, 10);
     if (pszEnd != pszValue)
         *piField = static_cast<int>(lValue);
+    return pszEnd != pszValue;
 }
 
-void fs_readUnsigned(const char* pszValue, unsigned int* puField)
+bool fs_readUnsigned(const char* pszValue, unsigned int* puField)
 {
     char* pszEnd;
     const unsigned long ulValue = strtoul(pszValue, &pszEnd, 10);
     if (pszEnd != pszValue)
         *puField = static_cast<unsigned int>(ulValue);
+    return pszEnd != pszValue;
 }
 
 void fs_copyText(char (&szField)[ZEBU_CNF_TEXT_MAX + 1], const char* pszText, size_t uLength)
@@ -112,7 +83,7 @@ int ZEBUConfigInf::loadCnf()
         if (!file.isOpen())
             return -1;
         while (const char* pszLine = file.nextLine())
-            readLine(pszLine);
+            (void)readLine(pszLine);
     }
     if (pszOverride)
         return placeByLogFile();
@@ -122,25 +93,37 @@ int ZEBUConfigInf::loadCnf()
     return 0;
 }
 
-void ZEBUConfigInf::readLine(const char* pszLine)
+const char* ZEBU_CnfValue(const char* pszLine)
 {
-    const tagZEBU_CNF_KEY* pKey = cs_keys;
-    const tagZEBU_CNF_KEY* const pEnd = cs_keys + sizeof cs_keys / sizeof *cs_keys;
-    while (pKey != pEnd && !ZEBU_IsCnfKey(pszLine, pKey->pszName))
-        ++pKey;
-    if (pKey == pEnd)
-        return;
-    if (pKey->pszName == cs_szKeyLogFile)
+    int iValue = -1;
+    (void)sscanf(pszLine, "%*s = %n", &iValue);
+    return iValue == -1 ? nullptr : pszLine + iValue;
+}
+
+ZEBUCnfLine ZEBUConfigInf::readLine(const char* pszLine, const tagZEBU_CNF_KEY** ppKey)
+{
+    const tagZEBU_CNF_KEY* pKey = nullptr;
+    for (const tagZEBU_CNF_KEY& key : ZEBU_cs_cnfKeys) {
+        if (!pKey && ZEBU_IsCnfKey(pszLine, key.pszName))
+            pKey = &key;
+    }
+    if (ppKey)
+        *ppKey = pKey;
+    if (!pKey)
+        return ZEBU_CNF_NO_KEY;
+    if (pKey->pszField == &ZEBUConfigInf::szLogFile)
         iLoaded = 1;
-    const char* pszValue = fs_value(pszLine);
+    const char* pszValue = ZEBU_CnfValue(pszLine);
     if (!pszValue)
-        return;
+        return ZEBU_CNF_NO_VALUE;
+    bool bTaken;
     if (pKey->piField)
-        fs_readInt(pszValue, &(this->*pKey->piField));
+        bTaken = fs_readInt(pszValue, &(this->*pKey->piField));
     else if (pKey->puField)
-        fs_readUnsigned(pszValue, &(this->*pKey->puField));
+        bTaken = fs_readUnsigned(pszValue, &(this->*pKey->puField));
     else
-        (void)sscanf(pszValue, cs_szFormatText, this->*pKey->pszField);
+        bTaken = sscanf(pszValue, cs_szFormatText, this->*pKey->pszField) == 1;
+    return bTaken ? ZEBU_CNF_TAKEN : ZEBU_CNF_UNREADABLE;
 }
 
 // The area lies in the subdirectory mmap beside the file that "LogFile" names.

@@ -20,6 +20,12 @@ constexpr int getDefaultMaxMsgNumber()
     return 0;
 }
 
+// What became of a line: it begins with no key, has no value behind " =", or none that can be read; or it
+// gave its key a value.
+enum ZEBUCnfLine { ZEBU_CNF_NO_KEY, ZEBU_CNF_NO_VALUE, ZEBU_CNF_UNREADABLE, ZEBU_CNF_TAKEN };
+
+struct tagZEBU_CNF_KEY;
+
 // Large: four texts of 4 KiB.
 class ZEBUConfigInf final
 {
@@ -46,6 +52,9 @@ public:
     // when it cannot be opened or does not say where the trace area lies.
     int loadCnf();
 
+    // Takes the value of a line, if it has one for a key. `ppKey`, unless null: the key, or null without one.
+    ZEBUCnfLine readLine(const char* pszLine, const tagZEBU_CNF_KEY** ppKey = nullptr);
+
     // Nothing is ever written back. Returns 0.
     int saveCnf() { return 0; }
 
@@ -63,8 +72,33 @@ public:
 
 private:
     void setDefaults();
-    void readLine(const char* pszLine);
     int placeByLogFile();
 };
+
+// A key and the setting that it gives: one of the three fields.
+struct tagZEBU_CNF_KEY
+{
+    const char* pszName;
+    int ZEBUConfigInf::*piField;
+    unsigned int ZEBUConfigInf::*puField;
+    char (ZEBUConfigInf::*pszField)[ZEBU_CNF_TEXT_MAX + 1];
+};
+
+// In the order in which a line is compared with them; no name begins another.
+constexpr tagZEBU_CNF_KEY ZEBU_cs_cnfKeys[] = {
+    {"Release", &ZEBUConfigInf::iRelease, nullptr, nullptr},
+    {"MonPath", nullptr, nullptr, &ZEBUConfigInf::szMonPath},
+    {"LogFile", nullptr, nullptr, &ZEBUConfigInf::szLogFile},
+    {"LogSize", nullptr, &ZEBUConfigInf::uLogSize, nullptr},
+    {"LogFNum", &ZEBUConfigInf::iLogFNum, nullptr, nullptr},
+    {"WatchDog", &ZEBUConfigInf::iWatchDog, nullptr, nullptr},
+    {"MapSize", nullptr, &ZEBUConfigInf::uMapSize, nullptr},
+    {"IntervalSec", &ZEBUConfigInf::iIntervalSec, nullptr, nullptr},
+    {"MaxMsgNum", &ZEBUConfigInf::iMaxMsgNum, nullptr, nullptr},
+};
+
+// Where the value of a line begins, or null. A blank must stand between the key and the "=", since the key is
+// the first blank-delimited word whatever it holds.
+const char* ZEBU_CnfValue(const char* pszLine);
 
 #endif

@@ -26,6 +26,13 @@ static_assert(offsetof(tagZEBU_AREA_HEADER, uGuard) == 20);
 
 constexpr uint32_t ZEBU_AREA_MAGIC = 0x5542455A; // "ZEBU"
 
+// A file up to this size is begun anew at every open.
+constexpr uint32_t ZEBU_AREA_FRESH_MAX = 4096;
+
+// Bounds of the rate limit; the lowest is 0 for both.
+constexpr unsigned int ZEBU_INTERVAL_SEC_MAX = 86400;
+constexpr unsigned int ZEBU_MSG_NUM_MAX = 1000000;
+
 // The geometry and offsets of a ring as they were read from a header. Both offsets run from 0 to the size
 // itself: a line that ends exactly with the data leaves the write offset there. Equal offsets: empty.
 struct tagZEBU_AREA_RING

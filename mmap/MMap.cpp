@@ -172,9 +172,9 @@ unsigned int fs_zebu_mmap_output_count;
 
 void ZEBU_initMMapLimitValues(int iIntervalSec, int iMaxMsgNum)
 {
-    if (static_cast<unsigned int>(iIntervalSec) <= 86400)
+    if (static_cast<unsigned int>(iIntervalSec) <= ZEBU_INTERVAL_SEC_MAX)
         fs_zebu_mmap_interval_sec = {iIntervalSec, 0};
-    if (static_cast<unsigned int>(iMaxMsgNum) <= 1000000)
+    if (static_cast<unsigned int>(iMaxMsgNum) <= ZEBU_MSG_NUM_MAX)
         g_zebu_mmap_output_max = static_cast<unsigned int>(iMaxMsgNum);
 }
 

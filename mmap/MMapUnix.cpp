@@ -14,9 +14,8 @@
 #include "mmap/MMap.h"
 
 enum { cs_iFresh = 1, cs_iSound = 0, cs_iDamaged = -2 }; // what readAndCheckHeader finds
-enum : unsigned int { cs_uFreshSizeMax = 4096 };         // a file up to this size is begun anew at every open
 
-ZEBUMMapFile::ZEBUMMapFile() : uMapLength(cs_uFreshSizeMax), iFd(-1), pMap(MAP_FAILED), iRefCount(0)
+ZEBUMMapFile::ZEBUMMapFile() : uMapLength(ZEBU_AREA_FRESH_MAX), iFd(-1), pMap(MAP_FAILED), iRefCount(0)
 {
     const ZEBUConfigInf config;
     ZEBU_initMMapLimitValues(config.iIntervalSec, config.iMaxMsgNum);
@@ -185,7 +184,7 @@ int ZEBUMMapFile::readAndCheckHeader()
     const off_t lSize = lseek(iFd, 0, SEEK_END);
     if (lSize == -1)
         return ZEBU_Fail(ZEBU_EPOS_LSEEK, errno);
-    if (lSize <= cs_uFreshSizeMax)
+    if (lSize <= off_t{ZEBU_AREA_FRESH_MAX})
         return cs_iFresh;
     uMapLength = static_cast<unsigned int>(lSize);
     if (lseek(iFd, 0, SEEK_SET) == -1)

@@ -2,6 +2,7 @@
 #include <stdlib.h>
 
 #include "config/Conf2Unix.h"
+#include "config/ConfFile.h"
 #include "config/ConfUnix.h"
 #include "support/Sandbox.h"
 
@@ -103,6 +104,21 @@ TEST_F(Config, StandardFileIsReadWithoutAUsableOverride)
     expect("", 65536, "");
     ASSERT_EQ(mkfifo(standard.c_str(), 0600), 0); // that nobody writes
     expect("", 65536, "");
+}
+
+// A copy of this program runs with the rights of its owner, who is not its user.
+TEST_F(Config, AProgramWithOtherRightsThanItsUserIgnoresTheEnvironment)
+{
+    const bool isCopy = getenv("ZEBU_TEST_COPY");
+    EXPECT_EQ(ZEBU_GetCnfOverride() == nullptr, isCopy);
+    if (isCopy)
+        return;
+    const std::string copy = path("copy");
+    std::filesystem::copy_file("/proc/self/exe", copy);
+    if (chown(copy.c_str(), 65534, 65534) != 0 || chmod(copy.c_str(), 04755) != 0)
+        GTEST_SKIP() << "files cannot be given away";
+    setenv("ZEBU_TEST_COPY", "1", 1);
+    EXPECT_EQ(system((copy + " --gtest_filter='*IgnoresTheEnvironment'").c_str()), 0);
 }
 
 } // namespace

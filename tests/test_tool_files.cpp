@@ -161,24 +161,36 @@ TEST_F(ToolFiles, CleanRemovesWhatItAnnounces)
 TEST_F(ToolFiles, ConfigTellsWhereEachValueComesFrom)
 {
     writeFile(configFile(),
-              "# comment\n\nLogFile = /srv/log/x\nLogSize=1024\n LogFNum = 3\nMapSize = 4096\n"
-              "MapSize = 8192\nWatchDog = many\nRelease\nOther = 1\nMsgString=Now %f\nMsgString\n");
+              "#" + std::string(9000, 'x') +
+                  "\n\nLogFile = /none/log/x y\nLogSize=1024\n LogFNum = 3\nMapSize = 4096\nMapSize = 24\n"
+                  "WatchDog = many\nRelease\nOther = 1\nMsgString=Now %f\nMsgString\nMonPath = \"/mon\"\n"
+                  "IntervalSec = 86401s\nMaxMsgNum = 4294967297\n");
     EXPECT_EQ(
         zebu2({"config"}).out,
         "file        " + configFile() +
             " (ZEBU2_TRACECNF_FILE names it)\n"
-            "Release     1  (default)\nMonPath     (empty)  (default)\nLogFile     /srv/log/x  (line 3)\n"
+            "Release     1  (default)\nMonPath     \"/mon\"  (line 13)\nLogFile     /none/log/x  (line 3)\n"
             "LogSize     262144  (default)\nLogFNum     4  (default)\nWatchDog    10  (default)\n"
-            "MapSize     8192  (line 7)\nIntervalSec 0  (default)\nMaxMsgNum   0  (default)\n"
-            "MsgString   Now %f  (line 11)\ntrace area  /srv/log/mmap/zebu2mmap.mm\n"
+            "MapSize     24  (line 7)\nIntervalSec 86401  (line 14)\nMaxMsgNum   1  (line 15)\n"
+            "MsgString   Now %f  (line 11)\ntrace area  /none/log/mmap/zebu2mmap.mm\n"
+            "line 3      LogFile ends where a text ends, at its first blank: \"y\" is left out\n"
+            "line 3      there is no directory /none/log for the trace area\n"
             "line 4      has no effect: there is no blank before \"=\"\n"
             "line 5      has no effect: it begins with a blank\n"
             "line 6      has no effect: line 7 sets MapSize again\n"
+            "line 7      no trace area fits into this MapSize: none is opened\n"
             "line 8      has no effect: the value is no number\n"
             "line 9      has no effect: there is no \"=\"\n"
             "line 10     has no effect: it begins with no key\n"
-            "line 12     has no effect: there is no \"=\", and no later MsgString is read\n");
+            "line 12     has no effect: there is no \"=\", and no later MsgString is read\n"
+            "line 13     the quotes are part of MonPath\n"
+            "line 14     the value goes on behind its number: 86401 is in force\n"
+            "line 14     IntervalSec is out of range and changes no limit\n"
+            "line 15     the value does not fit: 1 is in force\n");
     expectStatus(1, {"config --check"});
+    writeFile(configFile(), "\xEF\xBB\xBFLogFile = " + path("x") + "\nLogFile = " + path("x") + "\n");
+    EXPECT_NE(zebu2({"config"}).out.find("line 1      has no effect: it begins with a byte order mark"),
+              std::string::npos);
     configure();
     expectStatus(0, {"config --check"});
     setenv("ZEBU2_TRACECNF_FILE", "relative", 1);

@@ -1,6 +1,8 @@
 // tools/Config.cpp -- which configuration the library would read, and what it makes of each line.
 //
 // The values come from the library's own reader; here is only told where they come from.
+#include <algorithm>
+#include <ctype.h>
 #include <errno.h>
 #include <limits.h>
 #include <map>
@@ -13,18 +15,10 @@
 #include "config/ConfFile.h"
 #include "config/ConfUnix.h"
 #include "config/GetPath.h"
+#include "mmap/AreaHeader.h"
 #include "tools/Verbs.h"
 
 namespace {
-// In the order in which the library compares a line with them.
-constexpr const char* cs_keys[] = {"Release", "LogFNum",  "MonPath",     "LogFile",  "LogSize",
-                                   "MapSize", "WatchDog", "IntervalSec", "MaxMsgNum"};
-
-bool fs_isText(const std::string& strKey)
-{
-    return strKey == "MonPath" || strKey == "LogFile";
-}
-
 // Why the file that the environment names is not read, or an empty text when it is.
 std::string fs_whyNotOverride(const char* pszName)
 {
@@ -44,27 +38,33 @@ std::string fs_whyNotOverride(const char* pszName)
     return strSubject + (S_ISREG(info.st_mode) ? "is a standard file" : "is no ordinary file");
 }
 
-// What becomes of the lines of one file.
+// What the library makes of the lines of one file, told by its own parser.
 class ZEBULines
 {
 public:
     explicit ZEBULines(const std::string& strFile);
     bool isOpen() const { return m_bOpen; }
 
-    // "line 7", or "default" when no line sets the key.
-    std::string origin(const std::string& strKey) const;
+    // The line that sets a key, 0 for none.
+    int lineOf(const std::string& strKey) const;
 
-    // Number of the line and the reason why it has no effect.
+    // Number of a line, and what is not as its writer may think.
     std::vector<std::pair<int, std::string>> remarks;
 
 private:
-    void read(int iLine, const std::string& strLine);
-    void readMessage(int iLine, const std::string& strLine);
-    void set(int iLine, const std::string& strKey);
-    void remark(int iLine, const std::string& strReason) { remarks.emplace_back(iLine, strReason); }
+    void read(const char* pszLine, bool bLaterPiece);
+    void readMessage(const char* pszLine);
+    void checkValue(const tagZEBU_CNF_KEY& key, const std::string& strValue);
+    void set(const std::string& strKey);
+    void remark(const std::string& strText) { remarks.emplace_back(m_iLine, strText); }
+    void noEffect(const std::string& strReason) { remark("has no effect: " + strReason); }
 
+    std::unique_ptr<ZEBUConfigInf> m_pConfig =
+        std::make_unique<ZEBUConfigInf>(); // takes the values, read by nobody
+    ZEBUConfigInf2 m_config2;
     bool m_bOpen;
     bool m_bMessagesEnded = false;
+    int m_iLine = 0;
     std::map<std::string, int> m_origins;
 };
 
@@ -72,60 +72,98 @@ ZEBULines::ZEBULines(const std::string& strFile)
 {
     ZEBUConfFile file(strFile.c_str());
     m_bOpen = file.isOpen();
-    int iLine = 0;
-    while (const char* pszLine = m_bOpen ? file.nextLine() : nullptr)
-        read(++iLine, pszLine);
+    while (const char* pszLine = m_bOpen ? file.nextLine() : nullptr) {
+        m_iLine = file.line();
+        read(pszLine, file.isLaterPiece());
+    }
 }
 
-std::string ZEBULines::origin(const std::string& strKey) const
+int ZEBULines::lineOf(const std::string& strKey) const
 {
     const auto found = m_origins.find(strKey);
-    return found == m_origins.end() ? "default" : "line " + std::to_string(found->second);
+    return found == m_origins.end() ? 0 : found->second;
 }
 
-void ZEBULines::set(int iLine, const std::string& strKey)
+void ZEBULines::set(const std::string& strKey)
 {
-    const auto earlier = m_origins.find(strKey);
-    if (earlier != m_origins.end())
-        remark(earlier->second, "line " + std::to_string(iLine) + " sets " + strKey + " again");
-    m_origins[strKey] = iLine;
-}
-
-void ZEBULines::read(int iLine, const std::string& strLine)
-{
-    if (ZEBU_IsCnfKey(strLine.c_str(), ZEBU_cs_pszCnfEntMsgString))
-        return readMessage(iLine, strLine);
-    for (const char* pszKey : cs_keys) {
-        if (!ZEBU_IsCnfKey(strLine.c_str(), pszKey))
-            continue;
-        int iValue = -1;
-        (void)sscanf(strLine.c_str(), "%*s = %n", &iValue);
-        const char* pszValue = iValue < 0 ? "" : strLine.c_str() + iValue;
-        char* pszEnd = nullptr;
-        if (iValue < 0 && strLine.find('=') == strLine.npos)
-            return remark(iLine, "there is no \"=\"");
-        if (iValue < 0)
-            return remark(iLine, "there is no blank before \"=\"");
-        (void)strtol(pszValue, &pszEnd, 10);
-        if (*pszValue == '\0' || (!fs_isText(pszKey) && pszEnd == pszValue))
-            return remark(iLine, fs_isText(pszKey) ? "there is no value" : "the value is no number");
-        return set(iLine, pszKey);
+    const int iEarlier = lineOf(strKey);
+    if (iEarlier != 0) {
+        std::erase_if(remarks, [&](const auto& earlier) { return earlier.first == iEarlier; });
+        remarks.emplace_back(iEarlier,
+                             "has no effect: line " + std::to_string(m_iLine) + " sets " + strKey + " again");
     }
-    const size_t uFirst = strLine.find_first_not_of(" \t\r\n");
-    if (uFirst == strLine.npos || strchr("#;", strLine[uFirst]))
-        return;
-    const bool bIndented = uFirst > 0;
-    remark(iLine, bIndented ? "it begins with a blank" : "it begins with no key");
+    m_origins[strKey] = m_iLine;
 }
 
-void ZEBULines::readMessage(int iLine, const std::string& strLine)
+void ZEBULines::read(const char* pszLine, bool bLaterPiece)
+{
+    static constexpr std::string_view svByteOrderMark = "\xEF\xBB\xBF";
+    const std::string_view svLine = pszLine;
+    const size_t uFirst = svLine.find_first_not_of(" \t\r\n");
+    const tagZEBU_CNF_KEY* pKey;
+    switch (m_pConfig->readLine(pszLine, &pKey)) {
+    case ZEBU_CNF_TAKEN:
+        set(pKey->pszName);
+        return checkValue(*pKey, std::string(ZEBU_WithoutLineEnd(ZEBU_CnfValue(pszLine))));
+    case ZEBU_CNF_UNREADABLE:
+        return noEffect(pKey->pszField ? "there is no value" : "the value is no number");
+    case ZEBU_CNF_NO_VALUE:
+        return noEffect(svLine.find('=') == svLine.npos ? "there is no \"=\""
+                                                        : "there is no blank before \"=\"");
+    case ZEBU_CNF_NO_KEY:
+        break;
+    }
+    if (ZEBU_IsCnfKey(pszLine, ZEBU_cs_pszCnfEntMsgString))
+        return readMessage(pszLine);
+    if (uFirst == svLine.npos || bLaterPiece || strchr("#;", svLine[uFirst]))
+        return;
+    const bool bMarked = svLine.starts_with(svByteOrderMark);
+    if (!bMarked || (svLine.size() > 3 && isalpha(static_cast<unsigned char>(svLine[3]))))
+        noEffect(bMarked      ? "it begins with a byte order mark"
+                 : uFirst > 0 ? "it begins with a blank"
+                              : "it begins with no key");
+}
+
+void ZEBULines::readMessage(const char* pszLine)
 {
     if (m_bMessagesEnded)
-        return remark(iLine, "an earlier MsgString line without \"=\" ends the reading");
-    m_bMessagesEnded = strLine.find('=', strlen(ZEBU_cs_pszCnfEntMsgString)) == strLine.npos;
+        return noEffect("an earlier MsgString line without \"=\" ends the reading");
+    m_bMessagesEnded = m_config2.readLine(pszLine) == -1;
     if (m_bMessagesEnded)
-        return remark(iLine, "there is no \"=\", and no later MsgString is read");
-    set(iLine, ZEBU_cs_pszCnfEntMsgString);
+        return noEffect("there is no \"=\", and no later MsgString is read");
+    set(ZEBU_cs_pszCnfEntMsgString);
+}
+
+// Tells of a value that is not in force as it stands there.
+void ZEBULines::checkValue(const tagZEBU_CNF_KEY& key, const std::string& strValue)
+{
+    const std::string strKey = key.pszName;
+    if (key.pszField) {
+        const std::string strTaken = (*m_pConfig).*key.pszField;
+        const size_t uRest = strValue.find_first_not_of(" \t\r", strTaken.size());
+        if (strchr("\"'", strValue[0]))
+            remark("the quotes are part of " + strKey);
+        if (uRest != strValue.npos)
+            remark(strKey + " ends where a text ends, at its first blank: \"" + strValue.substr(uRest) +
+                   "\" is left out");
+        return;
+    }
+    const long lTaken =
+        key.piField ? (*m_pConfig).*key.piField : static_cast<long>((*m_pConfig).*key.puField);
+    char* pszEnd;
+    errno = 0;
+    const bool bFits = strtol(strValue.c_str(), &pszEnd, 10) == lTaken && errno == 0;
+    if (!bFits || pszEnd[strspn(pszEnd, " \t\r")] != '\0')
+        remark((bFits ? "the value goes on behind its number: " : "the value does not fit: ") +
+               std::to_string(lTaken) + " is in force");
+    const auto uTaken = static_cast<unsigned>(lTaken);
+    if ((strKey == "IntervalSec" && uTaken > ZEBU_INTERVAL_SEC_MAX) ||
+        (strKey == "MaxMsgNum" && uTaken > ZEBU_MSG_NUM_MAX))
+        remark(strKey + " is out of range and changes no limit");
+    if (strKey == "MapSize" && uTaken <= ZEBU_AREA_FRESH_MAX)
+        remark(uTaken <= sizeof(tagZEBU_AREA_HEADER)
+                   ? "no trace area fits into this MapSize: none is opened"
+                   : "with this MapSize the trace area begins anew whenever a process opens it");
 }
 
 class ZEBUConfigReport
@@ -136,6 +174,7 @@ public:
 private:
     void chooseFiles();
     void value(const ZEBULines& lines, const std::string& strKey, const std::string& strValue);
+    void checkAreaDirectory(const ZEBUConfigInf& config, ZEBULines* pLines);
     void print(const std::string& strName, const std::string& strText);
 
     ZEBUOutput m_output{ZEBUFormat::Text, ZEBUColor::Never};
@@ -153,7 +192,7 @@ void ZEBUConfigReport::print(const std::string& strName, const std::string& strT
 
 void ZEBUConfigReport::chooseFiles()
 {
-    const char* pszName = getenv(ZEBU_cs_pszCnf2Env);
+    const char* pszName = secure_getenv(ZEBU_cs_pszCnf2Env);
     std::string strWhyNot = fs_whyNotOverride(pszName);
     m_strMessages = strWhyNot.empty() ? pszName : ZEBU_cs_pszCnfFileName;
     const auto pConfig = std::make_unique<ZEBUConfigInf>();
@@ -168,30 +207,43 @@ void ZEBUConfigReport::chooseFiles()
 
 void ZEBUConfigReport::value(const ZEBULines& lines, const std::string& strKey, const std::string& strValue)
 {
-    print(strKey, (strValue.empty() ? "(empty)" : strValue) + "  (" + lines.origin(strKey) + ")");
+    const int iLine = lines.lineOf(strKey);
+    print(strKey, (strValue.empty() ? "(empty)" : strValue) +
+                      (iLine == 0 ? "  (default)" : "  (line " + std::to_string(iLine) + ")"));
+}
+
+// Of the directory of the area the library makes the last level alone.
+void ZEBUConfigReport::checkAreaDirectory(const ZEBUConfigInf& config, ZEBULines* pLines)
+{
+    char szParent[ZEBU_CNF_PATH_MAX + 1];
+    struct stat info;
+    if (*config.szMMapDir == '\0' || ZEBU_GetParentPath(config.szMMapDir, szParent, ZEBU_CNF_PATH_MAX) != 0)
+        return;
+    if (stat(config.szMMapDir, &info) != 0 && stat(szParent, &info) != 0)
+        pLines->remarks.emplace_back(pLines->lineOf("LogFile"), std::string("there is no directory ") +
+                                                                    szParent + " for the trace area");
 }
 
 int ZEBUConfigReport::run(const ZEBUConfigOptions& options)
 {
     chooseFiles();
-    const ZEBULines lines(m_strFile);
+    ZEBULines lines(m_strFile);
     const ZEBULines messageLines(m_strMessages);
     const auto pConfig = std::make_unique<ZEBUConfigInf>();
-    const ZEBUConfigInf2 config2;
-    value(lines, "Release", std::to_string(pConfig->iRelease));
-    value(lines, "MonPath", pConfig->szMonPath);
-    value(lines, "LogFile", pConfig->szLogFile);
-    value(lines, "LogSize", std::to_string(pConfig->uLogSize));
-    value(lines, "LogFNum", std::to_string(pConfig->iLogFNum));
-    value(lines, "WatchDog", std::to_string(pConfig->iWatchDog));
-    value(lines, "MapSize", std::to_string(pConfig->uMapSize));
-    value(lines, "IntervalSec", std::to_string(pConfig->iIntervalSec));
-    value(lines, "MaxMsgNum", std::to_string(pConfig->iMaxMsgNum));
-    value(messageLines, "MsgString", std::string(ZEBU_WithoutLineEnd(config2.szMsgString)));
+    for (const tagZEBU_CNF_KEY& key : ZEBU_cs_cnfKeys)
+        value(lines, key.pszName,
+              key.piField   ? std::to_string((*pConfig).*key.piField)
+              : key.puField ? std::to_string((*pConfig).*key.puField)
+                            : (*pConfig).*key.pszField);
+    value(messageLines, ZEBU_cs_pszCnfEntMsgString,
+          std::string(ZEBU_WithoutLineEnd(ZEBUConfigInf2().szMsgString)));
     print("trace area",
           *pConfig->szMMapFile ? pConfig->szMMapFile : "(none: no configuration file can be read)");
-    for (const auto& [iLine, strReason] : lines.remarks)
-        print("line " + std::to_string(iLine), "has no effect: " + strReason);
+    checkAreaDirectory(*pConfig, &lines);
+    std::stable_sort(lines.remarks.begin(), lines.remarks.end(),
+                     [](const auto& a, const auto& b) { return a.first < b.first; });
+    for (const auto& [iLine, strRemark] : lines.remarks)
+        print(iLine == 0 ? "trace area" : "line " + std::to_string(iLine), strRemark);
     if (m_strMessages != m_strFile)
         print("MsgString", "is read from " + m_strMessages);
     m_bRemarks = m_bRemarks || !lines.isOpen() || !lines.remarks.empty();
