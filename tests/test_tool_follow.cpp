@@ -2,7 +2,7 @@
 #include <limits.h>
 
 #include "support/Tool.h"
-#include "tools/reader/Source.h"
+#include "tools/reader/Merge.h"
 
 namespace {
 // A source that is read step by step.
@@ -36,7 +36,48 @@ protected:
     int m_warnings = 0;
 };
 
+// A source that hands out a text, then nothing new, and counts how often it is asked.
+class CountedSource final : public ZEBUSource
+{
+public:
+    explicit CountedSource(const std::string& bytes, int* asked)
+        : ZEBUSource([](const std::string&) {}), m_bytes(bytes), m_asked(asked)
+    {
+    }
+    ZEBURead read(char* buffer, size_t size, size_t* got) override
+    {
+        ++*m_asked;
+        *got = m_bytes.copy(buffer, std::min<size_t>(size, 4096), m_at);
+        m_at += *got;
+        return *got > 0 ? ZEBURead::Bytes : ZEBURead::Idle;
+    }
+    const std::string& file() const override { return m_file; }
+
+private:
+    const std::string m_bytes;
+    const std::string m_file = "counted";
+    size_t m_at = 0;
+    int* m_asked;
+};
 } // namespace
+
+TEST_F(Follow, AsksIdleSourcesSeldomWhileOthersAreBusy)
+{
+    int busy = 0, idle = 0;
+    ZEBUMerge merge(1000000);
+    merge.add(std::make_unique<CountedSource>("", &idle));
+    merge.add(std::make_unique<CountedSource>(plainLines(1, 3000), &busy));
+    ZEBURecord record;
+    for (int i = 1; i <= 3000; ++i) {
+        ASSERT_EQ(merge.next(&record), ZEBUNext::Record);
+        ASSERT_EQ(record.line.iCounter, i);
+    }
+    EXPECT_LE(idle, 2);
+    EXPECT_EQ(merge.next(&record), ZEBUNext::Idle);
+    const int before = idle;
+    EXPECT_EQ(merge.next(&record), ZEBUNext::Idle);
+    EXPECT_EQ(idle, before + 1); // when nobody has anything, all are asked
+}
 
 TEST_F(Follow, WaitsForALineThatIsOnItsWay)
 {
@@ -83,6 +124,32 @@ TEST_F(Follow, GoesOnInARepairedOrReplacedRecord)
     EXPECT_EQ(unlink(managementFile().c_str()), 0);
     writeRing({plainLines(1, 3)}, 1);
     EXPECT_EQ(readOn(), plainLines(3, 3));
+}
+
+TEST_F(Follow, GoesOnWithASharedRingThatIsMadeAnew)
+{
+    // The new ring has fewer or more bytes than were read of the old one, and stands in another file of it.
+    for (const auto& [old, files, current, last] :
+         {std::tuple(3, 3, 1, 11), std::tuple(3, 3, 1, 30), std::tuple(3, 1, 1, 12), std::tuple(2, 2, 2, 14),
+          std::tuple(1, 3, 1, 11), std::tuple(1, 3, 1, 30)}) {
+        const auto writeOld = [&, number = old](int lines) {
+            Lines contents(3);
+            contents[static_cast<size_t>(number) - 1] = plainLines(1, lines);
+            writeRing(contents, static_cast<size_t>(number));
+        };
+        writeOld(9);
+        openRing();
+        EXPECT_EQ(readOn(), plainLines(1, 9));
+        writeOld(10); // the last line is still to be read
+        for (const std::string& name : {traceFile(1), traceFile(2), traceFile(3), managementFile()})
+            EXPECT_EQ(rename(name.c_str(), (name + ".old").c_str()), 0);
+        EXPECT_EQ(readOn(), plainLines(10, 10));
+        Lines anew(static_cast<size_t>(files));
+        anew[static_cast<size_t>(current) - 1] = plainLines(11, last);
+        writeRing(anew, static_cast<size_t>(current));
+        EXPECT_EQ(readOn() + readOn(), "<gap>" + plainLines(11, last)) << old << files << last;
+        EXPECT_EQ(std::exchange(m_warnings, 0), 1);
+    }
 }
 
 TEST_F(Follow, ReadsTheRingOfOneProcessOverItsSwitches)

@@ -3,7 +3,7 @@
 #include <string.h>
 
 #include "tools/Count.h"
-#include "tools/Merge.h"
+#include "tools/reader/Merge.h"
 #include "tools/Verbs.h"
 
 namespace {
@@ -45,7 +45,7 @@ private:
 
 ZEBUShow::ZEBUShow(const ZEBUShowOptions& options)
     : m_options(options), m_filter(options.filter), m_output(options.eFormat, options.eColor),
-      m_count(options.strCount, options.filter.eForm), m_bKeep(options.lLast >= 0)
+      m_merge(options.iInterval), m_count(options.strCount, options.filter.eForm), m_bKeep(options.lLast >= 0)
 {
 }
 
@@ -129,9 +129,11 @@ void ZEBUShow::merge()
 {
     ZEBURecord record;
     while (!ZEBU_IsEnded()) {
-        const ZEBUNext eNext = m_merge.next(m_filter, &record);
+        const ZEBUNext eNext = m_merge.next(&record);
         if (eNext == ZEBUNext::Record) {
-            show(record);
+            m_merge.shown() = m_filter.matches(record, m_merge.shown());
+            if (m_merge.shown())
+                show(record);
             continue;
         }
         printKept();

@@ -61,8 +61,8 @@ public:
     // The file and offset, which writers store as one word when the ring moves on. Only after open.
     ZEBUPosition loadPosition() const;
 
-    // Whether the name stands for another file by now; also when none is open.
-    bool isReplaced() const { return ZEBU_IsReplaced(fd(), m_strName); }
+    // Whether the name stands for another file by now; also when none is open, or one without a record.
+    bool isReplaced() const { return ZEBU_IsReplaced(m_pMap ? fd() : -1, m_strName); }
 
 private:
     ZEBUFd m_fd;

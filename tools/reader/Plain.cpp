@@ -17,9 +17,10 @@ class ZEBUPlain final : public ZEBUSource
 {
 public:
     ZEBUPlain(bool bFollow, const ZEBUWarn& warnUser) : ZEBUSource(warnUser), m_bFollow(bFollow) {}
-    int open(const std::string& strPath);
+    int open(const std::string& strPath, const ZEBUPlace* pFrom);
     ZEBURead read(char* pBuffer, size_t uSize, size_t* puRead) override;
     const std::string& file() const override { return m_strName; }
+    const ZEBUTraceFile* present(unsigned* puNumber) const override;
 
 private:
     ZEBURead readStream(char* pBuffer, size_t uSize, size_t* puRead);
@@ -32,9 +33,10 @@ private:
     bool m_bStream = false; // cannot be read at an offset
     bool m_bMark = false;   // its end-of-data mark was read
     std::string m_strHeld;  // of a stream: what may be the beginning of one
+    bool m_bGone = false;   // the place to go on at
 };
 
-int ZEBUPlain::open(const std::string& strPath)
+int ZEBUPlain::open(const std::string& strPath, const ZEBUPlace* pFrom)
 {
     m_strName = strPath;
     const int iErrno = strPath == "-" ? m_file.adopt(fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0), strPath)
@@ -42,7 +44,16 @@ int ZEBUPlain::open(const std::string& strPath)
     if (iErrno != 0)
         return iErrno;
     m_bStream = lseek(m_file.fd(), 0, SEEK_CUR) != 0;
+    if (pFrom && !m_bStream && m_file.resume(*pFrom))
+        setResumed();
+    m_bGone = pFrom && !m_bStream && !isResumed();
     return 0;
+}
+
+const ZEBUTraceFile* ZEBUPlain::present(unsigned* puNumber) const
+{
+    *puNumber = 0;
+    return m_bStream ? nullptr : &m_file;
 }
 
 // A reader that follows other sources too must not wait here. What stands behind a mark is read, so that a
@@ -87,10 +98,10 @@ ZEBURead ZEBUPlain::read(char* pBuffer, size_t uSize, size_t* puRead)
         fail(m_strName + " cannot be read to its end: " + strerror(errno));
         return ZEBURead::End;
     }
-    if (m_bFollow && !m_file.isUnchanged()) {
+    if (std::exchange(m_bGone, false) || (m_bFollow && !m_file.isUnchanged())) {
         warn(m_strName + " was written anew");
         m_file.rewind(0);
-        return ZEBURead::Gap;
+        return gap(1);
     }
     if (lRead == 0)
         return m_bFollow ? ZEBURead::Idle : ZEBURead::End;
@@ -102,10 +113,10 @@ ZEBURead ZEBUPlain::read(char* pBuffer, size_t uSize, size_t* puRead)
 } // namespace
 
 std::unique_ptr<ZEBUSource> ZEBU_OpenPlain(const std::string& strPath, bool bFollow, const ZEBUWarn& warn,
-                                           int* piErrno)
+                                           int* piErrno, const ZEBUPlace* pFrom)
 {
     auto pSource = std::make_unique<ZEBUPlain>(bFollow, warn);
-    *piErrno = pSource->open(strPath);
+    *piErrno = pSource->open(strPath, pFrom);
     return *piErrno == 0 ? std::move(pSource) : nullptr;
 }
 
@@ -118,15 +129,15 @@ ZEBUSourceKind ZEBU_SourceKind(const std::string& strName)
 }
 
 std::unique_ptr<ZEBUSource> ZEBU_OpenSource(const std::string& strName, bool bFollow, const ZEBUWarn& warn,
-                                            int* piErrno)
+                                            int* piErrno, const ZEBUPlace* pFrom)
 {
     *piErrno = 0;
     switch (ZEBU_SourceKind(strName)) {
     case ZEBUSourceKind::SharedRing:
-        return ZEBU_OpenSharedRing(strName, bFollow, warn, piErrno);
+        return ZEBU_OpenSharedRing(strName, bFollow, warn, piErrno, pFrom);
     case ZEBUSourceKind::SingleRing:
-        return ZEBU_OpenSingleRing(strName, bFollow, warn);
+        return ZEBU_OpenSingleRing(strName, bFollow, warn, pFrom);
     default:
-        return ZEBU_OpenPlain(strName, bFollow, warn, piErrno);
+        return ZEBU_OpenPlain(strName, bFollow, warn, piErrno, pFrom);
     }
 }

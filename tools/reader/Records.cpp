@@ -2,12 +2,14 @@
 
 #include <algorithm>
 #include <string.h>
+#include <utility>
 
 static constexpr size_t cs_uBuffer = size_t{256} * 1024;
 static_assert(cs_uBuffer >= 2 * ZEBU_RECORD_MAX, "a record moved to the front leaves room to read on");
 
 ZEBURecords::ZEBURecords(std::unique_ptr<ZEBUSource> pSource, bool bForeign)
-    : m_pSource(std::move(pSource)), m_bForeign(bForeign), m_buffer(cs_uBuffer + 1)
+    : m_pSource(std::move(pSource)), m_bForeign(bForeign), m_buffer(cs_uBuffer + 1),
+      m_bAfterLine(m_pSource->isResumed())
 {
 }
 
@@ -20,11 +22,19 @@ ZEBUNext ZEBURecords::next(ZEBURecord* pRecord)
             m_uBegin = m_uGathered = m_uPiece = m_uLooked = m_uEnd = 0;
             m_bAfterLine = m_bFileEnd = false;
         }
+        if (m_uFilesLost > 0) {
+            *pRecord = {};
+            pRecord->eKind = ZEBURecordKind::Gap;
+            pRecord->lTime = m_lTime;
+            pRecord->uFilesLost = std::exchange(m_uFilesLost, 0);
+            m_uFileOffset = 0;
+            return ZEBUNext::Record;
+        }
         if (m_bEnd)
             return ZEBUNext::End;
         const ZEBURead eRead = fill();
         if (eRead == ZEBURead::Gap)
-            m_uEnd = m_uLooked = m_uGathered; // what was begun is cut off for good
+            cutOff();
         m_bEnd = eRead == ZEBURead::End;
         m_bFileEnd = m_bEnd || eRead == ZEBURead::FileEnd || eRead == ZEBURead::Gap;
         if (eRead != ZEBURead::Idle)
@@ -119,6 +129,7 @@ void ZEBURecords::emit(size_t uEnd, ZEBURecord* pRecord)
         m_lTime = lTime;
     pRecord->lTime = m_lTime;
     m_bAfterLine = pRecord->eKind != ZEBURecordKind::Header;
+    m_uLastSize = uEnd - m_uBegin;
     m_uBegin = uEnd;
 }
 
@@ -137,7 +148,45 @@ ZEBURead ZEBURecords::fill()
     size_t uRead = 0;
     const ZEBURead eRead = m_pSource->read(m_buffer.data() + m_uEnd, cs_uBuffer - m_uEnd, &uRead);
     m_uEnd += uRead;
-    if (eRead == ZEBURead::Bytes && m_strFile != m_pSource->file())
-        m_strFile = m_pSource->file();
+    if (eRead == ZEBURead::Bytes)
+        noteFile();
     return eRead;
+}
+
+// What was begun stays without its end for good.
+void ZEBURecords::cutOff()
+{
+    m_uFileOffset -= m_uFileOffset > 0 ? m_uEnd - m_uGathered : 0;
+    m_uEnd = m_uLooked = m_uGathered;
+    m_uFilesLost = m_pSource->filesLost();
+}
+
+// By the time a record is handed out the source may be in another file.
+void ZEBURecords::noteFile()
+{
+    if (m_strFile != m_pSource->file())
+        m_strFile = m_pSource->file();
+    const ZEBUTraceFile* pFile = m_pSource->present(&m_uFileNumber);
+    m_uFileOffset = pFile ? pFile->offset() : 0;
+    if (!pFile || m_strBeginning == pFile->beginning())
+        return;
+    m_strBeginning = pFile->beginning();
+    m_uBeginningHash = ZEBU_Fingerprint(m_strBeginning);
+}
+
+ZEBUPlace ZEBURecords::place() const
+{
+    ZEBUPlace place;
+    if (m_uFileOffset == 0)
+        return place;
+    place.uFile = m_uFileNumber;
+    place.uOffset = m_uFileOffset - (m_uEnd - m_uBegin);
+    place.uBeginning = static_cast<uint32_t>(std::min<uint64_t>(m_strBeginning.size(), place.uOffset));
+    place.uBeginningHash = place.uBeginning == m_strBeginning.size()
+                               ? m_uBeginningHash
+                               : ZEBU_Fingerprint(m_strBeginning.substr(0, place.uBeginning));
+    place.uRecord = static_cast<uint32_t>(m_uLastSize);
+    place.uRecordHash =
+        ZEBU_Fingerprint(bytes(m_uBegin - m_uLastSize, m_uBegin).substr(0, ZEBU_PLACE_LINE_MAX));
+    return place;
 }

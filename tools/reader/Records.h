@@ -16,7 +16,8 @@
 // The longest record. What a message continues with beyond it becomes a further record.
 constexpr size_t ZEBU_RECORD_MAX = size_t{64} * 1024;
 
-enum class ZEBURecordKind { Line, Header, Text };
+// Gap: here the source passed something over.
+enum class ZEBURecordKind { Line, Header, Text, Gap };
 
 struct ZEBURecord
 {
@@ -26,6 +27,7 @@ struct ZEBURecord
     ZEBUTime lTime = ZEBU_TIME_NONE; // its own, or that of the last record before it that had one
     bool bContinues = false;         // a Text that goes on with the record before it
     bool bLineEnd = true;            // false when the source ends within a line
+    unsigned uFilesLost = 0;         // of a Gap: of so many files, at least, lines may be missing
 };
 
 enum class ZEBUNext { Record, Idle, End };
@@ -43,12 +45,17 @@ public:
     const std::string& file() const { return m_strFile; }
     bool hasFailed() const { return m_pSource->hasFailed(); }
 
+    // The place behind the last record, until the next call; one with offset 0 is none.
+    ZEBUPlace place() const;
+
 private:
     bool cut(ZEBURecord* pRecord);
     bool findPiece();
     bool extends() const;
     void emit(size_t uEnd, ZEBURecord* pRecord);
     ZEBURead fill();
+    void cutOff();
+    void noteFile();
 
     std::string_view bytes(size_t uFrom, size_t uTo) const { return {m_buffer.data() + uFrom, uTo - uFrom}; }
 
@@ -66,8 +73,14 @@ private:
     bool m_bAfterLine = false;            // the record before it in the same file can be continued
     bool m_bFileEnd = false;              // the buffer holds the rest of a file
     bool m_bEnd = false;                  // and there is no other
+    unsigned m_uFilesLost = 0;            // a Gap is to be told of, before what the buffer gets next
     ZEBUTime m_lTime = ZEBU_TIME_NONE;
     std::string m_strFile;
+    size_t m_uLastSize = 0;        // of the last record, which ends at m_uBegin
+    unsigned m_uFileNumber = 0;    // of the file that the bytes are from,
+    uint64_t m_uFileOffset = 0;    // the place of m_uEnd in it, 0 when there are no places,
+    std::string m_strBeginning;    // and how it begins
+    uint64_t m_uBeginningHash = 0; // as a whole
 };
 
 #endif

@@ -24,15 +24,24 @@ class ZEBUSharedRing final : public ZEBUSource
 {
 public:
     ZEBUSharedRing(const std::string& strPrefix, bool bFollow, const ZEBUWarn& warnUser);
-    int open();
+    int open(const ZEBUPlace* pFrom);
     ZEBURead read(char* pBuffer, size_t uSize, size_t* puRead) override;
     const std::string& file() const override { return m_pFile->path(); }
+    const ZEBUTraceFile* present(unsigned* puNumber) const override
+    {
+        *puNumber = m_uNumber;
+        return m_pFile.get();
+    }
     bool hasTimelyHeaders() const override { return true; }
 
 private:
     void start();
+    void resume(const ZEBUPlace& from);
+    void leave();
+    unsigned filesUpToCurrent(unsigned uFrom) const;
     bool lookAround();
     void refresh();
+    ZEBURead readRemoved(char* pBuffer, size_t uSize, size_t* puRead);
     bool isPassed(const ZEBUPosition& from, const ZEBUPosition& to) const;
     bool openFile();
     ZEBURead readOld(char* pBuffer, size_t uSize, size_t* puRead);
@@ -51,6 +60,9 @@ private:
     ZEBUPosition m_end;      // a reader that does not follow stops here,
     std::string m_strEnd;    // in the file that begins like this until the ring has come round
     ZEBUTraceFile m_endFile;
+    bool m_bReplaced = false;   // the management file was, and the new one had no valid record yet
+    bool m_bAnew = false;       // the ring was made anew, and the file that is read is of the old one
+    unsigned m_uGone = 0;       // the place to go on at is, with lines of so many files
     unsigned m_uNumber = 0;     // of the file that is read
     bool m_bMissed = false;     // it cannot be opened: said once
     bool m_bDistrust = false;   // its offset was never accepted: read it up to its mark,
@@ -67,7 +79,7 @@ ZEBUSharedRing::ZEBUSharedRing(const std::string& strPrefix, bool bFollow, const
 {
 }
 
-int ZEBUSharedRing::open()
+int ZEBUSharedRing::open(const ZEBUPlace* pFrom)
 {
     const int iErrno = m_management.open(m_strPrefix);
     if (iErrno != 0)
@@ -78,7 +90,29 @@ int ZEBUSharedRing::open()
         ZEBU_DeriveRecord(m_strPrefix, &m_record);
     }
     start();
+    if (pFrom)
+        resume(*pFrom);
     return 0;
+}
+
+// Goes on in the file of the place when that still holds what it held then; else begins with the oldest.
+void ZEBUSharedRing::resume(const ZEBUPlace& from)
+{
+    const bool bInRing = from.uFile >= 1 && from.uFile <= m_record.uFileNum;
+    if (bInRing && m_pFile->open(ZEBU_RingFileName(m_strPrefix, from.uFile)) == 0 && m_pFile->resume(from)) {
+        m_uNumber = from.uFile;
+        setResumed();
+        return;
+    }
+    m_pFile->close();
+    m_uGone = bInRing ? filesUpToCurrent(from.uFile) : 1;
+}
+
+// How many files there are from one on to the current one.
+unsigned ZEBUSharedRing::filesUpToCurrent(unsigned uFrom) const
+{
+    const unsigned uNum = m_record.uFileNum;
+    return uFrom > uNum ? 1 : (m_record.position.uFile + uNum - uFrom) % uNum + 1;
 }
 
 // Begins with the oldest file, and notes where the ring stands.
@@ -107,10 +141,13 @@ bool ZEBUSharedRing::lookAround()
 void ZEBUSharedRing::refresh()
 {
     if (m_bFollow && m_management.isReplaced())
-        (void)m_management.open(m_strPrefix);
+        m_bReplaced = m_management.open(m_strPrefix) == 0 || m_bReplaced;
     ZEBURingRecord record;
-    if (m_management.load(&record))
-        m_record = record;
+    if (!m_management.load(&record))
+        return;
+    m_record = record;
+    m_bAnew = m_bAnew || (m_bReplaced && m_pFile->isOpen() && !m_pFile->isNamed());
+    m_bReplaced = false;
 }
 
 // Whether the ring, on its way between two positions, came to the file that is read.
@@ -138,8 +175,14 @@ ZEBURead ZEBUSharedRing::read(char* pBuffer, size_t uSize, size_t* puRead)
 {
     for (;;) {
         *puRead = 0;
+        if (m_uGone > 0) {
+            warn(m_strPrefix + ": the place to go on at is gone, lines may be missing");
+            return gap(std::exchange(m_uGone, 0));
+        }
         const ZEBUPosition before = m_record.position;
         refresh();
+        if (m_bAnew)
+            return readRemoved(pBuffer, uSize, puRead);
         if (m_uNumber > m_record.uFileNum || isPassed(before, m_record.position))
             return lost();
         if (!openFile())
@@ -168,6 +211,20 @@ ZEBURead ZEBUSharedRing::readOld(char* pBuffer, size_t uSize, size_t* puRead)
     if (lRead < 0)
         fail(m_pFile->path() + " cannot be read to its end: " + strerror(errno));
     return lRead > 0 ? take(pBuffer, lRead, puRead) : nextFile();
+}
+
+// The rest of the file that was read, of a ring that is no more. Nobody writes it, so it is complete.
+ZEBURead ZEBUSharedRing::readRemoved(char* pBuffer, size_t uSize, size_t* puRead)
+{
+    const long lRead = m_pFile->readLive(pBuffer, uSize);
+    if (lRead > 0) {
+        m_pFile->consume({pBuffer, static_cast<size_t>(lRead)});
+        *puRead = static_cast<size_t>(lRead);
+        return ZEBURead::Bytes;
+    }
+    warn(m_strPrefix + " was made anew");
+    leave();
+    return gap(0);
 }
 
 // Nothing means: look again.
@@ -266,7 +323,7 @@ ZEBURead ZEBUSharedRing::setBack(unsigned uOffset)
         return ZEBURead::Idle;
     warn("the ring was set back to " + std::to_string(uOffset) + " in " + m_pFile->path());
     m_pFile->rewind(uOffset);
-    return ZEBURead::Gap;
+    return gap(0);
 }
 
 ZEBURead ZEBUSharedRing::nextFile()
@@ -285,21 +342,29 @@ ZEBURead ZEBUSharedRing::nextFile()
 ZEBURead ZEBUSharedRing::lost()
 {
     warn(m_strPrefix + ": the ring overtook the reader, lines were lost");
+    const unsigned uFiles = filesUpToCurrent(m_uNumber);
+    leave();
+    return gap(uFiles);
+}
+
+// Begins anew with what the ring holds now.
+void ZEBUSharedRing::leave()
+{
     m_pFile->close();
     m_pLast.reset();
     m_iWaits = 0;
     m_bMissed = false;
     m_bDistrust = false;
     m_bAtZero = false;
+    m_bAnew = false;
     start();
-    return ZEBURead::Gap;
 }
 } // namespace
 
 std::unique_ptr<ZEBUSource> ZEBU_OpenSharedRing(const std::string& strPrefix, bool bFollow,
-                                                const ZEBUWarn& warn, int* piErrno)
+                                                const ZEBUWarn& warn, int* piErrno, const ZEBUPlace* pFrom)
 {
     auto pSource = std::make_unique<ZEBUSharedRing>(strPrefix, bFollow, warn);
-    *piErrno = pSource->open();
+    *piErrno = pSource->open(pFrom);
     return *piErrno == 0 ? std::move(pSource) : nullptr;
 }

@@ -58,12 +58,20 @@ bool fs_isLater(const Stamp& a, const Stamp& b)
 class ZEBUSingleRing final : public ZEBUSource
 {
 public:
-    ZEBUSingleRing(const std::string& strPrefix, bool bFollow, const ZEBUWarn& warnUser);
+    ZEBUSingleRing(const std::string& strPrefix, bool bFollow, const ZEBUWarn& warnUser,
+                   const ZEBUPlace* pFrom);
     ZEBURead read(char* pBuffer, size_t uSize, size_t* puRead) override;
     const std::string& file() const override { return m_pFile->path(); }
+    const ZEBUTraceFile* present(unsigned* puNumber) const override
+    {
+        *puNumber = m_uNumber;
+        return m_pFile.get();
+    }
 
 private:
     void start();
+    void resume(const ZEBUPlace& from);
+    unsigned filesUpToNewest(unsigned uFrom) const;
     bool lookAround();
     Stamp stampOf(unsigned uNumber) const;
     unsigned newestFile() const;
@@ -85,15 +93,46 @@ private:
     bool m_bCaughtUp = false;                   // that one is reached
     bool m_bIsNewest = false;                   // it is the present one, for the first time
     int m_iWaits = 0;                           // for the rest of a line
+    unsigned m_uGone = 0;                       // the place to go on at is, with lines of so many files
     unsigned m_uNumber = 0;
     std::unique_ptr<ZEBUTraceFile> m_pFile = std::make_unique<ZEBUTraceFile>();
     std::unique_ptr<ZEBUTraceFile> m_pLast; // the file before it, until the first bytes were read
 };
 
-ZEBUSingleRing::ZEBUSingleRing(const std::string& strPrefix, bool bFollow, const ZEBUWarn& warnUser)
+ZEBUSingleRing::ZEBUSingleRing(const std::string& strPrefix, bool bFollow, const ZEBUWarn& warnUser,
+                               const ZEBUPlace* pFrom)
     : ZEBUSource(warnUser), m_strPrefix(strPrefix), m_bFollow(bFollow)
 {
     start();
+    if (pFrom)
+        resume(*pFrom);
+}
+
+// Goes on in the file of the place when that still holds what it held then; else begins with the oldest.
+void ZEBUSingleRing::resume(const ZEBUPlace& from)
+{
+    if (from.uFile < 1 || from.uFile > ZEBU_RING_FILES_MAX) {
+        m_uGone = 1;
+        return;
+    }
+    m_bCaughtUp = false;
+    enter(from.uFile);
+    if (m_pFile->isOpen() && m_pFile->resume(from)) {
+        setResumed();
+        return;
+    }
+    m_uGone = filesUpToNewest(from.uFile);
+    m_pFile->close();
+    start();
+}
+
+// How many files there are from one on to the newest.
+unsigned ZEBUSingleRing::filesUpToNewest(unsigned uFrom) const
+{
+    unsigned uFiles = 1;
+    for (unsigned u = uFrom; u != m_uNewest; u = after(u))
+        uFiles += m_left[u].iSize >= 0;
+    return uFiles;
 }
 
 // Begins with the oldest file that was not read.
@@ -185,6 +224,10 @@ void ZEBUSingleRing::enter(unsigned uNumber)
 ZEBURead ZEBUSingleRing::read(char* pBuffer, size_t uSize, size_t* puRead)
 {
     *puRead = 0;
+    if (m_uGone > 0) {
+        warn(m_strPrefix + ": the place to go on at is gone, lines may be missing");
+        return gap(std::exchange(m_uGone, 0));
+    }
     const ZEBURead eFirst = readPresent(pBuffer, uSize, puRead);
     if (eFirst != ZEBURead::Idle)
         return eFirst;
@@ -296,13 +339,14 @@ ZEBURead ZEBUSingleRing::lost()
 {
     warn(m_pFile->path() + " was reused before it was read to its end: lines were lost");
     m_pFile->close();
+    const unsigned uLast = m_uNumber;
     start();
-    return ZEBURead::Gap;
+    return gap(filesUpToNewest(uLast));
 }
 } // namespace
 
 std::unique_ptr<ZEBUSource> ZEBU_OpenSingleRing(const std::string& strPrefix, bool bFollow,
-                                                const ZEBUWarn& warn)
+                                                const ZEBUWarn& warn, const ZEBUPlace* pFrom)
 {
-    return std::make_unique<ZEBUSingleRing>(strPrefix, bFollow, warn);
+    return std::make_unique<ZEBUSingleRing>(strPrefix, bFollow, warn, pFrom);
 }

@@ -10,6 +10,9 @@
 #include <memory>
 #include <string>
 
+#include "tools/reader/Cursor.h"
+#include "tools/reader/TraceFile.h"
+
 enum class ZEBURead {
     Bytes,   // at least one byte was read
     FileEnd, // the bytes that follow come from another file
@@ -35,6 +38,20 @@ public:
     // The path that the last bytes came from.
     virtual const std::string& file() const = 0;
 
+    // The same as an open file, and its number in the ring (0 outside of one), for places to go on at. Null
+    // for what has no places.
+    virtual const ZEBUTraceFile* present(unsigned* puNumber) const
+    {
+        *puNumber = 0;
+        return nullptr;
+    }
+
+    // Whether the first bytes are those behind the place that the source was opened with.
+    bool isResumed() const { return m_bResumed; }
+
+    // After a Gap: of how many files, at least, lines may be missing. 0 when none are.
+    unsigned filesLost() const { return m_uFilesLost; }
+
     // Whether a file header has the time at which it was written, and not that at which its log was opened.
     virtual bool hasTimelyHeaders() const { return false; }
 
@@ -48,9 +65,17 @@ protected:
         warn(strText);
         m_bFailed = true;
     }
+    ZEBURead gap(unsigned uFilesLost)
+    {
+        m_uFilesLost = uFilesLost;
+        return ZEBURead::Gap;
+    }
+    void setResumed() { m_bResumed = true; }
 
 private:
     const ZEBUWarn m_warn;
+    unsigned m_uFilesLost = 0;
+    bool m_bResumed = false;
     bool m_bFailed = false;
 };
 
@@ -58,16 +83,17 @@ private:
 // with a number does, else a plain file ("-" is the standard input).
 ZEBUSourceKind ZEBU_SourceKind(const std::string& strName);
 
-// Opens a source. Null, with `*piErrno`, when it cannot be read at all.
+// Opens a source. Null, with `*piErrno`, when it cannot be read at all. `pFrom`: the place to go on at, or
+// null for the oldest line. When the place is gone the first read is a Gap, and what is still there follows.
 std::unique_ptr<ZEBUSource> ZEBU_OpenSource(const std::string& strName, bool bFollow, const ZEBUWarn& warn,
-                                            int* piErrno);
+                                            int* piErrno, const ZEBUPlace* pFrom = nullptr);
 
 // The three kinds; for ZEBU_OpenSource.
 std::unique_ptr<ZEBUSource> ZEBU_OpenSharedRing(const std::string& strPrefix, bool bFollow,
-                                                const ZEBUWarn& warn, int* piErrno);
+                                                const ZEBUWarn& warn, int* piErrno, const ZEBUPlace* pFrom);
 std::unique_ptr<ZEBUSource> ZEBU_OpenSingleRing(const std::string& strPrefix, bool bFollow,
-                                                const ZEBUWarn& warn);
+                                                const ZEBUWarn& warn, const ZEBUPlace* pFrom);
 std::unique_ptr<ZEBUSource> ZEBU_OpenPlain(const std::string& strPath, bool bFollow, const ZEBUWarn& warn,
-                                           int* piErrno);
+                                           int* piErrno, const ZEBUPlace* pFrom);
 
 #endif

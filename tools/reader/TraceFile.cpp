@@ -129,6 +129,36 @@ void ZEBUTraceFile::consume(std::string_view svBytes)
     m_uOffset += svBytes.size();
 }
 
+bool ZEBUTraceFile::resume(const ZEBUPlace& place)
+{
+    char szBeginning[ZEBU_BEGINNING_MAX];
+    char szRecord[ZEBU_PLACE_LINE_MAX];
+    const size_t uRecord = std::min<size_t>(place.uRecord, sizeof szRecord);
+    const size_t uBeginning = std::min<size_t>(place.uOffset, sizeof szBeginning);
+    rewind(0);
+    if (readAt(0, szBeginning, uBeginning) != static_cast<long>(uBeginning) ||
+        readAt(place.uOffset - place.uRecord, szRecord, uRecord) != static_cast<long>(uRecord))
+        return false;
+    if ((place.uBeginning > 0 && ZEBU_Fingerprint({szBeginning, place.uBeginning}) != place.uBeginningHash) ||
+        (uRecord > 0 && ZEBU_Fingerprint({szRecord, uRecord}) != place.uRecordHash))
+        return false;
+    m_uOffset = place.uOffset;
+    m_strBeginning.assign(szBeginning, uBeginning);
+    char szLast[2];
+    if (m_uOffset >= sizeof szLast &&
+        readAt(m_uOffset - sizeof szLast, szLast, sizeof szLast) == sizeof szLast)
+        m_strLast.assign(szLast, sizeof szLast);
+    return true;
+}
+
+bool ZEBUTraceFile::isNamed() const
+{
+    struct stat opened;
+    struct stat named;
+    return stat(m_strPath.c_str(), &named) == 0 && fstat(fd(), &opened) == 0 &&
+           ZEBU_IsSameFile(opened, named);
+}
+
 void ZEBUTraceFile::rewind(size_t uOffset)
 {
     m_uOffset = uOffset;

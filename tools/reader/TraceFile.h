@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 
 #include "frame/Fd.h"
+#include "tools/reader/Cursor.h"
 
 // Opens a regular file without waiting for anything; with `bAnyKind` pipes and devices too. Returns the
 // descriptor and what fstat says of it, or -1 with errno, EISDIR and EINVAL for what is of another kind.
@@ -68,6 +69,14 @@ public:
 
     // Takes bytes that were read at offset() as consumed.
     void consume(std::string_view svBytes);
+
+    // Goes to a place. False, and back to the beginning, when it is not there any more: the file does not
+    // begin as it did, or another line stands in front of it.
+    bool resume(const ZEBUPlace& place);
+    std::string_view beginning() const { return m_strBeginning; }
+
+    // Whether its name stands for this very file.
+    bool isNamed() const;
 
     // Goes back to the start of a line.
     void rewind(size_t uOffset);

@@ -1,0 +1,102 @@
+#include "tools/reader/Merge.h"
+
+#include <algorithm>
+#include <time.h>
+#include <utility>
+
+namespace {
+constexpr unsigned cs_uClockEvery = 64; // records between two looks at the clock
+
+long fs_milliseconds()
+{
+    timespec now = {};
+    (void)clock_gettime(CLOCK_MONOTONIC, &now);
+    return now.tv_sec * 1000 + now.tv_nsec / 1000000;
+}
+} // namespace
+
+void ZEBUMerge::add(std::unique_ptr<ZEBUSource> pSource)
+{
+    m_entries.push_back(std::make_unique<Entry>(std::move(pSource), m_entries.size()));
+}
+
+ZEBUNext ZEBUMerge::next(ZEBURecord* pRecord)
+{
+    if (m_bTaken)
+        fetch(*m_pLast);
+    m_bTaken = false;
+    const bool bAsked = m_uSinceLook++ % cs_uClockEvery == 0 && fs_milliseconds() >= m_lNextLook;
+    if (bAsked)
+        askIdle();
+    Entry* pEntry = earliest();
+    if (!pEntry && !bAsked) {
+        askIdle();
+        pEntry = earliest();
+    }
+    if (!pEntry)
+        return isAnyIdle() ? ZEBUNext::Idle : ZEBUNext::End;
+    if (pEntry->lOldest == ZEBU_TIME_NONE)
+        pEntry->lOldest = pEntry->record.lTime;
+    *pRecord = pEntry->record;
+    m_pLast = pEntry;
+    m_bTaken = true;
+    return ZEBUNext::Record;
+}
+
+void ZEBUMerge::fetch(Entry& entry)
+{
+    entry.eState = entry.records.next(&entry.record);
+    m_bSorted = m_bSorted && &entry == m_pLast && entry.eState == ZEBUNext::Record;
+}
+
+// A source that has nothing new costs system calls to ask, so a busy one beside it must not make it asked for
+// each record.
+void ZEBUMerge::askIdle()
+{
+    for (const auto& pEntry : m_entries)
+        if (pEntry->eState == ZEBUNext::Idle)
+            fetch(*pEntry);
+    m_lNextLook = fs_milliseconds() + m_iInterval;
+}
+
+// Mostly the same source goes on, so the earliest of the others is kept: that spares looking at all of them.
+ZEBUMerge::Entry* ZEBUMerge::earliest()
+{
+    const auto isBefore = [](const Entry* pA, const Entry* pB) {
+        return pA->record.lTime < pB->record.lTime ||
+               (pA->record.lTime == pB->record.lTime && pA->uIndex < pB->uIndex);
+    };
+    if (m_bSorted && (!m_pSecond || isBefore(m_pLast, m_pSecond)))
+        return m_pLast;
+    Entry* pEarliest = nullptr;
+    m_pSecond = nullptr;
+    for (const auto& pEntry : m_entries) {
+        if (pEntry->eState != ZEBUNext::Record)
+            continue;
+        if (!pEarliest || isBefore(pEntry.get(), pEarliest))
+            m_pSecond = std::exchange(pEarliest, pEntry.get());
+        else if (!m_pSecond || isBefore(pEntry.get(), m_pSecond))
+            m_pSecond = pEntry.get();
+    }
+    m_bSorted = pEarliest != nullptr;
+    return pEarliest;
+}
+
+bool ZEBUMerge::isAnyIdle() const
+{
+    return std::any_of(m_entries.begin(), m_entries.end(),
+                       [](const auto& pEntry) { return pEntry->eState == ZEBUNext::Idle; });
+}
+
+bool ZEBUMerge::reachesBackTo(ZEBUTime lTime) const
+{
+    return std::all_of(m_entries.begin(), m_entries.end(), [&](const auto& pEntry) {
+        return pEntry->lOldest != ZEBU_TIME_NONE && pEntry->lOldest <= lTime;
+    });
+}
+
+bool ZEBUMerge::hasFailed() const
+{
+    return std::any_of(m_entries.begin(), m_entries.end(),
+                       [](const auto& pEntry) { return pEntry->records.hasFailed(); });
+}

@@ -1,0 +1,61 @@
+// tools/reader/Merge.h -- several sources as one, by time.
+#ifndef ZEBU_TOOLS_READER_MERGE_H
+#define ZEBU_TOOLS_READER_MERGE_H
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tools/reader/Records.h"
+
+// Hands out the records of its sources, the earliest of the next ones first. The order within a source stays
+// as it is; a record without a time goes with the one before it. Holds one record per source.
+class ZEBUMerge
+{
+public:
+    // `iInterval`: milliseconds between two looks at sources that had nothing new, while others have.
+    explicit ZEBUMerge(int iInterval = 100) : m_iInterval(iInterval) {}
+
+    void add(std::unique_ptr<ZEBUSource> pSource);
+    bool isEmpty() const { return m_entries.empty(); }
+
+    // The next record. Idle: there are none now, but sources that are followed may get some.
+    ZEBUNext next(ZEBURecord* pRecord);
+
+    // Of the source of the last record: the file that it came from, and what the caller decided for it, for
+    // records that continue it.
+    const std::string& file() const { return m_pLast->records.file(); }
+    bool& shown() { return m_pLast->bShown; }
+
+    bool hasFailed() const;
+
+    // Whether every source holds something from `lTime` or before.
+    bool reachesBackTo(ZEBUTime lTime) const;
+
+private:
+    struct Entry
+    {
+        Entry(std::unique_ptr<ZEBUSource> pSource, size_t uAt) : records(std::move(pSource)), uIndex(uAt) {}
+        ZEBURecords records;
+        const size_t uIndex; // the order of records of the same time
+        ZEBURecord record;
+        ZEBUNext eState = ZEBUNext::Idle;
+        bool bShown = false;
+        ZEBUTime lOldest = ZEBU_TIME_NONE;
+    };
+    void fetch(Entry& entry);
+    void askIdle();
+    Entry* earliest();
+    bool isAnyIdle() const;
+
+    const int m_iInterval;
+    std::vector<std::unique_ptr<Entry>> m_entries;
+    Entry* m_pLast = nullptr;   // the one whose record was handed out,
+    bool m_bTaken = false;      // which has to be fetched anew
+    Entry* m_pSecond = nullptr; // the earliest of the others,
+    bool m_bSorted = false;     // as long as this holds
+    unsigned m_uSinceLook = 0;  // calls
+    long m_lNextLook = 0;       // at sources that had nothing new, in milliseconds of the monotonic clock
+};
+
+#endif
