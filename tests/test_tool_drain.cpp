@@ -67,7 +67,7 @@ TEST_F(Drain, RepeatsLinesButLosesNoneWhenItsOutputFails)
     }
     const int full = inChild([&] {
         CHECK(dup2(open("/dev/full", O_WRONLY), 1) == 1);
-        execl(ZEBU2_TOOL, "zebu2", "drain", nullptr);
+        execl(zebu2Path, "zebu2", "drain", nullptr);
     });
     EXPECT_EQ(full, 2);
     EXPECT_EQ(zebu2({"drain"}).out, lines);

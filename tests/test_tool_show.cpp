@@ -197,7 +197,7 @@ TEST_F(Show, TakesALoggedTextForNoMark)
     EXPECT_EQ(raw("app"), like + plainLines(3, 4) + "<said>");
     EXPECT_EQ(raw("app1.log"), like + "<said>");
     EXPECT_EQ(raw("-", like), like + "<said>");
-    EXPECT_EQ(shell("(head -c 170 app1.log; sleep 0.1; tail -c +171 app1.log) | " ZEBU2_TOOL
+    EXPECT_EQ(shell("(head -c 170 app1.log; sleep 0.1; tail -c +171 app1.log) | " + std::string(zebu2Path) +
                     " show -o raw - 2> /dev/null"),
               like);
     writeFile("one1.log", whole);
@@ -231,7 +231,7 @@ TEST_F(Show, MergesSourcesByTime)
     const std::string b =
         line(2, "10:00:01.000", "x\r\ntail") + line(2, cs_masked, "x") + line(4, "10:00:03.000", "x");
     EXPECT_EQ(counters({"a", "-"}, b), "0001 0002 tail 0002 0003 0004");
-    EXPECT_EQ(shell("cat a | " ZEBU2_TOOL " show -"), readFile("a"));
+    EXPECT_EQ(shell("cat a | " + std::string(zebu2Path) + " show -"), readFile("a"));
 }
 
 TEST_F(Show, IsHarmlessToATerminal)
@@ -239,7 +239,8 @@ TEST_F(Show, IsHarmlessToATerminal)
     const std::string text = line(1, "10:00:00.000", "\xC2\x9B \x7F \x1B[2J");
     writeFile("a", text);
     const auto onTerminal = [](const std::string& environment, const std::string& options) {
-        return shell("script -qec '" + environment + " " ZEBU2_TOOL " show " + options + " a' /dev/null");
+        return shell("script -qec '" + environment + " " + std::string(zebu2Path) + " show " + options +
+                     " a' /dev/null");
     };
     EXPECT_EQ(onTerminal("NO_COLOR=1 TERM=xterm", ""), text.substr(0, 68) + "\\xC2\\x9B \\x7F \\x1B[2J\r\n");
     EXPECT_NE(onTerminal("NO_COLOR= TERM=xterm", "").find("\x1B[36mapp "), std::string::npos);

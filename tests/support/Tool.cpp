@@ -4,6 +4,8 @@
 
 #include <sstream>
 
+const char* const zebu2Path = ZEBU2_TOOL;
+
 namespace {
 void runTool(const Words& words)
 {
@@ -11,7 +13,7 @@ void runTool(const Words& words)
     for (const std::string& word : words)
         arguments.push_back(const_cast<char*>(word.c_str()));
     arguments.push_back(nullptr);
-    execv(ZEBU2_TOOL, arguments.data());
+    execv(zebu2Path, arguments.data());
     CHECK(false);
 }
 

@@ -15,6 +15,9 @@ struct ToolResult
     std::string err;
 };
 
+// Where the tool is. In one object alone, so that the others are the same wherever they are built.
+extern const char* const zebu2Path;
+
 // Runs the tool to its end.
 ToolResult zebu2(const Words& words, const std::string& input = "");
 // The same of each command line, whose words are divided by blanks.
