@@ -58,40 +58,66 @@ int ZEBU_MakeupTraceMessageHeader(char* pszLine, const char* pszAppName, const c
 
 namespace {
 
-enum Body { ZEBU_BODY_PLAIN, ZEBU_BODY_ID, ZEBU_BODY_TYPED };
+enum Form { ZEBU_BODY_PLAIN, ZEBU_BODY_ID, ZEBU_BODY_TYPED };
 
-// What one put operation hands over. Null texts print blanks, so "own" is a flag and never a null.
+// A text that a caller may give in place of the log's or the thread's own. Null prints blanks, so "own" is a
+// flag and never a null.
+struct Given
+{
+    bool bOwn = true;
+    const char* pszText = nullptr;
+};
+
+struct Body
+{
+    Form eForm = ZEBU_BODY_PLAIN;
+    const char* pszMsgId = nullptr;
+    const char* pszMsgType = nullptr;
+};
+
+// What one put operation hands over.
 struct tagZEBU_PUT
 {
     int iFunc;
     int iLevel;
     const char* pszText;
-    Body eBody = ZEBU_BODY_PLAIN;
-    const char* pszMsgId = nullptr;
-    const char* pszMsgType = nullptr;
-    bool bOwnName = true; // of the log
-    const char* pszAppName = nullptr;
-    bool bOwnThread = true;
-    const char* pszThreadId = nullptr;
+    Body body = {};
+    Given appName = {};
+    Given threadId = {};
 };
 
 } // namespace
+
+static constexpr Body fs_id(const char* pszMsgId)
+{
+    return {ZEBU_BODY_ID, pszMsgId, nullptr};
+}
+
+static constexpr Body fs_typed(const char* pszMsgId, const char* pszMsgType)
+{
+    return {ZEBU_BODY_TYPED, pszMsgId, pszMsgType};
+}
+
+static constexpr Given fs_given(const char* pszText)
+{
+    return {false, pszText};
+}
 
 // Writes the body with its CR LF and NUL. Returns the length of the line.
 static unsigned long fs_putBody(char* pszLine, const tagZEBU_PUT& put)
 {
     size_t uColumn = ZEBU_COL_TEXT;
     size_t uTextMax = ZEBU2_ID_TEXT_MAX;
-    if (put.eBody == ZEBU_BODY_PLAIN) {
+    if (put.body.eForm == ZEBU_BODY_PLAIN) {
         uColumn = ZEBU_COL_BODY;
         uTextMax = ZEBU2_TEXT_MAX;
-    } else if (put.eBody == ZEBU_BODY_ID) {
-        ZEBU_PutField(pszLine + ZEBU_COL_BODY, put.pszMsgId, ZEBU_ID_WIDTH);
+    } else if (put.body.eForm == ZEBU_BODY_ID) {
+        ZEBU_PutField(pszLine + ZEBU_COL_BODY, put.body.pszMsgId, ZEBU_ID_WIDTH);
         pszLine[ZEBU_COL_TEXT - 1] = ' ';
     } else {
-        ZEBU_PutField(pszLine + ZEBU_COL_BODY, put.pszMsgId, ZEBU_TYPED_ID_WIDTH);
+        ZEBU_PutField(pszLine + ZEBU_COL_BODY, put.body.pszMsgId, ZEBU_TYPED_ID_WIDTH);
         pszLine[ZEBU_COL_TYPE - 1] = ' ';
-        ZEBU_PutField(pszLine + ZEBU_COL_TYPE, put.pszMsgType, ZEBU_TYPE_WIDTH);
+        ZEBU_PutField(pszLine + ZEBU_COL_TYPE, put.body.pszMsgType, ZEBU_TYPE_WIDTH);
         pszLine[ZEBU_COL_TEXT - 1] = ' ';
     }
     const size_t uLength = strnlen(put.pszText, uTextMax);
@@ -103,19 +129,20 @@ static unsigned long fs_putBody(char* pszLine, const tagZEBU_PUT& put)
 // The time stamp mode of a put: only those of the process log that print the calling thread can be masked.
 static int fs_tickType(const ZEBUTraceObject* pInstance, const tagZEBU_PUT& put)
 {
-    return pInstance || !put.bOwnThread ? 0 : ZEBU2_iTickType.load(std::memory_order_relaxed);
+    return pInstance || !put.threadId.bOwn ? 0 : ZEBU2_iTickType.load(std::memory_order_relaxed);
 }
 
 static unsigned long fs_buildLine(const ZEBUTraceObject* pInstance, tagZEBU_TLS_VAR* pTls,
                                   const tagZEBU_PUT& put, timeval* pTime)
 {
-    const char* pszName = put.pszAppName;
-    if (put.bOwnName)
+    const char* pszName = put.appName.pszText;
+    if (put.appName.bOwn)
         pszName = pInstance ? pInstance->szAppName : ZEBU2_szAppName;
-    const char* pszThread = put.bOwnThread ? pTls->szThreadId : put.pszThreadId;
+    const char* pszThread = put.threadId.bOwn ? pTls->szThreadId : put.threadId.pszText;
     (void)ZEBU_MakeupTraceMessageHeader(pTls->szLineBuf, pszName, pszThread, fs_tickType(pInstance, put),
                                         pTime);
-    pTls->szLineBuf[ZEBU_COL_BODY - 1] = ' ';
+    if (!put.threadId.bOwn) // the thread's own text brought it
+        pTls->szLineBuf[ZEBU_COL_BODY - 1] = ' ';
     return fs_putBody(pTls->szLineBuf, put);
 }
 
@@ -239,123 +266,73 @@ static int fs_putInstance(const ZEBUTraceObject* pInstance, const tagZEBU_PUT& p
 // is no array in these to protect.
 #define ZEBU_FRAMELESS __attribute__((no_stack_protector))
 
+// The parts one by one: put together before the test, they would be stored before it.
+[[gnu::always_inline]] static inline int fs_putUnlessFiltered(int iFunc, int iLevel, const char* pszText,
+                                                              Body body = {}, Given appName = {},
+                                                              Given threadId = {})
+{
+    return fs_isFiltered(iLevel, pszText) ? 0
+                                          : fs_putProcess({iFunc, iLevel, pszText, body, appName, threadId});
+}
+
 ZEBU_FRAMELESS int ZEBU2_PutLine(int iLevel, const char* pszText)
 {
-    if (fs_isFiltered(iLevel, pszText))
-        return 0;
-    return fs_putProcess({.iFunc = ZEBU_FUNC_PUT_LINE, .iLevel = iLevel, .pszText = pszText});
+    return fs_putUnlessFiltered(ZEBU_FUNC_PUT_LINE, iLevel, pszText);
 }
 
 ZEBU_FRAMELESS int ZEBU2_PutWithId(int iLevel, const char* pszMsgId, const char* pszText)
 {
-    if (fs_isFiltered(iLevel, pszText))
-        return 0;
-    return fs_putProcess({.iFunc = ZEBU_FUNC_PUT_ID,
-                          .iLevel = iLevel,
-                          .pszText = pszText,
-                          .eBody = ZEBU_BODY_ID,
-                          .pszMsgId = pszMsgId});
+    return fs_putUnlessFiltered(ZEBU_FUNC_PUT_ID, iLevel, pszText, fs_id(pszMsgId));
 }
 
 ZEBU_FRAMELESS int ZEBU2_PutWithIdEx(int iLevel, const char* pszAppName, const char* pszMsgId,
                                      const char* pszText)
 {
-    if (fs_isFiltered(iLevel, pszText))
-        return 0;
-    return fs_putProcess({.iFunc = ZEBU_FUNC_PUT_ID_EX,
-                          .iLevel = iLevel,
-                          .pszText = pszText,
-                          .eBody = ZEBU_BODY_ID,
-                          .pszMsgId = pszMsgId,
-                          .bOwnName = false,
-                          .pszAppName = pszAppName});
+    return fs_putUnlessFiltered(ZEBU_FUNC_PUT_ID_EX, iLevel, pszText, fs_id(pszMsgId), fs_given(pszAppName));
 }
 
 ZEBU_FRAMELESS int ZEBU2_PutWithMsgType(int iLevel, const char* pszAppName, const char* pszMsgId,
                                         const char* pszMsgType, const char* pszText)
 {
-    if (fs_isFiltered(iLevel, pszText))
-        return 0;
-    return fs_putProcess({.iFunc = ZEBU_FUNC_PUT_TYPE,
-                          .iLevel = iLevel,
-                          .pszText = pszText,
-                          .eBody = ZEBU_BODY_TYPED,
-                          .pszMsgId = pszMsgId,
-                          .pszMsgType = pszMsgType,
-                          .bOwnName = false,
-                          .pszAppName = pszAppName});
+    return fs_putUnlessFiltered(ZEBU_FUNC_PUT_TYPE, iLevel, pszText, fs_typed(pszMsgId, pszMsgType),
+                                fs_given(pszAppName));
 }
 
 ZEBU_FRAMELESS int ZEBU2_PutWithIdAndTidEx(int iLevel, const char* pszAppName, const char* pszThreadId,
                                            const char* pszMsgId, const char* pszText)
 {
-    if (fs_isFiltered(iLevel, pszText))
-        return 0;
-    return fs_putProcess({.iFunc = ZEBU_FUNC_PUT_ID_TID,
-                          .iLevel = iLevel,
-                          .pszText = pszText,
-                          .eBody = ZEBU_BODY_ID,
-                          .pszMsgId = pszMsgId,
-                          .bOwnName = false,
-                          .pszAppName = pszAppName,
-                          .bOwnThread = false,
-                          .pszThreadId = pszThreadId});
+    return fs_putUnlessFiltered(ZEBU_FUNC_PUT_ID_TID, iLevel, pszText, fs_id(pszMsgId), fs_given(pszAppName),
+                                fs_given(pszThreadId));
 }
 
 ZEBU_FRAMELESS int ZEBU2_PutWithMsgTypeAndTid(int iLevel, const char* pszAppName, const char* pszThreadId,
                                               const char* pszMsgId, const char* pszMsgType,
                                               const char* pszText)
 {
-    if (fs_isFiltered(iLevel, pszText))
-        return 0;
-    return fs_putProcess({.iFunc = ZEBU_FUNC_PUT_TYPE_TID,
-                          .iLevel = iLevel,
-                          .pszText = pszText,
-                          .eBody = ZEBU_BODY_TYPED,
-                          .pszMsgId = pszMsgId,
-                          .pszMsgType = pszMsgType,
-                          .bOwnName = false,
-                          .pszAppName = pszAppName,
-                          .bOwnThread = false,
-                          .pszThreadId = pszThreadId});
+    return fs_putUnlessFiltered(ZEBU_FUNC_PUT_TYPE_TID, iLevel, pszText, fs_typed(pszMsgId, pszMsgType),
+                                fs_given(pszAppName), fs_given(pszThreadId));
 }
 
 int ZEBU2_PutInstanceLine(ZEBU2_HINSTANCE hInstance, int iLevel, const char* pszText)
 {
-    return fs_putInstance(hInstance,
-                          {.iFunc = ZEBU_FUNC_PUT_INSTANCE_LINE, .iLevel = iLevel, .pszText = pszText});
+    return fs_putInstance(hInstance, {ZEBU_FUNC_PUT_INSTANCE_LINE, iLevel, pszText});
 }
 
 int ZEBU2_PutInstanceWithId(ZEBU2_HINSTANCE hInstance, int iLevel, const char* pszMsgId, const char* pszText)
 {
-    return fs_putInstance(hInstance, {.iFunc = ZEBU_FUNC_PUT_INSTANCE_ID,
-                                      .iLevel = iLevel,
-                                      .pszText = pszText,
-                                      .eBody = ZEBU_BODY_ID,
-                                      .pszMsgId = pszMsgId});
+    return fs_putInstance(hInstance, {ZEBU_FUNC_PUT_INSTANCE_ID, iLevel, pszText, fs_id(pszMsgId)});
 }
 
 int ZEBU2_PutInstanceWithIdEx(ZEBU2_HINSTANCE hInstance, int iLevel, const char* pszAppName,
                               const char* pszMsgId, const char* pszText)
 {
-    return fs_putInstance(hInstance, {.iFunc = ZEBU_FUNC_PUT_INSTANCE_ID_EX,
-                                      .iLevel = iLevel,
-                                      .pszText = pszText,
-                                      .eBody = ZEBU_BODY_ID,
-                                      .pszMsgId = pszMsgId,
-                                      .bOwnName = false,
-                                      .pszAppName = pszAppName});
+    return fs_putInstance(
+        hInstance, {ZEBU_FUNC_PUT_INSTANCE_ID_EX, iLevel, pszText, fs_id(pszMsgId), fs_given(pszAppName)});
 }
 
 int ZEBU2_PutInstanceWithMsgType(ZEBU2_HINSTANCE hInstance, int iLevel, const char* pszAppName,
                                  const char* pszMsgId, const char* pszMsgType, const char* pszText)
 {
-    return fs_putInstance(hInstance, {.iFunc = ZEBU_FUNC_PUT_INSTANCE_TYPE,
-                                      .iLevel = iLevel,
-                                      .pszText = pszText,
-                                      .eBody = ZEBU_BODY_TYPED,
-                                      .pszMsgId = pszMsgId,
-                                      .pszMsgType = pszMsgType,
-                                      .bOwnName = false,
-                                      .pszAppName = pszAppName});
+    return fs_putInstance(hInstance, {ZEBU_FUNC_PUT_INSTANCE_TYPE, iLevel, pszText,
+                                      fs_typed(pszMsgId, pszMsgType), fs_given(pszAppName)});
 }

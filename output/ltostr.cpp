@@ -1,3 +1,4 @@
+// output/ltostr.cpp -- fixed-width text, for lines and headers. Runs in signal handlers.
 #include "output/ltostr.h"
 
 void ZEBU_PutHex8(char* pBuf, unsigned int uValue)
