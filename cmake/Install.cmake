@@ -15,7 +15,7 @@ set(ZEBU_PC_DIR ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 install(TARGETS ZEBULib2 EXPORT ZEBULib2Targets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
-install(FILES include/ZEBULib2.h include/ZEBULib2.hpp include/ZEBULib2_error.hpp include/ZEBULib2_puts.hpp
+install(FILES include/ZEBULib2.h include/ZEBULib2_log.h include/ZEBULib2.hpp include/ZEBULib2_error.hpp include/ZEBULib2_puts.hpp
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
 
 # ---- Finding it: find_package and pkg-config, both from wherever the tree lies --------------------

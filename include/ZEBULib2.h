@@ -127,6 +127,15 @@ extern "C" {
 #define ZEBU2_LEVEL_MAX 1000 /* highest level of a message */
 #define ZEBU2_LEVEL_OFF (-1) /* log level: nothing passes; threshold: the destination is off */
 
+/* Suggested levels of messages, with room between them. */
+#define ZEBU2_LEVEL_FATAL 0 /* the only one that passes at first */
+#define ZEBU2_LEVEL_ERROR 100
+#define ZEBU2_LEVEL_WARNING 200
+#define ZEBU2_LEVEL_NOTICE 300
+#define ZEBU2_LEVEL_INFO 400
+#define ZEBU2_LEVEL_DEBUG 600
+#define ZEBU2_LEVEL_TRACE 800
+
 /* ---- The ring of trace files ------------------------------------------------------------------ */
 
 #define ZEBU2_FILE_SIZE_MIN 4096L            /* smallest lMaxFileSize, both kinds of ring */

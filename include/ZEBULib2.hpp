@@ -31,14 +31,14 @@ namespace zebu2 {
 
 // Suggested levels, with room between them. A message passes when its level is at most the log level.
 namespace level {
-inline constexpr int off = ZEBU2_LEVEL_OFF; // of a log or a threshold, not of a message
-inline constexpr int fatal = 0;             // the only one seen at first
-inline constexpr int error = 100;
-inline constexpr int warning = 200;
-inline constexpr int notice = 300;
-inline constexpr int info = 400;
-inline constexpr int debug = 600;
-inline constexpr int trace = 800;
+inline constexpr int off = ZEBU2_LEVEL_OFF;     // of a log or a threshold, not of a message
+inline constexpr int fatal = ZEBU2_LEVEL_FATAL; // the only one seen at first
+inline constexpr int error = ZEBU2_LEVEL_ERROR;
+inline constexpr int warning = ZEBU2_LEVEL_WARNING;
+inline constexpr int notice = ZEBU2_LEVEL_NOTICE;
+inline constexpr int info = ZEBU2_LEVEL_INFO;
+inline constexpr int debug = ZEBU2_LEVEL_DEBUG;
+inline constexpr int trace = ZEBU2_LEVEL_TRACE;
 inline constexpr int all = ZEBU2_LEVEL_MAX;
 } // namespace level
 

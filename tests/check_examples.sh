@@ -35,6 +35,11 @@ run 0 levels app
 has 6 app1.log 'level [0-6] with log level 5, files 0'
 has 0 "app1.log $area" 'log level -1'
 
+run 0 logf app
+has 5 app1.log 'turn [0-9]*.$'
+has 1 app1.log 'no answer after 2.5 s'
+has 0 app1.log 'seen with APP_LEVEL'
+
 run 0 threads app /usr/include/linux 3
 has 6 $area 'a thread '
 
