@@ -34,7 +34,7 @@ int ZEBUManageFile::open(int iFileAttr)
     return ZEBU_OpenFile(&iManageFd, szManageFileName, O_RDWR | O_CREAT, iFileAttr);
 }
 
-int ZEBUManageFile::identify(long* plLength)
+int ZEBUManageFile::prepare(long* plLength)
 {
     (void)futimens(iManageFd, nullptr);
     struct stat info;
@@ -43,15 +43,19 @@ int ZEBUManageFile::identify(long* plLength)
     ulManageIno = info.st_ino;
     ulManageDev = info.st_dev;
     *plLength = info.st_size;
-    return 0;
+    return lengthen(info);
 }
 
+// A look that fails says nothing about the file, and the mapping lasts without the descriptor.
 int ZEBUManageFile::complete()
 {
-    static constexpr char cs_szZero[ZEBU_MANAGE_LENGTH] = {};
     struct stat info;
-    if (fstat(iManageFd, &info) != 0)
-        return ZEBU_Fail(ZEBU_EPOS_STAT, errno);
+    return fstat(iManageFd, &info) == 0 ? lengthen(info) : 0;
+}
+
+int ZEBUManageFile::lengthen(const struct stat& info)
+{
+    static constexpr char cs_szZero[ZEBU_MANAGE_LENGTH] = {};
     // Long enough, and yet without a block of its own: the first store into the mapping would need one.
     if (info.st_size >= ZEBU_MANAGE_LENGTH)
         return info.st_blocks == 0 && ZEBU_ReserveBlocks(iManageFd, ZEBU_MANAGE_LENGTH) == -1 ? -1 : 0;
@@ -96,10 +100,10 @@ int ZEBUManageFile::closeManagementFile()
     if (iManageFd == -1)
         return 0;
     (void)futimens(iManageFd, nullptr);
-    // Whatever close says, the descriptor is gone, and the lock with it.
-    const int iResult = close(iManageFd) == 0 ? 0 : ZEBU_Fail(ZEBU_EPOS_CLOSE, errno);
-    iManageFd = -1;
-    return iResult;
+    const int iErrno = close(iManageFd) == 0 ? 0 : errno;
+    if (iErrno != EBADF) // whatever else close says, the descriptor is gone, and the lock with it
+        iManageFd = -1;
+    return iErrno == 0 ? 0 : ZEBU_Fail(ZEBU_EPOS_CLOSE, iErrno);
 }
 
 // ---- The record ----------------------------------------------------------------------------------

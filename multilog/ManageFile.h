@@ -27,14 +27,15 @@ public:
 
     // Opens or makes the file, with the permission bits `iFileAttr` unless that is -1. Fails with 2.
     int open(int iFileAttr);
-    // Marks the file as used now, notes which file it is, and stores its length. Fails with 20.
-    int identify(long* plLength);
-    // Lengthens the file to ZEBU_MANAGE_LENGTH bytes where it is shorter. Fails with 4, 14 or 20.
+    // Marks the file as used now, notes which file it is, lengthens it to ZEBU_MANAGE_LENGTH bytes where it
+    // is shorter, and stores the length it had. Fails with 4, 14 or 20.
+    int prepare(long* plLength);
+    // Lengthens it again when somebody has cut it. Fails with 4 or 14.
     int complete();
     // Maps the record. Fails with 7.
     int map();
-    // Unmaps and closes what is open; the lock goes with the descriptor. Fails with 23 (the descriptor then
-    // stays open) or 3.
+    // Unmaps and closes what is open; the lock goes with the descriptor. Fails with 23 or 3. The descriptor
+    // is kept then where the unmapping failed, or where it was not open any more.
     int closeManagementFile();
 
     bool isOpen() const { return iManageFd != -1; }
@@ -59,6 +60,8 @@ public:
     void publishOffset(unsigned int uOffset);
 
 private:
+    int lengthen(const struct stat& info);
+
     int iManageFd = -1;
     unsigned long ulManageIno = 0;
     unsigned long ulManageDev = 0;

@@ -111,8 +111,7 @@ private:
     int updateModeAndRetryMpLock(unsigned int uSharedMode);
 
     // ---- MultiTrace.cpp
-    // Makes file lCurrentFile, whose data end at lWriteOffset, the open, mapped one; at open, completes the
-    // other files first. Under the lock.
+    // Makes file lCurrentFile the open, mapped one; at open, completes the other files first. Under the lock.
     // Fails with 2, 3, 4, 7, 14, 20 or 23; the file that was open before is then closed, or (23) still
     // mapped.
     int openTraceFile(bool bAtOpen);

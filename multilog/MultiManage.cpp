@@ -40,7 +40,7 @@ int ZebuMultiLogFile::openManagementFile()
 int ZebuMultiLogFile::openUnderLock(bool bExisted)
 {
     long lLength;
-    if (manage.identify(&lLength) != 0 || manage.complete() != 0 || manage.map() != 0)
+    if (manage.prepare(&lLength) != 0 || manage.map() != 0)
         return -1;
     const bool bHadData = bExisted || lLength != 0;
     tagZEBU_MANAGEMENT_DATA rec;

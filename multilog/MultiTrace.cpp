@@ -14,7 +14,7 @@ int ZebuMultiLogFile::openTraceFile(bool bAtOpen)
     if ((trace.isOpen() || trace.isMapped()) && trace.closeTraceFile() != 0)
         return -1;
     if (prepareTraceFiles(bAtOpen) == 0 && trace.extend(lMapSize) == 0 &&
-        trace.map(lMapSize, lCurrentFile, lWriteOffset) == 0)
+        trace.map(lMapSize, lCurrentFile) == 0)
         return 0;
     const ZEBUErrKeep keep;
     (void)trace.closeTraceFile();

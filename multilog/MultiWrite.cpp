@@ -51,7 +51,13 @@ int ZebuMultiLogFile::selectAndWriteFile(const char* pszText, unsigned long ulLe
 int ZebuMultiLogFile::selectFile(tagZEBU_MANAGEMENT_DATA* pRec, unsigned long ulLength,
                                  unsigned long ulHeaderRoom)
 {
-    const bool bReopen = followRecord(*pRec);
+    bool bReopen = followRecord(*pRec);
+    // After a reopen that failed: the file of the record is tried again before any other.
+    if (!trace.isMapped()) {
+        if (openTraceFile(false) != 0)
+            return -1;
+        bReopen = false;
+    }
     const bool bMoveOn = pRec->writeOffset + ulLength + ZEBU_EOD_MARK > pRec->fileSize;
     if (bMoveOn)
         moveRingOn(pRec, ulLength + ZEBU_EOD_MARK + ulHeaderRoom);
@@ -62,13 +68,14 @@ int ZebuMultiLogFile::selectFile(tagZEBU_MANAGEMENT_DATA* pRec, unsigned long ul
 
 bool ZebuMultiLogFile::followRecord(const tagZEBU_MANAGEMENT_DATA& rec)
 {
+    const bool bResized = rec.fileSize != lFileSize;
     lFileNum = rec.fileNum;
-    if (rec.fileSize != lFileSize)
+    if (bResized)
         lFileSize = lMapSize = rec.fileSize;
     lCurrentFile = rec.currentFile;
     lWriteOffset = rec.writeOffset;
     // Compared with what is mapped, not with what was asked for: an earlier reopen may have failed.
-    return !trace.isMapped() || trace.mappedFile() != lCurrentFile || trace.mappedLength() < lMapSize;
+    return bResized || trace.mappedFile() != lCurrentFile || trace.mappedLength() < lMapSize;
 }
 
 // The record is switched before the file is opened: where the opening fails, or this process is killed in it,
@@ -87,9 +94,11 @@ void ZebuMultiLogFile::moveRingOn(tagZEBU_MANAGEMENT_DATA* pRec, unsigned long u
 int ZebuMultiLogFile::storeText(const char* pszText, unsigned long ulLength, tagZEBU_MANAGEMENT_DATA* pRec)
 {
     // Emptied or removed by somebody while it is mapped: complete it, or make it anew.
-    const int iCut = trace.isCut();
-    if (iCut == -1 || (iCut == 1 && openTraceFile(false) != 0))
-        return -1;
+    if (trace.isCut()) {
+        if (openTraceFile(false) != 0)
+            return -1;
+        trace.fillGap(lWriteOffset);
+    }
     const unsigned long ulOffset = pRec->writeOffset;
     if (ulOffset + ulLength + ZEBU_EOD_MARK > static_cast<unsigned long>(trace.mappedLength()))
         return ZEBU_Fail(ZEBU_EPOS_WRITE, EFBIG);

@@ -45,15 +45,14 @@ int ZEBUTraceMap::prepare(const Shape& shape, bool bCurrent)
     struct stat info;
     const bool bExisted = stat(szTraceFileName, &info) == 0;
     if (!bExisted && !ZEBU_IsAbsent(errno)) // taken for a new file, its data would be lost
-        return ZEBU_Fail(ZEBU_EPOS_STAT, errno);
+        return ZEBU_Fail(ZEBU_EPOS_OPEN, errno);
     lFoundLength = bExisted ? info.st_size : 0;
-    if (lFoundLength > 0 && (!shape.bFill || lFoundLength >= shape.lLength))
+    if (bExisted && (!shape.bFill || lFoundLength >= shape.lLength))
         return 0;
     if (open(shape.iFileAttr) != 0)
         return -1;
     auto uSize = static_cast<unsigned int>(lFoundLength < UINT_MAX ? lFoundLength : UINT_MAX);
-    // An empty one is what a process leaves that failed or died before it wrote the mark.
-    if (initializeTraceFile(shape, bExisted && uSize > 0, &uSize) != 0)
+    if (initializeTraceFile(shape, bExisted, &uSize) != 0)
         return -1;
     if (!bCurrent)
         fs_setBackTime(iTraceFd, bExisted ? &info : nullptr);
@@ -136,7 +135,7 @@ int ZEBUTraceMap::extend(long lLength)
 
 // ---- The mapping ---------------------------------------------------------------------------------
 
-int ZEBUTraceMap::map(long lLength, long lNumber, long lWriteOffset)
+int ZEBUTraceMap::map(long lLength, long lNumber)
 {
     void* pMap = mmap(nullptr, static_cast<size_t>(lLength), PROT_READ | PROT_WRITE, MAP_SHARED, iTraceFd, 0);
     if (pMap == MAP_FAILED)
@@ -145,7 +144,6 @@ int ZEBUTraceMap::map(long lLength, long lNumber, long lWriteOffset)
     lMappedLength = lLength;
     lMappedFile = lNumber;
     lSyncedOffset = 0;
-    fillGap(lWriteOffset);
     return 0;
 }
 
@@ -163,12 +161,11 @@ void ZEBUTraceMap::fillGap(long lWriteOffset)
         memcpy(pGap + uGap - 2, "\r\n", 2);
 }
 
-int ZEBUTraceMap::isCut() const
+// A look that fails says nothing about the file, and the mapping lasts without the descriptor.
+bool ZEBUTraceMap::isCut() const
 {
     struct stat info;
-    if (fstat(iTraceFd, &info) != 0)
-        return ZEBU_Fail(ZEBU_EPOS_STAT, errno);
-    return info.st_size < lMappedLength || info.st_nlink == 0 ? 1 : 0;
+    return fstat(iTraceFd, &info) == 0 && (info.st_size < lMappedLength || info.st_nlink == 0);
 }
 
 // A process may be killed between any two of these stores. Up to the last but one the old place of the mark
@@ -190,21 +187,14 @@ void ZEBUTraceMap::store(unsigned long ulOffset, const char* pszText, unsigned l
 int ZEBUTraceMap::sync(unsigned int uWriteOffset)
 {
     if (!isMapped())
-        return ZEBU_Fail(ZEBU_EPOS_FLUSH, ENOMEM);
+        return ZEBU_Fail(ZEBU_EPOS_FLUSH, EINVAL);
     if (lSyncedOffset > uWriteOffset) // the ring came round
         lSyncedOffset = 0;
     const long lStart = lSyncedOffset - lSyncedOffset % cs_PAGESIZE;
-    long lEnd = static_cast<long>(uWriteOffset) + ZEBU_EOD_MARK;
-    if (lEnd > lMappedLength) {
-        // The tail of a long line that another process wrote is in the file and not ours to flush; an offset
-        // behind the end of the file is damaged.
-        struct stat info;
-        if (fstat(iTraceFd, &info) != 0 || info.st_size < lEnd)
-            return ZEBU_Fail(ZEBU_EPOS_FLUSH, ENOMEM);
-        lEnd = lMappedLength;
-    }
-    if (lEnd > lStart &&
-        msync(static_cast<char*>(pTraceMap) + lStart, static_cast<size_t>(lEnd - lStart), MS_ASYNC) != 0)
+    const long lEnd = static_cast<long>(uWriteOffset) + ZEBU_EOD_MARK;
+    // The end may lie behind the mapping: another process wrote a long line, or the offset is damaged. The
+    // kernel says what it thinks of that, and touches nothing: it is only asked to start writing.
+    if (msync(static_cast<char*>(pTraceMap) + lStart, static_cast<size_t>(lEnd - lStart), MS_ASYNC) != 0)
         return ZEBU_Fail(ZEBU_EPOS_FLUSH, errno);
     lSyncedOffset = uWriteOffset;
     return 0;
@@ -230,8 +220,8 @@ int ZEBUTraceMap::closeDescriptor()
 {
     if (iTraceFd == -1)
         return 0;
-    // Whatever close says, the descriptor is gone: closing it again could hit a file of the application.
-    const int iResult = close(iTraceFd) == 0 ? 0 : ZEBU_Fail(ZEBU_EPOS_CLOSE, errno);
-    iTraceFd = -1;
-    return iResult;
+    const int iErrno = close(iTraceFd) == 0 ? 0 : errno;
+    if (iErrno != EBADF) // whatever else close says, the descriptor is gone
+        iTraceFd = -1;
+    return iErrno == 0 ? 0 : ZEBU_Fail(ZEBU_EPOS_CLOSE, iErrno);
 }

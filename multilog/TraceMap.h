@@ -28,15 +28,19 @@ public:
 
     // Names the file that prepare and open are about. Fails with 1.
     int generateTraceFileName(const char* pszPrefix, long lNumber, long lFileNum);
-    // Makes the file, or completes it, where it needs that: it is open then. Fails with 2, 4, 14 or 20.
+    // Makes the file, or completes it, where it needs that: it is open then. Fails with 2, 4 or 14.
     int prepare(const Shape& shape, bool bCurrent);
     // Opens the file that needed nothing. Fails with 2.
     int open(int iFileAttr);
     // Brings the open file to its length, with all its blocks. Fails with 4, 14 or 20.
     int extend(long lLength);
-    // Maps the open file as number `lNumber` of the ring, whose data end at `lWriteOffset`. Fails with 7.
-    int map(long lLength, long lNumber, long lWriteOffset);
-    // Unmaps and closes what is open. Fails with 23 (the descriptor then stays open) or 3.
+    // Maps the open file as number `lNumber` of the ring. Fails with 7.
+    int map(long lLength, long lNumber);
+    // Makes a line of blanks of what the mapped file had lost, before it was opened again, below the place
+    // where its data end. For a file that was mapped when that happened.
+    void fillGap(long lWriteOffset);
+    // Unmaps and closes what is open. Fails with 23 or 3. The descriptor is kept then where the unmapping
+    // failed, or where it was not open any more.
     int closeTraceFile();
     int closeDescriptor();
 
@@ -44,19 +48,19 @@ public:
     bool isMapped() const { return pTraceMap != MAP_FAILED; }
     long mappedFile() const { return lMappedFile; }
     long mappedLength() const { return lMappedLength; }
-    // Returns 1 when a store into the mapping may fall behind the end of the file, or into a file that nobody
-    // finds any more. Fails with 20.
-    int isCut() const;
+    // Whether a store into the mapping would fall behind the end of the file, or into a file that nobody
+    // finds any more.
+    bool isCut() const;
 
     // Copies a line, with the mark behind it, to an offset of the mapping where both have room.
     void store(unsigned long ulOffset, const char* pszText, unsigned long ulLength);
-    // Starts writing what lies before an offset, and the mark there, to disk. Fails with 12.
+    // Starts writing what lies before an offset, and the mark there, to disk. Fails with 12; the offset may
+    // be any.
     int sync(unsigned int uWriteOffset);
 
 private:
     // Writes mark and filling of the file just opened. *puSize: its length, before and after.
     int initializeTraceFile(const Shape& shape, bool bExisted, unsigned int* puSize);
-    void fillGap(long lWriteOffset);
 
     int iTraceFd = -1;
     void* pTraceMap = MAP_FAILED;

@@ -92,6 +92,71 @@ TEST_F(MultiDamage, TraceFileCutOrRemovedWhileItIsMapped)
     }
 }
 
+// Nobody saw the file shrink: what is lost is not marked, and the line goes where the record says.
+TEST_F(MultiDamage, TraceFileCutWhileNobodyHasItMapped)
+{
+    for (const int option : {0, ZEBU2_OPT_NOFILL}) {
+        base += "x";
+        {
+            const Ring ring = open(option);
+            fillTo(ring, 3000);
+        }
+        const std::string kept = trace(1).substr(0, 200);
+        ASSERT_EQ(truncate(traceName(1).c_str(), 200), 0);
+        EXPECT_EQ(put(open(option | ZEBU2_OPT_NOSTARTLINE), "line"), 0);
+        const std::string lost(2800, option ? '\0' : ' ');
+        EXPECT_TRUE(trace(1).substr(0, 3006) == kept + lost + "line\r\n") << option;
+    }
+}
+
+// The file of the record comes first, also for a line that would not fit into it.
+TEST_F(MultiDamage, TraceFileThatCannotBeOpenedEndsEveryWriteUntilItCan)
+{
+    const Ring ring = open(ZEBU2_OPT_CURRENT_ONLY);
+    ASSERT_EQ(mkdir(traceName(2).c_str(), 0700), 0);
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(put(ring, std::string(4100, 'x')), -1);
+        EXPECT_EQ(lastError(), ZEBU_EPOS_OPEN);
+        EXPECT_EQ(lastCode(), EISDIR);
+        EXPECT_EQ(record().currentFile, 2u);
+        EXPECT_EQ(ring->bufferFlush(), -1); // no mapping
+        EXPECT_EQ(lastError(), ZEBU_EPOS_FLUSH);
+        EXPECT_EQ(lastCode(), EINVAL);
+    }
+    ASSERT_EQ(rmdir(traceName(2).c_str()), 0);
+    EXPECT_EQ(put(ring, std::string(4100, 'x')), 0);
+}
+
+TEST_F(MultiDamage, FlushOfAnOffsetBehindTheMappingIsForTheKernelToJudge)
+{
+    const Ring ring = open(0, 5000); // in two pages
+    const std::pair<unsigned int, int> cases[] = {{6000, 0}, {0xFFFFFFFF, -1}};
+    for (const auto& [offset, expected] : cases) {
+        poke(offsetof(tagZEBU_MANAGEMENT_DATA, writeOffset), offset);
+        EXPECT_EQ(ring->bufferFlush(), expected) << offset;
+    }
+    EXPECT_EQ(lastError(), ZEBU_EPOS_FLUSH);
+    EXPECT_EQ(lastCode(), ENOMEM);
+}
+
+// A daemon closes all it has, and opens what it needs: without the lock, the mappings are enough.
+TEST_F(MultiDamage, DescriptorsClosedBehindTheLibrary)
+{
+    const std::string other = path("other");
+    EXPECT_EQ(inChild([&] {
+                  const Ring ring = open(ZEBU2_OPT_NOLOCK);
+                  for (int fd = 3; fd < 100; ++fd)
+                      (void)close(fd);
+                  CHECK(put(ring, "line") == 0 && ring->bufferFlush() == 0);
+                  CHECK(ring->backupToFile(other.c_str(), 0) == 0 &&
+                        readFile(other).ends_with("\r\nline\r\n"));
+                  for (int i = 0; i < 2; ++i) // the descriptors stay as they are
+                      CHECK(ring->closeFile() == -1 && lastError() == ZEBU_EPOS_CLOSE && lastCode() == EBADF);
+                  _exit(0);
+              }),
+              0);
+}
+
 // A store into a hole of a file on a full disk would kill the process.
 TEST_F(MultiDamage, FullDiskIsAFailureAndNoSignal)
 {

@@ -69,14 +69,28 @@ TEST_F(MultiRing, NewFilesAndRecordLookAsTheOptionsSay)
     }
 }
 
-TEST_F(MultiRing, ShortFilesAreFilledUpWithBlanksBehindWhatTheyHold)
+TEST_F(MultiRing, FilesThatExistAreCompletedOrLeftAlone)
 {
+    constexpr size_t SIZE = 200000; // more than is written with one call, and no multiple of it
     const std::string held = "held\r\n" + mark();
-    open(0, 200000, 3); // more than is written with one call, and no multiple of it
-    writeFile(traceName(2), held);
-    open(0, 200000, 3);
-    EXPECT_EQ(trace(2), held + std::string(200000 - held.size(), ' '));
-    EXPECT_EQ(trace(3), mark() + std::string(200000 - 48, ' '));
+    const std::tuple<int, std::string, std::string> cases[] = {
+        {0, held, held + std::string(SIZE - held.size(), ' ')},
+        {0, "", std::string(SIZE, ' ')}, // blanks, and no mark: it existed
+        {ZEBU2_OPT_NOFILL, held, held},
+        {ZEBU2_OPT_NOFILL, "", ""}};
+    for (const auto& [option, before, after] : cases) {
+        open(option, SIZE, 3);
+        writeFile(traceName(2), before);
+        unlink(traceName(3).c_str());
+        open(option, SIZE, 3);
+        EXPECT_TRUE(trace(2) == after) << option << before;
+        EXPECT_EQ(trace(3), option ? mark() : mark() + std::string(SIZE - 48, ' '));
+        base += "x";
+    }
+    open(ZEBU2_OPT_NOFILL);
+    unlink(traceName(2).c_str());
+    ASSERT_EQ(mkfifo(traceName(2).c_str(), 0600), 0); // could not be completed
+    open(ZEBU2_OPT_NOFILL);
 }
 
 TEST_F(MultiRing, HeadersFollowTheOptions)
@@ -134,6 +148,11 @@ TEST_F(MultiRing, LaterProcessesAdoptOrGrowAndNarrowTheMode)
     ASSERT_EQ(put(first, "after"), 0);
     EXPECT_EQ(data(4), "after\r\n");
     EXPECT_EQ(trace(4).size(), 16384u);
+
+    first->setFileAttr(0620); // shows that a file is opened anew
+    poke(offsetof(tagZEBU_MANAGEMENT_DATA, fileSize), 8192);
+    ASSERT_EQ(put(first, "smaller"), 0);
+    EXPECT_EQ(fileMode(traceName(4)), 0620);
 }
 
 TEST_F(MultiRing, RebuildsItsPositionFromTheNewestFile)

@@ -27,7 +27,7 @@ const Failing cs_failing[] = {
     {{"fallocate"}, {ENOSPC, EINTR, EOPNOTSUPP}, {ZEBU_EPOS_WRITE}},
     {{"fcntl", "msync"}, {EIO}, {ZEBU_EPOS_FLUSH}},
     {{"fstat"}, {EIO}, {ZEBU_EPOS_STAT, ZEBU_EPOS_OPEN, ZEBU_EPOS_CHMOD}},
-    {{"fstatat", "lstat", "stat"}, {EACCES}, {ZEBU_EPOS_STAT}},
+    {{"fstatat", "lstat", "stat"}, {EACCES}, {ZEBU_EPOS_STAT, ZEBU_EPOS_OPEN}},
     {{"ftruncate"}, {EIO}, {ZEBU_EPOS_OPEN}},
     {{"lockf"}, {EAGAIN, EINTR, ENOLCK}, {ZEBU_EPOS_LOCK}},
     {{"lseek"}, {EIO}, {ZEBU_EPOS_LSEEK}},
@@ -42,8 +42,8 @@ const Failing cs_failing[] = {
     {{"unlink"}, {EACCES}, {ZEBU_EPOS_UNLINK}},
     {{"write", "writev"}, {ENOSPC, EIO, EINTR, FAULT_SHORT}, {ZEBU_EPOS_WRITE}},
     // These cost a piece of a header, a time or the configuration, and pass otherwise.
-    {{"closedir", "fclose", "fdopen", "fgets", "fstatfs", "futimens", "gethostname", "localtime_r", "pthread_key_create",
-      "pthread_setspecific", "readdir", "uname", "utimensat"},
+    {{"closedir", "fclose", "fdopen", "fgets", "fstatfs", "futimens", "gethostname", "localtime_r",
+      "pthread_key_create", "pthread_setspecific", "readdir", "uname", "utimensat"},
      {EAGAIN},
      {}},
 };
@@ -168,6 +168,8 @@ public:
         std::map<std::string, int> found;
         for (int n = 1; n <= cs_iFiles; ++n) {
             std::string bytes = readFile(m_prefix + std::to_string(n) + ".log");
+            if (bytes.find_first_not_of(std::string_view(" \0", 2)) == std::string::npos)
+                continue; // made by a call that failed then, and filled by the next
             if (bShared)
                 bytes = bytes.substr(0, bytes.starts_with('\x1A') ? 0 : bytes.find("\r\n\x1A") + 2);
             CHECK(bytes.empty() || bytes.ends_with("\r\n"));
@@ -277,7 +279,7 @@ private:
     bool isConsequence(int iFailure, int iCode) const
     {
         if (iFailure == ZEBU_EPOS_FLUSH) // nothing is open or mapped since a file could not be opened
-            return iCode == EBADF || iCode == ENOMEM;
+            return iCode == EBADF || iCode == EINVAL;
         const bool bNoHandle = bInstance && !m_handle && iFailure == ZEBU_EPOS_PARAM;
         return iCode == 0 && (bNoHandle || iFailure == ZEBU_EPOS_NOTREADY || iFailure == ZEBU_EPOS_MISMATCH);
     }
