@@ -3,7 +3,7 @@
 
 int ZEBU2_GetLastError(int* piErrorCode)
 {
-    const tagZEBU_TLS_VAR* pTls = ZEBU_PeekTlsVar();
+    const tagZEBU_TLS_VAR* pTls = ZEBU_GetTlsVar();
     if (!pTls)
         return ZEBU_EPOS_NOCONTEXT;
     if (piErrorCode)

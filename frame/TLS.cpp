@@ -86,7 +86,7 @@ int ZEBU_InitializeTlsVar()
     pTls->iErrorCode = 0;
     pTls->iErrorPos = 0;
     memset(pTls->szLineBuf, 0, sizeof pTls->szLineBuf);
-    pTls->second.bKnown = false;
+    pTls->second = {};
     ZEBU_PutHex8(pTls->szThreadId, static_cast<unsigned int>(pthread_self()));
     pTls->szThreadId[8] = ' ';
     pTls->szThreadId[9] = '\0';

@@ -222,9 +222,10 @@ ZEBU2_API void ZEBU2_PreForkHandler(void);
 ZEBU2_API void ZEBU2_PostForkHandlerForParent(void);
 ZEBU2_API void ZEBU2_PostForkHandlerForChild(void);
 
-/* Returns the calling thread's error value, 0 when its last call succeeded, or 16
- * (ZEBU_EPOS_NOCONTEXT) when the thread has made no call that could fail. piErrorCode: if not null,
- * receives the errno of the failure, or 0; untouched with 16. Changes nothing, may be repeated. */
+/* Returns the calling thread's error value, 0 when its last call succeeded or it made none, or 16
+ * (ZEBU_EPOS_NOCONTEXT) when the thread can have none: out of memory or keys, or after
+ * ZEBU2_EndLibrary. piErrorCode: if not null, receives the errno of the failure, or 0; untouched with
+ * 16. Changes no value, may be repeated. */
 ZEBU2_API int ZEBU2_GetLastError(int* piErrorCode);
 
 /* ---- Trace instances --------------------------------------------------------------------------

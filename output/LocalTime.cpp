@@ -42,20 +42,20 @@ void ZEBU_TimeUnlock()
     return true;
 }
 
-void ZEBU_PutLocalTime(char* pBuf, const timeval& time, ZEBUCachedSecond* pCached)
+void ZEBU_PutLocalTime(char* pBuf, const timeval& time, ZEBUCachedSecond& cached)
 {
-    if (pCached && pCached->bKnown && pCached->lSecond == time.tv_sec) {
-        memcpy(pBuf, pCached->szSecond, ZEBU_SECOND_TEXT);
+    // Before the conversion: if another thread changes it meanwhile, the next line converts again.
+    const ZEBUZone zone = {timezone, tzname[1]};
+    if (cached.lSecond == time.tv_sec && cached.zone == zone) {
+        memcpy(pBuf, cached.szSecond, ZEBU_SECOND_TEXT);
     } else {
         if (!fs_putSecond(pBuf, time.tv_sec)) { // not kept: the next line tries again
             memcpy(pBuf, ZEBU_NO_TIME, ZEBU_TIME_TEXT);
             return;
         }
-        if (pCached) {
-            memcpy(pCached->szSecond, pBuf, ZEBU_SECOND_TEXT);
-            pCached->lSecond = time.tv_sec;
-            pCached->bKnown = true;
-        }
+        memcpy(cached.szSecond, pBuf, ZEBU_SECOND_TEXT);
+        cached.lSecond = time.tv_sec;
+        cached.zone = zone;
     }
     ZEBU2_IntToStr(pBuf + ZEBU_SECOND_TEXT, static_cast<int>(static_cast<unsigned int>(time.tv_usec) / 1000),
                    3);
@@ -65,6 +65,7 @@ void ZEBU_FormatNow(char (&szTime)[ZEBU_TIME_TEXT + 1])
 {
     timeval now;
     gettimeofday(&now, nullptr);
-    ZEBU_PutLocalTime(szTime, now, nullptr);
+    ZEBUCachedSecond cached = {};
+    ZEBU_PutLocalTime(szTime, now, cached);
     szTime[ZEBU_TIME_TEXT] = '\0';
 }

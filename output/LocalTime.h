@@ -8,18 +8,28 @@
 
 struct timeval;
 
-// The local time of the last second that a thread printed; kept because converting it takes a lock that all
-// threads of the process share. All zero when new.
+// What tells the zone that tzset found last, at hand without a call. A zone with the same offset and the same
+// name of its summer time differs at most in when that begins and ends.
+struct ZEBUZone
+{
+    long lOffset;
+    const char* pszSummerName; // never null once a time was converted
+
+    bool operator==(const ZEBUZone&) const = default;
+};
+
+// The local time of the last second that a thread printed, and the zone it was made for; kept because
+// converting it takes a lock that all threads of the process share. All zero when new.
 struct ZEBUCachedSecond
 {
-    bool bKnown;
     time_t lSecond;
+    ZEBUZone zone;
     char szSecond[ZEBU_SECOND_TEXT]; // "yyyy/mm/dd hh:mm:ss."
 };
 
 // Writes date and time of `time` in ZEBU_TIME_TEXT columns, hyphens when it cannot be converted. No
-// terminator. `pCached` may be null; else the conversion of its second is used again.
-void ZEBU_PutLocalTime(char* pBuf, const timeval& time, ZEBUCachedSecond* pCached);
+// terminator. `cached`: used again for its second, unless tzset found another zone meanwhile.
+void ZEBU_PutLocalTime(char* pBuf, const timeval& time, ZEBUCachedSecond& cached);
 
 // The time as it is now, NUL-terminated.
 void ZEBU_FormatNow(char (&szTime)[ZEBU_TIME_TEXT + 1]);

@@ -26,7 +26,7 @@ static void fs_putAppName(char* pBuf, const char* pszAppName)
 // The thread's own text is nine characters and brings its closing blank with it.
 static void fs_putThreadId(char* pBuf, const char* pszThreadId, const tagZEBU_TLS_VAR* pTls)
 {
-    if (pTls && pszThreadId == pTls->szThreadId) {
+    if (pszThreadId == pTls->szThreadId) {
         memcpy(pBuf, pszThreadId, ZEBU_THREAD_ID);
         return;
     }
@@ -35,9 +35,8 @@ static void fs_putThreadId(char* pBuf, const char* pszThreadId, const tagZEBU_TL
 }
 
 int ZEBU_MakeupTraceMessageHeader(char* pszLine, const char* pszAppName, const char* pszThreadId,
-                                  int iTickType, timeval* pTime)
+                                  int iTickType, timeval* pTime, tagZEBU_TLS_VAR* pTls)
 {
-    tagZEBU_TLS_VAR* pTls = ZEBU_PeekTlsVar();
     const int iCount = ZEBU_TakeMsgCount();
     memset(pszLine, ' ', ZEBU_COL_TID); // every column that stays blank, up to the thread id
     ZEBU2_IntToStr(pszLine + ZEBU_COL_COUNT, iCount, ZEBU_COUNT_WIDTH);
@@ -48,7 +47,7 @@ int ZEBU_MakeupTraceMessageHeader(char* pszLine, const char* pszAppName, const c
         memcpy(pszLine + ZEBU_COL_TIME, ZEBU_MASKED_TIME, ZEBU_TIME_TEXT);
     } else {
         gettimeofday(pTime, nullptr);
-        ZEBU_PutLocalTime(pszLine + ZEBU_COL_TIME, *pTime, pTls ? &pTls->second : nullptr);
+        ZEBU_PutLocalTime(pszLine + ZEBU_COL_TIME, *pTime, pTls->second);
     }
     fs_putAppName(pszLine + ZEBU_COL_APP, pszAppName);
     ZEBU_PutProcessId(pszLine + ZEBU_COL_PID);
@@ -140,7 +139,7 @@ static unsigned long fs_buildLine(const ZEBUTraceObject* pInstance, tagZEBU_TLS_
         pszName = pInstance ? pInstance->szAppName : ZEBU2_szAppName;
     const char* pszThread = put.threadId.bOwn ? pTls->szThreadId : put.threadId.pszText;
     (void)ZEBU_MakeupTraceMessageHeader(pTls->szLineBuf, pszName, pszThread, fs_tickType(pInstance, put),
-                                        pTime);
+                                        pTime, pTls);
     if (!put.threadId.bOwn) // the thread's own text brought it
         pTls->szLineBuf[ZEBU_COL_BODY - 1] = ' ';
     return fs_putBody(pTls->szLineBuf, put);

@@ -15,7 +15,7 @@ int ZEBU2_PutToShm(const void* pData, unsigned long ulLength)
         return err.fail(ZEBU_EPOS_PARAM);
 
     timeval time;
-    (void)ZEBU_MakeupTraceMessageHeader(pTls->szLineBuf, ZEBU2_szAppName, pTls->szThreadId, 0, &time);
+    (void)ZEBU_MakeupTraceMessageHeader(pTls->szLineBuf, ZEBU2_szAppName, pTls->szThreadId, 0, &time, pTls);
     const size_t uLength = ulLength < ZEBU2_TEXT_MAX ? ulLength : ZEBU2_TEXT_MAX;
     if (uLength > 0)
         memcpy(pTls->szLineBuf + ZEBU_COL_BODY, pData, uLength);

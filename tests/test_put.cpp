@@ -101,15 +101,20 @@ protected:
 // Mode 1 alone masks the time, and that of the process log alone.
 TEST_F(PutTest, EachPrintsItsColumnsToBothDestinations)
 {
-    const std::tuple<const char*, const char*, int> logs[] = {
-        {"process", "instance", 2}, {"sixteen--columns", "seventeen--columns", 1}, {nullptr, nullptr, 0}};
+    // The names, the time stamp mode, and a zone that the process turns to, mostly within a second.
+    const std::tuple<const char*, const char*, int, const char*> logs[] = {
+        {"process", "instance", 2, "UTC0"},
+        {"sixteen--columns", "seventeen--columns", 1, "WET0WEST,0/0,365/23"},
+        {nullptr, nullptr, 0, "IST-5:30"}};
     const std::string tooLong(5000, 'x');
     const Texts rows[] = {PLAIN,
                           {"sixteen--columns", "eight--8", "twenty-one--columns-x", "four", ""},
                           {"sixteen--columnsX", "eight--8X", "twenty-one--columns-xX", "fourX", "\t\xff%s"},
                           {nullptr, nullptr, nullptr, nullptr, tooLong.c_str()}};
     inThreads(1, [&](int) { // which has its own column
-        for (const auto& [name, instanceName, mode] : logs) {
+        for (const auto& [name, instanceName, mode, zone] : logs) {
+            (void)setenv("TZ", zone, 1);
+            tzset();
             start(name, instanceName);
             ASSERT_EQ(ZEBU2_SetTimeStumpMode(mode), mode);
             for (const Texts& row : rows) {

@@ -17,17 +17,14 @@ void keep(int priority, const char* format, va_list arguments)
 
 } // namespace
 
-// Stand in for the system's, which is called by one of these names.
-#define STAND_IN(...)                                                                                        \
-    extern "C" void __VA_ARGS__                                                                              \
-    {                                                                                                        \
-        va_list arguments;                                                                                   \
-        va_start(arguments, format);                                                                         \
-        keep(priority, format, arguments);                                                                   \
-        va_end(arguments);                                                                                   \
-    }
-STAND_IN(syslog(int priority, const char* format, ...))
-STAND_IN(__syslog_chk(int priority, int, const char* format, ...))
+// Stands in for the system's, as a program may that collects what its libraries log.
+extern "C" void syslog(int priority, const char* format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    keep(priority, format, arguments);
+    va_end(arguments);
+}
 
 namespace {
 
