@@ -13,8 +13,10 @@ int main(int argc, char** argv)
     char szPrefix[4000];
     tagZEBU_LOGFILE_SPEC ring = {4096, 1, szPrefix};
     int i, iCode = 0;
-    if (argc < 2)
+    if (argc < 2) {
+        fprintf(stderr, "usage: %s DIRECTORY\n", argv[0]);
         return 2;
+    }
 
     for (i = 0; i < 5; ++i) { /* five runs, each with a ring of its own */
         snprintf(szPrefix, sizeof szPrefix, "%s/run-%d-", argv[1], i);

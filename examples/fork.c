@@ -27,8 +27,10 @@ int main(int argc, char** argv)
 {
     int iStatus = 1;
     pid_t iChild;
-    if (argc < 2)
+    if (argc < 2) {
+        fprintf(stderr, "usage: %s PREFIX\n", argv[0]);
         return 2;
+    }
     ring.pszFilePath = argv[1];
     if (ZEBU2_InitializeM(&ring, "parent", 0) == -1) {
         fprintf(stderr, "error 0x%08X\n", (unsigned)ZEBU2_GetLastError(NULL));

@@ -10,8 +10,10 @@ int main(int argc, char** argv)
 {
     tagZEBU_LOGFILE_SPEC ring = {1024 * 1024, 4, NULL}; /* four files of 1 MiB */
     int iResult;
-    if (argc < 2)
+    if (argc < 2) {
+        fprintf(stderr, "usage: %s PREFIX\n", argv[0]);
         return 2;
+    }
     ring.pszFilePath = argv[1];
     iResult = ZEBU2_Initialize(&ring, "hello");
     if (iResult != 0) /* 1: no files, 2: no trace area; such a log can be used all the same */

@@ -19,8 +19,10 @@ int main(int argc, char** argv)
     char szMain[4000], szAudit[4000], szJobs[4000];
     tagZEBU_LOGFILE_SPEC mainRing, auditRing, jobsRing;
     ZEBU2_HINSTANCE hAudit = NULL, hJobs = NULL;
-    if (argc < 2)
+    if (argc < 2) {
+        fprintf(stderr, "usage: %s DIRECTORY\n", argv[0]);
         return 2;
+    }
     mainRing = ring(szMain, sizeof szMain, argv[1], "main");
     auditRing = ring(szAudit, sizeof szAudit, argv[1], "audit");
     jobsRing = ring(szJobs, sizeof szJobs, argv[1], "jobs");

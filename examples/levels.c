@@ -27,8 +27,10 @@ static void show(int iLogLevel, int iFile, int iArea)
 int main(int argc, char** argv)
 {
     tagZEBU_LOGFILE_SPEC ring = {64 * 1024, 2, NULL};
-    if (argc < 2)
+    if (argc < 2) {
+        fprintf(stderr, "usage: %s PREFIX\n", argv[0]);
         return 2;
+    }
     ring.pszFilePath = argv[1];
     if (ZEBU2_Initialize(&ring, "levels") == -1)
         return 1;

@@ -31,8 +31,10 @@ int main(int argc, char** argv)
     char szCopy[4096], szLine[8192];
     int i, iStatus, iFound = 0, iFailed = 0;
     FILE* pCopy;
-    if (argc < 4)
+    if (argc < 4) {
+        fprintf(stderr, "usage: %s PREFIX WRITERS LINES\n", argv[0]);
         return 2;
+    }
     ring.pszFilePath = argv[1];
     sprintf(szCopy, "%.4000s.backup", argv[1]);
 

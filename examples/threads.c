@@ -1,4 +1,7 @@
-/* threads.c PREFIX DIRECTORY [THREADS] -- several threads trace what they find in a directory. */
+/* threads.c -- several threads trace what they find in a directory.
+ *
+ * usage: threads PREFIX [DIRECTORY [THREADS]]
+ */
 #define _GNU_SOURCE
 #include <dirent.h>
 #include <fcntl.h>
@@ -41,9 +44,13 @@ static void* run(void* pNothing)
 
 int main(int argc, char** argv)
 {
-    tagZEBU_LOGFILE_SPEC ring = {256 * 1024, 4, argc > 1 ? argv[1] : NULL};
+    tagZEBU_LOGFILE_SPEC ring = {256 * 1024, 4, argv[1]};
     int iThreads = argc > 3 ? atoi(argv[3]) : 4;
     pthread_t threads[THREADS_MAX];
+    if (argc < 2) {
+        fprintf(stderr, "usage: %s PREFIX [DIRECTORY [THREADS]]\n", argv[0]);
+        return 2;
+    }
     cs_pDirectory = opendir(argc > 2 ? argv[2] : ".");
     if (!cs_pDirectory || iThreads < 1 || iThreads > THREADS_MAX || ZEBU2_Initialize(&ring, "threads") == -1)
         return 1;

@@ -20,8 +20,10 @@ static void work(const zebu2::process_log& log, const char* name)
 
 int main(int argc, char** argv)
 {
-    if (argc < 2)
+    if (argc < 2) {
+        std::fprintf(stderr, "usage: %s DIRECTORY\n", argv[0]);
         return 2;
+    }
     const std::string directory = argv[1];
     const std::string prefix = directory + "/wrapper", auditPrefix = directory + "/audit";
 

@@ -178,7 +178,7 @@ typedef struct tagZEBU_LOGFILE_SPEC
 /* Handle of a trace instance. Opaque. */
 typedef struct ZEBUTraceObject* ZEBU2_HINSTANCE;
 
-/* The version of the library, a NUL-terminated text. */
+/* The interface that the library keeps to, a NUL-terminated text that is the same in all versions of it. */
 extern ZEBU2_API const char ZEBU2_version_string[];
 
 /* ---- Start and stop --------------------------------------------------------------------------- */
@@ -312,8 +312,9 @@ ZEBU2_API int ZEBU2_SetInstanceLockRetryTimes(ZEBU2_HINSTANCE hInstance, int iTi
  *
  * Return 0 when the message was written or no destination wanted it (a line for which the trace area
  * has no room, or that its rate limit drops, is no failure), else -1: not initialised (NOTREADY);
- * level or text invalid (PARAM); no trace files (NOTREADY); the ring failed (CLOSE, OPEN, WRITE,
- * LOCK; a shared one also STAT, MISMATCH, MMAP, MUNMAP, LSEEK); the trace area failed (AREA, NOTREADY).
+ * level or text invalid (PARAM); the ring that was asked for is not open (NOTREADY) or failed (CLOSE, OPEN,
+ * WRITE, LOCK; a shared one also STAT, MISMATCH, MMAP, MUNMAP, LSEEK); the trace area failed (AREA,
+ * NOTREADY). A log started with a null spec is content without files.
  * When both failed, the area's failure is the one that is left. Without a trace area a put whose file
  * step succeeded returns 0 and leaves NOTREADY with function number 0. A message above the log level
  * returns 0 and leaves the thread's error as it was.
@@ -375,16 +376,17 @@ ZEBU2_API unsigned int ZEBU2_SetSwapMessageMode(unsigned int uMode);
 
 /* Ask the kernel to bring what was written to the files to the disk, and do not wait for it. For a ring
  * of one process Linux takes note of nothing: lines reach the disk when the kernel writes them back, or
- * with syncfs on the ring's directory. Return 0 or -1: no ring (NOTREADY), flush failed (FLUSH), a
- * shared ring's lock (LOCK), null handle (PARAM), not a live instance (NOTREADY). Function numbers 0x0B
- * and 0x18. */
+ * with syncfs on the ring's directory. Return 0, also without files after a null spec, or -1: the ring that
+ * was asked for is not open (NOTREADY), flush failed (FLUSH), a shared ring's lock (LOCK), null handle
+ * (PARAM), not a live instance (NOTREADY). Function numbers 0x0B and 0x18. */
 ZEBU2_API int ZEBU2_FileBufferFlush(void);
 ZEBU2_API int ZEBU2_InstanceFileBufferFlush(ZEBU2_HINSTANCE hInstance);
 
 /* Copy the whole ring, oldest lines first, into the file pszBackupFile, which is made or emptied;
  * missing directories are made. iOption: 0 or ZEBU2_BACKUP_NOLOCK, for shared rings. Return 0 or -1:
- * iOption or path invalid, or the path is a file of the ring (PARAM); no ring or nothing open
- * (NOTREADY); FLUSH, OPEN, WRITE, NOTDIR, MKDIR, LOCK. Function numbers 0x0E, 0x31, 0x19, 0x32. */
+ * iOption or path invalid, or the path is a file of the ring (PARAM); the ring is not open (NOTREADY; after a
+ * null spec nothing is written, and the result is 0); FLUSH, OPEN, WRITE, NOTDIR, MKDIR, LOCK. Function
+ * numbers 0x0E, 0x31, 0x19, 0x32. */
 ZEBU2_API int ZEBU2_TraceBackup(const char* pszBackupFile);
 ZEBU2_API int ZEBU2_TraceBackupM(const char* pszBackupFile, int iOption);
 ZEBU2_API int ZEBU2_InstanceTraceBackup(ZEBU2_HINSTANCE hInstance, const char* pszBackupFile);
@@ -392,7 +394,7 @@ ZEBU2_API int ZEBU2_InstanceTraceBackupM(ZEBU2_HINSTANCE hInstance, const char* 
 
 /* Change the permission bits of the ring's files, also of those made later. iMode: 0 to 07777; read
  * and write for the owner are always added. A shared ring's management file and its directory follow.
- * Return 0 or -1: iMode (PARAM), not initialised, not live or no ring (NOTREADY), chmod (CHMOD), LOCK.
+ * Return 0 or -1: iMode (PARAM), not initialised, not live or ring not open (NOTREADY), chmod (CHMOD), LOCK.
  * Function numbers 0x25 and 0x26. */
 ZEBU2_API int ZEBU2_ChFileAttr(int iMode);
 ZEBU2_API int ZEBU2_ChInstanceFileAttr(ZEBU2_HINSTANCE hInstance, int iMode);

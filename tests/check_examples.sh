@@ -28,6 +28,12 @@ has() {
 
 area=mmap/zebu2mmap.mm
 
+for name in "$examples"/*; do
+    [ -f "$name" ] && [ -x "$name" ] || continue
+    run 2 "$(basename "$name")"
+    grep -q '^usage: ' "$work/stderr" || fail "does not say what it wants"
+done
+
 run 0 hello app
 has 1 app1.log 'NET-17                a line with a message id'
 
@@ -50,6 +56,11 @@ has 0 $area LOGIN
 run 139 crash_handler app
 has 1 app1.log 'about to crash'
 has 1 $area '-------- dying of SIGSEGV'
+
+# No room in the trace area, where the write offset is one behind the read offset: told otherwise.
+printf '\144\000\000\000\143\000\000\000' | dd of=$area bs=1 seek=12 conv=notrunc 2> /dev/null
+run 139 crash_handler app
+grep -q 'dying of SIGSEGV' "$work/stderr" || fail "the last line is lost"
 
 run 0 fork app
 has 2 app1.log ' parent  .* parent '

@@ -54,6 +54,20 @@ cmake --build "$work/project/build" >> "$work/log"
 "$work/project/build/consumer" "$work"
 grep -q 'with id and type' "$work/wrapper1.log" || fail "no line from C++"
 
+# The examples of the manual are whole programs.
+mkdir "$work/manual"
+cd "$work/manual"
+for page in "$source"/docs/man/*.3; do
+    name=$(basename "$page" .3)
+    sed -n '/^\.Sh EXAMPLES/,/^\.Ed/{/^\./!p}' "$page" | sed 's/^\\&//; s/\\e/\\/g' > program.c
+    case $name in
+    *.hpp) ${CXX:-c++} -x c++ -std=c++17 -DZEBU2_NO_FMT -Wall -Werror program.c $(pkg-config --cflags --libs ZEBULib2) -o program ;;
+    *) ${CC:-cc} -Wall -Werror program.c $(pkg-config --cflags --libs ZEBULib2) -o program ;;
+    esac || fail "the example of $name does not build"
+    ./program > shown || fail "the example of $name fails"
+done
+[ -s app.backup ] && grep -aqh "no answer" app*.log || fail "the examples leave nothing: $(ls)"
+
 # The quick start, as the README has it: the C block is hello.c, the shell block behind it is run.
 mkdir "$work/quick"
 cd "$work/quick"

@@ -1,6 +1,6 @@
 #!/bin/sh
 # The manual: every page is clean, every exported name has a page that documents it, references among the
-# pages lead somewhere, and the tool's page knows every verb and option of the tool. Needs mandoc.
+# pages lead somewhere, tables are readable, and the tool's page knows every verb and option of the tool. Needs mandoc.
 # Usage: check_manual.sh <source folder> <build folder> [tool]
 set -eu
 source=$1 build=$2
@@ -10,6 +10,11 @@ fail() { echo "$*"; status=1; }
 
 # mandoc knows no pages but those in its data base: references are looked at below.
 mandoc -T lint "$source"/docs/man/*.[1-8] 2> /dev/null | grep -v 'referenced manual not found' && fail "the pages above are not clean"
+
+# Tables, in both viewers. (Where man is a stub, as in small images, mandoc's lint has to do.)
+if man -l "$source/docs/man/ZEBULib2.7" > /dev/null 2>&1; then
+    "$source"/tests/check_tables.py "$source"/docs/man/*.[1-8] || fail "the tables above run together"
+fi
 
 for name in $(grep -v '^#' "$source/abi/exports.txt"); do
     page=$source/docs/man/$name.3

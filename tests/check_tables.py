@@ -1,0 +1,46 @@
+#!/usr/bin/env python3
+"""Renders manual pages with man and mandoc at several widths and finds every row of their tables whole: no
+cell runs into the next, and only the last one is broken. Usage: check_tables.py <page>..."""
+import os
+import re
+import subprocess
+import sys
+
+MACROS = {"Em", "Fa", "Dv", "Li", "Pa", "Ar", "Va", "Fn", "Xr"}
+
+
+def plain(cell):
+    text = " ".join(word for word in cell.split() if word not in MACROS)
+    return text.replace(" Ns ", "").replace("\\-", "-").replace("\\e", "\\").replace("\\ ", " ").replace('"', "")
+
+
+def rows(page):
+    inside = False
+    for line in open(page, encoding="utf-8"):
+        if line.startswith(".Bl"):
+            inside = "-column" in line
+        elif line.startswith(".El"):
+            inside = False
+        elif inside and line.startswith(".It "):
+            yield [plain(cell) for cell in re.split(r"\bTa\b", line[4:].strip())]
+
+
+status = 0
+for page in sys.argv[1:]:
+    table = list(rows(page))
+    for width in (80, 100, 120) if table else ():
+        viewers = {
+            "man": (["man", "-l", page], {"MANWIDTH": str(width), "MANPAGER": "cat", "LC_ALL": "C.UTF-8"}),
+            "mandoc": (["mandoc", "-T", "utf8", "-O", f"width={width}", page], {}),
+        }
+        for viewer, (command, environment) in viewers.items():
+            shown = subprocess.run(command, env=os.environ | environment, check=True, text=True,
+                                   encoding="utf-8", stdout=subprocess.PIPE, stderr=subprocess.DEVNULL).stdout
+            shown = re.sub(".\b", "", shown).replace("\u2212", "-").replace("\u2010", "-")
+            for row in table:
+                full = [cell for cell in row if cell]
+                cells = [re.escape(cell) for cell in full[:-1]] + [re.escape(full[-1].split()[0])]
+                if not re.search(r"(?m)^ +" + " +".join(cells), shown):
+                    print(f"{page}: {viewer} at {width} columns: {' | '.join(row)}")
+                    status = 1
+sys.exit(status)
