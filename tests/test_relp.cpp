@@ -320,6 +320,7 @@ TEST_F(Relp, Messages)
               std::make_tuple(2, 7, 5));
 
     ZEBUMessage message;
+    message.iSeverity = 6;
     EXPECT_EQ(ZEBU_FormatMessage(message, 1024), "<134>1 - - - - - [zebu2@32473] ");
     message = {.iSeverity = 3,
                .svTime = "2026-11-22T10:00:00.123+01:00",

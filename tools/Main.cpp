@@ -95,6 +95,7 @@ private:
     void addPut();
     void addFiles();
     void addWords();
+    void addForward();
 
     CLI::App m_app{"Shows and keeps the traces that applications write with ZEBULib2.", "zebu2"};
     ZEBUShowOptions m_show;
@@ -119,6 +120,7 @@ ZEBUCommandLine::ZEBUCommandLine()
     addPut();
     addFiles();
     addWords();
+    addForward();
 }
 
 void ZEBUCommandLine::addShow()
@@ -225,6 +227,15 @@ void ZEBUCommandLine::addWords()
     pExplain->add_option("VALUE", m_explain.strValue, "Of ZEBU2_GetLastError: 0x2700001D")->required();
     pExplain->add_option("CODE", m_explain.strCode, "The error code that came with it");
     pExplain->final_callback([this] { m_verb = [this] { return ZEBU_Explain(m_explain); }; });
+}
+
+// What stands behind the word, --help too, is for the other program.
+void ZEBUCommandLine::addForward()
+{
+    CLI::App* pApp = m_app.add_subcommand("forward", "Deliver lines to a RELP server (zebu2-forward)");
+    pApp->prefix_command();
+    pApp->set_help_flag();
+    pApp->final_callback([this, pApp] { m_verb = [pApp] { return ZEBU_StartForward(pApp->remaining()); }; });
 }
 
 int ZEBUCommandLine::run(int argc, char** argv)

@@ -95,6 +95,9 @@ struct ZEBUExplainOptions
 };
 int ZEBU_Explain(const ZEBUExplainOptions& options);
 
+// Becomes zebu2-forward, with these words as its options. Returns only by an exception.
+int ZEBU_StartForward(const std::vector<std::string>& words);
+
 // Function and failure of an error value in words, for messages.
 std::string ZEBU_ExplainedError(unsigned uValue, int iCode);
 

@@ -11,7 +11,8 @@
 #include <string_view>
 
 constexpr size_t ZEBU_MESSAGE_MAX = size_t{64} * 1024; // unless the user names another size
-constexpr size_t ZEBU_MESSAGE_MIN = 1024;              // a header always leaves room for text
+constexpr size_t ZEBU_MESSAGE_MIN = 1024;              // a header leaves room for text
+constexpr size_t ZEBU_MESSAGE_LIMIT = size_t{1024} * 1024;
 
 // Which severity a message type has.
 class ZEBUSeverities
@@ -32,7 +33,7 @@ private:
 // What a message is made of; an empty field was not to be had.
 struct ZEBUMessage
 {
-    int iSeverity = 6;
+    int iSeverity = -1;      // 0 to 7
     std::string_view svTime; // of RFC 3339
     std::string_view svHost;
     std::string_view svApp;

@@ -25,6 +25,13 @@ struct ZEBUAreaOffsets
     {
         return uTo >= uFrom ? uTo - uFrom : uint64_t{uTo} + uDataSize - uFrom;
     }
+    // The place so many bytes behind another, at most the data size; the end of the ring is not its
+    // beginning.
+    uint32_t behind(uint32_t uFrom, uint64_t uBytes) const
+    {
+        const uint64_t uEnd = uFrom + uBytes;
+        return static_cast<uint32_t>(uEnd > uDataSize ? uEnd - uDataSize : uEnd);
+    }
     // Bytes that wait for the consumer, and the longest line that would still be stored.
     uint64_t unread() const { return distance(uRead, uWrite); }
     uint64_t room() const
@@ -87,6 +94,10 @@ public:
     // was none.
     bool finishBatch();
 
+    // The offset so many bytes behind the beginning of the batch, for a consumer that gives back less than
+    // all.
+    uint32_t placeInBatch(uint64_t uBytes) const { return m_offsets.behind(m_uBatch, uBytes); }
+
     // Whether the header was found damaged.
     bool isDamaged() const { return m_bDamaged; }
 
@@ -101,6 +112,7 @@ private:
     bool m_bDamaged = false;
     bool m_bStarted = false;
     ZEBUAreaOffsets m_offsets; // as the batch began
+    uint32_t m_uBatch = 0;     // where the batch begins
     uint32_t m_uNext = 0;      // the place that was read up to
 };
 

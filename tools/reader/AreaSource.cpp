@@ -24,8 +24,7 @@ ZEBURead ZEBUAreaSource::read(char* pBuffer, size_t uSize, size_t* puRead)
         m_eBatch = Read;
         return ZEBURead::FileEnd;
     }
-    const uint64_t uEnd = uint64_t{m_uNext} + uBytes;
-    m_uNext = static_cast<uint32_t>(uEnd > m_offsets.uDataSize ? uEnd - m_offsets.uDataSize : uEnd);
+    m_uNext = m_offsets.behind(m_uNext, uBytes);
     *puRead = uBytes;
     return ZEBURead::Bytes;
 }
@@ -55,6 +54,7 @@ bool ZEBUAreaSource::startBatch()
     m_bStarted = true;
     if (offsets.distance(m_uNext, offsets.uWrite) == 0)
         return false;
+    m_uBatch = m_uNext;
     m_eBatch = Reading;
     return true;
 }

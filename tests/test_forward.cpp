@@ -1,0 +1,136 @@
+// zebu2 forward as a process: what reaches the server, and where it goes on after that.
+#include "support/RelpServer.h"
+#include "support/Tool.h"
+
+namespace {
+class Forward : public ToolTest
+{
+protected:
+    Words command(const RelpServer& server, const Words& more) const
+    {
+        Words words = {"forward", "--to", "relp://127.0.0.1:" + std::to_string(server.port())};
+        words.insert(words.end(), more.begin(), more.end());
+        return words;
+    }
+    // The messages that the server has, as soon as there are so many.
+    static Lines arrived(const RelpServer& server, size_t count)
+    {
+        Lines messages;
+        for (int i = 0; i < 1000 && messages.size() < count; ++i, usleep(10'000)) {
+            messages.clear();
+            for (const auto& [message, times] : server.seen())
+                messages.insert(messages.end(), static_cast<size_t>(times), message);
+        }
+        EXPECT_EQ(messages.size(), count);
+        return messages;
+    }
+    static bool has(const Lines& messages, const std::string& part)
+    {
+        return std::any_of(messages.begin(), messages.end(), [&](const std::string& message) {
+            return message.find(part) != std::string::npos;
+        });
+    }
+    static int end(RunningTool& tool, int number = SIGTERM)
+    {
+        tool.signal(number);
+        return tool.wait();
+    }
+};
+
+TEST_F(Forward, DeliversRingsAndTheAreaAndGoesOnWhereItStopped)
+{
+    const std::string typed =
+        line(7, "10:00:00.123", "NET-17           WARN text\r\n  that goes on", "my app");
+    const std::string inArea = line(8, "----/--/-- --:--:--.---", "crash");
+    writeRing({fileHeader() + plainLines(1, 3)}, 1);
+    writeFile(path("one1.log"), fileHeader() + typed);
+    writeArea(4000, 0, static_cast<uint32_t>(inArea.size()), inArea);
+    const Words sources = {"--cursor", path("cursor"), "--area",     "--wait",
+                           prefix(),   path("one"),    path("later")};
+    {
+        const RelpServer server;
+        RunningTool tool(command(server, sources));
+        (void)arrived(server, 5);
+        writeFile(path("later1.log"), plainLines(1, 1));
+        const Lines messages = arrived(server, 6);
+        EXPECT_EQ(end(tool), 0);
+        const std::string text = typed.substr(0, typed.size() - 2);
+        EXPECT_TRUE(has(messages, "<132>1 2026-11-22T10:00:00.123+00:00 "));
+        EXPECT_TRUE(has(messages, " my_app 6699 NET-17 [zebu2@32473 source=\"" + path("one") +
+                                      "\" counter=\"7\" tid=\"0000ABCD\" type=\"WARN\"] " + text));
+        EXPECT_TRUE(has(messages, "<134>1 - ") && has(messages, "source=\"" + areaFile() + "\""));
+        EXPECT_EQ(areaHeader().uReadOffset, inArea.size());
+    }
+    writeFile(path("one1.log"), fileHeader() + typed + plainLines(9, 9));
+    const RelpServer server;
+    RunningTool tool(command(server, sources));
+    EXPECT_TRUE(has(arrived(server, 1), "message 9"));
+    EXPECT_EQ(end(tool, SIGINT), 0);
+    (void)arrived(server, 1);
+}
+
+// The server takes two lines and is silent then.
+TEST_F(Forward, AcknowledgementsAloneMoveThePlaces)
+{
+    const std::string all = plainLines(1, 6);
+    writeFile(path("one1.log"), all);
+    writeArea(4000, 3900, static_cast<uint32_t>(all.size()) - 100, all);
+    for (const auto& [source, signal, status] :
+         {std::tuple("--area", SIGTERM, 0), {"one", SIGKILL, 128 + SIGKILL}}) {
+        const bool area = std::string(source) == "--area";
+        RelpServer* self = nullptr;
+        RelpServer stingy([&](RelpSession& session, int) {
+            RelpSession::Frame frame;
+            for (int i = self->open(session) ? 0 : 9; session.next(&frame); ++i)
+                if (i < 2)
+                    self->take(session, frame);
+        });
+        self = &stingy;
+        const Words words = {"--cursor", path("cursor"), area ? source : path(source)};
+        {
+            RunningTool tool(command(stingy, words));
+            (void)arrived(stingy, 2);
+            while (!area && !exists(path("cursor")))
+                usleep(1000);
+            EXPECT_TRUE(!area || RunningTool(command(stingy, words)).wait() == 2); // refused
+            EXPECT_EQ(end(tool, signal), status); // though its window is not empty
+        }
+        EXPECT_EQ(areaHeader().uReadOffset, all.size() / 3 - 100);
+        const RelpServer server;
+        RunningTool tool(command(server, words));
+        EXPECT_FALSE(has(arrived(server, 4), "message 2"));
+        EXPECT_EQ(end(tool), 0);
+        setAreaField(12, static_cast<uint32_t>(all.size() / 3 - 100));
+    }
+}
+
+TEST_F(Forward, TellsTheServerWhatTheRingPassedOver)
+{
+    const Words words = {"--cursor", path("cursor"), prefix()};
+    for (const auto& [first, expected] : {std::pair(1, 2u), std::pair(5, 3u)}) {
+        writeFile(traceFile(1), plainLines(first, first + 1));
+        const RelpServer server;
+        RunningTool tool(command(server, words));
+        const Lines messages = arrived(server, expected);
+        EXPECT_EQ(has(messages, "<132>1 20") &&
+                      has(messages, " LOST [zebu2@32473 source=\"" + prefix() + "\""),
+                  first > 1);
+        EXPECT_EQ(end(tool), 0);
+    }
+}
+
+TEST_F(Forward, RefusesWhatItCannotDo)
+{
+    writeFile(path("one1.log"), plainLines(1, 1));
+    const std::string to = "forward --to relp://127.0.0.1:9 ";
+    const std::string cursor = "--cursor " + path("c") + " ";
+    expectStatus(2, {"forward", to, to + path("one"), to + cursor + path("missing"), to + cursor + "-",
+                     "forward --to http://h:9 " + cursor + path("one"), to + "--area=" + path("missing"),
+                     to + cursor + "--ca " + path("one1.log") + " " + path("one"),
+                     "forward --to relps://h:9 --ca " + path("one1.log") + " " + cursor + path("one"),
+                     to + cursor + "--severity E=bad " + path("one"),
+                     to + "--cursor " + path("one1.log") + " " + path("one"),
+                     to + "--cursor " + path("no/c") + " " + path("one")});
+    expectStatus(0, {"forward --help"});
+}
+} // namespace
