@@ -65,8 +65,8 @@ TEST_F(Follow, AsksIdleSourcesSeldomWhileOthersAreBusy)
 {
     int busy = 0, idle = 0;
     ZEBUMerge merge(1000000);
-    merge.add(std::make_unique<CountedSource>("", &idle));
-    merge.add(std::make_unique<CountedSource>(plainLines(1, 3000), &busy));
+    merge.add("idle", std::make_unique<CountedSource>("", &idle));
+    merge.add("busy", std::make_unique<CountedSource>(plainLines(1, 3000), &busy));
     ZEBURecord record;
     for (int i = 1; i <= 3000; ++i) {
         ASSERT_EQ(merge.next(&record), ZEBUNext::Record);
@@ -233,4 +233,123 @@ TEST_F(Follow, EndsQuietlyWithItsReader)
     (void)tool.readUntil("message 1\r");
     tool.closeOutput();
     EXPECT_EQ(tool.wait(), 0); // though nothing is written any more
+}
+
+TEST_F(Follow, GoesOnWhereTheCursorSays)
+{
+    const auto gap = [&](const char* files) {
+        return "---- " + prefix() + ": lines of " + files + " or more may be missing here ----\n";
+    };
+    struct Step
+    {
+        Lines files;
+        size_t current;
+        std::string shown;
+    };
+    const Step steps[] = {
+        {{plainLines(1, 3)}, 1, plainLines(1, 3)},
+        {{plainLines(1, 3)}, 1, ""},
+        {{plainLines(1, 5)}, 1, plainLines(4, 5)},
+        {{plainLines(1, 6), plainLines(7, 8)}, 2, plainLines(6, 8)},
+        {{plainLines(1, 6), plainLines(7, 9), plainLines(10, 10)}, 3, plainLines(9, 10)},
+        {{plainLines(11, 12), plainLines(7, 9), plainLines(10, 10)}, 1, plainLines(11, 12)},
+        {{plainLines(20, 21), plainLines(22, 23), plainLines(24, 25)},
+         3,
+         gap("3 files") + plainLines(20, 25)},
+        {{plainLines(20, 21), plainLines(22, 23), plainLines(24, 24)}, 3, gap("1 file") + plainLines(20, 24)},
+        {{fileHeader() + plainLines(30, 31)}, 1, gap("1 file") + plainLines(30, 31)},
+        {{fileHeader() + plainLines(30, 30) + plainLines(41, 41)},
+         1,
+         gap("1 file") + plainLines(30, 30) + plainLines(41, 41)}};
+    for (const bool shared : {false, true})
+        for (const Step& step : steps) {
+            for (int n = 1; n <= 3; ++n)
+                (void)unlink(traceFile(n).c_str());
+            for (size_t n = 1; n <= step.files.size() && !shared; ++n) {
+                writeFile(traceFile(static_cast<int>(n)), step.files[n - 1]);
+                age(traceFile(static_cast<int>(n)), static_cast<long>((step.current + 3 - n) % 3) * 10);
+            }
+            if (shared)
+                writeRing(step.files, step.current);
+            const std::string cursor = path(shared ? "cursor" : "cursor1");
+            EXPECT_EQ(zebu2({"show", "--cursor", cursor, prefix()}).out, step.shown) << shared;
+        }
+    // A continued line goes with its beginning, a file of its own counts too, and what is no cursor stays.
+    const std::string more = "and more\r\n";
+    writeFile(path("plain"), line(1, "10:00:00.000", "x"));
+    const Words words = {"show", "-o", "json", "--app", "app", "--cursor", path("cursor"), path("plain")};
+    EXPECT_NE(zebu2(words).out, "");
+    writeFile(path("plain"), line(1, "10:00:00.000", "x") + more);
+    EXPECT_NE(zebu2(words).out.find("and more"), std::string::npos);
+    writeFile(path("plain"), line(2, "10:00:01.000", "y"));
+    EXPECT_EQ(zebu2(words).out.substr(0, 14), "{\"kind\":\"gap\",");
+    writeFile(path("foreign"), "anything");
+    expectStatus(2, {"show --cursor " + path("foreign") + " " + prefix(), "show --cursor x -"});
+    EXPECT_EQ(readFile(path("foreign")), "anything");
+}
+
+// Killed at any moment and started again: no line is missing, and at most what is between two places that are
+// stored comes twice.
+TEST_F(Follow, LosesNothingWithACursorHoweverOftenItIsKilled)
+{
+    const int kills = 12, total = 14000, ahead = 2500, interval = 1000;
+    for (const bool shared : {false, true}) {
+        const std::string name = shared ? "shared" : "single", out = path(name + ".out");
+        int order[2], done[2];
+        CHECK(pipe(order) == 0 && pipe(done) == 0);
+        const pid_t writer = startChild([&] {
+            const tagZEBU_LOGFILE_SPEC* spec = ring(65536, 8, name);
+            CHECK((shared ? ZEBU2_InitializeM(spec, "app", 0) : ZEBU2_Initialize(spec, "app")) >= 0);
+            int target = 0;
+            for (int i = 1; read(order[0], &target, sizeof target) > 0 && target > 0;
+                 (void)!write(done[1], &target, sizeof target))
+                for (; i <= target; ++i)
+                    CHECK(ZEBU2_PutLine(0, ("#" + std::to_string(i) + ";").c_str()) == 0);
+            CHECK(ZEBU2_Finalize() == 0);
+        });
+        const auto follow = [&](const char* option) {
+            CHECK(dup2(open(out.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644), 1) == 1);
+            execl(zebu2Path, "zebu2", "show", option, "--interval=1", "--cursor", path("cursor").c_str(),
+                  path(name).c_str(), nullptr);
+        };
+        std::vector<int> seen(total + 1);
+        int last = 0;
+        const auto look = [&] {
+            seen.assign(total + 1, 0);
+            const std::string bytes = readFile(out);
+            for (size_t at = bytes.find('#'); at != std::string::npos; at = bytes.find('#', at + 1)) {
+                char* end;
+                const long number = strtol(bytes.c_str() + at + 1, &end, 10);
+                if (*end == ';' && number >= 1 && number <= total)
+                    ++seen[static_cast<size_t>(last = static_cast<int>(number))];
+            }
+            EXPECT_EQ(bytes.find("----"), std::string::npos);
+        };
+        int target = 500, killed = 0;
+        CHECK(write(order[1], &target, sizeof target) > 0 && read(done[0], &target, sizeof target) > 0);
+        for (; last < total || killed < kills; ++killed) {
+            const pid_t tool = startChild([&] { follow("-f"); });
+            target = std::min(last + ahead, total);
+            CHECK(write(order[1], &target, sizeof target) > 0);
+            const auto size = [&] { return exists(out) ? std::filesystem::file_size(out) : 0; };
+            for (const auto before = size(); last < target && size() == before;)
+                (void)usleep(100);
+            (void)usleep(static_cast<unsigned>(killed * 7919 % 5000)); // any moment
+            (void)kill(tool, SIGKILL);
+            EXPECT_EQ(waitForChild(tool), 128 + SIGKILL);
+            CHECK(read(done[0], &target, sizeof target) > 0);
+            look();
+            ASSERT_LT(killed, 2000);
+        }
+        CHECK(write(order[1], &(target = 0), sizeof target) > 0);
+        EXPECT_EQ(waitForChild(writer), 0);
+        (void)inChild([&] { follow("--color=never"); });
+        look();
+        int doubles = 0;
+        for (int i = 1; i <= total; ++i) {
+            ASSERT_GE(seen[static_cast<size_t>(i)], 1) << i;
+            doubles += seen[static_cast<size_t>(i)] - 1;
+        }
+        EXPECT_LE(doubles, killed * interval);
+    }
 }

@@ -234,6 +234,27 @@ TEST_F(Show, MergesSourcesByTime)
     EXPECT_EQ(shell("cat a | " + std::string(zebu2Path) + " show -"), readFile("a"));
 }
 
+TEST_F(Show, NeedsFewDescriptorsForManySources)
+{
+    std::string names;
+    for (int i = 0; i < 8; ++i) {
+        const bool shared = i % 2 != 0;
+        const std::string name = "ring" + std::to_string(i);
+        const auto writeLines = [&] {
+            const tagZEBU_LOGFILE_SPEC* spec = ring(4096, 3, name);
+            CHECK((shared ? ZEBU2_InitializeM(spec, "app", 0) : ZEBU2_Initialize(spec, "app")) == 0);
+            for (int n = 0; n < 50; ++n)
+                CHECK(ZEBU2_PutLine(0, (name + "." + std::to_string(n)).c_str()) == 0);
+        };
+        ASSERT_EQ(inChild(writeLines), 0);
+        names += " " + name;
+    }
+    const std::string call = std::string(zebu2Path) + " show ";
+    const Lines all = splitLines(shell(call + names));
+    EXPECT_EQ(all.size(), 400u);
+    EXPECT_EQ(splitLines(shell("ulimit -n 6; timeout 20 " + call + names + " 2>&1")), all);
+}
+
 TEST_F(Show, IsHarmlessToATerminal)
 {
     const std::string text = line(1, "10:00:00.000", "\xC2\x9B \x7F \x1B[2J");

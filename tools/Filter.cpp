@@ -67,6 +67,8 @@ bool ZEBUFilter::matches(const ZEBURecord& record, bool bLast) const
 {
     if (record.bContinues)
         return bLast;
+    if (record.eKind == ZEBURecordKind::Gap)
+        return true;
     if (!matchesTime(record.lTime))
         return false;
     if (record.eKind == ZEBURecordKind::Header)

@@ -136,6 +136,9 @@ void ZEBUCommandLine::addShow()
         pApp->add_option("--count", m_show.strCount, "A table by app, pid, tid, id, type, minute or hour");
     pCount->check(CLI::IsMember({"app", "pid", "tid", "id", "type", "minute", "hour"}).description(""));
     pCount->excludes(pLast)->excludes(pApp->get_option("--follow"));
+    fs_addText(pApp, "--cursor", m_show.strCursor, "Begin where the last run with this FILE ended")
+        ->excludes(pLast)
+        ->excludes(pCount);
     pApp->final_callback([this] { m_verb = [this] { return ZEBU_Show(m_show); }; });
 }
 

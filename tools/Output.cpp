@@ -170,6 +170,21 @@ void ZEBUOutput::print(const ZEBURecord& record, ZEBUForm eForm, const std::stri
     }
 }
 
+void ZEBUOutput::printGap(const std::string& strSource, unsigned uFiles)
+{
+    if (m_eFormat == ZEBUFormat::Raw)
+        return;
+    if (m_eFormat == ZEBUFormat::Json) {
+        const nlohmann::ordered_json json = {{"kind", "gap"}, {"source", strSource}, {"files", uFiles}};
+        write(json.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n");
+        return;
+    }
+    write("---- ");
+    writeText(strSource);
+    write(": lines of " + std::to_string(uFiles) + (uFiles == 1 ? " file" : " files") +
+          " or more may be missing here ----\n");
+}
+
 void ZEBUOutput::colored(const char* pszColor, std::string_view svText)
 {
     if (m_bColored)

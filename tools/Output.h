@@ -54,6 +54,9 @@ public:
 
     void print(const ZEBURecord& record, ZEBUForm eForm, const std::string& strFile);
 
+    // Tells that lines of so many files may be missing here; raw output has the bytes of lines alone.
+    void printGap(const std::string& strSource, unsigned uFiles);
+
 private:
     void printText(const ZEBURecord& record);
     void printLines(std::string_view svText);

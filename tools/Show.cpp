@@ -8,6 +8,7 @@
 
 namespace {
 constexpr size_t cs_uBlock = size_t{256} * 1024;
+constexpr int cs_iSaveEvery = 1000; // records between two places that are stored
 
 // A record that outlives the buffer it was cut from.
 struct Kept
@@ -28,7 +29,9 @@ private:
     void stream(ZEBUSource& source);
     size_t streamLines(std::string_view svBytes, bool bFileEnd);
     void merge();
+    void openSources();
     void show(const ZEBURecord& record);
+    void savePlaces();
     void printKept();
     int status() const;
 
@@ -36,37 +39,32 @@ private:
     const ZEBUFilter m_filter;
     ZEBUOutput m_output;
     ZEBUMerge m_merge;
+    ZEBUCursor m_cursor;
+    int m_iUnsaved = 0; // records since the places were stored
     ZEBUCount m_count;
     std::deque<Kept> m_kept;
-    bool m_bKeep; // until the last ones are known
+    std::unique_ptr<ZEBUSource> m_pOnly; // of which the bytes are shown as they are
+    bool m_bKeep;                        // until the last ones are known
     bool m_bShown = false;
     bool m_bFailed = false;
 };
 
 ZEBUShow::ZEBUShow(const ZEBUShowOptions& options)
     : m_options(options), m_filter(options.filter), m_output(options.eFormat, options.eColor),
-      m_merge(options.iInterval), m_count(options.strCount, options.filter.eForm), m_bKeep(options.lLast >= 0)
+      m_merge(options.iInterval, !options.strCursor.empty()), m_count(options.strCount, options.filter.eForm),
+      m_bKeep(options.lLast >= 0)
 {
 }
 
 int ZEBUShow::run()
 {
-    std::unique_ptr<ZEBUSource> pOnly;
-    for (const std::string& strSource : m_options.sources) {
-        int iErrno = 0;
-        auto pSource = ZEBU_OpenSource(strSource, m_options.bFollow, ZEBU_Say, &iErrno);
-        if (!pSource) {
-            ZEBU_Say(strSource + ": " + strerror(iErrno));
-            m_bFailed = true;
-        } else if (isStream()) {
-            pOnly = std::move(pSource);
-        } else {
-            m_merge.add(std::move(pSource));
-        }
-    }
-    if (pOnly) {
-        stream(*pOnly);
-        m_bFailed = pOnly->hasFailed();
+    const std::string strError = m_options.strCursor.empty() ? "" : m_cursor.load(m_options.strCursor);
+    if (!strError.empty())
+        throw ZEBUFailure{strError};
+    openSources();
+    if (m_pOnly) {
+        stream(*m_pOnly);
+        m_bFailed = m_pOnly->hasFailed();
     } else {
         merge();
     }
@@ -74,11 +72,31 @@ int ZEBUShow::run()
     return status();
 }
 
+void ZEBUShow::openSources()
+{
+    for (const std::string& strSource : m_options.sources) {
+        if (strSource == "-" && !m_options.strCursor.empty())
+            throw ZEBUFailure{"the standard input has no place to go on at: --cursor needs files or rings"};
+        int iErrno = 0;
+        const ZEBUPlace* pFrom = m_cursor.find(strSource);
+        auto pSource = ZEBU_OpenSource(strSource, m_options.bFollow, ZEBU_Say, &iErrno, pFrom);
+        if (!pSource) {
+            ZEBU_Say(strSource + ": " + strerror(iErrno));
+            m_bFailed = true;
+        } else if (isStream()) {
+            m_pOnly = std::move(pSource);
+        } else {
+            m_merge.add(strSource, std::move(pSource), pFrom);
+        }
+    }
+    m_merge.shareBuffer();
+}
+
 // Whether the bytes of the one source are the output, but for the headers.
 bool ZEBUShow::isStream() const
 {
     return m_options.sources.size() == 1 && m_filter.isEmpty() && m_output.isPlain() && !m_options.bFollow &&
-           m_options.lLast < 0 && m_options.strCount.empty();
+           m_options.lLast < 0 && m_options.strCount.empty() && m_options.strCursor.empty();
 }
 
 void ZEBUShow::stream(ZEBUSource& source)
@@ -93,6 +111,8 @@ void ZEBUShow::stream(ZEBUSource& source)
         const size_t uTaken = streamLines({strBlock.data(), uHeld + uRead}, eRead != ZEBURead::Bytes);
         uHeld = uHeld + uRead - uTaken;
         memmove(strBlock.data(), strBlock.data() + uTaken, uHeld);
+        if (eRead == ZEBURead::Gap && source.filesLost() > 0)
+            m_output.printGap(m_options.sources[0], source.filesLost());
         if (eRead == ZEBURead::End)
             return;
     }
@@ -134,20 +154,42 @@ void ZEBUShow::merge()
             m_merge.shown() = m_filter.matches(record, m_merge.shown());
             if (m_merge.shown())
                 show(record);
+            if (++m_iUnsaved >= cs_iSaveEvery)
+                savePlaces();
             continue;
         }
         printKept();
         m_bKeep = false;
         if (eNext == ZEBUNext::End)
             break;
-        m_output.flush();
+        savePlaces();
         ZEBU_Pause(m_options.iInterval);
     }
+    savePlaces();
     m_count.print(m_output);
+}
+
+// Only when all is written is a place behind it stored: who is killed in between repeats lines and loses
+// none.
+void ZEBUShow::savePlaces()
+{
+    m_output.flush();
+    m_iUnsaved = 0;
+    if (m_options.strCursor.empty())
+        return;
+    m_merge.notePlaces(&m_cursor);
+    const std::string strError = m_cursor.save();
+    if (!strError.empty())
+        throw ZEBUFailure{strError};
 }
 
 void ZEBUShow::show(const ZEBURecord& record)
 {
+    if (record.eKind == ZEBURecordKind::Gap) {
+        if (!m_bKeep && m_options.strCount.empty())
+            m_output.printGap(m_merge.source(), record.uFilesLost);
+        return;
+    }
     const bool bCount = !m_options.strCount.empty();
     m_bShown = m_bShown || (bCount ? record.eKind == ZEBURecordKind::Line : m_options.lLast != 0 || !m_bKeep);
     if (bCount) {

@@ -22,8 +22,9 @@ struct ZEBUShowOptions
     ZEBUFilterOptions filter;
     ZEBUFormat eFormat = ZEBUFormat::Text;
     ZEBUColor eColor = ZEBUColor::Auto;
-    std::string strCount; // key to count by, empty to show lines
-    int iInterval = 100;  // of polls, in milliseconds
+    std::string strCount;  // key to count by, empty to show lines
+    int iInterval = 100;   // of polls, in milliseconds
+    std::string strCursor; // file of the places to go on at, empty for none
 };
 int ZEBU_Show(const ZEBUShowOptions& options);
 

@@ -95,5 +95,5 @@ bool ZEBUArea::isReplaced() const
 {
     struct stat opened;
     return fstat(m_fd.get(), &opened) != 0 || opened.st_size != static_cast<off_t>(m_uLength) ||
-           ZEBU_IsReplaced(m_fd.get(), m_strPath);
+           ZEBU_IsReplaced(opened, m_strPath);
 }

@@ -60,6 +60,7 @@ int ZEBUManagement::open(const std::string& strPrefix)
     if (pMap == MAP_FAILED)
         return errno;
     m_pMap = static_cast<const tagZEBU_MANAGEMENT_DATA*>(pMap);
+    m_info = info;
     return 0;
 }
 
@@ -68,6 +69,7 @@ void ZEBUManagement::close()
     if (m_pMap)
         (void)munmap(const_cast<tagZEBU_MANAGEMENT_DATA*>(m_pMap), sizeof *m_pMap);
     m_pMap = nullptr;
+    m_info = {};
     const ZEBUFd fd(m_fd.release());
 }
 

@@ -55,6 +55,9 @@ public:
     void close();
     int fd() const { return m_fd.get(); }
 
+    // The mapping stays.
+    void closeDescriptor() { const ZEBUFd fd(m_fd.release()); }
+
     // Loads the record; false when it is not valid.
     bool load(ZEBURingRecord* pRecord) const;
 
@@ -62,11 +65,12 @@ public:
     ZEBUPosition loadPosition() const;
 
     // Whether the name stands for another file by now; also when none is open, or one without a record.
-    bool isReplaced() const { return ZEBU_IsReplaced(m_pMap ? fd() : -1, m_strName); }
+    bool isReplaced() const { return ZEBU_IsReplaced(m_info, m_strName); }
 
 private:
     ZEBUFd m_fd;
     const tagZEBU_MANAGEMENT_DATA* m_pMap = nullptr;
+    struct stat m_info = {}; // of the file that is mapped
     std::string m_strName;
 };
 

@@ -5,7 +5,8 @@
 #include <utility>
 
 namespace {
-constexpr unsigned cs_uClockEvery = 64; // records between two looks at the clock
+constexpr size_t cs_uBuffers = size_t{8} * 1024 * 1024; // for all sources together
+constexpr unsigned cs_uClockEvery = 64;                 // records between two looks at the clock
 
 long fs_milliseconds()
 {
@@ -15,15 +16,46 @@ long fs_milliseconds()
 }
 } // namespace
 
-void ZEBUMerge::add(std::unique_ptr<ZEBUSource> pSource)
+void ZEBUMerge::add(const std::string& strName, std::unique_ptr<ZEBUSource> pSource, const ZEBUPlace* pFrom)
 {
-    m_entries.push_back(std::make_unique<Entry>(std::move(pSource), m_entries.size()));
+    m_entries.push_back(std::make_unique<Entry>(strName, std::move(pSource), m_entries.size()));
+    m_entries.back()->records.park();
+    if (pFrom)
+        m_entries.back()->bShown = pFrom->bShown;
+}
+
+void ZEBUMerge::shareBuffer()
+{
+    for (const auto& pEntry : m_entries)
+        pEntry->records.setBuffer(cs_uBuffers / m_entries.size());
+}
+
+// The place behind the record that was handed out last, before another is fetched from its source.
+void ZEBUMerge::notePlace()
+{
+    const ZEBUPlace place = m_pLast->records.place();
+    if (place.uOffset == 0)
+        return;
+    m_pLast->place = place;
+    m_pLast->place.bShown = m_pLast->bShown;
+}
+
+void ZEBUMerge::notePlaces(ZEBUCursor* pCursor)
+{
+    if (m_bTaken)
+        notePlace();
+    for (const auto& pEntry : m_entries)
+        if (pEntry->place.uOffset > 0)
+            pCursor->set(pEntry->strName, pEntry->place);
 }
 
 ZEBUNext ZEBUMerge::next(ZEBURecord* pRecord)
 {
-    if (m_bTaken)
+    if (m_bTaken) {
+        if (m_bPlaces)
+            notePlace();
         fetch(*m_pLast);
+    }
     m_bTaken = false;
     const bool bAsked = m_uSinceLook++ % cs_uClockEvery == 0 && fs_milliseconds() >= m_lNextLook;
     if (bAsked)
@@ -45,6 +77,9 @@ ZEBUNext ZEBUMerge::next(ZEBURecord* pRecord)
 
 void ZEBUMerge::fetch(Entry& entry)
 {
+    if (m_pReading && m_pReading != &entry)
+        m_pReading->records.park();
+    m_pReading = &entry;
     entry.eState = entry.records.next(&entry.record);
     m_bSorted = m_bSorted && &entry == m_pLast && entry.eState == ZEBUNext::Record;
 }

@@ -20,6 +20,7 @@ public:
     int open(const std::string& strPath, const ZEBUPlace* pFrom);
     ZEBURead read(char* pBuffer, size_t uSize, size_t* puRead) override;
     const std::string& file() const override { return m_strName; }
+    void park() override { m_file.park(); }
     const ZEBUTraceFile* present(unsigned* puNumber) const override;
 
 private:

@@ -5,12 +5,18 @@
 #include <utility>
 
 static constexpr size_t cs_uBuffer = size_t{256} * 1024;
-static_assert(cs_uBuffer >= 2 * ZEBU_RECORD_MAX, "a record moved to the front leaves room to read on");
+static constexpr size_t cs_uBufferMin = size_t{8} * 1024;
+static_assert(cs_uBuffer - 2 * ZEBU_RECORD_MAX >= cs_uBuffer / 4, "the largest leaves room to read on");
 
 ZEBURecords::ZEBURecords(std::unique_ptr<ZEBUSource> pSource, bool bForeign)
     : m_pSource(std::move(pSource)), m_bForeign(bForeign), m_buffer(cs_uBuffer + 1),
       m_bAfterLine(m_pSource->isResumed())
 {
+}
+
+void ZEBURecords::setBuffer(size_t uSize)
+{
+    m_buffer = std::vector<char>(std::clamp(uSize, cs_uBufferMin, cs_uBuffer) + 1);
 }
 
 ZEBUNext ZEBURecords::next(ZEBURecord* pRecord)
@@ -137,7 +143,7 @@ void ZEBURecords::emit(size_t uEnd, ZEBURecord* pRecord)
 // stays zero, for users of a record who know its length but call what looks for an end too.
 ZEBURead ZEBURecords::fill()
 {
-    if (m_uEnd + ZEBU_RECORD_MAX > cs_uBuffer) {
+    if (room() < m_buffer.size() / 4) {
         memmove(m_buffer.data(), m_buffer.data() + m_uBegin, m_uEnd - m_uBegin);
         m_uEnd -= m_uBegin;
         m_uGathered -= m_uBegin;
@@ -145,8 +151,10 @@ ZEBURead ZEBURecords::fill()
         m_uPiece = 0;
         m_uBegin = 0;
     }
+    if (room() < m_buffer.size() / 4)
+        m_buffer.resize(2 * (m_buffer.size() - 1) + 1);
     size_t uRead = 0;
-    const ZEBURead eRead = m_pSource->read(m_buffer.data() + m_uEnd, cs_uBuffer - m_uEnd, &uRead);
+    const ZEBURead eRead = m_pSource->read(m_buffer.data() + m_uEnd, room(), &uRead);
     m_uEnd += uRead;
     if (eRead == ZEBURead::Bytes)
         noteFile();

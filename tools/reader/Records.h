@@ -38,6 +38,12 @@ public:
     // `bForeign`: bytes of other origin may stand between the lines, without a line end of their own.
     explicit ZEBURecords(std::unique_ptr<ZEBUSource> pSource, bool bForeign = false);
 
+    // How much is read at once, for those who have many; records are as long as ever.
+    void setBuffer(size_t uSize);
+
+    // Gives back the descriptors until more has to be read.
+    void park() { m_pSource->park(); }
+
     // Fetches the next record. Its views are good until the next call, as is file().
     ZEBUNext next(ZEBURecord* pRecord);
 
@@ -55,6 +61,7 @@ private:
     void emit(size_t uEnd, ZEBURecord* pRecord);
     ZEBURead fill();
     void cutOff();
+    size_t room() const { return m_buffer.size() - 1 - m_uEnd; }
     void noteFile();
 
     std::string_view bytes(size_t uFrom, size_t uTo) const { return {m_buffer.data() + uFrom, uTo - uFrom}; }

@@ -27,6 +27,7 @@ public:
     int open(const ZEBUPlace* pFrom);
     ZEBURead read(char* pBuffer, size_t uSize, size_t* puRead) override;
     const std::string& file() const override { return m_pFile->path(); }
+    void park() override;
     const ZEBUTraceFile* present(unsigned* puNumber) const override
     {
         *puNumber = m_uNumber;
@@ -82,6 +83,7 @@ ZEBUSharedRing::ZEBUSharedRing(const std::string& strPrefix, bool bFollow, const
 int ZEBUSharedRing::open(const ZEBUPlace* pFrom)
 {
     const int iErrno = m_management.open(m_strPrefix);
+    m_management.closeDescriptor();
     if (iErrno != 0)
         return iErrno;
     if (!m_management.load(&m_record)) {
@@ -93,6 +95,14 @@ int ZEBUSharedRing::open(const ZEBUPlace* pFrom)
     if (pFrom)
         resume(*pFrom);
     return 0;
+}
+
+void ZEBUSharedRing::park()
+{
+    m_pFile->park();
+    m_endFile.park();
+    if (m_pLast)
+        m_pLast->park();
 }
 
 // Goes on in the file of the place when that still holds what it held then; else begins with the oldest.
@@ -140,8 +150,10 @@ bool ZEBUSharedRing::lookAround()
 // Takes over the record as it is now. A damaged one is left to the writers, who repair it.
 void ZEBUSharedRing::refresh()
 {
-    if (m_bFollow && m_management.isReplaced())
+    if (m_bFollow && m_management.isReplaced()) {
         m_bReplaced = m_management.open(m_strPrefix) == 0 || m_bReplaced;
+        m_management.closeDescriptor();
+    }
     ZEBURingRecord record;
     if (!m_management.load(&record))
         return;
@@ -341,6 +353,8 @@ ZEBURead ZEBUSharedRing::nextFile()
 // The ring came round: what it holds now is newer than all that was read, and begins behind the current file.
 ZEBURead ZEBUSharedRing::lost()
 {
+    if (!m_bFollow && !mayRestart(m_strPrefix))
+        return ZEBURead::End;
     warn(m_strPrefix + ": the ring overtook the reader, lines were lost");
     const unsigned uFiles = filesUpToCurrent(m_uNumber);
     leave();

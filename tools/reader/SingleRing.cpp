@@ -62,6 +62,7 @@ public:
                    const ZEBUPlace* pFrom);
     ZEBURead read(char* pBuffer, size_t uSize, size_t* puRead) override;
     const std::string& file() const override { return m_pFile->path(); }
+    void park() override;
     const ZEBUTraceFile* present(unsigned* puNumber) const override
     {
         *puNumber = m_uNumber;
@@ -106,6 +107,13 @@ ZEBUSingleRing::ZEBUSingleRing(const std::string& strPrefix, bool bFollow, const
     start();
     if (pFrom)
         resume(*pFrom);
+}
+
+void ZEBUSingleRing::park()
+{
+    m_pFile->park();
+    if (m_pLast)
+        m_pLast->park();
 }
 
 // Goes on in the file of the place when that still holds what it held then; else begins with the oldest.
@@ -179,8 +187,13 @@ Stamp ZEBUSingleRing::stampOf(unsigned uNumber) const
                    .lModified = info.st_mtim.tv_sec * 1000000000 + info.st_mtim.tv_nsec};
     char szBeginning[ZEBU_BEGINNING_MAX];
     ZEBUTraceFile file;
-    const long lRead = file.open(strName) == 0 ? file.readAt(0, szBeginning, sizeof szBeginning) : 0;
-    fs_stampFirstLine({szBeginning, static_cast<size_t>(std::max(lRead, 0L))}, &stamp);
+    const long lRead = file.open(strName) == 0 ? file.readAt(0, szBeginning, sizeof szBeginning) : -1;
+    if (lRead >= 0) {
+        fs_stampFirstLine({szBeginning, static_cast<size_t>(lRead)}, &stamp);
+    } else { // for want of a descriptor, perhaps: then it is not known to have changed
+        stamp.iFirstCounter = m_left[uNumber].iFirstCounter;
+        stamp.lFirstTime = m_left[uNumber].lFirstTime;
+    }
     return stamp;
 }
 
@@ -337,6 +350,8 @@ unsigned ZEBUSingleRing::changedFile() const
 // The ring came round: what was not read yet begins behind its newest file.
 ZEBURead ZEBUSingleRing::lost()
 {
+    if (!m_bFollow && !mayRestart(m_strPrefix))
+        return ZEBURead::End;
     warn(m_pFile->path() + " was reused before it was read to its end: lines were lost");
     m_pFile->close();
     const unsigned uLast = m_uNumber;

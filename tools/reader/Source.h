@@ -23,6 +23,8 @@ enum class ZEBURead {
 
 enum class ZEBUSourceKind { SharedRing, SingleRing, Plain };
 
+constexpr int ZEBU_RESTARTS_MAX = 100;
+
 // Receives what the user should know, as a sentence without a line end.
 using ZEBUWarn = std::function<void(const std::string&)>;
 
@@ -46,6 +48,9 @@ public:
         return nullptr;
     }
 
+    // Gives back the descriptors, until it is read again.
+    virtual void park() {}
+
     // Whether the first bytes are those behind the place that the source was opened with.
     bool isResumed() const { return m_bResumed; }
 
@@ -62,7 +67,9 @@ protected:
     void warn(const std::string& strText) const { m_warn(strText); }
     void fail(const std::string& strText)
     {
-        warn(strText);
+        if (strText != m_strFailure) // not again at every look of a reader that follows
+            warn(strText);
+        m_strFailure = strText;
         m_bFailed = true;
     }
     ZEBURead gap(unsigned uFilesLost)
@@ -72,11 +79,22 @@ protected:
     }
     void setResumed() { m_bResumed = true; }
 
+    // Counts that a reader which does not follow began anew. False when it will not get to an end like this.
+    bool mayRestart(const std::string& strName)
+    {
+        if (++m_iRestarts <= ZEBU_RESTARTS_MAX)
+            return true;
+        fail(strName + " comes round faster than it can be read");
+        return false;
+    }
+
 private:
     const ZEBUWarn m_warn;
     unsigned m_uFilesLost = 0;
     bool m_bResumed = false;
     bool m_bFailed = false;
+    std::string m_strFailure;
+    int m_iRestarts = 0;
 };
 
 // What a name stands for: a shared ring when its management file exists, a ring of one process when a file

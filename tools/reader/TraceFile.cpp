@@ -28,13 +28,10 @@ bool ZEBU_IsSameFile(const struct stat& a, const struct stat& b)
     return a.st_ino == b.st_ino && a.st_dev == b.st_dev;
 }
 
-bool ZEBU_IsReplaced(int iFd, const std::string& strPath)
+bool ZEBU_IsReplaced(const struct stat& opened, const std::string& strPath)
 {
-    struct stat opened;
     struct stat named;
-    if (stat(strPath.c_str(), &named) != 0)
-        return false;
-    return iFd == -1 || fstat(iFd, &opened) != 0 || !ZEBU_IsSameFile(opened, named);
+    return stat(strPath.c_str(), &named) == 0 && !ZEBU_IsSameFile(opened, named);
 }
 
 void ZEBU_Sleep(int iMilliseconds)
@@ -45,7 +42,35 @@ void ZEBU_Sleep(int iMilliseconds)
 int ZEBUTraceFile::open(const std::string& strPath, bool bAnyKind)
 {
     struct stat info;
-    return adopt(ZEBU_OpenRegular(strPath, O_RDONLY, &info, bAnyKind), strPath);
+    const int iFd = ZEBU_OpenRegular(strPath, O_RDONLY, &info, bAnyKind);
+    const int iErrno = adopt(iFd, strPath);
+    if (iErrno == 0)
+        m_info = info;
+    m_bRegular = iErrno == 0 && S_ISREG(info.st_mode);
+    return iErrno;
+}
+
+void ZEBUTraceFile::park()
+{
+    const ZEBUFd fd(m_bRegular ? m_fd.release() : -1);
+}
+
+int ZEBUTraceFile::reopen() const
+{
+    struct stat info;
+    ZEBUFd fd(ZEBU_OpenRegular(m_strPath, O_RDONLY, &info));
+    if (fd.get() == -1)
+        return -1;
+    if (!ZEBU_IsSameFile(info, m_info)) {
+        errno = ESTALE;
+        return -1;
+    }
+    return *m_fd.out() = fd.release();
+}
+
+bool ZEBUTraceFile::isReplaced() const
+{
+    return ZEBU_IsReplaced(m_info, m_strPath);
 }
 
 int ZEBUTraceFile::adopt(int iFd, const std::string& strName)
@@ -53,21 +78,27 @@ int ZEBUTraceFile::adopt(int iFd, const std::string& strName)
     close();
     m_strPath = strName;
     *m_fd.out() = iFd;
-    return iFd == -1 ? errno : 0;
+    m_bOpen = iFd != -1;
+    return m_bOpen ? 0 : errno;
 }
 
 void ZEBUTraceFile::close()
 {
     const ZEBUFd fd(m_fd.release());
+    m_bOpen = m_bRegular = false;
+    m_info = {};
     rewind(0);
 }
 
 long ZEBUTraceFile::readAt(size_t uOffset, char* pBuffer, size_t uSize) const
 {
     size_t uDone = 0;
+    const int iFd = fd();
+    if (iFd == -1)
+        return -1;
     while (uDone < uSize) {
         const off_t iAt = static_cast<off_t>(uOffset + uDone);
-        const ssize_t iRead = pread(fd(), pBuffer + uDone, uSize - uDone, iAt);
+        const ssize_t iRead = pread(iFd, pBuffer + uDone, uSize - uDone, iAt);
         if (iRead == 0)
             break;
         if (iRead > 0)
@@ -153,10 +184,8 @@ bool ZEBUTraceFile::resume(const ZEBUPlace& place)
 
 bool ZEBUTraceFile::isNamed() const
 {
-    struct stat opened;
     struct stat named;
-    return stat(m_strPath.c_str(), &named) == 0 && fstat(fd(), &opened) == 0 &&
-           ZEBU_IsSameFile(opened, named);
+    return stat(m_strPath.c_str(), &named) == 0 && ZEBU_IsSameFile(m_info, named);
 }
 
 void ZEBUTraceFile::rewind(size_t uOffset)
@@ -170,7 +199,9 @@ bool ZEBUTraceFile::beginsWith(std::string_view svText) const
 {
     char szNow[ZEBU_BEGINNING_MAX];
     const long lRead = readAt(0, szNow, svText.size());
-    return lRead >= 0 && std::string_view(szNow, static_cast<size_t>(lRead)) == svText;
+    if (lRead < 0)
+        return errno != ESTALE && errno != ENOENT;
+    return std::string_view(szNow, static_cast<size_t>(lRead)) == svText;
 }
 
 bool ZEBU_HasMark(const std::string& strPath)

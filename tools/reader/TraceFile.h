@@ -13,10 +13,10 @@
 // descriptor and what fstat says of it, or -1 with errno, EISDIR and EINVAL for what is of another kind.
 int ZEBU_OpenRegular(const std::string& strPath, int iFlags, struct stat* pInfo, bool bAnyKind = false);
 
-// Whether two looks were at the same file, and whether a name stands for another file that exists than an
-// open one (-1: none is).
+// Whether two looks were at the same file, and whether a name stands for another file that exists than one
+// that was looked at.
 bool ZEBU_IsSameFile(const struct stat& a, const struct stat& b);
-bool ZEBU_IsReplaced(int iFd, const std::string& strPath);
+bool ZEBU_IsReplaced(const struct stat& opened, const std::string& strPath);
 
 // One way to wait for what another process is about to do.
 void ZEBU_Sleep(int iMilliseconds);
@@ -40,13 +40,18 @@ public:
     // Takes a descriptor, which may be -1, under a name.
     int adopt(int iFd, const std::string& strName);
     void close();
-    bool isOpen() const { return m_fd.get() != -1; }
-    int fd() const { return m_fd.get(); }
+    bool isOpen() const { return m_bOpen; }
+    int fd() const { return m_fd.get() == -1 && m_bOpen ? reopen() : m_fd.get(); }
+
+    // Gives the descriptor back until the file is read again, so that many can be open. Then the name must
+    // still stand for the same file: else nothing can be read any more, with ESTALE.
+    void park();
+
     const std::string& path() const { return m_strPath; }
     size_t offset() const { return m_uOffset; }
 
     // Whether its name stands for another file that exists; also when no file is open.
-    bool isReplaced() const { return ZEBU_IsReplaced(fd(), m_strPath); }
+    bool isReplaced() const;
 
     // Reads at an offset, fewer bytes than asked for only at the end of the file. -1 with errno.
     long readAt(size_t uOffset, char* pBuffer, size_t uSize) const;
@@ -82,11 +87,17 @@ public:
     void rewind(size_t uOffset);
 
     // Whether the file begins with a text of at most ZEBU_BEGINNING_MAX bytes, and with what was consumed.
+    // One that cannot be read, for want of descriptors for instance, is not known to begin otherwise.
     bool beginsWith(std::string_view svText) const;
     bool isUnchanged() const { return beginsWith(m_strBeginning); }
 
 private:
-    ZEBUFd m_fd;
+    int reopen() const;
+
+    mutable ZEBUFd m_fd;
+    bool m_bOpen = false;    // though the descriptor may be parked
+    bool m_bRegular = false; // and can be
+    struct stat m_info = {};
     std::string m_strPath;
     size_t m_uOffset = 0;
     std::string m_strBeginning;
