@@ -31,6 +31,7 @@ int ZEBUManageFile::generateManagementFileName(const char* pszPrefix)
 
 int ZEBUManageFile::open(int iFileAttr)
 {
+    ulManageIno = 0;
     return ZEBU_OpenFile(&iManageFd, szManageFileName, O_RDWR | O_CREAT, iFileAttr);
 }
 
@@ -50,7 +51,22 @@ int ZEBUManageFile::prepare(long* plLength)
 int ZEBUManageFile::complete()
 {
     struct stat info;
-    return fstat(iManageFd, &info) == 0 ? lengthen(info) : 0;
+    if (fstat(iManageFd, &info) != 0)
+        return 0;
+    return isSameFile(info) ? lengthen(info) : ZEBU_Fail(ZEBU_EPOS_MISMATCH, 0);
+}
+
+bool ZEBUManageFile::isForeign() const
+{
+    struct stat info;
+    return ulManageIno != 0 && fstat(iManageFd, &info) == 0 && !isSameFile(info);
+}
+
+bool ZEBUManageFile::isReadable() const
+{
+    struct stat info;
+    return pManageMap != MAP_FAILED && fstat(iManageFd, &info) == 0 && isSameFile(info) &&
+           info.st_size >= ZEBU_MANAGE_LENGTH;
 }
 
 int ZEBUManageFile::lengthen(const struct stat& info)
@@ -99,6 +115,10 @@ int ZEBUManageFile::closeManagementFile()
     }
     if (iManageFd == -1)
         return 0;
+    if (isForeign()) {
+        iManageFd = -1;
+        return 0;
+    }
     (void)futimens(iManageFd, nullptr);
     const int iErrno = close(iManageFd) == 0 ? 0 : errno;
     if (iErrno != EBADF) // whatever else close says, the descriptor is gone, and the lock with it

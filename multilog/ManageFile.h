@@ -30,7 +30,8 @@ public:
     // Marks the file as used now, notes which file it is, lengthens it to ZEBU_MANAGE_LENGTH bytes where it
     // is shorter, and stores the length it had. Fails with 4, 14 or 20.
     int prepare(long* plLength);
-    // Lengthens it again when somebody has cut it. Fails with 4 or 14.
+    // Lengthens it again when somebody has cut it. Fails with 4 or 14, and with 29 when the descriptor is not
+    // the file's any more.
     int complete();
     // Maps the record. Fails with 7.
     int map();
@@ -40,6 +41,8 @@ public:
 
     bool isOpen() const { return iManageFd != -1; }
     int descriptor() const { return iManageFd; }
+    // Whether the application closed the descriptor, and opened a file of its own under that number.
+    bool isForeign() const;
     bool isSameFile(const struct stat& info) const
     {
         return info.st_ino == ulManageIno && info.st_dev == ulManageDev;
@@ -48,6 +51,8 @@ public:
     // that file.
     int checkIdentity(long* plLength) const;
 
+    // Whether the record can be read: it is mapped, and the file was not cut.
+    bool isReadable() const;
     // Copies the record. Returns 0, or -1 when the copy is not valid; records nothing.
     int readAndCheckManagementFileMMap(tagZEBU_MANAGEMENT_DATA* pOut) const
     {
@@ -63,7 +68,7 @@ private:
     int lengthen(const struct stat& info);
 
     int iManageFd = -1;
-    unsigned long ulManageIno = 0;
+    unsigned long ulManageIno = 0; // 0 while it is not known
     unsigned long ulManageDev = 0;
     tagZEBU_MANAGEMENT_DATA* pManageMap = static_cast<tagZEBU_MANAGEMENT_DATA*>(MAP_FAILED);
     char szManageDir[ZEBU_PATH_ROOM] = {};

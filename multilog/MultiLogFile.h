@@ -116,6 +116,7 @@ private:
     // mapped.
     int openTraceFile(bool bAtOpen);
     int prepareTraceFiles(bool bAtOpen);
+    int closeTraceFile();
     // Offset of the mark in a file: 0 when there is no file or no mark. Fails with 1 for a number out of
     // range, and with 2 or 5.
     int searchEOF(int iNumber) const;

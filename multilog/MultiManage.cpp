@@ -102,9 +102,9 @@ int ZebuMultiLogFile::closeFile()
         return 0;
     {
         ZEBURingLock lock(*this);
-        if (lock.lock() != 0)
+        if (!manage.isForeign() && lock.lock() != 0) // else it would be a lock on a file of the application
             return -1;
-        if (trace.closeTraceFile() != 0)
+        if (closeTraceFile() != 0)
             return -1;
     }
     return closeManagementFile();
@@ -113,7 +113,7 @@ int ZebuMultiLogFile::closeFile()
 void ZebuMultiLogFile::abandon()
 {
     const ZEBUErrKeep keep;
-    (void)trace.closeTraceFile();
+    (void)closeTraceFile();
     (void)closeManagementFile();
 }
 

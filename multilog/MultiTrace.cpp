@@ -11,13 +11,12 @@
 
 int ZebuMultiLogFile::openTraceFile(bool bAtOpen)
 {
-    if ((trace.isOpen() || trace.isMapped()) && trace.closeTraceFile() != 0)
+    if ((trace.isOpen() || trace.isMapped()) && closeTraceFile() != 0)
         return -1;
-    if (prepareTraceFiles(bAtOpen) == 0 && trace.extend(lMapSize) == 0 &&
-        trace.map(lMapSize, lCurrentFile) == 0)
+    if (prepareTraceFiles(bAtOpen) == 0 && trace.extend(lMapSize) == 0 && trace.map(lMapSize) == 0)
         return 0;
     const ZEBUErrKeep keep;
-    (void)trace.closeTraceFile();
+    (void)closeTraceFile();
     return -1;
 }
 
@@ -37,6 +36,15 @@ int ZebuMultiLogFile::prepareTraceFiles(bool bAtOpen)
             return -1;
     }
     return trace.isOpen() ? 0 : trace.open(iFileAttr);
+}
+
+// Lines that are copied into a mapping need not change the file's time at once, so closing does: by its time
+// the newest file is found when the record is lost. One that the ring has left must not pass for it.
+int ZebuMultiLogFile::closeTraceFile()
+{
+    tagZEBU_MANAGEMENT_DATA rec;
+    const bool bKnown = manage.isReadable() && manage.readAndCheckManagementFileMMap(&rec) == 0;
+    return trace.closeTraceFile(!bKnown || rec.currentFile == trace.number());
 }
 
 // ---- Finding the end of the data -----------------------------------------------------------------

@@ -93,12 +93,16 @@ void ZebuMultiLogFile::moveRingOn(tagZEBU_MANAGEMENT_DATA* pRec, unsigned long u
 
 int ZebuMultiLogFile::storeText(const char* pszText, unsigned long ulLength, tagZEBU_MANAGEMENT_DATA* pRec)
 {
+    const ZEBUTraceMap::State eState = trace.look();
+    // Where one descriptor is the application's by now, the other may be: then the lock was taken on its
+    // file.
+    if (eState == ZEBUTraceMap::State::Foreign && !(uMode & ZEBU2_OPT_NOLOCK) && manage.isForeign())
+        return ZEBU_Fail(ZEBU_EPOS_MISMATCH, 0);
     // Emptied or removed by somebody while it is mapped: complete it, or make it anew.
-    if (trace.isCut()) {
-        if (openTraceFile(false) != 0)
-            return -1;
+    if (eState != ZEBUTraceMap::State::Whole && openTraceFile(false) != 0)
+        return -1;
+    if (eState == ZEBUTraceMap::State::Cut)
         trace.fillGap(lWriteOffset);
-    }
     const unsigned long ulOffset = pRec->writeOffset;
     if (ulOffset + ulLength + ZEBU_EOD_MARK > static_cast<unsigned long>(trace.mappedLength()))
         return ZEBU_Fail(ZEBU_EPOS_WRITE, EFBIG);

@@ -24,9 +24,10 @@ ZEBUTraceMap::ZEBUTraceMap()
         cs_PAGESIZE = sysconf(_SC_PAGESIZE);
 }
 
-int ZEBUTraceMap::generateTraceFileName(const char* pszPrefix, long lNumber, long lFileNum)
+int ZEBUTraceMap::generateTraceFileName(const char* pszPrefix, long lFileNumber, long lFileNum)
 {
-    return ZEBU_TraceFileName(szTraceFileName, pszPrefix, lNumber, lFileNum);
+    lNumber = lFileNumber;
+    return ZEBU_TraceFileName(szTraceFileName, pszPrefix, lFileNumber, lFileNum);
 }
 
 // ---- Preparing -----------------------------------------------------------------------------------
@@ -61,6 +62,7 @@ int ZEBUTraceMap::prepare(const Shape& shape, bool bCurrent)
 
 int ZEBUTraceMap::open(int iFileAttr)
 {
+    ulTraceIno = 0;
     return ZEBU_OpenFile(&iTraceFd, szTraceFileName, O_RDWR | O_CREAT, iFileAttr);
 }
 
@@ -117,6 +119,8 @@ int ZEBUTraceMap::extend(long lLength)
     struct stat info;
     if (fstat(iTraceFd, &info) != 0)
         return ZEBU_Fail(ZEBU_EPOS_STAT, errno);
+    ulTraceIno = info.st_ino;
+    ulTraceDev = info.st_dev;
     if (info.st_size < lFoundLength)
         lFoundLength = info.st_size;
     // A file that has its length may still have holes, and a store into one needs a block as well.
@@ -135,14 +139,13 @@ int ZEBUTraceMap::extend(long lLength)
 
 // ---- The mapping ---------------------------------------------------------------------------------
 
-int ZEBUTraceMap::map(long lLength, long lNumber)
+int ZEBUTraceMap::map(long lLength)
 {
     void* pMap = mmap(nullptr, static_cast<size_t>(lLength), PROT_READ | PROT_WRITE, MAP_SHARED, iTraceFd, 0);
     if (pMap == MAP_FAILED)
         return ZEBU_Fail(ZEBU_EPOS_MMAP, errno);
     pTraceMap = pMap;
     lMappedLength = lLength;
-    lMappedFile = lNumber;
     lSyncedOffset = 0;
     return 0;
 }
@@ -161,11 +164,20 @@ void ZEBUTraceMap::fillGap(long lWriteOffset)
         memcpy(pGap + uGap - 2, "\r\n", 2);
 }
 
+bool ZEBUTraceMap::isOurs(const struct stat& info) const
+{
+    return ulTraceIno == 0 || (info.st_ino == ulTraceIno && info.st_dev == ulTraceDev);
+}
+
 // A look that fails says nothing about the file, and the mapping lasts without the descriptor.
-bool ZEBUTraceMap::isCut() const
+ZEBUTraceMap::State ZEBUTraceMap::look() const
 {
     struct stat info;
-    return fstat(iTraceFd, &info) == 0 && (info.st_size < lMappedLength || info.st_nlink == 0);
+    if (fstat(iTraceFd, &info) != 0)
+        return State::Whole;
+    if (!isOurs(info))
+        return State::Foreign;
+    return info.st_size < lMappedLength || info.st_nlink == 0 ? State::Cut : State::Whole;
 }
 
 // A process may be killed between any two of these stores. Up to the last but one the old place of the mark
@@ -202,24 +214,28 @@ int ZEBUTraceMap::sync(unsigned int uWriteOffset)
 
 // ---- Closing -------------------------------------------------------------------------------------
 
-int ZEBUTraceMap::closeTraceFile()
+int ZEBUTraceMap::closeTraceFile(bool bTouch)
 {
     if (isMapped()) {
         if (munmap(pTraceMap, static_cast<size_t>(lMappedLength)) != 0)
             return ZEBU_Fail(ZEBU_EPOS_MUNMAP, errno);
         pTraceMap = MAP_FAILED;
         lMappedLength = 0;
-        lMappedFile = 0;
     }
-    if (iTraceFd != -1)
-        (void)futimens(iTraceFd, nullptr); // the newest file is found by its time
-    return closeDescriptor();
+    return closeDescriptor(bTouch);
 }
 
-int ZEBUTraceMap::closeDescriptor()
+int ZEBUTraceMap::closeDescriptor(bool bTouch)
 {
     if (iTraceFd == -1)
         return 0;
+    struct stat info;
+    if (fstat(iTraceFd, &info) == 0 && !isOurs(info)) {
+        iTraceFd = -1;
+        return 0;
+    }
+    if (bTouch)
+        (void)futimens(iTraceFd, nullptr);
     const int iErrno = close(iTraceFd) == 0 ? 0 : errno;
     if (iErrno != EBADF) // whatever else close says, the descriptor is gone
         iTraceFd = -1;

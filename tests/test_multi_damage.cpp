@@ -139,22 +139,38 @@ TEST_F(MultiDamage, FlushOfAnOffsetBehindTheMappingIsForTheKernelToJudge)
     EXPECT_EQ(lastCode(), ENOMEM);
 }
 
-// A daemon closes all it has, and opens what it needs: without the lock, the mappings are enough.
+// A daemon closes all it has, and opens what it needs. Without the lock, the mappings are enough.
 TEST_F(MultiDamage, DescriptorsClosedBehindTheLibrary)
 {
-    const std::string other = path("other");
-    EXPECT_EQ(inChild([&] {
-                  const Ring ring = open(ZEBU2_OPT_NOLOCK);
-                  for (int fd = 3; fd < 100; ++fd)
-                      (void)close(fd);
-                  CHECK(put(ring, "line") == 0 && ring->bufferFlush() == 0);
-                  CHECK(ring->backupToFile(other.c_str(), 0) == 0 &&
-                        readFile(other).ends_with("\r\nline\r\n"));
-                  for (int i = 0; i < 2; ++i) // the descriptors stay as they are
-                      CHECK(ring->closeFile() == -1 && lastError() == ZEBU_EPOS_CLOSE && lastCode() == EBADF);
-                  _exit(0);
-              }),
-              0);
+    const auto failure = [](int result) { return result == 0 ? 0 : lastError() << 8 | lastCode(); };
+    // The option; whether the application takes the numbers; what a line and a flush give, and closing,
+    // twice.
+    const std::tuple<int, bool, int, int> cases[] = {
+        {ZEBU2_OPT_NOLOCK, false, 0, ZEBU_EPOS_CLOSE << 8 | EBADF}, // the descriptors stay as they are
+        {0, false, ZEBU_EPOS_LOCK << 8 | EBADF, ZEBU_EPOS_LOCK << 8 | EBADF},
+        {ZEBU2_OPT_NOLOCK, true, 0, 0},
+        {0, true, ZEBU_EPOS_MISMATCH << 8, 0}};
+    for (const auto& [option, reused, written, closed] : cases) {
+        base += "x";
+        EXPECT_EQ(inChild([&, option = option, reused = reused, written = written, closed = closed] {
+                      const Ring ring = open(option | ZEBU2_OPT_NOSTARTLINE);
+                      for (int fd = 3; fd < 100; ++fd)
+                          (void)close(fd);
+                      writeFile(path("mine"), "mine");
+                      for (int i = 0; i < 20 && reused; ++i)
+                          CHECK(::open(path("mine").c_str(), O_RDWR) == i + 3);
+                      CHECK(failure(put(ring, "line")) == written);
+                      if (option && !reused)
+                          CHECK(ring->bufferFlush() == 0 && ring->backupToFile(path("b").c_str(), 0) == 0 &&
+                                readFile(path("b")).ends_with("line\r\n"));
+                      CHECK(failure(ring->closeFile()) == closed && failure(ring->closeFile()) == closed);
+                      CHECK(fcntl(4, F_GETFD) == (reused ? 0 : -1) && readFile(path("mine")) == "mine");
+                      _exit(0);
+                  }),
+                  0)
+            << option << reused;
+        EXPECT_EQ(data(1).ends_with("line\r\n"), written == 0) << option << reused;
+    }
 }
 
 // A store into a hole of a file on a full disk would kill the process.

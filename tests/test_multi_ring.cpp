@@ -182,6 +182,28 @@ TEST_F(MultiRing, RebuildsItsPositionFromTheNewestFile)
     }
 }
 
+// It closes the file that it saw last, which the ring has left.
+TEST_F(MultiRing, ProcessThatLagsBehindMisleadsNoRebuild)
+{
+    for (const bool damaged : {false, true}) {
+        base += "x";
+        Ring idle = open();
+        {
+            const Ring writer = open();
+            fillTo(writer, 4040);
+            ASSERT_EQ(put(writer, std::string(1000, 'x')), 0);
+        }
+        for (int n = 1; n <= 3; ++n)
+            age(traceName(n), n == 2 ? 10 : 20);
+        if (damaged)
+            poke(0, 0); // where the ring is cannot be told: as if it were there
+        idle.reset();
+        unlink(manageName().c_str());
+        open(ZEBU2_OPT_NOSTARTLINE, 4096, 3, 3);
+        EXPECT_EQ(record().currentFile, damaged ? 1u : 2u);
+    }
+}
+
 // ---- Backup and attributes -----------------------------------------------------------------------
 
 TEST_F(MultiRing, BackupHoldsTheDataOldestFirst)
