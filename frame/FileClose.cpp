@@ -17,11 +17,12 @@ int ZEBU_ReleaseMMap(bool* pbHolds, const ZEBUErrScope& err)
     pMMap->relRef();
     if (pMMap->refCount() > 0)
         return 0;
+    ZEBU2_pMMap = nullptr; // first: a put from now on finds no area, instead of one that is being closed
     const int iResult = err.finish(pMMap->closeFile());
-    if (iResult == 0) {
-        ZEBU2_pMMap = nullptr;
+    if (iResult == 0)
         delete pMMap;
-    }
+    else
+        ZEBU2_pMMap = pMMap;
     return iResult;
 }
 

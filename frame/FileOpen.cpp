@@ -43,18 +43,19 @@ int ZEBU_InitializeLogFile(ZEBUEngine* pEngine, ZEBURingKind eKind, const tagZEB
     return pEngine->start(eKind, pSpec, shared);
 }
 
-// The object is reachable before it is open: a signal handler then finds that nothing is mapped.
+// The area is reachable once it is open: puts look at it without the mutex.
 static int ZEBU_InitializeMMapFile()
 {
-    ZEBU2_pMMap = new ZEBUMMapFile;
-    if (!ZEBU2_pMMap)
+    auto* pMMap = new ZEBUMMapFile;
+    if (!pMMap)
         return -1;
-    const int iResult = ZEBU2_pMMap.load()->openFile();
+    const int iResult = pMMap->openFile();
     if (iResult != 0) {
         const ZEBUErrKeep keep;
-        delete ZEBU2_pMMap.exchange(nullptr);
+        delete pMMap;
         return iResult;
     }
+    ZEBU2_pMMap = pMMap;
     return 0;
 }
 

@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <string.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include "frame/ErrPos.h"
@@ -124,6 +125,30 @@ long ZEBU_Read(int iFd, char* pBytes, size_t uRoom)
         lRead = read(iFd, pBytes, uRoom);
     while (lRead < 0 && errno == EINTR);
     return lRead;
+}
+
+// Many pieces with each call, up to a multiple of their length: what is written in large parts the kernel
+// also keeps and maps in large ones, and the lines that are stored there later fault less often.
+int ZEBU_FillFile(int iFd, char cFill, long lFrom, long lTo)
+{
+    constexpr long lPiece = 1024, lPieces = 64;
+    char szFill[lPiece];
+    memset(szFill, cFill, sizeof szFill);
+    while (lFrom < lTo) {
+        const long lMultiple = (lFrom / (lPiece * lPieces) + 1) * lPiece * lPieces;
+        const long lEnd = lMultiple < lTo ? lMultiple : lTo;
+        iovec pieces[lPieces];
+        int iPieces = 0;
+        for (long l = lFrom; l < lEnd; l += lPiece)
+            pieces[iPieces++] = {szFill, static_cast<size_t>(lEnd - l < lPiece ? lEnd - l : lPiece)};
+        const ssize_t lWritten = writev(iFd, pieces, iPieces);
+        if (lWritten < 0 && errno == EINTR)
+            continue;
+        if (lWritten != lEnd - lFrom)
+            return ZEBU_Fail(ZEBU_EPOS_WRITE, lWritten < 0 ? errno : ENOSPC);
+        lFrom = lEnd;
+    }
+    return 0;
 }
 
 int ZEBU_CopyFile(int iFrom, int iTo, unsigned long ulLimit)

@@ -34,6 +34,9 @@ void ZEBU_DropLocks(int iFd);
 // Writes all bytes. Fails with 4, with ENOSPC when a write was short.
 int ZEBU_WriteAll(int iFd, const char* pBytes, size_t uLength);
 
+// Writes one byte again and again from the position on, which is `lFrom`, up to `lTo`. As above.
+int ZEBU_FillFile(int iFd, char cFill, long lFrom, long lTo);
+
 // Copies at most `ulLimit` bytes from one descriptor to another in blocks of 1024. A read that fails ends
 // the copy like the end of the file. Fails with 4.
 int ZEBU_CopyFile(int iFrom, int iTo, unsigned long ulLimit);

@@ -5,7 +5,8 @@
 
 #include "frame/GrobalVarUnix.h"
 #include "frame/TLS.h"
-#include "mmap/AreaGuard.h"
+#include "mmap/AreaAppend.h"
+#include "mmap/AreaUse.h"
 #include "output/LocalTime.h"
 #include "ZEBULib2.h"
 
@@ -30,7 +31,8 @@ static void fs_parent()
 static void fs_child()
 {
     ZEBU_uForkGeneration.fetch_add(1, std::memory_order_relaxed);
-    ZEBU_ForgetThreads();
+    ZEBU_LeaveAppendsToParent();
+    ZEBU_ForgetAreaUsers();
     ZEBU_TimeUnlock();
     ZEBU_TlsVarMtRenew();
     ZEBU_MtUnlock();

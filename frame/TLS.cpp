@@ -9,10 +9,11 @@
 #include "frame/TLSState.h"
 #include "output/ltostr.h"
 
-constinit tagZEBU_TLS_VAR cs_listHead = {nullptr, nullptr, 0, 0, "not used ", {}, {}};
+constinit tagZEBU_TLS_VAR cs_listHead = {nullptr, nullptr, nullptr, 0, 0, "not used ", {}, {}};
 
 constinit std::atomic<int> ZEBU2_TlsKeyEnable{0};
 __thread tagZEBU_TLS_VAR* cs_pOwnTlsVar;
+__thread std::atomic<int> cs_iAreaUses;
 
 static pthread_key_t ZEBU2_TlsKey;
 static pthread_mutex_t ZEBU_tlsVarMutex;
@@ -52,8 +53,9 @@ static int ZEBU_FinalizeTlsVarMtLock()
 // The key's destructor: runs on the thread that ends.
 static void ZEBU_TlsFree(void* p)
 {
+    cs_pOwnTlsVar = nullptr; // before the list forgets it: a handler then uses the area without its mark
+    std::atomic_signal_fence(std::memory_order_seq_cst);
     ZEBU_TlsVarUnlink(static_cast<tagZEBU_TLS_VAR*>(p));
-    cs_pOwnTlsVar = nullptr;
     free(p);
 }
 
@@ -101,6 +103,7 @@ tagZEBU_TLS_VAR* ZEBU_TlsVarCreate()
     if (pTls) {
         pTls->pNext = nullptr;
         pTls->pPrev = cs_listHead.pPrev;
+        pTls->piAreaUses = &cs_iAreaUses; // whoever finds the context in the list looks at it
         (pTls->pPrev ? pTls->pPrev : &cs_listHead)->pNext = pTls;
         cs_listHead.pPrev = pTls;
     }
@@ -118,10 +121,31 @@ void ZEBU_TlsVarUnlink(tagZEBU_TLS_VAR* p)
     ZEBU_TlsVarMtUnlock();
 }
 
+bool ZEBU_IsAnyThreadInArea()
+{
+    bool bAny = false;
+    ZEBU_TlsVarMtLock();
+    for (const tagZEBU_TLS_VAR* p = cs_listHead.pNext; p && !bAny; p = p->pNext)
+        bAny = p->piAreaUses && p->piAreaUses->load(std::memory_order_acquire) != 0;
+    ZEBU_TlsVarMtUnlock();
+    return bAny;
+}
+
+void ZEBU_ForgetOtherThreads()
+{
+    for (tagZEBU_TLS_VAR* p = cs_listHead.pNext; p; p = p->pNext) {
+        if (p != cs_pOwnTlsVar)
+            p->piAreaUses = nullptr;
+    }
+}
+
 int ZEBU_TlsVarDeleteAll()
 {
     ZEBU_InitializeTlsIndex(); // a process that never logged has no mutex yet
     ZEBU_TlsVarMtLock();
+    cs_pOwnTlsVar = nullptr;
+    if (ZEBU2_TlsKeyEnable.exchange(0) != 0) // a late call finds no context instead of a dead one
+        pthread_key_delete(ZEBU2_TlsKey);
     tagZEBU_TLS_VAR* pTls = cs_listHead.pNext;
     cs_listHead.pNext = nullptr;
     cs_listHead.pPrev = nullptr;
@@ -130,9 +154,6 @@ int ZEBU_TlsVarDeleteAll()
         free(pTls);
         pTls = pNext;
     }
-    cs_pOwnTlsVar = nullptr;
-    if (ZEBU2_TlsKeyEnable.exchange(0) != 0) // a late call finds no context instead of a dead one
-        pthread_key_delete(ZEBU2_TlsKey);
     ZEBU_TlsVarMtUnlock();
     return ZEBU_FinalizeTlsVarMtLock();
 }

@@ -17,6 +17,7 @@ struct tagZEBU_TLS_VAR
 {
     tagZEBU_TLS_VAR* pNext;
     tagZEBU_TLS_VAR* pPrev;
+    std::atomic<int>* piAreaUses; // of this thread; null in the child of a fork, where the thread is not
     int iErrorCode;
     int iErrorPos;
     char szThreadId[ZEBU_THREAD_ID + 1];
@@ -55,6 +56,12 @@ void ZEBU_TlsVarUnlink(tagZEBU_TLS_VAR* p);
 
 // Frees all records and the key; the result of destroying the mutex attribute, 0.
 int ZEBU_TlsVarDeleteAll();
+
+// Whether any listed thread is in a block that uses the trace area.
+bool ZEBU_IsAnyThreadInArea();
+
+// In the child of a fork, under the list mutex: only the calling thread is here.
+void ZEBU_ForgetOtherThreads();
 
 // The list mutex. Recursive; nothing else is locked while it is held.
 void ZEBU_TlsVarMtLock();

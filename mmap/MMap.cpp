@@ -1,110 +1,15 @@
-// mmap/MMap.cpp -- appending to the trace area, and its rate limit. Memory only: no system call but in
+// mmap/MMap.cpp -- the two ways into the trace area, and its rate limit. Memory only: no system call but in
 // the wait for another writer.
 #include "mmap/MMap.h"
 
 #include <stdlib.h>
-#include <string.h>
 #include <sys/mman.h>
 
 #include "frame/ErrPos.h"
-#include "mmap/AreaGuard.h"
-
-// ---- The ring ------------------------------------------------------------------------------------
-
-namespace {
-
-// The header's fields, each read once and found to lie within the mapping.
-struct Ring
-{
-    uint32_t uSize;
-    uint32_t uRead;
-    uint32_t uWrite;
-
-    uint32_t room() const { return uRead > uWrite ? uRead - uWrite : uRead + (uSize - uWrite); }
-};
-
-} // namespace
-
-static bool fs_readRing(const tagZEBU_AREA_HEADER* pHeader, uint32_t uMapLength, Ring* pRing)
-{
-    pRing->uSize = __atomic_load_n(&pHeader->uDataSize, __ATOMIC_RELAXED);
-    pRing->uWrite =
-        __atomic_load_n(&pHeader->uWriteOffset, __ATOMIC_ACQUIRE);           // and the append before this one
-    pRing->uRead = __atomic_load_n(&pHeader->uReadOffset, __ATOMIC_ACQUIRE); // the consumer is done before it
-    return __atomic_load_n(&pHeader->uMagic, __ATOMIC_RELAXED) == ZEBU_AREA_MAGIC &&
-           uMapLength >= sizeof *pHeader && pRing->uSize <= uMapLength - sizeof *pHeader &&
-           pRing->uWrite <= pRing->uSize && pRing->uRead <= pRing->uSize;
-}
-
-// Copies in pieces, looking before each whether the guard is still held: a writer that was stopped here
-// and passed over must not write on into the lines of others. False when it was.
-[[gnu::noinline]] static bool fs_copyGuarded(const tagZEBU_AREA_HEADER* pHeader, uint32_t uGuard, char* pTo,
-                                             const char* pFrom, uint32_t uLength)
-{
-    constexpr uint32_t uPiece = 256;
-    while (uLength > 0) {
-        const uint32_t uNow = uLength < uPiece ? uLength : uPiece;
-        if (!ZEBU_HoldsAreaGuard(pHeader, uGuard))
-            return false;
-        memcpy(pTo, pFrom, uNow);
-        pTo += uNow;
-        pFrom += uNow;
-        uLength -= uNow;
-    }
-    return true;
-}
-
-enum class Store { Done, PassedOver, NoRoom, Damaged };
-
-// One append under the guard, which is free again afterwards.
-static Store fs_storeLine(tagZEBU_AREA_HEADER* pHeader, uint32_t uMapLength, uint32_t uGuard,
-                          const char* pData, uint32_t uLength)
-{
-    Ring ring;
-    const bool bSound = fs_readRing(pHeader, uMapLength, &ring);
-    if (!bSound || uLength >= ring.room()) {
-        ZEBU_DropAreaGuard(pHeader, uGuard);
-        return bSound ? Store::NoRoom : Store::Damaged;
-    }
-    char* pRing = reinterpret_cast<char*>(pHeader + 1);
-    const uint32_t uToEnd = ring.uSize - ring.uWrite;
-    const uint32_t uFirst = uLength < uToEnd ? uLength : uToEnd;
-    if (!fs_copyGuarded(pHeader, uGuard, pRing + ring.uWrite, pData, uFirst) ||
-        !fs_copyGuarded(pHeader, uGuard, pRing, pData + uFirst, uLength - uFirst)) {
-        ZEBU_DropAreaGuard(pHeader, uGuard);
-        return Store::PassedOver;
-    }
-    const uint32_t uNext = uLength <= uToEnd ? ring.uWrite + uLength : uLength - uToEnd;
-    return ZEBU_CommitAppend(pHeader, uGuard, ring.uWrite, uNext) ? Store::Done : Store::PassedOver;
-}
-
-ZEBUAppend ZEBU_AppendToArea(void* pMap, uint32_t uMapLength, const void* pData, uint32_t uLength)
-{
-    auto* pHeader = static_cast<tagZEBU_AREA_HEADER*>(pMap);
-    // Being passed over takes a stop of a tenth of a second each time; without a bound a process that
-    // scribbles over the header could keep this one here.
-    for (int iTry = 0; iTry < 8; ++iTry) {
-        Ring ring;
-        if (!fs_readRing(pHeader, uMapLength, &ring))
-            return ZEBU_APPEND_DAMAGED;
-        if (uLength >= ring.room()) // a full area is not worth the guard
-            return ZEBU_APPEND_NO_ROOM;
-        const uint32_t uGuard = ZEBU_TakeAreaGuard(pHeader);
-        if (uGuard == 0)
-            return ZEBU_APPEND_NO_ROOM;
-        switch (fs_storeLine(pHeader, uMapLength, uGuard, static_cast<const char*>(pData), uLength)) {
-        case Store::Done:
-            return ZEBU_APPEND_STORED;
-        case Store::NoRoom:
-            return ZEBU_APPEND_NO_ROOM;
-        case Store::Damaged:
-            return ZEBU_APPEND_DAMAGED;
-        case Store::PassedOver:
-            break;
-        }
-    }
-    return ZEBU_APPEND_NO_ROOM;
-}
+#include "frame/Guards.h"
+#include "mmap/AreaAppend.h"
+#include "mmap/AreaHeader.h"
+#include "mmap/AreaUse.h"
 
 // ---- The two ways in -----------------------------------------------------------------------------
 
@@ -113,18 +18,15 @@ void* ZEBUMMapFile::operator new(size_t uSize) noexcept
     return ZEBU_AllocateObject(uSize);
 }
 
-void ZEBUMMapFile::operator delete(ZEBUMMapFile* p, std::destroying_delete_t)
+void ZEBUMMapFile::operator delete(void* p) noexcept
 {
-    p->relRef();
-    const bool bLast = p->iRefCount < 1;
-    p->~ZEBUMMapFile();
-    if (bLast && ZEBU_WaitForSigSafePuts()) // a handler on another thread may still hold the address
+    if (ZEBU_WaitForAreaUsers()) // a put or a handler on another thread may still hold the address
         free(p);
 }
 
 int ZEBUMMapFile::writeToMMap(const void* pData, unsigned int uLength)
 {
-    void* const pArea = pMap.load(std::memory_order_relaxed);
+    void* const pArea = pMap.load(std::memory_order_acquire);
     if (pArea == MAP_FAILED || !pData) {
         ZEBU_SetErrPosOnly(pArea == MAP_FAILED ? ZEBU_EPOS_NOTREADY : ZEBU_EPOS_PARAM);
         return -1;
@@ -144,7 +46,7 @@ static int fs_failSigSafe(int iPos)
 
 int ZEBUMMapFile::writeToMMapSigSafe(const void* pData, unsigned int uLength)
 {
-    void* const pArea = pMap.load();
+    void* const pArea = pMap.load(std::memory_order_acquire);
     if (pArea == MAP_FAILED)
         return fs_failSigSafe(ZEBU_EPOS_NOTREADY);
     if (!pData)
@@ -165,15 +67,15 @@ int ZEBUMMapFile::writeToMMapSigSafe(const void* pData, unsigned int uLength)
 
 // ---- The rate limit ------------------------------------------------------------------------------
 
-timeval fs_zebu_mmap_interval_sec;
+constinit tagZEBU_LIMIT_TIME fs_zebu_mmap_interval_sec = {{0}, 0};
 unsigned int g_zebu_mmap_output_max;
-constinit tagZEBU_PERIOD_START fs_zebu_last_update_time = {{0}, 0};
+constinit tagZEBU_LIMIT_TIME fs_zebu_last_update_time = {{0}, 0};
 unsigned int fs_zebu_mmap_output_count;
 
 void ZEBU_initMMapLimitValues(int iIntervalSec, int iMaxMsgNum)
 {
     if (static_cast<unsigned int>(iIntervalSec) <= ZEBU_INTERVAL_SEC_MAX)
-        fs_zebu_mmap_interval_sec = {iIntervalSec, 0};
+        fs_zebu_mmap_interval_sec.tv_sec.store(iIntervalSec, std::memory_order_relaxed);
     if (static_cast<unsigned int>(iMaxMsgNum) <= ZEBU_MSG_NUM_MAX)
         g_zebu_mmap_output_max = static_cast<unsigned int>(iMaxMsgNum);
 }
@@ -197,5 +99,15 @@ int fs_isMsgTooMany(const timeval* pNow)
         return 0;
     }
     const long lElapsed = pNow->tv_sec - lStartSec - (pNow->tv_usec < lStartUsec ? 1 : 0);
-    return lElapsed < fs_zebu_mmap_interval_sec.tv_sec ? 1 : fs_beginPeriod(pNow);
+    // Threads take their times before they come here: a little before the start is late, not a clock that was
+    // set back, after which the limit would hold for as long as it was.
+    if (lElapsed >= -1 && lElapsed < fs_zebu_mmap_interval_sec.tv_sec.load(std::memory_order_relaxed))
+        return 1;
+    return fs_beginPeriod(pNow);
+}
+
+bool ZEBU_IsAboveLimit(const timeval* pNow)
+{
+    const ZEBUShortMutexGuard lock;
+    return g_zebu_mmap_output_max == 0 || fs_isMsgTooMany(pNow) != 0;
 }

@@ -9,19 +9,9 @@
 #include <sys/time.h>
 
 #include <atomic>
-#include <new>
 
-struct tagZEBU_AREA_HEADER;
-
-enum ZEBUAppend { ZEBU_APPEND_STORED, ZEBU_APPEND_NO_ROOM, ZEBU_APPEND_DAMAGED };
-
-// Appends a line to the ring in `uMapLength` mapped bytes, for any content of its header without
-// touching a byte outside them. No room: too little is free, or the guard of the area cannot be had.
-// Async-signal-safe.
-ZEBUAppend ZEBU_AppendToArea(void* pMap, uint32_t uMapLength, const void* pData, uint32_t uLength);
-
-// Callers hold the process mutex, but for writeToMMapSigSafe. int results: 0, or -1 with the failure
-// recorded.
+// Callers hold the process mutex, but for the two writes, which are made within a ZEBUAreaUse. int results:
+// 0, or -1 with the failure recorded.
 class ZEBUMMapFile final
 {
 public:
@@ -33,14 +23,16 @@ public:
     ZEBUMMapFile& operator=(const ZEBUMMapFile&) = delete;
 
     static void* operator new(size_t uSize) noexcept;
-    // Takes one reference off, destroys, and frees the memory only when no reference is left.
-    static void operator delete(ZEBUMMapFile* p, std::destroying_delete_t);
+    // Frees the memory unless somebody does not let go of the area. No reference is left, and nobody finds
+    // the object any more.
+    static void operator delete(void* p) noexcept;
 
     // Creates the area or attaches to it. One whose header is damaged is mapped too; appends to it fail.
-    // Fails with 2, 3, 4, 5, 7, 14, 20, 21, 22, 23, or 26 when the configured size holds no area.
+    // Fails with 2, 4, 5, 7, 14, 20, 21, 22, 23, or 26 when a file is to be begun with a size that holds no
+    // area.
     int openFile();
 
-    // Unmaps and closes. Fails with 23, also when signal handlers do not let go of the mapping.
+    // Unmaps and closes. Fails with 23, also when puts or signal handlers do not let go of the mapping.
     int closeFile();
 
     // Appends a line. Length 0 and a line without room are no failures. Fails with 1, 11 or 26.
@@ -67,7 +59,7 @@ private:
     int checkLockedFile(unsigned int uWanted);
     int readAndCheckHeader();
     int initFileObject(unsigned int uDataSize);
-    int fillFile(unsigned int uSize, unsigned int uWanted);
+    int lengthenFile(long lSize, long lWanted);
     int mapFile();
     int unmapFile();
 
@@ -83,21 +75,30 @@ int fs_safeOpen(const char* pszPath, int* piCode, int* piPos);
 
 // ---- The rate limit: so many lines for each period ------------------------------------------------
 
-struct tagZEBU_PERIOD_START
+// Guarded by the process mutex, but for whole seconds, which every line reads.
+struct tagZEBU_LIMIT_TIME
 {
-    std::atomic<long> tv_sec; // also read without the mutex, by every line's header
+    std::atomic<long> tv_sec;
     long tv_usec;
 };
 
-extern timeval fs_zebu_mmap_interval_sec; // length of a period; 0 seconds: no limit
+extern constinit tagZEBU_LIMIT_TIME fs_zebu_mmap_interval_sec; // length of a period; 0 seconds: no limit
 extern unsigned int g_zebu_mmap_output_max;
-extern tagZEBU_PERIOD_START fs_zebu_last_update_time;
-extern unsigned int fs_zebu_mmap_output_count;
+extern constinit tagZEBU_LIMIT_TIME fs_zebu_last_update_time; // start of the period
+extern unsigned int fs_zebu_mmap_output_count;                // lines of the period beyond the first
 
 // Sets the limit. An interval outside 0..86400 seconds or a maximum outside 0..1000000 leaves what it was.
 void ZEBU_initMMapLimitValues(int iIntervalSec, int iMaxMsgNum);
 
-// 1 when the line of time `pNow` is to be dropped, else 0 and the line is counted.
+// 1 when the line of time `pNow` is to be dropped, else 0 and the line is counted. The caller holds the
+// process mutex.
 int fs_isMsgTooMany(const timeval* pNow);
+
+// Applies the limit to a line, under the process mutex, which is taken only where there is a limit.
+bool ZEBU_IsAboveLimit(const timeval* pNow);
+inline bool ZEBU_IsAboveRateLimit(const timeval* pNow)
+{
+    return fs_zebu_mmap_interval_sec.tv_sec.load(std::memory_order_relaxed) != 0 && ZEBU_IsAboveLimit(pNow);
+}
 
 #endif

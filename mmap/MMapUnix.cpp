@@ -1,7 +1,7 @@
 // mmap/MMapUnix.cpp -- the file of the trace area: open, check, create, map, close.
 #include <errno.h>
 #include <fcntl.h>
-#include <string.h>
+#include <limits.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -10,10 +10,25 @@
 #include "frame/ErrPos.h"
 #include "frame/Fd.h"
 #include "frame/Files.h"
-#include "mmap/AreaGuard.h"
+#include "mmap/AreaHeader.h"
+#include "mmap/AreaUse.h"
 #include "mmap/MMap.h"
 
 enum { cs_iFresh = 1, cs_iSound = 0, cs_iDamaged = -2 }; // what readAndCheckHeader finds
+constexpr unsigned int cs_uHeader = sizeof(tagZEBU_AREA_HEADER);
+
+// Whether a file of this size has room for a single byte.
+static bool fs_holdsArea(unsigned int uMapSize)
+{
+    return uMapSize > cs_uHeader;
+}
+
+// Whether there is an area that an open does not begin anew.
+static bool fs_isKept(const char* pszPath)
+{
+    struct stat info;
+    return stat(pszPath, &info) == 0 && info.st_size > off_t{ZEBU_AREA_FRESH_MAX};
+}
 
 ZEBUMMapFile::ZEBUMMapFile() : uMapLength(ZEBU_AREA_FRESH_MAX), iFd(-1), pMap(MAP_FAILED), iRefCount(0)
 {
@@ -95,7 +110,7 @@ static int fs_lockWaiting(int iFd)
 int ZEBUMMapFile::openFileObject()
 {
     const ZEBUConfigInf config;
-    if (config.uMapSize <= sizeof(tagZEBU_AREA_HEADER)) // no room for a single byte
+    if (!fs_holdsArea(config.uMapSize) && !fs_isKept(config.szMMapFile))
         return ZEBU_Fail(ZEBU_EPOS_AREA, 0);
     if (fs_makeAreaDirectory(config.szMMapDir) != 0)
         return -1;
@@ -112,53 +127,56 @@ int ZEBUMMapFile::openFileObject()
     return checkLockedFile(config.uMapSize);
 }
 
-// Gives a sparse file its blocks now: a store into a hole of a mapped file is SIGBUS on a full disk. A
-// file system that cannot reserve is left to its ways.
-static int fs_reserveBlocks(int iFd)
+// Gives a sparse area its blocks now: a store into a hole of a mapped file is SIGBUS on a full disk. Only
+// what the header describes, since anybody may make the file longer; and where it cannot be had, the file is
+// as good as it was.
+static void fs_reserveArea(int iFd, const struct stat& info, unsigned int uMapLength)
 {
-    struct stat info;
-    if (fstat(iFd, &info) != 0)
-        return ZEBU_Fail(ZEBU_EPOS_STAT, errno);
     if (info.st_blocks * 512 >= info.st_size)
-        return 0;
-    return ZEBU_ReserveBlocks(iFd, info.st_size) == -1 ? -1 : 0;
+        return;
+    const ZEBUErrKeep keep;
+    (void)ZEBU_ReserveBlocks(iFd, uMapLength);
 }
 
 // The part of the open that runs under the lock on the file. On a failure the lock stays until closeFile.
+// Whoever dies in here leaves a file of at most 4,096 bytes, which the next begins anew, or a whole area: the
+// header goes in while the file is short.
 int ZEBUMMapFile::checkLockedFile(unsigned int uWanted)
 {
-    int iResult = readAndCheckHeader();
+    const int iFound = readAndCheckHeader();
+    if (iFound == cs_iFresh && !fs_holdsArea(uWanted))
+        return ZEBU_Fail(ZEBU_EPOS_AREA, 0);
+    if (iFound == cs_iFresh && initFileObject(uWanted - cs_uHeader) != 0)
+        return -1;
     struct stat info;
     if (fstat(iFd, &info) != 0)
         return ZEBU_Fail(ZEBU_EPOS_STAT, errno);
-    const auto uSize = static_cast<unsigned int>(info.st_size);
-    if (uSize < uWanted && fillFile(uSize, uWanted) != 0)
+    if (info.st_size < uWanted && lengthenFile(info.st_size, uWanted) != 0)
         return -1;
-    if (fs_reserveBlocks(iFd) != 0)
-        return -1;
-    if (iResult == cs_iFresh)
-        iResult = initFileObject(uWanted - static_cast<unsigned int>(sizeof(tagZEBU_AREA_HEADER)));
+    if (iFound == cs_iSound && info.st_size >= uWanted)
+        fs_reserveArea(iFd, info, uMapLength);
     if (lseek(iFd, 0, SEEK_SET) == -1)
         ZEBU_DropLocks(iFd);
     else
         ZEBU_Unlock(iFd);
-    return iResult;
+    return iFound == cs_iFresh ? 0 : iFound;
 }
 
-int ZEBUMMapFile::fillFile(unsigned int uSize, unsigned int uWanted)
+// Length and blocks come in one step where the file system can reserve. The zeros behind it are what the
+// pages are made of: without them each is made at the first line that touches it. A file that did not get all
+// of them is as short as before.
+int ZEBUMMapFile::lengthenFile(long lSize, long lWanted)
 {
-    static const char szZeros[1024] = {};
-    if (lseek(iFd, 0, SEEK_END) == -1)
-        return ZEBU_Fail(ZEBU_EPOS_LSEEK, errno);
-    while (uSize < uWanted) {
-        const unsigned int uBlock = uWanted - uSize < sizeof szZeros ? uWanted - uSize : sizeof szZeros;
-        if (ZEBU_WriteAll(iFd, szZeros, uBlock) != 0)
-            return -1;
-        uSize += uBlock;
-    }
-    if (lseek(iFd, 0, SEEK_SET) == -1)
-        return ZEBU_Fail(ZEBU_EPOS_LSEEK, errno);
-    return 0;
+    int iResult = ZEBU_ReserveBlocks(iFd, lWanted);
+    if (iResult == 1)
+        iResult = ftruncate(iFd, lWanted) == 0 ? 0 : ZEBU_Fail(ZEBU_EPOS_WRITE, errno);
+    if (iResult == 0 && lseek(iFd, lSize, SEEK_SET) == -1)
+        iResult = ZEBU_Fail(ZEBU_EPOS_LSEEK, errno);
+    if (iResult == 0)
+        iResult = ZEBU_FillFile(iFd, '\0', lSize, lWanted);
+    if (iResult != 0 && ftruncate(iFd, lSize) != 0)
+        return -1;
+    return iResult;
 }
 
 static int fs_readField(int iFd, uint32_t* puField)
@@ -169,16 +187,6 @@ static int fs_readField(int iFd, uint32_t* puField)
     return lRead == sizeof *puField ? 0 : ZEBU_Fail(ZEBU_EPOS_READ, EIO);
 }
 
-// The magic is written last: whoever was making the file stopped before it, or on a full disk within it.
-static bool fs_isUnfinished(uint32_t uMagic)
-{
-    for (uint32_t uWritten : {0u, 0xFFu, 0xFFFFu, 0xFFFFFFu}) {
-        if (uMagic == (ZEBU_AREA_MAGIC & uWritten))
-            return true;
-    }
-    return false;
-}
-
 int ZEBUMMapFile::readAndCheckHeader()
 {
     const off_t lSize = lseek(iFd, 0, SEEK_END);
@@ -186,7 +194,7 @@ int ZEBUMMapFile::readAndCheckHeader()
         return ZEBU_Fail(ZEBU_EPOS_LSEEK, errno);
     if (lSize <= off_t{ZEBU_AREA_FRESH_MAX})
         return cs_iFresh;
-    uMapLength = static_cast<unsigned int>(lSize);
+    uMapLength = lSize < UINT_MAX ? static_cast<unsigned int>(lSize) : UINT_MAX;
     if (lseek(iFd, 0, SEEK_SET) == -1)
         return ZEBU_Fail(ZEBU_EPOS_LSEEK, errno);
     uint32_t uMagic = 0, uReserved = 0, uDataSize = 0, uReadOffset = 0, uWriteOffset = 0;
@@ -194,30 +202,21 @@ int ZEBUMMapFile::readAndCheckHeader()
         if (fs_readField(iFd, puField) != 0)
             return -1;
     }
-    if (fs_isUnfinished(uMagic))
-        return cs_iFresh;
-    if (uMagic != ZEBU_AREA_MAGIC || static_cast<off_t>(uDataSize) + 24 != lSize || uReadOffset > uDataSize ||
-        uWriteOffset > uDataSize)
+    if (uMagic != ZEBU_AREA_MAGIC || static_cast<off_t>(uDataSize) + cs_uHeader != lSize ||
+        uReadOffset > uDataSize || uWriteOffset > uDataSize)
         return cs_iDamaged;
     return cs_iSound;
 }
 
-// The magic comes last: until it is there, the file counts as not created.
 int ZEBUMMapFile::initFileObject(unsigned int uDataSize)
 {
-    const uint32_t fields[] = {0, uDataSize, 0, 0, 0};
-    const uint32_t uMagic = ZEBU_AREA_MAGIC;
-    if (lseek(iFd, sizeof uMagic, SEEK_SET) == -1)
+    if (lseek(iFd, 0, SEEK_SET) == -1)
         return ZEBU_Fail(ZEBU_EPOS_LSEEK, errno);
-    for (const uint32_t& uField : fields) {
+    for (const uint32_t uField : {ZEBU_AREA_MAGIC, 0u, uDataSize, 0u, 0u, 0u}) {
         if (ZEBU_WriteAll(iFd, reinterpret_cast<const char*>(&uField), sizeof uField) != 0)
             return -1;
     }
-    if (lseek(iFd, 0, SEEK_SET) == -1)
-        return ZEBU_Fail(ZEBU_EPOS_LSEEK, errno);
-    if (ZEBU_WriteAll(iFd, reinterpret_cast<const char*>(&uMagic), sizeof uMagic) != 0)
-        return -1;
-    uMapLength = uDataSize + static_cast<unsigned int>(sizeof(tagZEBU_AREA_HEADER));
+    uMapLength = uDataSize + cs_uHeader;
     return 0;
 }
 
@@ -230,7 +229,8 @@ int ZEBUMMapFile::mapFile()
     void* pMapped = mmap(nullptr, uMapLength, PROT_READ | PROT_WRITE, MAP_SHARED, iFd, 0);
     if (pMapped == MAP_FAILED)
         return ZEBU_Fail(ZEBU_EPOS_MMAP, errno);
-    pMap.store(pMapped);
+    ZEBU_PrepareAreaUse();
+    pMap.store(pMapped, std::memory_order_release);
     return 0;
 }
 
@@ -242,7 +242,7 @@ int ZEBUMMapFile::unmapFile()
     if (pMapped == MAP_FAILED)
         return 0;
     int iErrno = EBUSY;
-    if (ZEBU_WaitForSigSafePuts()) {
+    if (ZEBU_WaitForAreaUsers()) {
         if (munmap(pMapped, uMapLength) == 0)
             return 0;
         iErrno = errno;

@@ -6,7 +6,6 @@
 #include <limits.h>
 #include <string.h>
 #include <sys/stat.h>
-#include <sys/uio.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -66,30 +65,6 @@ int ZEBUTraceMap::open(int iFileAttr)
     return ZEBU_OpenFile(&iTraceFd, szTraceFileName, O_RDWR | O_CREAT, iFileAttr);
 }
 
-// Many pieces with each call, up to a multiple of their length: what is written in large parts the kernel
-// also keeps and maps in large ones, and the lines that are stored there later fault less often.
-static int fs_writeBlanks(int iFd, long lFrom, long lTo)
-{
-    constexpr long lPiece = 1024, lPieces = 64;
-    char szBlanks[lPiece];
-    memset(szBlanks, ' ', sizeof szBlanks);
-    while (lFrom < lTo) {
-        const long lMultiple = (lFrom / (lPiece * lPieces) + 1) * lPiece * lPieces;
-        const long lEnd = lMultiple < lTo ? lMultiple : lTo;
-        iovec pieces[lPieces];
-        int iPieces = 0;
-        for (long l = lFrom; l < lEnd; l += lPiece)
-            pieces[iPieces++] = {szBlanks, static_cast<size_t>(lEnd - l < lPiece ? lEnd - l : lPiece)};
-        const ssize_t lWritten = writev(iFd, pieces, iPieces);
-        if (lWritten < 0 && errno == EINTR)
-            continue;
-        if (lWritten != lEnd - lFrom)
-            return ZEBU_Fail(ZEBU_EPOS_WRITE, lWritten < 0 ? errno : ENOSPC);
-        lFrom = lEnd;
-    }
-    return 0;
-}
-
 int ZEBUTraceMap::initializeTraceFile(const Shape& shape, bool bExisted, unsigned int* puSize)
 {
     if (lseek(iTraceFd, 0, SEEK_END) == -1)
@@ -102,7 +77,7 @@ int ZEBUTraceMap::initializeTraceFile(const Shape& shape, bool bExisted, unsigne
         *puSize += ZEBU_EOD_MARK;
     }
     if (shape.bFill) {
-        if (fs_writeBlanks(iTraceFd, *puSize, shape.lLength) != 0)
+        if (ZEBU_FillFile(iTraceFd, ' ', *puSize, shape.lLength) != 0)
             return -1;
         *puSize = static_cast<unsigned int>(shape.lLength);
     }

@@ -8,6 +8,7 @@
 #include "frame/Guards.h"
 #include "frame/ProcessObjects.h"
 #include "frame/TraceObject.h"
+#include "mmap/AreaUse.h"
 #include "mmap/MMap.h"
 #include "output/LocalTime.h"
 #include "output/ltostr.h"
@@ -169,14 +170,14 @@ static int ZEBU_PutMsgToShm(tagZEBU_TLS_VAR* pTls, int iThreshold, int iLevel, c
 int ZEBU_PutMsgToMMap(tagZEBU_TLS_VAR* pTls, const char* pszLine, unsigned long ulLength,
                       const timeval* pTime)
 {
-    const ZEBUShortMutexGuard lock;
-    ZEBUMMapFile* pMMap = ZEBU2_pMMap.load(std::memory_order_relaxed);
+    if (ZEBU2_pMMap.load(std::memory_order_relaxed) && ZEBU_IsAboveRateLimit(pTime))
+        return 0;
+    const ZEBUAreaUse use;
+    ZEBUMMapFile* pMMap = ZEBU2_pMMap.load(std::memory_order_acquire);
     if (!pMMap) {
         pTls->iErrorPos = ZEBU_EPOS_NOTREADY;
         return 0;
     }
-    if (fs_zebu_mmap_interval_sec.tv_sec != 0 && (g_zebu_mmap_output_max == 0 || fs_isMsgTooMany(pTime)))
-        return 0;
     return pMMap->writeToMMap(pszLine, static_cast<unsigned int>(ulLength));
 }
 

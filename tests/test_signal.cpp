@@ -51,7 +51,7 @@ TEST_F(Signal, StaysInThePageOfTheText)
 // ---- Handlers ------------------------------------------------------------------------------------
 
 static Lines cs_handlerTexts; // of the first signals
-static std::atomic<size_t> cs_uHandled{0}, cs_uStored{0};
+static std::atomic<size_t> cs_uHandled{0}, cs_uTried{0}, cs_uStored{0};
 
 static const AreaConsumer* cs_pArea;
 
@@ -62,6 +62,7 @@ static void onSignal(int)
     // What the interrupted put has found free stays free for it, however many handlers run before it goes on.
     if (cs_pArea && !cs_pArea->hasRoom(30000))
         return;
+    cs_uTried.fetch_add(pszText != nullptr);
     if (ZEBU2_PutMsgSigSafe(pszText) == 0)
         cs_uStored.fetch_add(1);
 }
@@ -112,6 +113,7 @@ TEST_F(Signal, HandlersThatInterruptPutsTearAndLoseNothing)
     writer.join();
     consumer.drain();
     EXPECT_EQ(consumer.m_torn, 0);
+    EXPECT_EQ(cs_uStored, cs_uTried); // also those that interrupted an append
     for (const auto& [message, iCount] : consumer.m_seen)
         EXPECT_EQ(iCount, 1) << message;
     EXPECT_EQ(consumer.m_seen.size(), 2 * cs_iLines + static_cast<size_t>(iPut) + cs_uStored);

@@ -3,8 +3,8 @@
 #include <string.h>
 
 #include "Fuzz.h"
+#include "mmap/AreaAppend.h"
 #include "mmap/AreaGuard.h"
-#include "mmap/MMap.h"
 
 static void fuzz(std::string_view input)
 {

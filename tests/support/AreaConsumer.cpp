@@ -42,6 +42,10 @@ void AreaConsumer::drain()
     m_rest.append(pData + uRead, uWrite - uRead);
     __atomic_store_n(&m_pHeader->uReadOffset, uWrite, __ATOMIC_RELEASE);
     for (const std::string& line : splitLines(m_rest)) {
+        if (line.find_first_not_of(' ') == std::string::npos) {
+            ++m_blank;
+            continue;
+        }
         const std::string whole = areaSender(body(line));
         ++(whole.empty() ? m_torn : m_seen[whole]);
     }

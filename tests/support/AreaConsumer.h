@@ -25,8 +25,14 @@ public:
     // Puts a message once the area has room for it.
     void put(const std::string& sender, int iNumber) const;
 
+    void* map() const { return m_pHeader; }
+    // The word beside the write offset. Safe in a signal handler.
+    uint32_t guard() const { return __atomic_load_n(&m_pHeader->uGuard, __ATOMIC_ACQUIRE); }
+    void setGuard(uint32_t uGuard) const { __atomic_store_n(&m_pHeader->uGuard, uGuard, __ATOMIC_RELEASE); }
+
     std::map<std::string, int> m_seen; // "sender number", how often
     int m_torn = 0;
+    int m_blank = 0; // in place of a writer that was passed over
 
 private:
     AreaHeader* m_pHeader;
