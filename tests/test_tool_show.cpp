@@ -252,7 +252,7 @@ TEST_F(Show, NeedsFewDescriptorsForManySources)
     const std::string call = std::string(zebu2Path) + " show ";
     const Lines all = splitLines(shell(call + names));
     EXPECT_EQ(all.size(), 400u);
-    EXPECT_EQ(splitLines(shell("ulimit -n 6; timeout 20 " + call + names + " 2>&1")), all);
+    EXPECT_EQ(splitLines(shell("ulimit -n 12; timeout 20 " + call + names + " 2>&1")), all);
 }
 
 TEST_F(Show, IsHarmlessToATerminal)

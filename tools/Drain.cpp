@@ -1,6 +1,7 @@
 // tools/Drain.cpp -- the consumer of the trace area.
 #include <errno.h>
 #include <string.h>
+#include <utility>
 
 #include "tools/reader/Area.h"
 #include "tools/Verbs.h"
@@ -66,13 +67,15 @@ int ZEBUDrain::run()
     const std::string strError = openArea();
     if (!strError.empty())
         throw ZEBUFailure{strError};
+    ZEBUPoll poll(m_options.iInterval);
     while (!ZEBU_IsEnded()) {
-        if (printBatch() && m_options.bFollow)
-            continue;
+        bool bNew = false;
+        while (printBatch() && m_options.bFollow && !ZEBU_IsEnded()) // under a burst there is more at once
+            bNew = true;
         if (!m_options.bFollow)
             break;
         do
-            ZEBU_Pause(m_options.iInterval);
+            poll.pause(std::exchange(bNew, false));
         while (m_area.isReplaced() && !openArea().empty() && !ZEBU_IsEnded());
     }
     if (m_pSource->isDamaged())

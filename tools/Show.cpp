@@ -1,6 +1,7 @@
 // tools/Show.cpp -- the lines of rings and files, now and as they come.
 #include <deque>
 #include <string.h>
+#include <utility>
 
 #include "tools/Count.h"
 #include "tools/reader/Merge.h"
@@ -40,7 +41,9 @@ private:
     ZEBUOutput m_output;
     ZEBUMerge m_merge;
     ZEBUCursor m_cursor;
-    int m_iUnsaved = 0; // records since the places were stored
+    ZEBUPoll m_poll;
+    bool m_bNew = false; // something came since the last pause
+    int m_iUnsaved = 0;  // records since the places were stored
     ZEBUCount m_count;
     std::deque<Kept> m_kept;
     std::unique_ptr<ZEBUSource> m_pOnly; // of which the bytes are shown as they are
@@ -51,8 +54,8 @@ private:
 
 ZEBUShow::ZEBUShow(const ZEBUShowOptions& options)
     : m_options(options), m_filter(options.filter), m_output(options.eFormat, options.eColor),
-      m_merge(options.iInterval, !options.strCursor.empty()), m_count(options.strCount, options.filter.eForm),
-      m_bKeep(options.lLast >= 0)
+      m_merge(options.iInterval, !options.strCursor.empty()), m_poll(options.iInterval),
+      m_count(options.strCount, options.filter.eForm), m_bKeep(options.lLast >= 0)
 {
 }
 
@@ -151,6 +154,7 @@ void ZEBUShow::merge()
     while (!ZEBU_IsEnded()) {
         const ZEBUNext eNext = m_merge.next(&record);
         if (eNext == ZEBUNext::Record) {
+            m_bNew = true;
             m_merge.shown() = m_filter.matches(record, m_merge.shown());
             if (m_merge.shown())
                 show(record);
@@ -163,7 +167,7 @@ void ZEBUShow::merge()
         if (eNext == ZEBUNext::End)
             break;
         savePlaces();
-        ZEBU_Pause(m_options.iInterval);
+        m_poll.pause(std::exchange(m_bNew, false));
     }
     savePlaces();
     m_count.print(m_output);

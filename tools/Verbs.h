@@ -2,6 +2,7 @@
 #ifndef ZEBU_TOOLS_VERBS_H
 #define ZEBU_TOOLS_VERBS_H
 
+#include <algorithm>
 #include <optional>
 #include <string>
 #include <vector>
@@ -107,5 +108,22 @@ std::string ZEBU_ConfiguredArea();
 
 // Waits between two polls, or until the user ends the tool.
 void ZEBU_Pause(int iMilliseconds);
+
+// The pauses of one who polls: short behind something new, since more is likely, then longer up to the
+// interval.
+class ZEBUPoll
+{
+public:
+    explicit ZEBUPoll(int iInterval) : m_iInterval(iInterval) {}
+    void pause(bool bNew)
+    {
+        m_iNext = bNew ? 1 : std::min(2 * m_iNext, m_iInterval);
+        ZEBU_Pause(m_iNext);
+    }
+
+private:
+    const int m_iInterval;
+    int m_iNext = 1; // milliseconds
+};
 
 #endif

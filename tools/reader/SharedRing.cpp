@@ -125,12 +125,17 @@ unsigned ZEBUSharedRing::filesUpToCurrent(unsigned uFrom) const
     return uFrom > uNum ? 1 : (m_record.position.uFile + uNum - uFrom) % uNum + 1;
 }
 
-// Begins with the oldest file, and notes where the ring stands.
+// Begins with the oldest file, and notes where the ring stands. Files that a young ring has still to come to
+// cannot be overtaken in.
 void ZEBUSharedRing::start()
 {
     for (int i = 0; i < cs_iLooks && !lookAround(); ++i)
         refresh();
-    m_uNumber = m_end.uFile % m_record.uFileNum + 1;
+    const auto after = [&](unsigned uFile) { return uFile % m_record.uFileNum + 1; };
+    struct stat info;
+    m_uNumber = after(m_end.uFile);
+    while (m_uNumber != m_end.uFile && stat(ZEBU_RingFileName(m_strPrefix, m_uNumber).c_str(), &info) != 0)
+        m_uNumber = after(m_uNumber);
 }
 
 // Takes the position with the beginning of the current file, which is the same before and behind it. False
