@@ -90,7 +90,8 @@ static inline bool fs_readRing(tagZEBU_AREA_HEADER* pHeader, uint64_t uState, ta
 }
 
 // Whether both pieces of a line lie within the mapping: the header may say anything.
-static inline bool fs_isMapped(const tagZEBU_AREA_RING& ring, uint32_t uMapLength, uint32_t uLength)
+[[gnu::noinline, gnu::cold]] static bool fs_isMapped(const tagZEBU_AREA_RING& ring, uint32_t uMapLength,
+                                                     uint32_t uLength)
 {
     const uint64_t uEnd = uint64_t{ring.uWrite} + uLength;
     const uint64_t uFirstEnd = uEnd < ring.uSize ? uEnd : ring.uSize;
@@ -99,13 +100,18 @@ static inline bool fs_isMapped(const tagZEBU_AREA_RING& ring, uint32_t uMapLengt
     return sizeof(tagZEBU_AREA_HEADER) + uFurthest <= uMapLength;
 }
 
-static ZEBUAppend fs_findRoom(const Append& line, uint64_t uState, tagZEBU_AREA_RING* pRing)
+// Stored: there is room for the line, as far as can be seen without the guard.
+static inline ZEBUAppend fs_findRoom(const Append& line, uint64_t uState, tagZEBU_AREA_RING* pRing)
 {
-    if (!fs_readRing(line.pHeader, uState, pRing))
+    if (!fs_readRing(line.pHeader, uState, pRing)) [[unlikely]]
         return ZEBU_APPEND_DAMAGED;
-    if (line.uLength >= pRing->free())
+    if (line.uLength >= pRing->free()) [[unlikely]]
         return ZEBU_APPEND_NO_ROOM;
-    return fs_isMapped(*pRing, line.uMapLength, line.uLength) ? ZEBU_APPEND_STORED : ZEBU_APPEND_DAMAGED;
+    const bool bWithin = uint64_t{pRing->uSize} + sizeof(tagZEBU_AREA_HEADER) <= line.uMapLength &&
+                         line.uLength <= pRing->uSize;
+    if (bWithin || fs_isMapped(*pRing, line.uMapLength, line.uLength)) [[likely]]
+        return ZEBU_APPEND_STORED;
+    return ZEBU_APPEND_DAMAGED;
 }
 
 // ---- A claimed line ------------------------------------------------------------------------------
@@ -118,26 +124,39 @@ static inline bool fs_isClaimed(uint64_t uState, uint64_t uClaim)
                                 !ZEBU_IsHolder(ZEBU_GuardOf(uState)));
 }
 
-// Looks before each piece whether the claim still stands: a writer that was stopped here and passed over must
-// not write on.
-[[gnu::noinline]] static bool fs_copyPieces(const Append& line, uint32_t uTo, uint32_t uFrom, uint32_t uCount)
+enum : uint32_t { cs_uPiece = 256 };
+
+static inline void fs_copyPiece(const Append& line, uint32_t uTo, uint32_t uFrom, uint32_t uCount)
 {
-    constexpr uint32_t uPiece = 256;
-    char* const pRing = reinterpret_cast<char*>(line.pHeader + 1);
-    while (uCount > 0) {
-        const uint32_t uNow = uCount < uPiece ? uCount : uPiece;
+    char* const pTo = reinterpret_cast<char*>(line.pHeader + 1) + uTo;
+    if (line.pData)
+        memcpy(pTo, line.pData + uFrom, uCount);
+    else
+        memset(pTo, ' ', uCount);
+}
+
+// Copies from `uFrom` on to the place `uTo` of the ring. Looks before each piece whether the claim still
+// stands: a writer that was stopped here and passed over must not write on. False then.
+[[gnu::noinline]] static bool fs_copyPieces(const Append& line, uint32_t uTo, uint32_t uFrom, uint32_t uEnd)
+{
+    while (uFrom < uEnd) {
+        const uint32_t uNow = uEnd - uFrom < cs_uPiece ? uEnd - uFrom : cs_uPiece;
         const uint64_t uState = __atomic_load_n(ZEBU_AreaStateOf(line.pHeader), __ATOMIC_RELAXED);
         if (!fs_isClaimed(uState, line.uClaim.load(std::memory_order_relaxed)))
             return false;
-        if (line.pData)
-            memcpy(pRing + uTo, line.pData + uFrom, uNow);
-        else
-            memset(pRing + uTo, ' ', uNow);
+        fs_copyPiece(line, uTo, uFrom, uNow);
         uTo += uNow;
         uFrom += uNow;
-        uCount -= uNow;
     }
     return true;
+}
+
+// The whole line: up to the end of the data, and the rest from their beginning.
+[[gnu::noinline]] static bool fs_copyLine(const Append& line, const tagZEBU_AREA_RING& ring)
+{
+    const uint32_t uToEnd = ring.uSize - ring.uWrite;
+    const uint32_t uFirst = line.uLength < uToEnd ? line.uLength : uToEnd;
+    return fs_copyPieces(line, ring.uWrite, 0, uFirst) && fs_copyPieces(line, 0, uFirst, line.uLength);
 }
 
 // A blank line ends like any other.
@@ -150,33 +169,39 @@ static void fs_endBlanks(const Append& line, const tagZEBU_AREA_RING& ring)
     }
 }
 
+// Somebody else's word that came over the claim is the one to be left there. Bounded, since who stores it may
+// do so for ever.
+[[gnu::noinline, gnu::cold]] static Copy fs_publishOver(const Append& line, uint64_t uSeen, uint32_t uNext)
+{
+    for (int i = 0; i < 1000; ++i) {
+        if (!fs_isClaimed(uSeen, line.uClaim.load(std::memory_order_relaxed)))
+            return Copy::Lost;
+        if (ZEBU_ChangeAreaState(line.pHeader, &uSeen, ZEBU_AreaState(uNext, ZEBU_GuardOf(uSeen))))
+            return Copy::Published;
+    }
+    return Copy::Lost;
+}
+
 // Copies a line whose claim stands in the header and publishes it, with `uAfter` as the guard. Done by the
 // append itself, or by a handler that interrupted it; all of it once more then, since nobody knows how far
 // the copy is. The room is looked at again under the guard: before, it was that of an offset that may have
 // gone round the ring since.
-static inline Copy fs_copyAndPublish(const Append& line, uint32_t uAfter)
+static inline Copy fs_copyAndPublish(const Append& line, tagZEBU_AREA_RING ring, uint32_t uAfter)
 {
-    uint64_t uSeen = line.uClaim.load(std::memory_order_relaxed);
-    tagZEBU_AREA_RING ring;
-    if (fs_findRoom(line, uSeen, &ring) != ZEBU_APPEND_STORED)
+    ring.uRead = __atomic_load_n(&line.pHeader->uReadOffset, __ATOMIC_ACQUIRE);
+    if (line.uLength >= ring.free()) [[unlikely]]
         return Copy::NoRoom;
-    const uint32_t uToEnd = ring.uSize - ring.uWrite;
-    const uint32_t uFirst = line.uLength < uToEnd ? line.uLength : uToEnd;
-    if (!fs_copyPieces(line, ring.uWrite, 0, uFirst) ||
-        (uFirst < line.uLength && !fs_copyPieces(line, 0, uFirst, line.uLength - uFirst)))
+    if (line.uLength <= cs_uPiece && line.uLength <= ring.uSize - ring.uWrite) [[likely]]
+        fs_copyPiece(line, ring.uWrite, 0, line.uLength);
+    else if (!fs_copyLine(line, ring))
         return Copy::Lost;
-    if (!line.pData)
+    if (!line.pData) [[unlikely]]
         fs_endBlanks(line, ring);
-    // Somebody else's word that came over the claim is the one to be left there. Bounded, since who stores it
-    // may do so for ever.
-    for (int i = 0; i < 1000; ++i) {
-        if (ZEBU_ChangeAreaState(line.pHeader, &uSeen, ZEBU_AreaState(ring.next(line.uLength), uAfter)))
-            return Copy::Published;
-        if (!fs_isClaimed(uSeen, line.uClaim.load(std::memory_order_relaxed)))
-            return Copy::Lost;
-        uAfter = ZEBU_GuardOf(uSeen);
-    }
-    return Copy::Lost;
+    uint64_t uSeen = line.uClaim.load(std::memory_order_relaxed);
+    if (ZEBU_ChangeAreaState(line.pHeader, &uSeen, ZEBU_AreaState(ring.next(line.uLength), uAfter)))
+        [[likely]]
+        return Copy::Published;
+    return fs_publishOver(line, uSeen, ring.next(line.uLength));
 }
 
 // Puts the claim into the header in place of `uSeen`. It is in the record before that, so that a handler
@@ -232,12 +257,13 @@ static inline uint32_t fs_newHold()
 }
 
 // Takes the guard in place of `uSeen`, stores the line, and leaves `uAfter` as the guard.
-static inline ZEBUAppend fs_storeAlone(Append& line, uint64_t uSeen, uint32_t uAfter)
+static inline ZEBUAppend fs_storeAlone(Append& line, uint64_t uSeen, const tagZEBU_AREA_RING& ring,
+                                       uint32_t uAfter)
 {
     const uint32_t uHold = fs_newHold();
     if (!fs_claim(line, uSeen, uHold | ZEBU_ClassOf(line.uLength)))
         return ZEBU_APPEND_AGAIN;
-    const Copy eCopy = fs_copyAndPublish(line, uAfter);
+    const Copy eCopy = fs_copyAndPublish(line, ring, uAfter);
     if (eCopy == Copy::Published) [[likely]]
         return ZEBU_APPEND_STORED;
     fs_letGo(line, uHold, uAfter);
@@ -287,7 +313,9 @@ static ZEBUAppend fs_finishInterrupted(const Append& line, uint64_t uState)
         if (p->pHeader != line.pHeader || p->uClaim.load(std::memory_order_relaxed) != uState)
             continue;
         p->bTaken.store(true, std::memory_order_relaxed); // known from here on, whatever state follows
-        const Copy eCopy = fs_copyAndPublish(*p, uHold);
+        tagZEBU_AREA_RING ring;
+        const bool bRoom = fs_findRoom(*p, uState, &ring) == ZEBU_APPEND_STORED;
+        const Copy eCopy = bRoom ? fs_copyAndPublish(*p, ring, uHold) : Copy::NoRoom;
         if (eCopy == Copy::Published)
             p->bStored.store(true, std::memory_order_relaxed);
         else if (eCopy == Copy::NoRoom)
@@ -299,14 +327,15 @@ static ZEBUAppend fs_finishInterrupted(const Append& line, uint64_t uState)
 
 // Stores a line under the guard that an interrupted append holds, and keeps it: the rest of a copy that
 // stands still below may go over a line that was already read, as long as nobody else has written there.
-[[gnu::noinline, gnu::cold]] static ZEBUAppend fs_storeWithin(Append& line, uint64_t uState)
+[[gnu::noinline, gnu::cold]] static ZEBUAppend fs_storeWithin(Append& line, uint64_t uState,
+                                                              const tagZEBU_AREA_RING& ring)
 {
     const uint32_t uGuard = ZEBU_GuardOf(uState);
     if ((uGuard & ZEBU_GUARD_CLASS) != 0)
         return fs_finishInterrupted(line, uState);
     if (!fs_claim(line, uState, uGuard | ZEBU_ClassOf(line.uLength)))
         return ZEBU_APPEND_AGAIN;
-    const Copy eCopy = fs_copyAndPublish(line, uGuard);
+    const Copy eCopy = fs_copyAndPublish(line, ring, uGuard);
     if (eCopy == Copy::Published || line.bStored.load(std::memory_order_relaxed))
         return ZEBU_APPEND_STORED;
     if (eCopy == Copy::NoRoom) {
@@ -332,27 +361,30 @@ static ZEBUAppend fs_finishInterrupted(const Append& line, uint64_t uState)
         return;
     }
     Append blanks(line.pHeader, line.uMapLength, nullptr, static_cast<uint32_t>(uBlanks));
-    (void)fs_storeAlone(blanks, uState, 0);
+    tagZEBU_AREA_RING found;
+    if (fs_findRoom(blanks, uState, &found) == ZEBU_APPEND_STORED)
+        (void)fs_storeAlone(blanks, uState, found, 0);
+    else
+        (void)ZEBU_ChangeAreaState(line.pHeader, &uState, ZEBU_AreaState(ring.uWrite, 0));
 }
 
 // ---- The append ----------------------------------------------------------------------------------
 
-ZEBUAppend ZEBU_AppendToArea(void* pMap, uint32_t uMapLength, const void* pData, uint32_t uLength)
+// Where the guard was not to be had at once.
+[[gnu::noinline, gnu::cold]] static ZEBUAppend fs_appendInTurn(Append& line)
 {
-    Append line(static_cast<tagZEBU_AREA_HEADER*>(pMap), uMapLength, static_cast<const char*>(pData),
-                uLength);
     ZEBUAreaWait wait;
     for (;;) {
         const uint64_t uState = ZEBU_LoadAreaState(line.pHeader);
         tagZEBU_AREA_RING ring;
-        ZEBUAppend eResult = fs_findRoom(line, uState, &ring); // a full area is not worth the guard
+        ZEBUAppend eResult = fs_findRoom(line, uState, &ring);
         if (eResult != ZEBU_APPEND_STORED)
             return eResult;
         eResult = ZEBU_APPEND_AGAIN;
-        if (!ZEBU_IsHolder(ZEBU_GuardOf(uState))) [[likely]]
-            eResult = fs_storeAlone(line, uState, ZEBU_GuardOf(uState));
+        if (!ZEBU_IsHolder(ZEBU_GuardOf(uState)))
+            eResult = fs_storeAlone(line, uState, ring, ZEBU_GuardOf(uState));
         else if (line.pOuter && fs_isHeldBelow(line, uState))
-            eResult = fs_storeWithin(line, uState);
+            eResult = fs_storeWithin(line, uState, ring);
         if (eResult != ZEBU_APPEND_AGAIN)
             return eResult;
         const ZEBUAreaWait::Turn eTurn = wait.turn(line.pHeader, uState);
@@ -361,6 +393,20 @@ ZEBUAppend ZEBU_AppendToArea(void* pMap, uint32_t uMapLength, const void* pData,
         if (eTurn == ZEBUAreaWait::PASS_OVER)
             fs_passOver(line, uState, ring);
     }
+}
+
+ZEBUAppend ZEBU_AppendToArea(void* pMap, uint32_t uMapLength, const void* pData, uint32_t uLength)
+{
+    Append line(static_cast<tagZEBU_AREA_HEADER*>(pMap), uMapLength, static_cast<const char*>(pData),
+                uLength);
+    const uint64_t uState = ZEBU_LoadAreaState(line.pHeader);
+    const uint32_t uGuard = ZEBU_GuardOf(uState);
+    tagZEBU_AREA_RING ring;
+    ZEBUAppend eResult = fs_findRoom(line, uState, &ring); // a full area is not worth the guard
+    if (eResult != ZEBU_APPEND_STORED)
+        return eResult;
+    eResult = ZEBU_IsHolder(uGuard) ? ZEBU_APPEND_AGAIN : fs_storeAlone(line, uState, ring, uGuard);
+    return eResult == ZEBU_APPEND_AGAIN ? fs_appendInTurn(line) : eResult;
 }
 
 void ZEBU_LeaveAppendsToParent()

@@ -58,6 +58,7 @@ private:
     int openFileObject();
     int checkLockedFile(unsigned int uWanted);
     int readAndCheckHeader();
+    int beginOrKeep(int iFound, unsigned int uWanted);
     int initFileObject(unsigned int uDataSize);
     int lengthenFile(long lSize, long lWanted);
     int mapFile();

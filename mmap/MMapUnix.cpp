@@ -144,6 +144,17 @@ static void fs_reserveArea(int iFd, const struct stat& info, unsigned int uMapLe
 int ZEBUMMapFile::checkLockedFile(unsigned int uWanted)
 {
     const int iFound = readAndCheckHeader();
+    if (iFound != -1 && beginOrKeep(iFound, uWanted) != 0)
+        return -1;
+    if (lseek(iFd, 0, SEEK_SET) == -1)
+        ZEBU_DropLocks(iFd);
+    else
+        ZEBU_Unlock(iFd);
+    return iFound == cs_iFresh ? 0 : iFound;
+}
+
+int ZEBUMMapFile::beginOrKeep(int iFound, unsigned int uWanted)
+{
     if (iFound == cs_iFresh && !fs_holdsArea(uWanted))
         return ZEBU_Fail(ZEBU_EPOS_AREA, 0);
     if (iFound == cs_iFresh && initFileObject(uWanted - cs_uHeader) != 0)
@@ -151,15 +162,11 @@ int ZEBUMMapFile::checkLockedFile(unsigned int uWanted)
     struct stat info;
     if (fstat(iFd, &info) != 0)
         return ZEBU_Fail(ZEBU_EPOS_STAT, errno);
-    if (info.st_size < uWanted && lengthenFile(info.st_size, uWanted) != 0)
-        return -1;
-    if (iFound == cs_iSound && info.st_size >= uWanted)
+    if (info.st_size < uWanted)
+        return lengthenFile(info.st_size, uWanted);
+    if (iFound == cs_iSound)
         fs_reserveArea(iFd, info, uMapLength);
-    if (lseek(iFd, 0, SEEK_SET) == -1)
-        ZEBU_DropLocks(iFd);
-    else
-        ZEBU_Unlock(iFd);
-    return iFound == cs_iFresh ? 0 : iFound;
+    return 0;
 }
 
 // Length and blocks come in one step where the file system can reserve. The zeros behind it are what the
