@@ -1,7 +1,6 @@
 // frame/GrobalVarUnix.cpp -- the process-wide state, the process mutex, the version text.
 #include "frame/GrobalVarUnix.h"
 
-#include <pthread.h>
 #include <string.h>
 #include <unistd.h>
 
@@ -11,6 +10,7 @@
 constexpr char ZEBU2_version_string[] =
     "$Version: Kelvora Dacy Trace Library 2. 03-16.     Last Update: May 18 2007 $";
 
+constinit ZEBUForkMutex cs_mutex;
 constinit std::atomic<int> ZEBU2_iIsInitialized{0};
 constinit std::atomic<ZEBUMMapFile*> ZEBU2_pMMap{nullptr};
 constinit tagZEBU_THRESHOLD ZEBU2_Threshold = {"ID_ZEBU", {0}, {0}, {0}};
@@ -20,18 +20,6 @@ constinit std::atomic<int> ZEBU2_iMsgCount{0};
 constinit std::atomic<unsigned int> ZEBU_uForkGeneration{0};
 alignas(ZEBUWord) char ZEBU2_szAppName[ZEBU_APP_NAME + 1];
 alignas(ZEBUWord) char ZEBU2_szProcessId[ZEBU_PROCESS_ID + 1];
-
-static pthread_mutex_t cs_mutex = PTHREAD_MUTEX_INITIALIZER;
-
-void ZEBU_MtLock()
-{
-    pthread_mutex_lock(&cs_mutex);
-}
-
-void ZEBU_MtUnlock()
-{
-    pthread_mutex_unlock(&cs_mutex);
-}
 
 static void fs_storeWords(char* pShared, const char* pText, int iWords)
 {

@@ -6,14 +6,26 @@
 
 #include <atomic>
 
+#include "frame/ForkMutex.h"
 #include "frame/Word.h"
 #include "output/LineFormat.h"
 
 class ZEBUMMapFile;
 
 // The process mutex. Lock order: this one, then a shared ring's lock, then the list of contexts.
-void ZEBU_MtLock();
-void ZEBU_MtUnlock();
+#pragma GCC visibility push(hidden)
+extern constinit ZEBUForkMutex cs_mutex;
+#pragma GCC visibility pop
+
+inline void ZEBU_MtLock()
+{
+    cs_mutex.lock();
+}
+
+inline void ZEBU_MtUnlock()
+{
+    cs_mutex.unlock();
+}
 
 struct tagZEBU_THRESHOLD
 {

@@ -1,24 +1,24 @@
 // output/LocalTime.cpp -- local date and time as text.
 #include "output/LocalTime.h"
 
-#include <pthread.h>
 #include <string.h>
 #include <sys/time.h>
 
+#include "frame/ForkMutex.h"
 #include "output/ltostr.h"
 
 // localtime_r holds a lock inside libc that no one releases in the child of a fork. All conversions of
 // the library run under this mutex, which the fork waits for.
-static pthread_mutex_t cs_timeMutex = PTHREAD_MUTEX_INITIALIZER;
+static constinit ZEBUForkMutex cs_timeMutex;
 
-void ZEBU_TimeLock()
+bool ZEBU_TimeLockForFork()
 {
-    pthread_mutex_lock(&cs_timeMutex);
+    return cs_timeMutex.lockForFork();
 }
 
 void ZEBU_TimeUnlock()
 {
-    pthread_mutex_unlock(&cs_timeMutex);
+    cs_timeMutex.unlock();
 }
 
 // Writes the columns up to the point before the milliseconds. Returns false when there is no local time.
@@ -26,9 +26,9 @@ void ZEBU_TimeUnlock()
 [[gnu::noinline, gnu::cold]] static bool fs_putSecond(char* pBuf, time_t lSecond)
 {
     tm local;
-    ZEBU_TimeLock();
+    cs_timeMutex.lock();
     const bool bConverted = localtime_r(&lSecond, &local) != nullptr;
-    ZEBU_TimeUnlock();
+    cs_timeMutex.unlock();
     if (!bConverted)
         return false;
 

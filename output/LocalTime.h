@@ -34,8 +34,8 @@ void ZEBU_PutLocalTime(char* pBuf, const timeval& time, ZEBUCachedSecond& cached
 // The time as it is now, NUL-terminated.
 void ZEBU_FormatNow(char (&szTime)[ZEBU_TIME_TEXT + 1]);
 
-// Hold conversions back over a fork.
-void ZEBU_TimeLock();
+// Hold conversions back over a fork. False: the calling thread is in the middle of one.
+bool ZEBU_TimeLockForFork();
 void ZEBU_TimeUnlock();
 
 #endif

@@ -1,5 +1,6 @@
 // What a host does to the library it loads: threads that do everything at once, forks in the middle of it,
 // disks that are full.
+#include <signal.h>
 #include <sys/mount.h>
 
 #include <set>
@@ -137,6 +138,49 @@ TEST_F(Host, ChildrenLogAtOnceWhateverTheParentsThreadsDo)
     expectOnce(iPut + iChildren);
     EXPECT_EQ(areaLines().size(), size_t{iChildren});
     EXPECT_EQ(ZEBU2_DeleteInstance(m_shared), 0);
+    stop();
+}
+
+static constexpr int FORKS = 100;
+static pid_t children[FORKS];
+static std::atomic<int> forked{0};
+static volatile bool isChild = false;
+
+static void forkInHandler(int)
+{
+    if (isChild || forked == FORKS)
+        return;
+    const pid_t child = fork();
+    isChild = child == 0;
+    if (child != 0)
+        children[forked++] = child;
+}
+
+// The child goes on with what the handler interrupted, and logs.
+TEST_F(Host, AHandlerMayForkWhateverItInterrupted)
+{
+    alarm(60); // ends a fork that waits for what its own thread holds
+    ASSERT_EQ(ZEBU2_Initialize(ring(4096), "host"), 0);
+    (void)signal(SIGUSR1, forkInHandler);
+    std::thread sender([target = pthread_self()] {
+        for (int last = -1; forked < FORKS; std::this_thread::sleep_for(std::chrono::microseconds(50 + last)))
+            if (forked != last) { // one at a time: between two the thread gets somewhere
+                last = forked;
+                (void)pthread_kill(target, SIGUSR1);
+            }
+    });
+    while (!isChild && forked < FORKS)
+        (void)ZEBU2_PutLine(0, "interrupted");
+    if (isChild) {
+        alarm(20);
+        (void)ZEBU2_PutLine(0, "child");
+        (void)ZEBU2_FileBufferFlush();
+        _exit(0);
+    }
+    sender.join();
+    for (const pid_t child : children)
+        EXPECT_EQ(waitForChild(child), 0);
+    putLine("after");
     stop();
 }
 

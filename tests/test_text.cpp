@@ -1,8 +1,12 @@
-// The text functions of the signal-safe put.
+// The text functions of the signal-safe put, and what else of the frame the outside cannot reach.
 #include <gtest/gtest.h>
 #include <string.h>
+#include <unistd.h>
 
+#include "frame/ForkHandler.h"
 #include "output/PMsgSig.h"
+#include "support/Check.h"
+#include "ZEBULib2.h"
 
 TEST(SignalSafeText, CopiesAndCountsAsTheFunctionsOfCWithoutFilling)
 {
@@ -15,4 +19,14 @@ TEST(SignalSafeText, CopiesAndCountsAsTheFunctionsOfCWithoutFilling)
     EXPECT_EQ(ZEBU_strcpy_r(szTo, "abcd"), szTo);
     EXPECT_EQ(ZEBU_strlen_r(szTo), 4);
     EXPECT_EQ(ZEBU_strlen_r(nullptr), 0);
+}
+
+TEST(ForkGuards, MayBeRegisteredTwice)
+{
+    alarm(60);
+    EXPECT_EQ(ZEBU2_GetLogLevel(),
+              0); // registers them, as a first call beside a fork does in parent and child
+    ZEBU_RegisterForkGuards();
+    EXPECT_EQ(inChild([] { CHECK(inChild([] { CHECK(ZEBU2_FileBufferFlush() == -1); }) == 0); }), 0);
+    EXPECT_EQ(ZEBU2_FileBufferFlush(), -1);
 }
