@@ -153,6 +153,11 @@ TEST_F(MultiRing, LaterProcessesAdoptOrGrowAndNarrowTheMode)
     poke(offsetof(tagZEBU_MANAGEMENT_DATA, fileSize), 8192);
     ASSERT_EQ(put(first, "smaller"), 0);
     EXPECT_EQ(fileMode(traceName(4)), 0620);
+
+    poke(offsetof(tagZEBU_MANAGEMENT_DATA, mode), 0xFFFFFFFF);
+    open(ZEBU2_OPT_GROW | ZEBU2_OPT_CURRENT_ONLY, 4096, 64); // as many as there can be
+    open(ZEBU2_OPT_CURRENT_ONLY);
+    EXPECT_EQ(record().fileNum, 64u);
 }
 
 TEST_F(MultiRing, RebuildsItsPositionFromTheNewestFile)
@@ -243,6 +248,7 @@ TEST_F(MultiRing, AttributesReachAllFilesAndThoseMadeLater)
     ASSERT_EQ(ring->chFileAttr(0624), 0);
     EXPECT_EQ(fileMode(traceName(1)), 0624);
     EXPECT_EQ(fileMode(manageName()), 0624);
+    EXPECT_EQ(fileMode(manageDir()), 0735);
     ring->setFileAttr(0620);
     fillTo(ring, 4000);
     ASSERT_EQ(put(ring, "does not fit into file 1, which was filled up to byte 4000"), 0);
