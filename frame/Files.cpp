@@ -9,18 +9,31 @@
 #include <unistd.h>
 
 #include "frame/ErrPos.h"
+#include "frame/Fd.h"
+
+int ZEBU_TryOpenFile(int* piFd, const char* pszName, int iFlags, int iFileAttr)
+{
+    bool bMade;
+    ZEBUFd fd(ZEBU_OpenTrusted(pszName, iFlags | O_NONBLOCK, &bMade));
+    struct stat info;
+    *piFd = -1;
+    if (fd.get() == -1 || fstat(fd.get(), &info) != 0)
+        return -1;
+    if (!S_ISREG(info.st_mode) && info.st_uid != 0 && info.st_uid != geteuid()) {
+        errno = EACCES;
+        return -1;
+    }
+    if (iFileAttr != -1)
+        (void)fchmod(fd.get(), static_cast<mode_t>(iFileAttr));
+    else if (bMade)
+        (void)fchmod(fd.get(), 0666);
+    *piFd = fd.release();
+    return 0;
+}
 
 int ZEBU_OpenFile(int* piFd, const char* pszName, int iFlags, int iFileAttr)
 {
-    bool bMade = false;
-    *piFd = ZEBU_OpenTrusted(pszName, iFlags | O_NONBLOCK, &bMade);
-    if (*piFd == -1)
-        return ZEBU_Fail(ZEBU_EPOS_OPEN, errno);
-    if (iFileAttr != -1)
-        (void)fchmod(*piFd, static_cast<mode_t>(iFileAttr));
-    else if (bMade)
-        (void)fchmod(*piFd, 0666);
-    return 0;
+    return ZEBU_TryOpenFile(piFd, pszName, iFlags, iFileAttr) == 0 ? 0 : ZEBU_Fail(ZEBU_EPOS_OPEN, errno);
 }
 
 // ---- Directories ---------------------------------------------------------------------------------
@@ -151,16 +164,27 @@ int ZEBU_FillFile(int iFd, char cFill, long lFrom, long lTo)
     return 0;
 }
 
+static ssize_t fs_readAt(int iFd, char* pBytes, size_t uRoom, unsigned long ulOffset)
+{
+    ssize_t lRead;
+    do
+        lRead = pread(iFd, pBytes, uRoom, static_cast<off_t>(ulOffset));
+    while (lRead < 0 && errno == EINTR);
+    return lRead;
+}
+
 int ZEBU_CopyFile(int iFrom, int iTo, unsigned long ulLimit)
 {
     char szBlock[1024];
-    while (ulLimit > 0) {
-        const long lRead = ZEBU_Read(iFrom, szBlock, ulLimit < sizeof szBlock ? ulLimit : sizeof szBlock);
+    for (unsigned long ulDone = 0; ulDone < ulLimit;) {
+        const unsigned long ulLeft = ulLimit - ulDone;
+        const ssize_t lRead =
+            fs_readAt(iFrom, szBlock, ulLeft < sizeof szBlock ? ulLeft : sizeof szBlock, ulDone);
         if (lRead <= 0)
             break;
         if (ZEBU_WriteAll(iTo, szBlock, static_cast<size_t>(lRead)) != 0)
             return -1;
-        ulLimit -= static_cast<unsigned long>(lRead);
+        ulDone += static_cast<unsigned long>(lRead);
     }
     return 0;
 }

@@ -10,10 +10,14 @@
 
 #include "frame/TrustedOpen.h"
 
-// Opens a file close-on-exec with `iFlags` (mode 0666 whatever the umask when it is made), and gives it
-// the permission bits `iFileAttr` unless that is -1. A symbolic link is followed only when root or the
-// caller made it. Never waits. Fails with 2; `*piFd` is then -1.
+// Opens a file of a ring close-on-exec with `iFlags` (mode 0666 whatever the umask when it is made), and
+// gives it the permission bits `iFileAttr` unless that is -1. A symbolic link is followed only when root or
+// the caller made it, and a FIFO or a device is opened only when it is theirs: another's would take the lines
+// away. Never waits. Fails with 2; `*piFd` is then -1.
 int ZEBU_OpenFile(int* piFd, const char* pszName, int iFlags, int iFileAttr);
+
+// The same, but records nothing: returns -1 with errno.
+int ZEBU_TryOpenFile(int* piFd, const char* pszName, int iFlags, int iFileAttr);
 
 // Makes sure that the directory part of a file's path exists. Missing levels are made with mode 0777
 // whatever the umask. Fails with 1 (null), 17 or 21.
@@ -37,8 +41,8 @@ int ZEBU_WriteAll(int iFd, const char* pBytes, size_t uLength);
 // Writes one byte again and again from the position on, which is `lFrom`, up to `lTo`. As above.
 int ZEBU_FillFile(int iFd, char cFill, long lFrom, long lTo);
 
-// Copies at most `ulLimit` bytes from one descriptor to another in blocks of 1024. A read that fails ends
-// the copy like the end of the file. Fails with 4.
+// Copies the first bytes of a file, at most `ulLimit`, in blocks of 1024, and leaves its position alone. A
+// read that fails ends the copy like the end of the file. Fails with 4.
 int ZEBU_CopyFile(int iFrom, int iTo, unsigned long ulLimit);
 
 // Reads at most `uRoom` bytes, again when interrupted. As read(2).

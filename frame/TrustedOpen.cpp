@@ -16,6 +16,11 @@ bool ZEBU_IsAbsent(int iErrno)
     return iErrno == ENOENT || iErrno == ENOTDIR || iErrno == ELOOP || iErrno == ENAMETOOLONG;
 }
 
+bool ZEBU_IsOutOfReach(int iErrno)
+{
+    return ZEBU_IsAbsent(iErrno) || iErrno == EACCES || iErrno == EPERM;
+}
+
 // ---- Links ---------------------------------------------------------------------------------------
 
 // The links of /proc stand for open files; their text is no path. Nobody can plant one.

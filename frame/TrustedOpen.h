@@ -15,6 +15,9 @@ constexpr size_t ZEBU_PATH_ROOM = 4097;
 // Whether this errno of a look at a file says that no such file is there, not that it could not be seen.
 bool ZEBU_IsAbsent(int iErrno);
 
+// The same, or that it may not be opened.
+bool ZEBU_IsOutOfReach(int iErrno);
+
 // As open(2), close-on-exec, with mode 0666 for what is made. `*pbMade` becomes true when the file was made.
 int ZEBU_OpenTrusted(const char* pszName, int iFlags, bool* pbMade);
 

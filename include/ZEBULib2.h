@@ -17,9 +17,10 @@
  * Only ZEBU2_PutMsgSigSafe may be called in a signal handler.
  *
  * fork. The child of a process that uses the library may go on logging at once. A ring made by
- * ZEBU2_Initialize or ZEBU2_CreateInstance belongs to one process: in the child its puts fail with
- * ZEBU_EPOS_LOCK as long as the parent, or another process, holds a file of the ring, and take the
- * ring over when nobody does. Shared rings and the trace area are used by parent and child alike.
+ * ZEBU2_Initialize or ZEBU2_CreateInstance belongs to one process: in the child puts go into the file
+ * that was open, fail with ZEBU_EPOS_LOCK where that is full and the parent, or another process, holds
+ * a file of the ring, and take the ring over when nobody does. Shared rings and the trace area are used
+ * by parent and child alike.
  */
 #ifndef ZEBULIB2_H
 #define ZEBULIB2_H

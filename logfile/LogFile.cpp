@@ -3,7 +3,6 @@
 
 #include <errno.h>
 #include <fcntl.h>
-#include <limits.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -12,9 +11,6 @@
 #include "frame/GrobalVarUnix.h"
 #include "logfile/FileHeader.h"
 #include "logfile/LogSwapMsg.h"
-
-constexpr unsigned long cs_ulAppend = O_WRONLY | O_CREAT | O_APPEND;
-constexpr unsigned long cs_ulEmpty = cs_ulAppend | O_TRUNC;
 
 ZebuLogFile::ZebuLogFile(const tagZEBU_LOGFILE_SPEC* pSpec)
 {
@@ -35,13 +31,18 @@ ZebuLogFile::ZebuLogFile(const tagZEBU_LOGFILE_SPEC* pSpec)
     ZEBU_FormatTimeZone(szTimeZone);
     ZEBU_FormatLang(szLangMessage);
     iFileAttr = -1;
-    iReadFd = -1;
+    ulDevice = 0;
+    ulInode = 0;
     bKeepContents = false;
+    bPassedOn = false;
     uForkGeneration = ZEBU_uForkGeneration.load(std::memory_order_relaxed);
 }
 
 // ---- Opening -------------------------------------------------------------------------------------
 
+// A ring of one process has one owner, who holds a lock on its current file. Whoever opens it locks the file
+// it would go on in and then looks whether anybody holds another one: an owner that is moving on holds two
+// for a moment, and always one.
 int ZebuLogFile::openFile()
 {
     if (!pszFilePrefix)
@@ -50,105 +51,230 @@ int ZebuLogFile::openFile()
         return ZEBU_Fail(ZEBU_EPOS_NOTREADY, 0);
     if (ZEBU_CheckFilePath(pszFilePrefix) != 0)
         return -1;
+    for (int i = 0; i < 3; ++i) {
+        bool bEmpty;
+        if (chooseFile(&bEmpty) != 0)
+            return -1;
+        // Looked at before it is locked as well, so that no owner meets a lock of ours where it moves on to.
+        const long lChosen = lCurFileNo;
+        ZEBUFd fd;
+        int iFailure = lookForOwner(-1);
+        if (iFailure == 0)
+            iFailure = openLocked(fd);
+        if (iFailure == 0)
+            iFailure = lookForOwner(fd.get());
+        if (iFailure != 0)
+            return ZEBU_Fail(iFailure, errno);
+        // Before that an owner may have come and gone, and left lines where none were expected.
+        if (chooseFile(&bEmpty) != 0)
+            return -1;
+        if (lCurFileNo == lChosen)
+            return openTraceFile(fd, bEmpty);
+    }
+    return ZEBU_Fail(ZEBU_EPOS_LOCK, EAGAIN);
+}
 
+// Sets lCurFileNo to the file to go on in, and whether its old lines have to go.
+int ZebuLogFile::chooseFile(bool* pbEmpty)
+{
     long lSize = 0;
     const long lNewest = ZEBU_NewestTraceFile(pszFilePrefix, lFileNum, &lSize);
     if (lNewest == -1)
         return -1;
-    lCurFileNo = lNewest;
-    if (lCurFileNo != 0 && static_cast<unsigned long>(lSize) < ulFileSizeMax) {
-        ulCurFileSize = static_cast<unsigned long>(lSize);
-        return openTraceFile(cs_ulAppend);
-    }
-    const bool bFirst = lCurFileNo == 0;
-    lCurFileNo = lCurFileNo % lFileNum + 1;
-    ulCurFileSize = 0;
-    return openTraceFile(bFirst ? cs_ulAppend : cs_ulEmpty);
+    const bool bFull = lNewest != 0 && static_cast<unsigned long>(lSize) >= ulFileSizeMax;
+    lCurFileNo = lNewest == 0 || bFull ? lNewest % lFileNum + 1 : lNewest;
+    *pbEmpty = bFull;
+    return 0;
 }
 
-int ZebuLogFile::openTraceFile(unsigned long ulFlags)
+// Opens the current file number for reading, too, where that is allowed: the backup reads what is locked
+// through this descriptor. Nothing is emptied before the lock is held; until then it may be another
+// process's. Returns 0, or the failure number with errno.
+int ZebuLogFile::openLocked(ZEBUFd& fd) const
 {
-    if (iFd != -1 && closeFile() != 0)
-        return -1;
+    constexpr int iFlags = O_CREAT | O_APPEND;
     char szName[ZEBU_PATH_ROOM];
-    if (generateTraceFileName(szName, lCurFileNo) != 0 || openLocked(szName, ulFlags) != 0)
-        return -1;
+    if (generateTraceFileName(szName, lCurFileNo) != 0)
+        return ZEBU_EPOS_PARAM;
+    struct stat info;
+    const bool bSpecial =
+        stat(szName, &info) == 0 && !S_ISREG(info.st_mode); // a FIFO would be its own reader
+    if ((bSpecial || ZEBU_TryOpenFile(fd.out(), szName, O_RDWR | iFlags, iFileAttr) != 0) &&
+        (bSpecial || errno == EACCES))
+        (void)ZEBU_TryOpenFile(fd.out(), szName, O_WRONLY | iFlags, iFileAttr);
+    if (fd.get() == -1)
+        return ZEBU_EPOS_OPEN;
+    return lockf(fd.get(), F_TLOCK, 0) == 0 ? 0 : ZEBU_EPOS_LOCK;
+}
+
+// Makes the file that was opened and locked the current one.
+int ZebuLogFile::openTraceFile(ZEBUFd& fd, bool bEmpty)
+{
+    struct stat info;
+    if (fstat(fd.get(), &info) != 0 || (bEmpty && S_ISREG(info.st_mode) && ftruncate(fd.get(), 0) != 0))
+        return ZEBU_Fail(ZEBU_EPOS_OPEN, errno);
+    ulCurFileSize = bEmpty ? 0 : static_cast<unsigned long>(info.st_size);
+    ulDevice = info.st_dev;
+    ulInode = info.st_ino;
+    iFd = fd.release();
     bKeepContents = true;
+    bPassedOn = false;
     uForkGeneration = ZEBU_uForkGeneration.load(std::memory_order_relaxed);
     return putFileHeader();
 }
 
-// A file is emptied only once the lock is held: until then it may be another process's.
-int ZebuLogFile::openLocked(const char* pszName, unsigned long ulFlags)
+// Returns 0 when no other process holds a file of the ring but the current number, else the failure number
+// with errno. `iOwn` shows a file that this process has locked: opening and closing it would give the lock
+// up.
+int ZebuLogFile::lookForOwner(int iOwn) const
 {
-    ZEBUFd fd;
-    if (ZEBU_OpenFile(fd.out(), pszName, static_cast<int>(ulFlags & ~static_cast<unsigned long>(O_TRUNC)),
-                      iFileAttr) != 0)
-        return -1;
-    if (lockf(fd.get(), F_TLOCK, 0) != 0)
-        return ZEBU_Fail(ZEBU_EPOS_LOCK, errno);
-    if (ulFlags & O_TRUNC) {
-        if (ftruncate(fd.get(), 0) != 0)
-            return ZEBU_Fail(ZEBU_EPOS_OPEN, errno);
-        ulCurFileSize = 0;
+    struct stat own;
+    const bool bOwn = iOwn != -1 && fstat(iOwn, &own) == 0;
+    // In the order in which an owner moves on. It cannot pass the current number while that is locked, and so
+    // cannot slip by.
+    for (long k = 0; k < lFileNum - 1; ++k) {
+        char szName[ZEBU_PATH_ROOM];
+        struct stat info;
+        if (generateTraceFileName(szName, (lCurFileNo + k) % lFileNum + 1) != 0)
+            return ZEBU_EPOS_PARAM;
+        if (bOwn && stat(szName, &info) == 0 && info.st_dev == own.st_dev && info.st_ino == own.st_ino)
+            continue;
+        const ZEBUFd fd(ZEBU_OpenToRead(szName));
+        if (fd.get() == -1 && !ZEBU_IsOutOfReach(errno))
+            return ZEBU_EPOS_OPEN;
+        if (fd.get() != -1 && lockf(fd.get(), F_TEST, 0) != 0)
+            return ZEBU_EPOS_LOCK;
     }
-    iFd = fd.release();
     return 0;
 }
 
-// Opens the current file number again after a failed open, switch or close.
+static bool fs_isOutOfDescriptors(int iErrno)
+{
+    return iErrno == EMFILE || iErrno == ENFILE;
+}
+
+// Goes on after a failed switch, or when the descriptor was lost. Nothing was locked meanwhile.
 int ZebuLogFile::reopenFile()
 {
     ulCurFileSize = 0;
-    if (!bKeepContents)
-        return openTraceFile(cs_ulEmpty);
+    if (bKeepContents)
+        return openFile();
+    {
+        ZEBUFd fd;
+        int iFailure = lookForOwner(-1);
+        if (iFailure == 0)
+            iFailure = openLocked(fd);
+        if (iFailure == 0) {
+            iFailure = lookForOwner(fd.get());
+            if (iFailure == ZEBU_EPOS_OPEN && fs_isOutOfDescriptors(errno))
+                iFailure = 0; // this one was the last
+        }
+        if (iFailure != 0)
+            return ZEBU_Fail(iFailure, errno);
+        if (!isNewerThanLeft(fd.get()))
+            return openTraceFile(fd, true);
+    }
+    return openFile(); // another process has used the ring
+}
+
+static bool fs_isLater(const struct stat& left, const struct stat& right)
+{
+    return left.st_mtim.tv_sec != right.st_mtim.tv_sec ? left.st_mtim.tv_sec > right.st_mtim.tv_sec
+                                                       : left.st_mtim.tv_nsec > right.st_mtim.tv_nsec;
+}
+
+// Whether the file to be emptied has lines that are younger than those of the file before it.
+bool ZebuLogFile::isNewerThanLeft(int iOther) const
+{
+    char szName[ZEBU_PATH_ROOM];
+    struct stat left, other;
+    return generateTraceFileName(szName, lCurFileNo > 1 ? lCurFileNo - 1 : lFileNum) == 0 &&
+           stat(szName, &left) == 0 && fstat(iOther, &other) == 0 && other.st_size > 0 &&
+           fs_isLater(other, left);
+}
+
+// ---- Children ------------------------------------------------------------------------------------
+
+// The lock is not inherited with the descriptor. Until the child has it, its lines go where the parent's
+// went.
+bool ZebuLogFile::isChild() const
+{
+    return uForkGeneration != ZEBU_uForkGeneration.load(std::memory_order_relaxed);
+}
+
+// Takes the lock when nobody holds the ring any more (a daemon's parent has left). Fails as openFile.
+int ZebuLogFile::takeOverRing()
+{
+    if (lockf(iFd, F_TEST, 0) != 0)
+        return 0;
+    int iFailure = lookForOwner(iFd);
+    if (iFailure == 0 && lockf(iFd, F_TLOCK, 0) != 0)
+        return 0;
+    if (iFailure == 0) {
+        iFailure = lookForOwner(iFd);
+        if (iFailure != 0)
+            ZEBU_Unlock(iFd);
+    }
+    bPassedOn = bPassedOn || iFailure == ZEBU_EPOS_LOCK;
+    if (iFailure != 0)
+        return 0;
     struct stat info;
-    if (openTraceFile(cs_ulAppend) != 0)
-        return -1;
-    if (fstat(iFd, &info) == 0)
-        ulCurFileSize = static_cast<unsigned long>(info.st_size);
+    if (bPassedOn || !isNewest() || fstat(iFd, &info) != 0) {
+        (void)closeFile();
+        return openFile();
+    }
+    ulCurFileSize = static_cast<unsigned long>(info.st_size);
+    uForkGeneration = ZEBU_uForkGeneration.load(std::memory_order_relaxed);
     return 0;
 }
 
-// True when another process holds a file of the ring. This one holds none when it asks.
-bool ZebuLogFile::isHeldElsewhere() const
+bool ZebuLogFile::isNewest() const
 {
-    if (iFd != -1 && lockf(iFd, F_TEST, 0) != 0)
-        return true;
+    struct stat own, info;
+    if (fstat(iFd, &own) != 0)
+        return false;
     for (long n = 1; n <= lFileNum; ++n) {
         char szName[ZEBU_PATH_ROOM];
-        if (generateTraceFileName(szName, n) != 0)
-            return true;
-        const ZEBUFd fd(ZEBU_OpenToRead(szName));
-        if (fd.get() != -1 && lockf(fd.get(), F_TEST, 0) != 0)
-            return true;
+        if (generateTraceFileName(szName, n) == 0 && stat(szName, &info) == 0 && fs_isLater(info, own))
+            return false;
     }
-    return false;
+    return true;
 }
 
-// In the child of a fork the lock is not inherited with the descriptor, and two processes must not move
-// one ring on. The child gets the ring when nobody else is using it any more (a daemon's parent has left).
-int ZebuLogFile::takeOverRing()
-{
-    if (isHeldElsewhere())
-        return ZEBU_Fail(ZEBU_EPOS_LOCK, EAGAIN);
-    return closeFile() == 0 ? openFile() : -1;
-}
+// ---- The open file -------------------------------------------------------------------------------
 
 int ZebuLogFile::closeFile()
 {
     if (!pszFilePrefix)
         return 0;
     ulCurFileSize = 0;
-    if (iReadFd != -1)
-        (void)close(iReadFd);
-    iReadFd = -1;
+    forgetForeign();
     if (iFd == -1)
         return 0;
     ZEBU_Unlock(iFd);
-    const int iResult = close(iFd);
-    iFd = -1; // a close that fails has released the descriptor all the same
-    return iResult == 0 ? 0 : ZEBU_Fail(ZEBU_EPOS_CLOSE, errno);
+    if (close(iFd) == 0) {
+        iFd = -1;
+        return 0;
+    }
+    const int iErrno = errno;
+    if (iErrno != EBADF) // a close that fails otherwise has released the descriptor all the same
+        iFd = -1;
+    return ZEBU_Fail(ZEBU_EPOS_CLOSE, iErrno);
+}
+
+// Whether a name stands for the file that is open.
+bool ZebuLogFile::isOpenUnder(const char* pszName) const
+{
+    struct stat info;
+    return stat(pszName, &info) == 0 && isOurs(info);
+}
+
+// A descriptor that the application closed behind the library may be one of its own files by now.
+void ZebuLogFile::forgetForeign()
+{
+    struct stat info;
+    if (iFd != -1 && fstat(iFd, &info) == 0 && !isOurs(info))
+        iFd = -1;
 }
 
 // ---- Writing -------------------------------------------------------------------------------------
@@ -159,12 +285,10 @@ int ZebuLogFile::putMessage(const char* pszLine, unsigned long ulLength)
         return ZEBU_Fail(ZEBU_EPOS_PARAM, 0);
     if (!pszFilePrefix)
         return 0;
-    if (uForkGeneration != ZEBU_uForkGeneration.load(std::memory_order_relaxed)) {
-        if (takeOverRing() != 0)
-            return -1;
-    } else if (iFd == -1 && reopenFile() != 0) {
+    if (isChild() && iFd != -1 && takeOverRing() != 0)
         return -1;
-    }
+    if (iFd == -1 && reopenFile() != 0)
+        return -1;
     return selectAndWriteFile(pszLine, ulLength);
 }
 
@@ -175,15 +299,32 @@ int ZebuLogFile::selectAndWriteFile(const char* pszLine, unsigned long ulLength)
     return writeWhole(pszLine, ulLength);
 }
 
+// The lock on the next file is taken before that on the full one is given up: at no moment is the ring
+// nobody's.
 int ZebuLogFile::moveOn()
 {
-    const int iClosed = closeFile();
+    if (isChild())
+        return ZEBU_Fail(ZEBU_EPOS_LOCK, EAGAIN);
+    forgetForeign();
     (void)putSyslogMessage(static_cast<int>(lCurFileNo));
+    if (iFd == -1) // and the lock was lost with it
+        return openFile();
+
     lCurFileNo = lCurFileNo % lFileNum + 1;
     bKeepContents = false;
-    if (iClosed != 0) // the lines just written may be lost: the caller is told, the next line goes on
-        return -1;
-    return openTraceFile(cs_ulEmpty);
+    char szName[ZEBU_PATH_ROOM];
+    ZEBUFd next;
+    if (generateTraceFileName(szName, lCurFileNo) == 0 && isOpenUnder(szName)) { // a ring of one file
+        *next.out() = iFd;
+        iFd = -1;
+        return openTraceFile(next, true);
+    }
+    const int iFailure = openLocked(next);
+    const int iErrno = errno;
+    (void)closeFile();
+    if (iFailure == ZEBU_EPOS_OPEN && fs_isOutOfDescriptors(iErrno))
+        return reopenFile();
+    return iFailure == 0 ? openTraceFile(next, true) : ZEBU_Fail(iFailure, iErrno);
 }
 
 // Takes the fragment of a short write back, so that no torn line stays. If that fails it is counted.
@@ -238,6 +379,7 @@ int ZebuLogFile::bufferFlush()
 {
     if (!pszFilePrefix)
         return 0;
+    forgetForeign();
     constexpr int iSynchronous = 0x1000; // O_DSYNC
     const int iFlags = fcntl(iFd, F_GETFL);
     if (iFlags == -1 || fcntl(iFd, F_SETFL, iFlags | iSynchronous) != 0 || fcntl(iFd, F_SETFL, iFlags) != 0)
@@ -245,22 +387,7 @@ int ZebuLogFile::bufferFlush()
     return 0;
 }
 
-// ---- Backup and permissions ----------------------------------------------------------------------
-
-// A file of the ring for copying. The current one through iReadFd, which stays open; others through `fd`.
-int ZebuLogFile::openForCopy(long lNumber, ZEBUFd& fd)
-{
-    char szName[ZEBU_PATH_ROOM];
-    if (generateTraceFileName(szName, lNumber) != 0)
-        return -1;
-    if (lNumber != lCurFileNo)
-        return *fd.out() = ZEBU_OpenToRead(szName);
-    if (iReadFd == -1)
-        iReadFd = ZEBU_OpenToRead(szName);
-    else
-        (void)lseek(iReadFd, 0, SEEK_SET);
-    return iReadFd;
-}
+// ---- The ring as a whole -------------------------------------------------------------------------
 
 int ZebuLogFile::backupToFile(const char* pszDestination, int)
 {
@@ -268,16 +395,15 @@ int ZebuLogFile::backupToFile(const char* pszDestination, int)
         return -1;
     if (!pszFilePrefix)
         return 0;
+    forgetForeign();
     if (iFd == -1)
         return ZEBU_Fail(ZEBU_EPOS_NOTREADY, 0);
     ZEBUFd backup;
-    if (ZEBU_RefuseRingFile(pszDestination, pszFilePrefix, lFileNum) != 0 ||
-        ZEBU_OpenFile(backup.out(), pszDestination, O_WRONLY | O_CREAT | O_TRUNC, iFileAttr) != 0)
+    if (ZEBU_OpenBackup(backup.out(), pszDestination, O_WRONLY | O_CREAT | O_TRUNC, iFileAttr, pszFilePrefix,
+                        lFileNum, {iFd, -1}) != 0)
         return -1;
     for (long k = 1; k <= lFileNum; ++k) {
-        ZEBUFd fd;
-        const int iFrom = openForCopy((lCurFileNo + k - 1) % lFileNum + 1, fd);
-        if (iFrom != -1 && ZEBU_CopyFile(iFrom, backup.get(), ULONG_MAX) != 0)
+        if (copyTraceFile((lCurFileNo + k - 1) % lFileNum + 1, backup.get()) != 0)
             return -1;
     }
     if (close(backup.release()) != 0)
@@ -285,7 +411,29 @@ int ZebuLogFile::backupToFile(const char* pszDestination, int)
     return 0;
 }
 
+// The file that is locked is read through its own descriptor: closing another one would give the lock up.
+int ZebuLogFile::copyTraceFile(long lNumber, int iBackup) const
+{
+    char szName[ZEBU_PATH_ROOM];
+    struct stat info;
+    if (generateTraceFileName(szName, lNumber) != 0)
+        return -1;
+    if (stat(szName, &info) != 0)
+        return ZEBU_IsOutOfReach(errno) ? 0 : ZEBU_Fail(ZEBU_EPOS_OPEN, errno);
+    ZEBUFd fd;
+    const bool bOwn = isOurs(info);
+    const int iOpened = bOwn ? 1 : ZEBU_OpenForCopy(fd.out(), szName, iBackup);
+    if (iOpened != 1)
+        return iOpened;
+    if (!S_ISREG(info.st_mode)) // a device may have no end
+        return 0;
+    // Holes of a file that is larger than described are not copied: others can make such a file for nothing.
+    const unsigned long ulDescribed = ulFileSizeMax + ZEBU_FILE_HEADER_MAX + ZEBU_LINE_MAX;
+    const auto ulBlocks = static_cast<unsigned long>(info.st_blocks) * 512;
+    return ZEBU_CopyFile(bOwn ? iFd : fd.get(), iBackup, ulBlocks > ulDescribed ? ulBlocks : ulDescribed);
+}
+
 int ZebuLogFile::chFileAttr(int iMode)
 {
-    return pszFilePrefix ? ZEBU_ChmodRing(pszFilePrefix, lFileNum, iMode) : 0;
+    return pszFilePrefix ? ZEBU_ChmodRing(pszFilePrefix, lFileNum, iMode, iFd) : 0;
 }

@@ -9,6 +9,7 @@
 
 #include <stddef.h>
 #include <stdlib.h>
+#include <sys/stat.h>
 
 #include "config/Conf2Unix.h"
 #include "frame/ErrPos.h"
@@ -30,20 +31,23 @@ public:
     static void operator delete(void* p) noexcept { free(p); }
 
     // Goes on in the newest file of the ring, in the next one when that is full, or in file 1. Fails with
-    // 1, 2, 4, 11 (already open), 17, 20, 21 or 22; closeFile is due even then.
+    // 1, 2, 4, 11 (already open), 17, 21 or 22 (another process holds a file of the ring); closeFile is due
+    // even then.
     int openFile();
 
-    // Gives the lock up and closes. Fails with 3; the file is closed all the same.
+    // Gives the lock up and closes. Fails with 3; the file is closed all the same unless there is no such
+    // descriptor (EBADF). One that shows another file by now is the application's, and left alone.
     int closeFile();
 
     // Writes a line, moving on to the next file first when the current one has grown beyond its maximum.
-    // Fails with 1, 2, 3, 4 or 22; the line is not in the ring then.
+    // Fails with 1, 2, 4 or 22; the line is not in the ring then. May leave 3 behind a line that is.
     int putMessage(const char* pszLine, unsigned long ulLength);
 
     // Fails with 12, also when no file is open.
     int bufferFlush();
 
-    // Copies the ring, oldest file first, into `pszDestination`. Fails with 1, 2, 3, 4, 11, 17 or 21.
+    // Copies the ring, oldest file first, into `pszDestination`; of a file with holes no more than its
+    // described size, a header and a line. Fails with 1, 2, 3, 4, 11, 17 or 21.
     int backupToFile(const char* pszDestination, int iUnused);
 
     // Changes the mode of every existing file. Fails with 27. setFileAttr is for files made later.
@@ -52,17 +56,29 @@ public:
     int getFileAttr() const { return iFileAttr; }
 
 private:
-    int openTraceFile(unsigned long ulFlags);
-    int openLocked(const char* pszName, unsigned long ulFlags);
+    // ---- Opening
+    int openTraceFile(ZEBUFd& fd, bool bEmpty);
+    int openLocked(ZEBUFd& fd) const;
     int reopenFile();
+    int chooseFile(bool* pbEmpty);
+    int lookForOwner(int iOwn) const;
     int takeOverRing();
-    bool isHeldElsewhere() const;
+    bool isNewerThanLeft(int iOther) const;
+    bool isNewest() const;
+
+    // ---- The open file
+    bool isOurs(const struct stat& info) const { return info.st_dev == ulDevice && info.st_ino == ulInode; }
+    bool isOpenUnder(const char* pszName) const;
+    void forgetForeign();
+
+    // ---- Writing and copying
+    bool isChild() const;
     int moveOn();
     int selectAndWriteFile(const char* pszLine, unsigned long ulLength);
     int writeWhole(const char* pBytes, size_t uLength);
     int putFileHeader();
     int putSyslogMessage(int iFileNo);
-    int openForCopy(long lNumber, ZEBUFd& fd);
+    int copyTraceFile(long lNumber, int iBackup) const;
     int generateTraceFileName(char (&szName)[ZEBU_PATH_ROOM], long lNumber) const
     {
         return ZEBU_TraceFileName(szName, pszFilePrefix, lNumber, lFileNum);
@@ -83,11 +99,12 @@ private:
     ZEBUConfigInf2 cnf2;
     int iFileAttr;
 
-    // A second descriptor of the current file, opened by the first backup and closed together with iFd:
-    // closing it earlier would give up the lock on the file.
-    int iReadFd;
-    bool bKeepContents; // the current file holds lines of ours: to be opened without emptying it
-    unsigned int uForkGeneration;
+    dev_t
+        ulDevice; // of the file that iFd was opened for: the application may close what it does not know, and
+    ino_t ulInode;                // get the number for a file of its own
+    bool bKeepContents;           // the current file holds lines of ours, else it is still to be emptied
+    unsigned int uForkGeneration; // of the process that holds the lock
+    bool bPassedOn;               // in a child: others have used the ring since
 };
 
 #endif

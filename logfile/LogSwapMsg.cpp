@@ -1,7 +1,7 @@
 // logfile/LogSwapMsg.cpp -- mode, text and logging of the file-switch notice.
 
-// With it syslog would become a call of another name, and a program that stands in for syslog would not see the
-// notice. Nothing here is of a size that it could check.
+// With it syslog would become a call of another name, and a program that stands in for syslog would not see
+// the notice. Nothing here is of a size that it could check.
 #undef _FORTIFY_SOURCE
 
 #include "logfile/LogSwapMsg.h"

@@ -2,10 +2,13 @@
 #include "logfile/RingFiles.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <stdio.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "frame/ErrPos.h"
+#include "frame/Fd.h"
 
 int ZEBU_TraceFileName(char (&szName)[ZEBU_PATH_ROOM], const char* pszPrefix, long lNumber, long lCount)
 {
@@ -31,7 +34,7 @@ long ZEBU_NewestTraceFile(const char* pszPrefix, long lCount, long* plSize)
             // wrong place and empty it.
             if (ZEBU_IsAbsent(errno))
                 continue;
-            return ZEBU_Fail(ZEBU_EPOS_STAT, errno);
+            return ZEBU_Fail(ZEBU_EPOS_OPEN, errno);
         }
         if (lNewest == 0 || info.st_mtime >= lNewestTime) {
             lNewest = n;
@@ -42,30 +45,76 @@ long ZEBU_NewestTraceFile(const char* pszPrefix, long lCount, long* plSize)
     return lNewest;
 }
 
-int ZEBU_ChmodRing(const char* pszPrefix, long lCount, int iMode)
+int ZEBU_ChmodRing(const char* pszPrefix, long lCount, int iMode, int iOpen)
 {
-    for (long n = 1; n <= lCount; ++n) {
-        char szName[ZEBU_PATH_ROOM];
-        if (ZEBU_TraceFileName(szName, pszPrefix, n, lCount) != 0)
-            return -1;
-        if (ZEBU_ChmodTrusted(szName, iMode) != 0 && errno != ENOENT)
-            return ZEBU_Fail(ZEBU_EPOS_CHMOD, errno);
-    }
-    return 0;
-}
-
-int ZEBU_RefuseRingFile(const char* pszPath, const char* pszPrefix, long lCount)
-{
-    struct stat target;
-    if (stat(pszPath, &target) != 0)
-        return 0;
     for (long n = 1; n <= lCount; ++n) {
         char szName[ZEBU_PATH_ROOM];
         struct stat info;
         if (ZEBU_TraceFileName(szName, pszPrefix, n, lCount) != 0)
             return -1;
-        if (stat(szName, &info) == 0 && info.st_dev == target.st_dev && info.st_ino == target.st_ino)
+        if (stat(szName, &info) == 0 && ZEBU_ChmodTrusted(szName, iMode, iOpen) != 0 && errno != ENOENT)
+            return ZEBU_Fail(ZEBU_EPOS_CHMOD, errno);
+    }
+    return 0;
+}
+
+// ---- Backup --------------------------------------------------------------------------------------
+
+static bool fs_isSame(const struct stat& left, const struct stat& right)
+{
+    return left.st_dev == right.st_dev && left.st_ino == right.st_ino;
+}
+
+static int fs_refuseOwn(const struct stat& backup, const char* pszPrefix, long lCount, const int (&aOwn)[2])
+{
+    struct stat info;
+    for (const int iOwn : aOwn) {
+        if (iOwn != -1 && fstat(iOwn, &info) == 0 && fs_isSame(info, backup))
+            return ZEBU_Fail(ZEBU_EPOS_PARAM, 0);
+    }
+    for (long n = 1; n <= lCount; ++n) {
+        char szName[ZEBU_PATH_ROOM];
+        if (ZEBU_TraceFileName(szName, pszPrefix, n, lCount) != 0)
+            return -1;
+        if (stat(szName, &info) == 0 && fs_isSame(info, backup))
             return ZEBU_Fail(ZEBU_EPOS_PARAM, 0);
     }
     return 0;
+}
+
+// Compared before it is opened, since closing a file of the ring could drop the lock on it, and again when it
+// is open and nobody can put another one in its place any more.
+int ZEBU_OpenBackup(int* piFd, const char* pszName, int iFlags, int iFileAttr, const char* pszPrefix,
+                    long lCount, const int (&aOwn)[2])
+{
+    struct stat info;
+    if (stat(pszName, &info) == 0 && fs_refuseOwn(info, pszPrefix, lCount, aOwn) != 0)
+        return -1;
+    bool bMade;
+    ZEBUFd fd(ZEBU_OpenTrusted(pszName, iFlags & ~O_TRUNC, &bMade));
+    if (fd.get() == -1 || fstat(fd.get(), &info) != 0)
+        return ZEBU_Fail(ZEBU_EPOS_OPEN, errno);
+    if (fs_refuseOwn(info, pszPrefix, lCount, aOwn) != 0)
+        return -1;
+    if (S_ISREG(info.st_mode) && ftruncate(fd.get(), 0) != 0)
+        return ZEBU_Fail(ZEBU_EPOS_OPEN, errno);
+    if (iFileAttr != -1 || bMade)
+        (void)fchmod(fd.get(), iFileAttr != -1 ? static_cast<mode_t>(iFileAttr) : 0666);
+    *piFd = fd.release();
+    return 0;
+}
+
+int ZEBU_OpenForCopy(int* piFd, const char* pszName, int iBackup)
+{
+    struct stat from, to;
+    ZEBUFd fd(ZEBU_OpenToRead(pszName));
+    if (fd.get() == -1)
+        return ZEBU_IsAbsent(errno) || errno == EACCES || errno == EPERM ? 0
+                                                                         : ZEBU_Fail(ZEBU_EPOS_OPEN, errno);
+    if (fstat(fd.get(), &from) != 0 || fstat(iBackup, &to) != 0)
+        return ZEBU_Fail(ZEBU_EPOS_OPEN, errno);
+    if (fs_isSame(from, to))
+        return ZEBU_Fail(ZEBU_EPOS_PARAM, 0);
+    *piFd = fd.release();
+    return 1;
 }

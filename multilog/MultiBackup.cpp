@@ -30,27 +30,18 @@ int ZebuMultiLogFile::backupToFile(const char* pszDest, int iFlag)
         if (openTraceFile(false) != 0)
             return -1;
     }
-    if (refuseOwnFile(pszDest, rec) != 0)
-        return -1;
     if (iFlag == ZEBU2_BACKUP_NOLOCK)
         lock.release();
 
     ZEBUFd out;
-    if (ZEBU_OpenFile(out.out(), pszDest, O_WRONLY | O_CREAT | O_TRUNC | O_APPEND, iFileAttr) != 0)
+    if (ZEBU_OpenBackup(out.out(), pszDest, O_WRONLY | O_CREAT | O_TRUNC | O_APPEND, iFileAttr, pszPath, rec.fileNum,
+                        {manage.descriptor(), -1}) != 0)
         return -1;
     if (copyRing(out.get(), rec) != 0)
         return -1;
     if (close(out.release()) != 0)
         return ZEBU_Fail(ZEBU_EPOS_CLOSE, errno);
     return 0;
-}
-
-int ZebuMultiLogFile::refuseOwnFile(const char* pszDest, const tagZEBU_MANAGEMENT_DATA& rec) const
-{
-    struct stat info;
-    if (stat(pszDest, &info) == 0 && manage.isSameFile(info))
-        return ZEBU_Fail(ZEBU_EPOS_PARAM, 0);
-    return ZEBU_RefuseRingFile(pszDest, pszPath, rec.fileNum);
 }
 
 // Copies a file up to its mark.
@@ -77,8 +68,11 @@ int ZebuMultiLogFile::copyRing(int iOut, const tagZEBU_MANAGEMENT_DATA& rec) con
         char szName[ZEBU_PATH_ROOM];
         if (ZEBU_TraceFileName(szName, pszPath, lNumber, lCount) != 0)
             continue;
-        const ZEBUFd from(ZEBU_OpenToRead(szName));
-        if (from.get() == -1)
+        ZEBUFd from;
+        const int iOpened = ZEBU_OpenForCopy(from.out(), szName, iOut);
+        if (iOpened == -1)
+            return -1;
+        if (iOpened == 0)
             continue;
         const int iResult = lNumber == lCurrent ? ZEBU_CopyFile(from.get(), iOut, rec.writeOffset)
                                                 : fs_copyData(from.get(), iOut);

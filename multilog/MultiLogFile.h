@@ -140,7 +140,6 @@ private:
     int writeHeader(const char* pszText, unsigned long ulLength, tagZEBU_MANAGEMENT_DATA* pRec);
 
     // ---- MultiBackup.cpp
-    int refuseOwnFile(const char* pszDest, const tagZEBU_MANAGEMENT_DATA& rec) const;
     int copyRing(int iOut, const tagZEBU_MANAGEMENT_DATA& rec) const;
 
     ZEBUManageFile manage;

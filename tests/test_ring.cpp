@@ -1,4 +1,5 @@
 // The ring of one process: which file it goes on in, its header, moving on, locks, backup, permissions.
+#include <sys/mount.h>
 #include <sys/utsname.h>
 
 #include <algorithm>
@@ -85,31 +86,105 @@ TEST_F(Ring, BelongsToOneProcessUntilItLeaves)
     putLine("parent");
     for (int i = 0; i < 2; ++i) // reads the locked file, and must not unlock it
         EXPECT_EQ(ZEBU2_TraceBackup(path("copy").c_str()), 0);
-    const int iRival = inChild([&] {
-        CHECK(result(ZEBU2_PutLine(0, "refused")) == Result(-1, 0x08000016));
-        CHECK(ZEBU2_PutToShm("area", 4) == 0);
+    const auto rival = [&] {
         CHECK(ZEBU2_Finalize() == 0);
         CHECK(result(ZEBU2_Initialize(ring(4096), "rival")) == Result(1, 0x06000016));
         CHECK(ZEBU2_PutLine(0, "refused") == -1);
         CHECK(ZEBU2_Finalize() == 0);
+    };
+    const int iChild = inChild([&] {
+        putLine("child"); // through what it inherited
+        CHECK(ZEBU2_TraceBackup(path("copy").c_str()) == 0);
+        rival();
     });
-    EXPECT_EQ(iRival, 0);
-    putLine("still the parent's");
-    fill(); // so would be the next file
-    EXPECT_EQ(inChild([] { CHECK(result(ZEBU2_PutLine(0, "refused")) == Result(-1, 0x08000016)); }), 0);
-    // A daemon: the parent goes, its child goes on.
-    int left[2];
-    ASSERT_EQ(pipe(left), 0);
-    const pid_t iDaemon = startChild([&] {
-        CHECK(read(left[0], left, 1) == 1);
+    EXPECT_EQ(iChild, 0);
+    int left[2][2];
+    ASSERT_EQ(pipe(left[0]) | pipe(left[1]), 0);
+    const auto daemon = [&](int i, const auto& body) {
+        return startChild([&, i] {
+            alarm(60);
+            CHECK(read(left[i][0], left, 1) == 1); // the parent goes, its child goes on
+            body();
+        });
+    };
+    const pid_t iFirst = daemon(0, [&] {
         putLine("daemon");
+        CHECK(inChild(rival) == 0);
+        fill();
+        putLine("next");
         CHECK(ZEBU2_Finalize() == 0);
     });
     stop();
-    EXPECT_EQ(write(left[1], "", 1), 1);
-    EXPECT_EQ(waitForChild(iDaemon), 0);
-    EXPECT_EQ(bodies(lines(1)), (Lines{"parent", "still the parent's", std::string(4050, 'f')}));
-    EXPECT_EQ(bodies(lines(2)), Lines{"daemon"});
+    EXPECT_EQ(write(left[0][1], "", 1), 1);
+    EXPECT_EQ(waitForChild(iFirst), 0);
+    EXPECT_EQ(bodies(lines(1)), (Lines{"parent", "child", "daemon", std::string(4050, 'f')}));
+    EXPECT_EQ(splitLines(readFile(traceFile(1))).size(), 6u) << "one header";
+    EXPECT_EQ(bodies(lines(2)), Lines{"next"});
+
+    // The newest file is full: the next one is not for the taking. Nor does a child go back to a file that
+    // the ring has left.
+    start();
+    fill();
+    const int iFull = inChild([&] {
+        CHECK(result(ZEBU2_PutLine(0, "refused")) == Result(-1, 0x08000016));
+        rival();
+    });
+    EXPECT_EQ(iFull, 0);
+    const pid_t iSecond = daemon(1, [] { putLine("goes on after it"); });
+    putLine("in file 3");
+    stop();
+    EXPECT_EQ(write(left[1][1], "", 1), 1);
+    EXPECT_EQ(waitForChild(iSecond), 0);
+    EXPECT_EQ(bodies(lines(3)), (Lines{"in file 3", "goes on after it"}));
+}
+
+// The descriptor of the current file; -1 when none is open.
+static int currentDescriptor()
+{
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        std::error_code ignored;
+        if (std::filesystem::read_symlink(entry, ignored).extension() == ".log")
+            return std::stoi(entry.path().filename());
+    }
+    return -1;
+}
+
+TEST_F(Ring, LeavesADescriptorAloneThatIsNotItsAnyMore)
+{
+    start();
+    EXPECT_EQ(close(currentDescriptor()), 0);
+    for (int i = 0; i < 2; ++i) { // it stays as it was
+        EXPECT_EQ(result(ZEBU2_Finalize()), i == 0 ? Result(-1, 0x07000003) : Result(-1, 0x0700000B));
+        EXPECT_EQ(i == 0 ? lastCode() : EBADF, EBADF);
+    }
+    // What the application does then with the number: a line, a flush, a copy, a line that moves the ring on,
+    // the end.
+    const std::tuple<const char*, int (*)(const std::string&), Result> calls[] = {
+        {"flush", [](const std::string&) { return ZEBU2_FileBufferFlush(); }, {-1, 0x0B00000C}},
+        {"copy", [](const std::string& to) { return ZEBU2_TraceBackup(to.c_str()); }, {-1, 0x0E00000C}},
+        {"switch", [](const std::string&) { return ZEBU2_PutLine(0, "next"); }, {0, 0}},
+        {"end", [](const std::string&) { return ZEBU2_Finalize(); }, {0, 0}},
+    };
+    for (const auto& [pszName, call, expected] : calls) {
+        SCOPED_TRACE(pszName);
+        const int iStatus = inChild([&, call = call, expected = expected] {
+            (void)ZEBU2_Initialize(ring(4096, 3, pszName), "app");
+            fill();
+            const int iLost = currentDescriptor();
+            writeFile(path("own"), "own");
+            const int iOwn = open(path("own").c_str(), O_RDWR);
+            CHECK(dup2(iOwn, iLost) == iLost);
+            CHECK(result(call(path("copy"))) == expected);
+            CHECK(fcntl(iLost, F_GETFD) != -1 && readFile(path("own")) == "own");
+            if (pszName == std::string("end"))
+                return;
+            CHECK(ZEBU2_PutLine(0, "goes on") == 0);
+            CHECK(ZEBU2_Finalize() == 0);
+            CHECK(fcntl(iLost, F_GETFD) != -1 && readFile(path("own")) == "own");
+            CHECK(bodies(traceLines(readFile(path(pszName) + "2.log"))).back() == "goes on");
+        });
+        EXPECT_EQ(iStatus, 0);
+    }
 }
 
 TEST_F(Ring, NeverEmptiesAFileThatIsLocked)
@@ -117,8 +192,8 @@ TEST_F(Ring, NeverEmptiesAFileThatIsLocked)
     writeFile(traceFile(1), "");
     writeFile(traceFile(2), "another program's");
     age(traceFile(2), 100);
-    const int iHeld = lockAsAnother(traceFile(2));
     start();
+    const int iHeld = lockAsAnother(traceFile(2));
     fill();
     for (int i = 0; i < 2; ++i)
         EXPECT_EQ(result(ZEBU2_PutLine(0, "lost")), Result(-1, 0x08000016));
@@ -143,12 +218,67 @@ TEST_F(Ring, BackupHoldsTheRingOldestFirst)
               readFile(traceFile(3)) + readFile(traceFile(1)) + readFile(traceFile(2)));
     EXPECT_EQ(fileMode(path("deep/down")), 0777);
 
-    EXPECT_EQ(result(ZEBU2_TraceBackup(traceFile(2).c_str())), Result(-1, 0x0E000001));
+    const std::string own = "/proc/self/fd/" + std::to_string(currentDescriptor());
+    ASSERT_EQ(link(traceFile(2).c_str(), path("other name").c_str()), 0);
+    for (const std::string& file : {traceFile(2), path("other name"), own})
+        EXPECT_EQ(result(ZEBU2_TraceBackup(file.c_str())), Result(-1, 0x0E000001)) << file;
+    const std::string ringFile = readFile(traceFile(2));
+    ASSERT_EQ(unlink(traceFile(2).c_str()),
+              0); // what is only open is no file of the ring, but not emptied either
+    for (const std::string& file : {path("other name"), own})
+        EXPECT_EQ(result(ZEBU2_TraceBackup(file.c_str())), Result(-1, 0x0E000001)) << file;
+    ASSERT_EQ(rename(path("other name").c_str(), traceFile(2).c_str()), 0);
+    EXPECT_EQ(readFile(traceFile(2)), ringFile);
     EXPECT_EQ(result(ZEBU2_TraceBackup(path("deep").c_str())), Result(-1, 0x0E000002));
     EXPECT_EQ(result(ZEBU2_TraceBackup(nullptr)), Result(-1, 0x0E000001));
     putLine("after");
     stop();
     EXPECT_EQ(bodies(lines(2)), (Lines{"six", "after"}));
+}
+
+TEST_F(Ring, BackupGoesWhereverAnApplicationCanWrite)
+{
+    alarm(60);
+    ASSERT_EQ(mkfifo(path("fifo").c_str(), 0600), 0);
+    start();
+    putLine(std::string(4000, 'x'));
+    writeFile(traceFile(2), std::string(70'000, 'o')); // of a ring whose files were larger once
+    writeFile(traceFile(3), "sparse");
+    std::filesystem::resize_file(traceFile(3), 2L << 30);
+    age(traceFile(2), 200);
+    age(traceFile(3), 100);
+    const std::string expected = readFile(traceFile(2)) + std::string("sparse").append(8588, '\0');
+    int aPipe[2];
+    ASSERT_EQ(pipe(aPipe), 0);
+    ASSERT_GE(fcntl(aPipe[1], F_SETPIPE_SZ, 1 << 20), 1 << 20);
+    const pid_t iReader = startChild([&] { CHECK(readFile(path("fifo")).starts_with(expected)); });
+    const int iFile = open(path("file").c_str(), O_RDWR | O_CREAT, 0600);
+    for (const std::string& to :
+         {path("fifo"), "/dev/fd/" + std::to_string(aPipe[1]), "/proc/self/fd/" + std::to_string(iFile)}) {
+        const long lOpen = openDescriptors();
+        EXPECT_EQ(result(ZEBU2_TraceBackup(to.c_str())), Result(0, 0)) << to;
+        EXPECT_EQ(openDescriptors(), lOpen);
+    }
+    EXPECT_EQ(waitForChild(iReader), 0);
+    EXPECT_TRUE(readFile(path("file")).starts_with(expected));
+    EXPECT_EQ(readFile(path("file")).size(), expected.size() + readFile(traceFile(1)).size());
+    std::string piped(200'000, '\0');
+    piped.resize(static_cast<size_t>(read(aPipe[0], piped.data(), piped.size())));
+    EXPECT_EQ(piped, readFile(path("file")));
+}
+
+TEST_F(Ring, ADeviceMayStandInForATraceFile)
+{
+    for (const auto& [pszDevice, expected] :
+         {std::pair("/dev/full", Result(-1, 0x08000004)), {"/dev/null", Result(0, 0)}}) {
+        start();
+        fill();
+        ASSERT_EQ(symlink(pszDevice, traceFile(2).c_str()), 0);
+        EXPECT_EQ(result(ZEBU2_PutLine(0, "device")), expected) << pszDevice;
+        EXPECT_EQ(lastCode(), expected.first == 0 ? 0 : ENOSPC);
+        stop();
+        ASSERT_EQ(unlink(traceFile(2).c_str()) | unlink(traceFile(1).c_str()), 0);
+    }
 }
 
 TEST_F(Ring, FilesAreAsOpenAsTheyAreMeantToBe)
@@ -166,4 +296,26 @@ TEST_F(Ring, FilesAreAsOpenAsTheyAreMeantToBe)
     putLine("in file 1");
     for (const std::string& file : {traceFile(1), traceFile(2), traceFile(3), path("copy")})
         EXPECT_EQ(fileMode(file), 0640) << file;
+
+    ASSERT_EQ(unlink(traceFile(3).c_str()), 0);
+    ASSERT_EQ(symlink("app3.log", traceFile(3).c_str()), 0); // passed over
+    EXPECT_EQ(result(ZEBU2_ChFileAttr(0600)), Result(0, 0));
+}
+
+// As where a server has changed its root directory.
+TEST_F(Ring, ModesAreSetWithoutProc)
+{
+    if (!enterPrivateOpt() || umount2("/proc", MNT_DETACH) != 0)
+        GTEST_SKIP() << "no mount namespaces here";
+    (void)umask(077);
+    ASSERT_EQ(ZEBU2_Initialize(ring(4096, 3, "deep/down/app"), "app"), 0);
+    writeFile(path("deep/down/app2.log"), "");
+    EXPECT_EQ(fileMode(path("deep")) & fileMode(path("deep/down")), 0777);
+    EXPECT_EQ(result(ZEBU2_ChFileAttr(0640)), Result(0, 0));
+    EXPECT_EQ(fileMode(path("deep/down/app1.log")) | fileMode(path("deep/down/app2.log")), 0640);
+    const int iRival = inChild([&] {
+        CHECK(ZEBU2_Finalize() == 0);
+        CHECK(ZEBU2_Initialize(ring(4096, 3, "deep/down/app"), "rival") == 1);
+    });
+    EXPECT_EQ(iRival, 0) << "no descriptor of the locked file was closed";
 }

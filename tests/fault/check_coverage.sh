@@ -7,7 +7,7 @@ set -eu
 harmless=" bcmp dup fnmatch free getenv geteuid getpid gettimeofday kill memcmp memcpy memmove memset
  pthread_key_delete pthread_mutex_destroy pthread_mutex_init pthread_mutex_lock pthread_mutex_unlock
  pthread_mutexattr_destroy pthread_mutexattr_init pthread_mutexattr_settype pthread_once pthread_self
- pthread_setcancelstate sleep snprintf sprintf sscanf strchr strcmp strcpy strcspn strlen strncmp strncpy
+ pthread_setcancelstate secure_getenv sleep snprintf sprintf sscanf strchr strcmp strcpy strcspn strlen strncmp strncpy
  strnlen strrchr strtol strtoul syscall sysconf syslog time usleep "
 harmless=${harmless//$'\n'/}
 

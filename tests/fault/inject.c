@@ -47,12 +47,18 @@ static int fs_due(const char* pszFunction, long lSecond, long lThird)
     if ((strcmp(pszFunction, "open") == 0 && !(lSecond & O_CLOEXEC)) ||
         (strcmp(pszFunction, "openat") == 0 && !(lThird & O_CLOEXEC)))
         ++pPlan->lInheritable;
-    if (strcmp(pszFunction, pPlan->pszFunction) != 0)
+    if (strcmp(pPlan->pszFunction, "*") != 0 && strcmp(pszFunction, pPlan->pszFunction) != 0)
         return 0;
     ++pPlan->lCalls;
     if (pPlan->lCalls < pPlan->lFirst || pPlan->lCalls > pPlan->lLast)
         return 0;
     ++pPlan->lFired;
+    if (pPlan->visit) {
+        pPlan->iArmed = 0;
+        pPlan->visit();
+        pPlan->iArmed = 1;
+        return 0;
+    }
     errno = pPlan->iCode == FAULT_SHORT ? errno : pPlan->iCode;
     return 1;
 }
@@ -89,7 +95,8 @@ RETURNS_NULL(calloc) RETURNS_NULL(fdopen) RETURNS_NULL(fgets) RETURNS_NULL(local
 RETURNS_NULL(fdopendir) RETURNS_NULL(readdir)
 RETURNS_CODE(pthread_key_create) RETURNS_CODE(pthread_setspecific)
 RELEASES(close) RELEASES(closedir) RELEASES(fclose)
-TRANSFERS(read, read) TRANSFERS(write, write) TRANSFERS(writev, write)
+TRANSFERS(read, read) TRANSFERS(pread, read) TRANSFERS(__pread_chk, read)
+TRANSFERS(write, write) TRANSFERS(writev, write)
 /* The names under which a fortified library calls them. */
 TRANSFERS(__read_chk, read) STAND_IN(__fgets_chk, fgets, 0) STAND_IN(__open_2, open, -1)
 STAND_IN(__gethostname_chk, gethostname, -1) STAND_IN(__readlinkat_chk, readlinkat, -1)

@@ -11,13 +11,14 @@
 
 struct ZebuFault
 {
-    const char* pszFunction;
+    const char* pszFunction; /* "*": any */
     int iCode;          /* errno, or FAULT_SHORT */
     long lFirst, lLast; /* which calls, counted from 1 */
     int iArmed;
     long lCalls;       /* counted while armed */
     long lFired;       /* calls that were made to fail */
     long lInheritable; /* opens without close-on-exec */
+    void (*visit)(void); /* run before the chosen calls, which do not fail then; null: they fail */
 };
 
 #define ZEBU_FAULT_PLAN "zebu_fault_plan"

@@ -126,6 +126,12 @@ void Sandbox::setAreaField(long offset, uint32_t value) const
     EXPECT_TRUE(file.seekp(offset).write(reinterpret_cast<const char*>(&value), sizeof value));
 }
 
+long openDescriptors()
+{
+    const fs::directory_iterator descriptors("/proc/self/fd");
+    return std::distance(begin(descriptors), end(descriptors));
+}
+
 int lockAsAnother(const std::string& path)
 {
     const int iFd = open(path.c_str(), O_RDWR | O_CLOEXEC);

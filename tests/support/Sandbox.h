@@ -87,6 +87,8 @@ private:
 // Returns false where the system does not allow it, as without privileges.
 bool enterPrivateOpt();
 
+long openDescriptors(); // of this process
+
 // Locks a file as another process does, until the descriptor that it returns is closed.
 int lockAsAnother(const std::string& path);
 
