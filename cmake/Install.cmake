@@ -1,6 +1,6 @@
-# What is installed where, in four components: runtime (the shared object), development (headers, linking,
-# manual of the functions), tools (the operator's program and its manual) and, only when asked for by
-# name, config (the standard configuration and the directory of the trace area, under /opt).
+# What is installed where, in five components: runtime (the shared object), development (headers, linking,
+# manual of the functions), tools (the operator's program and its manual), forward (zebu2-forward) and, only
+# when asked for by name, config (the standard configuration and the directory of the trace area, under /opt).
 #
 # There is no static archive: two copies of the library in one process would split its state.
 
@@ -37,7 +37,12 @@ install(FILES ${PROJECT_BINARY_DIR}/ZEBULib2.pc DESTINATION ${ZEBU_PC_DIR} COMPO
 file(GLOB ZEBU_MAN_PAGES CONFIGURE_DEPENDS docs/man/*.[1-8])
 foreach(page IN LISTS ZEBU_MAN_PAGES)
   string(REGEX MATCH "[1-8]$" section ${page})
-  if(section MATCHES "[15]")
+  if(page MATCHES "/zebu2-")
+    if(NOT TARGET zebu2-forward)
+      continue()
+    endif()
+    set(component forward)
+  elseif(section MATCHES "[15]")
     set(component tools)
   else()
     set(component development)
@@ -70,6 +75,23 @@ if(TARGET zebu2)
   install(FILES tools/zebu2.bash-completion RENAME zebu2
     DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tools)
   install(FILES tools/zebu2_log.lnav.json DESTINATION ${CMAKE_INSTALL_DATADIR}/zebu2 COMPONENT tools)
+endif()
+
+# ---- Services: the unit of the drain with the tool, the forwarder with its own --------------------------
+
+if(TARGET zebu2)
+  file(READ packaging/systemd/hardening.in ZEBU_UNIT_HARDENING)
+  configure_file(packaging/systemd/zebu2-drain.service.in systemd/zebu2-drain.service @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/systemd/zebu2-drain.service DESTINATION lib/systemd/system COMPONENT tools)
+  install(FILES packaging/systemd/zebu2.tmpfiles.conf RENAME zebu2.conf DESTINATION lib/tmpfiles.d COMPONENT tools)
+endif()
+if(TARGET zebu2-forward)
+  configure_file(packaging/systemd/zebu2-forward@.service.in systemd/zebu2-forward@.service @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/systemd/zebu2-forward@.service
+    DESTINATION lib/systemd/system COMPONENT forward)
+  install(TARGETS zebu2-forward RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT forward)
+  install(DIRECTORY examples/collect/ DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/zebu2-forward/examples
+    COMPONENT forward)
 endif()
 
 # ---- The standard configuration, where the library looks for it -----------------------------------

@@ -1,4 +1,4 @@
-# Debian packages of the four components: cmake --preset package && cmake --build --preset package &&
+# Debian packages of the components: cmake --preset package && cmake --build --preset package &&
 # cpack --preset package. Equal sources give equal bytes under umask 022, whatever the folder and the day.
 
 set(CPACK_GENERATOR DEB)
@@ -12,6 +12,9 @@ set(CPACK_PACKAGING_INSTALL_PREFIX ${CMAKE_INSTALL_PREFIX})
 set(CPACK_COMPONENTS_ALL runtime development config)
 if(TARGET zebu2)
   list(APPEND CPACK_COMPONENTS_ALL tools)
+endif()
+if(TARGET zebu2-forward)
+  list(APPEND CPACK_COMPONENTS_ALL forward)
 endif()
 set(CPACK_STRIP_FILES ON)
 set(CPACK_PROJECT_CONFIG_FILE ${PROJECT_SOURCE_DIR}/cmake/PackageDate.cmake)
@@ -50,6 +53,14 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR})
 set(CPACK_DEBIAN_TOOLS_DESCRIPTION "reader of trace rings and of the trace area
 Shows, follows and filters trace files while they are written, drains the
 trace area, and checks the state of both.")
+
+set(CPACK_DEBIAN_FORWARD_PACKAGE_NAME zebu2-forward)
+set(CPACK_DEBIAN_FORWARD_PACKAGE_SECTION admin)
+set(CPACK_DEBIAN_FORWARD_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_FORWARD_PACKAGE_SUGGESTS "zebu2")
+set(CPACK_DEBIAN_FORWARD_DESCRIPTION "trace lines to a RELP server
+Delivers the lines of trace rings and of the trace area to a server such as
+rsyslog, each until it was acknowledged, and goes on where it stopped.")
 
 set(CPACK_DEBIAN_CONFIG_PACKAGE_NAME zebulib2-config)
 set(CPACK_DEBIAN_CONFIG_PACKAGE_SECTION admin)

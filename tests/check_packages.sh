@@ -49,6 +49,20 @@ if [ -e "$tool" ]; then
     nm -D "$tool" | grep -q '__[a-z]*_chk@' || fail "the tool is not fortified"
 fi
 
+# The forwarder alone needs OpenSSL. The services are well formed, and well shut in.
+if [ -e "$tool-forward" ]; then
+    field zebu2-forward Depends | grep -q libssl && ! field zebu2 Depends | grep -q libssl || fail "a wrong package needs OpenSSL"
+    "$tool-forward" --help > /dev/null
+fi
+if command -v systemd-analyze > /dev/null; then
+    for unit in "$work"/root/usr/lib/systemd/system/*; do
+        sed 's|/usr/bin/zebu2[a-z-]*|/bin/true|' "$unit" > "$work/$(basename "$unit")"
+        systemd-analyze verify --man=no "$work/$(basename "$unit")" 2>&1 | grep . && fail "$unit"
+        systemd-analyze security --offline=true --threshold=20 "$work/$(basename "$unit")" > "$work/log" 2>&1 ||
+            { cat "$work/log"; fail "$unit is open"; }
+    done
+fi
+
 # What they hold, built against and run.
 libdir=$(dirname "$(find "$work/root" -name libZEBULib2.so)")
 echo "LogFile = $work/trace" > "$work/cnf"
