@@ -74,6 +74,10 @@ if(TARGET zebu2)
   install(TARGETS zebu2 RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
   install(FILES tools/zebu2.bash-completion RENAME zebu2
     DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tools)
+  install(FILES tools/zebu2.zsh-completion RENAME _zebu2
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions COMPONENT tools)
+  install(FILES tools/zebu2.fish
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d COMPONENT tools)
   install(FILES tools/zebu2_log.lnav.json DESTINATION ${CMAKE_INSTALL_DATADIR}/zebu2 COMPONENT tools)
 endif()
 

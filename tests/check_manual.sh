@@ -40,6 +40,7 @@ if [ $# -gt 2 ]; then
             [ -x "$(dirname "$3")/zebu2-forward" ] || continue
         fi
         for option in $("$3" "$verb" --help | grep -o '^ *[-a-zA-Z,]*--[a-z-]*' | grep -o -e '--[a-z-]*'); do
+            [ "$option" = --help ] || grep -q -e "$option" "$source/tools/zebu2.bash-completion" || fail "the completion lacks $verb $option"
             [ "$option" = --help ] || grep -q "Fl -${option#--}" "$source/docs/man/$page" || fail "$page lacks $verb $option"
         done
     done

@@ -17,10 +17,10 @@ TEST_F(Drain, TakesWhatIsUnreadWhereverItLies)
         {1000, 1000, size}};            // a read offset that stands there
     for (const auto& [dataSize, read, write] : cases) {
         writeArea(dataSize, read, write, lines);
-        EXPECT_EQ(zebu2({"drain", "--peek"}).out, lines) << read;
+        EXPECT_EQ(zebu2({"drain", "-o", "raw", "--peek"}).out, lines) << read;
         expectStatus(0, {"drain --peek"});
         EXPECT_EQ(areaHeader().uReadOffset, read);
-        EXPECT_EQ(zebu2({"drain"}).out, lines) << read;
+        EXPECT_EQ(zebu2({"drain", "-o", "raw"}).out, lines) << read;
         EXPECT_EQ(areaHeader().uReadOffset, write);
         EXPECT_EQ(zebu2({"drain"}).status, 1);
     }
@@ -60,17 +60,19 @@ TEST_F(Drain, RepeatsLinesButLosesNoneWhenItsOutputFails)
     writeArea(20000, 0, static_cast<uint32_t>(lines.size()), lines);
     for (const bool kill : {true, false}) {
         RunningTool tool({"drain"}, 4096); // it can print only the beginning
-        EXPECT_NE(tool.readUntil("message 3\r").find("message 3\r"), std::string::npos);
+        EXPECT_NE(tool.readUntil("message 3\n").find("message 3\n"), std::string::npos);
         kill ? tool.signal(SIGKILL) : tool.closeOutput();
         EXPECT_EQ(tool.wait(), kill ? 128 + SIGKILL : 0);
         EXPECT_EQ(areaHeader().uReadOffset, 0u);
     }
-    const int full = inChild([&] {
-        CHECK(dup2(open("/dev/full", O_WRONLY), 1) == 1);
-        execl(zebu2Path, "zebu2", "drain", nullptr);
-    });
-    EXPECT_EQ(full, 2);
-    EXPECT_EQ(zebu2({"drain"}).out, lines);
+    for (const char* output : {"/dev/full", ""}) {
+        const int full = inChild([&] {
+            CHECK(*output ? dup2(open(output, O_WRONLY), 1) == 1 : close(1) == 0);
+            execl(zebu2Path, "zebu2", "drain", nullptr);
+        });
+        EXPECT_EQ(full, 2) << output;
+    }
+    EXPECT_EQ(zebu2({"drain", "-o", "raw"}).out, lines);
 }
 
 // Another application writes meanwhile, so much that the area goes round many times.
@@ -79,7 +81,7 @@ TEST_F(Drain, FollowsAppendersAsTheOnlyConsumer)
     const int count = 2000;
     ASSERT_EQ(ZEBU2_Initialize(nullptr, "app"), 1);
     ASSERT_EQ(ZEBU2_PutLine(0, "first"), 0);
-    RunningTool tool({"drain", "-f", "--interval", "1"});
+    RunningTool tool({"drain", "-f", "-o", "raw", "--interval", "1"});
     EXPECT_NE(tool.readUntil("first\r\n").find("first"), std::string::npos);
     expectStatus(2, {"drain"});
     const pid_t appender = startChild([&] {

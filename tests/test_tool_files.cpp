@@ -1,5 +1,6 @@
 // The verbs that look after files: stat, put, backup, clean, config, explain.
 #include <nlohmann/json.hpp>
+#include <sys/resource.h>
 
 #include "support/Tool.h"
 
@@ -29,7 +30,7 @@ TEST_F(ToolFiles, StatDescribesASharedRing)
         zebu2({"stat", "-o", "json", "app"}).out,
         R"({"kind":"shared ring","name":"app","management_file":"./mmap/app.mm","management_mode":"0640",)"
         R"("file_size":4096,"file_count":2,"current_file":"app2.log","write_offset":158,"fill_percent":3,)"
-        R"("options":0,"lock_pid":null,"lines":5,"oldest":"2026-11-22T09:00:00.000",)"
+        R"("options":0,"lock_pid":null,"writers":0,"lines":5,"oldest":"2026-11-22T09:00:00.000",)"
         R"("newest":"2026-11-22T10:00:05.000","files":[{"path":"app1.log","size":4096,"live":)" +
             std::to_string((fileHeader() + plainLines(1, 3)).size()) +
             R"(,"mode":"0640","lines":3,"oldest":"2026-11-22T09:00:00.000","newest":"2026-11-22T10:00:03.000"},)"
@@ -43,13 +44,22 @@ TEST_F(ToolFiles, StatWarns)
 {
     const std::pair<std::function<void()>, const char*> cases[] = {
         {[] {}, ""},
-        {[&] { CHECK(chmod(traceFile(1).c_str(), 0646) == 0); }, "writable by everybody"},
         {[&] { CHECK(truncate(traceFile(1).c_str(), 4000) == 0); }, "shorter"},
+        {[&] { CHECK(truncate(traceFile(2).c_str(), 100) == 0); }, "shorter"},
+        {[&] { CHECK(unlink(traceFile(1).c_str()) == 0); }, "app1.log is missing inside the ring"},
         {[&] { writeRecord(2, 100, 2); }, "replaced or damaged"},
         {[&] { writeRecord(3, 0, 2); }, "no valid record"},
         {[&] { CHECK(unlink(traceFile(2).c_str()) == 0); }, "missing"},
         {[&] { CHECK(unlink(traceFile(1).c_str()) == 0 && mkdir(traceFile(1).c_str(), 0700) == 0); },
-         "cannot be read"}};
+         "cannot be read"},
+        {[&] { CHECK(rmdir(traceFile(1).c_str()) == 0 && unlink(managementFile().c_str()) == 0); },
+         "app.mm is missing"},
+        {[&] {
+             CHECK(unlink(managementFile().c_str()) == 0 && unlink(traceFile(1).c_str()) == 0);
+             writeFile(traceFile(2), plainLines(1, 1));
+             writeFile(traceFile(4), plainLines(2, 2));
+         },
+         "app3.log is missing inside the ring"}};
     for (const auto& [damage, words] : cases) {
         writeSample();
         damage();
@@ -57,6 +67,69 @@ TEST_F(ToolFiles, StatWarns)
         const std::string warnings = stat(prefix())["warnings"].dump();
         EXPECT_NE(warnings.find(words), std::string::npos) << warnings;
     }
+    // What the library's own modes allow is told when it is asked for, once for a ring.
+    ASSERT_EQ(unlink(traceFile(4).c_str()), 0);
+    writeSample();
+    for (const std::string& file : {traceFile(1), traceFile(2), managementFile()})
+        ASSERT_EQ(chmod(file.c_str(), 0666), 0);
+    expectStatus(0, {"stat --check " + prefix()});
+    expectStatus(1, {"stat --check=modes " + prefix()});
+    expectStatus(2, {"stat --check=more " + prefix()});
+}
+
+TEST_F(ToolFiles, StatComparesWithLimitsForMonitoring)
+{
+    writeRing({line(1, "2001/01/01 00:00:00.000", "old"), line(2, "2001/01/01 00:00:01.000", "a \"b\"")}, 2);
+    writeFile(path("other1.log"), plainLines(1, 2));
+    writeFile(path("empty1.log"), "");
+    expectStatus(0, {"stat --max-fill 2 --min-reach 1d " + prefix()});
+    expectStatus(1,
+                 {"stat --max-fill 1 " + prefix(), "stat --max-age 1d " + prefix(),
+                  "stat --max-age 1d " + path("empty"), "stat --max-fill 2 --min-reach 3000w " + path("")});
+    expectStatus(2, {"stat --max-age old " + prefix(), "stat " + prefix() + " " + path("none")});
+    expectStatus(0, {"put --shared --ring " + prefix() + " new", "stat --max-age 1h " + prefix()});
+    const std::string metrics = zebu2({"stat", "-o", "prometheus", prefix(), path("other")}).out;
+    EXPECT_NE(metrics.find("# TYPE zebu2_lines gauge\nzebu2_lines{source=\"" + prefix() +
+                           "\",kind=\"shared ring\"} 3\nzebu2_lines{source=\"" + path("other") +
+                           "\",kind=\"ring of one process\"} 2\n#"),
+              std::string::npos)
+        << metrics;
+}
+
+// app11.log is the first file of the ring app1, not the eleventh of app.
+TEST_F(ToolFiles, TellsTheRingsOfADirectoryApart)
+{
+    ASSERT_EQ(chdir(path("").c_str()), 0);
+    writeSample();
+    ASSERT_EQ(unlink(managementFile().c_str()), 0);
+    writeFile("app11.log", plainLines(6, 7));
+    writeFile("app12.log", plainLines(8, 8));
+    writeFile("notes.log", "x");
+    const auto list = [] {
+        std::istringstream out(zebu2({"ls", "-o", "json"}).out);
+        std::string rows;
+        for (std::string row; std::getline(out, row);) {
+            const auto json = nlohmann::json::parse(row);
+            rows += json["ring"].get<std::string>() + json["files"].dump() +
+                    json["kind"].get<std::string>()[0] + " ";
+        }
+        return rows;
+    };
+    EXPECT_EQ(list(), "./app2r ./app12r ");
+    EXPECT_EQ(zebu2({"show", "--count", "app", "app1"}).out, "       3  app\n");
+    EXPECT_EQ(zebu2({"show", "--count", "app", "."}).out, "       8  app\n");
+    writeRecord(2, 158, 2);
+    EXPECT_EQ(list(), "./app2s ./app12r ");
+    EXPECT_EQ(splitLines(zebu2({"ls", path("")}).out).size(), 0u); // LF alone
+    expectStatus(0, {"ls", "show app1.log mmap"}); // the directory of the management files holds no rings
+    expectStatus(1, {"ls mmap"});
+    expectStatus(2, {"ls none", "show mmap"});
+    writeArea(1000, 0, 0, "");
+    EXPECT_NE(zebu2({"show", areaFile()}).err.find("is a trace area: use drain --peek"), std::string::npos);
+    EXPECT_NE(zebu2({"stat", "mmap/app.mm"}).err.find("management file of a shared ring"), std::string::npos);
+    EXPECT_NE(zebu2({"shwo", "x\x1B"}).err.find("no verb \"shwo\""), std::string::npos);
+    EXPECT_EQ(zebu2({"show", "--x\x1B"}).err.find('\x1B'), std::string::npos);
+    EXPECT_EQ(zebu2({"--version"}).out.substr(0, 7), "zebu2 2");
 }
 
 // Of a damaged record stat tells what the next writer makes of the files.
@@ -86,7 +159,7 @@ TEST_F(ToolFiles, StatNamesWhoHoldsALockOrTheArea)
     {
         RunningTool drain({"drain", "-f", "--interval", "1"});
         ASSERT_EQ(ZEBU2_PutLine(0, "x"), 0);
-        (void)drain.readUntil("x\r\n");
+        (void)drain.readUntil("x\n");
         EXPECT_EQ(stat("--area=" + areaFile())["drained"], true);
     }
     EXPECT_EQ(ZEBU2_Finalize(), 0);
@@ -108,10 +181,71 @@ TEST_F(ToolFiles, PutWritesWhatWasAskedFor)
     expectStatus(0, {"put --area-only alone"});
     EXPECT_EQ(body(areaLines().back()) + body(lines(1).back()), "alonethree");
 
-    ASSERT_EQ(ZEBU2_Initialize(ring(4096, 2), "app"), 0);
-    EXPECT_NE(put({"x"}).err.find("locked by another process"), std::string::npos);
+    {
+        const int lock = lockAsAnother(traceFile(1));
+        EXPECT_NE(put({"x"}).err.find("locked by another process"), std::string::npos);
+        (void)close(lock);
+    }
+    // A ring of the other kind is left alone; a shared one that exists knows its size, and is known by its
+    // marks.
+    const std::string before = readFile(traceFile(1));
+    EXPECT_NE(put({"--shared", "x"}).err.find("leave --shared out"), std::string::npos);
+    EXPECT_EQ(readFile(traceFile(1)), before);
+    writeSample();
+    expectStatus(0, {"put --ring " + prefix() + " --shared more"});
+    EXPECT_NE(zebu2({"show", "-n", "1", prefix()}).out.find(" more\n"), std::string::npos);
+    for (const bool lost : {false, true}) {
+        EXPECT_NE(put({"x"}).err.find("give --shared"), std::string::npos) << lost;
+        (void)unlink(managementFile().c_str());
+    }
+    EXPECT_NE(put({"--shared", "again"}).err.find("was made anew"), std::string::npos);
+    EXPECT_NE(zebu2({"show", "-n", "1", prefix()}).out.find(" again\n"), std::string::npos);
     expectStatus(2, {"put x", "put --ring " + prefix() + " x", "put --area-only --shared x",
-                     "put --area-only --level 1001 x", "put --area-only --type T x"});
+                     "put --area-only --level 1001 x", "put --area-only --type T x",
+                     "put --shared --ring " + path("new") + " x"});
+}
+
+// A copy takes its name when it is complete, and nobody can read it who could not read all files.
+TEST_F(ToolFiles, BackupLeavesTheOldCopyUntilTheNewOneIsComplete)
+{
+    const std::string copy = path("copy"), whole = fileHeader() + plainLines(1, 5);
+    writeSample();
+    ASSERT_EQ(chmod(traceFile(2).c_str(), 0604), 0);
+    expectStatus(0, {"backup " + prefix() + " " + copy});
+    EXPECT_EQ(readFile(copy), whole);
+    EXPECT_EQ(fileMode(copy), 0600);
+    EXPECT_EQ(zebu2({"backup", prefix(), "-"}).out, whole);
+    ASSERT_EQ(mkfifo(path("fifo").c_str(), 0600), 0);
+    const pid_t reader = startChild([&] { CHECK(readFile(path("fifo")) == whole); });
+    expectStatus(0, {"backup " + prefix() + " " + path("fifo")});
+    EXPECT_EQ(waitForChild(reader), 0);
+
+    const auto fails = [&](
+                           const std::string& destination, const std::function<void()>& prepare = [] {}) {
+        EXPECT_EQ(inChild([&] {
+                      prepare();
+                      execl(zebu2Path, "zebu2", "backup", prefix().c_str(), destination.c_str(), nullptr);
+                  }),
+                  2);
+        EXPECT_EQ(readFile(copy), whole);
+    };
+    fails(copy, [] {
+        const rlimit small = {100, 100};
+        CHECK(setrlimit(RLIMIT_FSIZE, &small) == 0 && ::signal(SIGXFSZ, SIG_IGN) != SIG_ERR);
+    });
+    if (geteuid() != 0)
+        GTEST_SKIP() << "links of strangers need root";
+    ASSERT_EQ(symlink(copy.c_str(), path("link").c_str()) | lchown(path("link").c_str(), 65534, 65534), 0);
+    fails(path("link"));
+    writeFile(path("secret"), "secret");
+    ASSERT_EQ(rename(path("link").c_str(), traceFile(1).c_str()), 0);
+    fails(path("other"));
+    fails(copy);
+    const auto files = std::filesystem::directory_iterator(path(""));
+    EXPECT_EQ(std::count_if(
+                  begin(files), end(files),
+                  [](const auto& entry) { return entry.path().string().find("copy.") != std::string::npos; }),
+              0);
 }
 
 TEST_F(ToolFiles, BackupRefusesAFileOfTheRing)
@@ -152,10 +286,15 @@ TEST_F(ToolFiles, CleanRemovesWhatItAnnounces)
     expectStatus(2, {"clean " + pattern, "clean --keep 1 --older-than 1d " + pattern,
                      "clean --older-than soon " + pattern});
     EXPECT_EQ(zebu2({"clean", "--older-than", "", pattern}).status, 2);
+    expectStatus(1, {"clean --keep 0 " + path("none*")});
     writeRecord(1, 0);
     expectStatus(2, {"clean --keep 0 " + pattern});
     EXPECT_TRUE(exists(traceFile(2)));
     EXPECT_EQ(clean({"--keep", "0", "--force"}), "000");
+    // What cannot be examined ends the scan.
+    ASSERT_EQ(symlink("nowhere", path("dangling").c_str()), 0);
+    EXPECT_EQ(clean({"--keep", "0", "--force"}), "111");
+    expectStatus(2, {"clean --keep 0 --force " + pattern, "clean --dry-run --keep 0 --force " + pattern});
 }
 
 TEST_F(ToolFiles, ConfigTellsWhereEachValueComesFrom)

@@ -211,7 +211,7 @@ TEST_F(Follow, ShowsEveryLineOfTwoWritersOnceInOrderOverManySwitches)
         CHECK(ZEBU2_Finalize() == 0);
     };
     ASSERT_EQ(inChild([&] { write('-', 0); }), 0);
-    RunningTool tool({"show", "-f", "--interval", "1", "--grep", "^[abz]", prefix()});
+    RunningTool tool({"show", "-f", "-o", "raw", "--interval", "1", "--grep", "^[abz]", prefix()});
     const pid_t writers[] = {startChild([&] { write('a', count); }), startChild([&] { write('b', count); })};
     EXPECT_EQ(waitForChild(writers[0]) | waitForChild(writers[1]), 0);
     expectStatus(0, {"put --ring " + prefix() + " --size 16384 --files 12 --shared z"});
@@ -230,9 +230,16 @@ TEST_F(Follow, EndsQuietlyWithItsReader)
 {
     fill(1, 1, 1);
     RunningTool tool({"show", "-f", prefix()});
-    (void)tool.readUntil("message 1\r");
+    (void)tool.readUntil("message 1\n");
     tool.closeOutput();
     EXPECT_EQ(tool.wait(), 0); // though nothing is written any more
+    startArea();
+    for (const Words& words : {Words{"show", "-f", "--grep", "none", prefix()}, Words{"drain", "-f"}}) {
+        RunningTool idle(words);
+        idle.end();
+        EXPECT_EQ(idle.wait(), 0) << words[0]; // nothing came
+    }
+    stop();
 }
 
 TEST_F(Follow, GoesOnWhereTheCursorSays)

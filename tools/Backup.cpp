@@ -1,38 +1,131 @@
 // tools/Backup.cpp -- copies a ring, oldest first, into one file.
 #include <errno.h>
 #include <fcntl.h>
+#include <filesystem>
+#include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "frame/TrustedOpen.h"
 #include "tools/reader/Management.h"
 #include "tools/Verbs.h"
 
 namespace {
 constexpr size_t cs_uBlock = size_t{256} * 1024;
 
-bool fs_isSame(const struct stat& destination, const std::string& strName)
+// Where the copy goes: the standard output, a FIFO or a device, or a file, which is written beside its name
+// and takes the name when it is complete: what failed half-way leaves the copy of yesterday alone.
+class ZEBUDestination
 {
+public:
+    ZEBUDestination(const std::string& strName, const std::string& strPrefix);
+    ~ZEBUDestination();
+    ZEBUDestination(const ZEBUDestination&) = delete;
+    ZEBUDestination& operator=(const ZEBUDestination&) = delete;
+
+    void write(std::string_view svBytes) const { ZEBU_WriteFully(m_fd.get(), svBytes, m_strName); }
+    void finish();
+
+private:
+    void openBeside(mode_t uMode);
+    [[noreturn]] void fail() const { throw ZEBUFailure{m_strName + ": " + strerror(errno)}; }
+
+    std::string m_strName;   // a symbolic link followed
+    std::string m_strBeside; // empty when the destination is written itself
+    ZEBUFd m_fd;
+};
+
+// Throws when a file is one of the ring. Gives the permission bits that every file of the ring gives.
+mode_t fs_narrowestMode(const std::string& strPrefix, const std::string& strName, const struct stat* pInfo)
+{
+    mode_t uMode = 0666;
     struct stat info;
-    return stat(strName.c_str(), &info) == 0 && info.st_ino == destination.st_ino &&
-           info.st_dev == destination.st_dev;
+    const auto look = [&](const std::string& strFile, bool bCopied) {
+        if (stat(strFile.c_str(), &info) != 0)
+            return;
+        if (pInfo && ZEBU_IsSameFile(info, *pInfo))
+            throw ZEBUFailure{strName + " is a file of the ring"};
+        uMode &= bCopied ? info.st_mode : 0666;
+    };
+    look(ZEBU_ManagementFileName(strPrefix), false);
+    for (const unsigned u : ZEBU_ExistingTraceFiles(strPrefix))
+        look(ZEBU_RingFileName(strPrefix, u), true);
+    return uMode;
 }
 
-// Opens the destination, and empties it when it is no file of the ring.
-int fs_openDestination(const ZEBUBackupOptions& options)
+ZEBUDestination::ZEBUDestination(const std::string& strName, const std::string& strPrefix)
+    : m_strName(strName == "-" ? "standard output" : strName)
 {
-    const int iFd = open(options.strDestination.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOCTTY, 0666);
     struct stat info;
-    if (iFd == -1 || fstat(iFd, &info) != 0)
-        throw ZEBUFailure{options.strDestination + ": " + strerror(errno)};
-    bool bOfRing = fs_isSame(info, ZEBU_ManagementFileName(options.strPrefix));
-    for (const unsigned u : ZEBU_ExistingTraceFiles(options.strPrefix))
-        bOfRing = bOfRing || fs_isSame(info, ZEBU_RingFileName(options.strPrefix, u));
-    if (bOfRing)
-        throw ZEBUFailure{options.strDestination + " is a file of the ring"};
-    if (S_ISREG(info.st_mode) && ftruncate(iFd, 0) != 0)
-        throw ZEBUFailure{options.strDestination + ": " + strerror(errno)};
-    return iFd;
+    if (lstat(m_strName.c_str(), &info) == 0 && S_ISLNK(info.st_mode)) {
+        if (info.st_uid != 0 && info.st_uid != geteuid())
+            throw ZEBUFailure{strName + " is a symbolic link that somebody else made"};
+        m_strName = std::filesystem::weakly_canonical(strName);
+    }
+    const bool bExists = stat(m_strName.c_str(), &info) == 0;
+    const mode_t uMode = fs_narrowestMode(strPrefix, m_strName, bExists ? &info : nullptr);
+    bool bMade;
+    if (strName == "-")
+        *m_fd.out() = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    else if (!bExists || S_ISREG(info.st_mode))
+        openBeside(bExists ? uMode & info.st_mode : uMode);
+    else
+        *m_fd.out() = ZEBU_OpenTrusted(m_strName.c_str(), O_WRONLY | O_NOCTTY, &bMade);
+    if (m_fd.get() == -1)
+        fail();
+}
+
+void ZEBUDestination::openBeside(mode_t uMode)
+{
+    std::string strBeside = m_strName + ".XXXXXX";
+    *m_fd.out() = mkostemp(strBeside.data(), O_CLOEXEC); // with mode 0600
+    if (m_fd.get() == -1)
+        return;
+    m_strBeside = strBeside;
+    const mode_t uMask = umask(0);
+    (void)umask(uMask);
+    (void)fchmod(m_fd.get(), uMode & ~uMask);
+}
+
+ZEBUDestination::~ZEBUDestination()
+{
+    if (!m_strBeside.empty())
+        (void)unlink(m_strBeside.c_str());
+}
+
+void ZEBUDestination::finish()
+{
+    if (!m_strBeside.empty() && fsync(m_fd.get()) != 0)
+        fail();
+    if (close(m_fd.release()) != 0)
+        fail();
+    if (!m_strBeside.empty() && rename(m_strBeside.c_str(), m_strName.c_str()) != 0)
+        fail();
+    m_strBeside.clear();
+}
+
+// Copies whole lines. Returns whether the ring did not overtake the reader.
+bool fs_copy(ZEBUSource& source, const ZEBUDestination& destination)
+{
+    bool bComplete = true;
+    std::string strBlock(cs_uBlock, '\0');
+    size_t uHeld = 0; // bytes of a line that goes on in the next block
+    for (ZEBURead eRead = ZEBURead::Bytes; eRead != ZEBURead::End;) {
+        if (ZEBU_IsEnded())
+            throw ZEBUEnded{};
+        size_t uRead = 0;
+        eRead = source.read(strBlock.data() + uHeld, strBlock.size() - uHeld, &uRead);
+        const std::string_view svHeld(strBlock.data(), eRead == ZEBURead::Gap ? 0 : uHeld + uRead);
+        const size_t uWhole = eRead == ZEBURead::Bytes ? svHeld.rfind('\n') + 1 : 0;
+        const std::string_view svOut = svHeld.substr(0, uWhole > 0 ? uWhole : svHeld.size());
+        destination.write(svOut);
+        uHeld = svHeld.size() - svOut.size();
+        memmove(strBlock.data(), strBlock.data() + svOut.size(), uHeld);
+        bComplete = bComplete && eRead != ZEBURead::Gap;
+    }
+    return bComplete;
 }
 } // namespace
 
@@ -41,25 +134,20 @@ int ZEBU_Backup(const ZEBUBackupOptions& options)
     if (ZEBU_SourceKind(options.strPrefix) == ZEBUSourceKind::Plain)
         throw ZEBUFailure{options.strPrefix + ": there is no ring with this prefix"};
     int iErrno = 0;
-    bool bComplete = true;
     const auto pSource = ZEBU_OpenSource(options.strPrefix, false, ZEBU_Say, &iErrno);
     if (!pSource)
-        throw ZEBUFailure{options.strPrefix + ": " + strerror(iErrno)};
-    const int iFd = fs_openDestination(options);
-    std::string strBlock(cs_uBlock, '\0');
-    size_t uHeld = 0; // bytes of a line that goes on in the next block
-    for (ZEBURead eRead = ZEBURead::Bytes; eRead != ZEBURead::End;) {
-        size_t uRead = 0;
-        eRead = pSource->read(strBlock.data() + uHeld, strBlock.size() - uHeld, &uRead);
-        const std::string_view svHeld(strBlock.data(), eRead == ZEBURead::Gap ? 0 : uHeld + uRead);
-        const size_t uWhole = eRead == ZEBURead::Bytes ? svHeld.rfind('\n') + 1 : 0;
-        const std::string_view svOut = svHeld.substr(0, uWhole > 0 ? uWhole : svHeld.size());
-        ZEBU_WriteFully(iFd, svOut, options.strDestination);
-        uHeld = svHeld.size() - svOut.size();
-        memmove(strBlock.data(), strBlock.data() + svOut.size(), uHeld);
-        bComplete = bComplete && eRead != ZEBURead::Gap;
+        throw ZEBUFailure{ZEBU_SourceFile(options.strPrefix) + ": " + strerror(iErrno)};
+    ZEBU_EndOnSignals();
+    ZEBUDestination destination(options.strDestination, options.strPrefix);
+    bool bComplete;
+    try {
+        bComplete = fs_copy(*pSource, destination);
+    } catch (const ZEBUEnded&) {
+        throw ZEBUFailure{options.strDestination +
+                          (ZEBU_IsEnded() ? ": interrupted" : ": nobody reads it any more")};
     }
-    if (close(iFd) != 0)
-        throw ZEBUFailure{options.strDestination + ": " + strerror(errno)};
-    return bComplete && !pSource->hasFailed() ? ZEBU_EXIT_OK : ZEBU_EXIT_ERROR;
+    if (pSource->hasFailed())
+        throw ZEBUFailure{"the copy is not complete: " + options.strDestination + " was left as it was"};
+    destination.finish();
+    return bComplete ? ZEBU_EXIT_OK : ZEBU_EXIT_ERROR;
 }

@@ -1,27 +1,18 @@
-// tools/Clean.cpp -- removes old trace files through the library.
-#include <algorithm>
+// tools/Clean.cpp -- removes old trace files through the library, and tells beforehand which, from the
+// library's own scan, order and test.
 #include <ctype.h>
-#include <dirent.h>
 #include <errno.h>
-#include <fcntl.h>
-#include <fnmatch.h>
 #include <string.h>
-#include <sys/stat.h>
 #include <time.h>
-#include <unistd.h>
+#include <vector>
 
+#include "cleanup/LogCleanupUnix.h"
 #include "tools/reader/Management.h"
 #include "tools/Verbs.h"
 #include "tools/When.h"
 #include "ZEBULib2.h"
 
 namespace {
-struct Candidate
-{
-    std::string strPath;
-    time_t modified;
-};
-
 // The rule as the library wants it: a mode and a value.
 struct Rule
 {
@@ -40,50 +31,40 @@ Rule fs_rule(const ZEBUCleanOptions& options)
     return {ZEBU2_CLEAR_BY_AGE, static_cast<int>(lSeconds)};
 }
 
-// The files that the pattern stands for, found as the library finds them.
-std::vector<Candidate> fs_scan(const std::string& strPattern)
+// What a scan found: the files that the rule is for, how many match at all, and the errno where it ended
+// early.
+struct Found
 {
-    const size_t uSlash = strPattern.rfind('/');
-    const std::string strDirectory = uSlash == strPattern.npos ? "./" : strPattern.substr(0, uSlash + 1);
-    DIR* pDirectory = opendir(strDirectory.c_str());
-    if (!pDirectory)
-        throw ZEBUFailure{strDirectory + ": " + strerror(errno)};
-    std::vector<Candidate> candidates;
-    while (const dirent* pEntry = readdir(pDirectory)) {
-        const std::string strPath = strDirectory + pEntry->d_name;
-        struct stat info;
-        if (stat(strPath.c_str(), &info) == 0 && !S_ISDIR(info.st_mode) &&
-            fnmatch(strPattern.c_str(), strPath.c_str(), 0) == 0)
-            candidates.push_back({strPath, info.st_mtime});
-    }
-    (void)closedir(pDirectory);
-    return candidates;
-}
+    std::vector<std::string> chosen;
+    int iMatching = 0;
+    int iErrno = 0;
+};
 
-// Leaves the files that the rule removes.
-void fs_applyRule(const Rule& rule, std::vector<Candidate>* pCandidates)
+Found fs_find(const std::string& strPattern, const Rule& rule)
 {
-    std::reverse(pCandidates->begin(), pCandidates->end()); // of equal times the one found later comes first
-    std::stable_sort(pCandidates->begin(), pCandidates->end(),
-                     [](const Candidate& a, const Candidate& b) { return a.modified > b.modified; });
+    Found found;
+    ZEBUFindFileList list;
+    if (strPattern.size() > ZEBU_PATTERN_MAX)
+        throw ZEBUFailure{"the pattern is too long"};
+    ZEBUFileScan scan(strPattern.c_str());
+    int iNext = scan.open();
     const time_t limit = time(nullptr) - rule.iValue;
-    auto last = pCandidates->begin() + std::min<long>(rule.iValue, static_cast<long>(pCandidates->size()));
-    if (rule.iMode == ZEBU2_CLEAR_BY_AGE)
-        last = std::find_if(pCandidates->begin(), pCandidates->end(),
-                            [&](const Candidate& candidate) { return candidate.modified <= limit; });
-    pCandidates->erase(pCandidates->begin(), last);
-}
-
-// Why the library would leave a file, or null.
-const char* fs_obstacle(const std::string& strPath)
-{
-    const int iFd = open(strPath.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
-    if (iFd == -1)
-        return "it cannot be opened for writing";
-    struct flock lock = {.l_type = F_WRLCK, .l_whence = SEEK_SET, .l_start = 0, .l_len = 0, .l_pid = 0};
-    const bool bLocked = fcntl(iFd, F_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
-    (void)close(iFd);
-    return bLocked ? "a process writes it" : nullptr;
+    while (iNext == 0 && (iNext = scan.next()) == 1) {
+        iNext = 0;
+        ++found.iMatching;
+        if (rule.iMode == ZEBU2_CLEAR_BY_NUMBER)
+            (void)list.addElement(scan.path(), scan.modified());
+        else if (scan.modified() <= limit)
+            found.chosen.emplace_back(scan.path());
+    }
+    found.iErrno = iNext == -1 ? errno : 0;
+    list.sort();
+    int iPlace = 0;
+    for (const ZEBUFindFileElement* pElement = list.pHead; pElement && found.iErrno == 0;
+         pElement = pElement->pNext)
+        if (++iPlace > rule.iValue)
+            found.chosen.emplace_back(pElement->path());
+    return found;
 }
 
 bool fs_isSharedRing(const std::string& strPrefix)
@@ -116,26 +97,26 @@ std::string fs_sharedRing(const std::string& strPath)
 int ZEBU_Clean(const ZEBUCleanOptions& options)
 {
     const Rule rule = fs_rule(options);
-    std::vector<Candidate> candidates = fs_scan(options.strPattern);
-    fs_applyRule(rule, &candidates);
-    for (const Candidate& candidate : candidates) {
-        const std::string strRing = options.bForce ? "" : fs_sharedRing(candidate.strPath);
+    const Found found = fs_find(options.strPattern, rule);
+    for (const std::string& strPath : found.chosen) {
+        const std::string strRing = options.bForce ? "" : fs_sharedRing(strPath);
         if (!strRing.empty())
-            throw ZEBUFailure{candidate.strPath + " belongs to the shared ring " + strRing +
+            throw ZEBUFailure{strPath + " belongs to the shared ring " + strRing +
                               ", which processes may be writing: not removed without --force"};
     }
     ZEBUOutput output(ZEBUFormat::Text, ZEBUColor::Never);
-    for (const Candidate& candidate : candidates) {
-        const char* pszObstacle = fs_obstacle(candidate.strPath);
-        output.write(pszObstacle ? "leave   " : "remove  ");
-        output.writeText(candidate.strPath);
-        output.write(pszObstacle ? std::string(" (") + pszObstacle + ")\n" : "\n");
+    for (const std::string& strPath : found.chosen) {
+        const bool bRemove = ZEBU_IsRemovable(strPath.c_str());
+        output.write(bRemove ? "remove  " : "leave   ");
+        output.writeText(strPath);
+        output.write(bRemove ? "\n" : " (a process writes it, or it cannot be opened for writing)\n");
     }
     output.flush();
-    if (options.bDryRun)
-        return ZEBU_EXIT_OK;
-    if (ZEBU2_LogFileClear(options.strPattern.c_str(), rule.iMode, rule.iValue) == 0)
-        return ZEBU_EXIT_OK;
+    if (options.bDryRun && found.iErrno != 0)
+        throw ZEBUFailure{options.strPattern + ": the directory, or a file in it, cannot be examined (" +
+                          strerror(found.iErrno) + "): nothing else is removed"};
+    if (options.bDryRun || ZEBU2_LogFileClear(options.strPattern.c_str(), rule.iMode, rule.iValue) == 0)
+        return found.iMatching > 0 ? ZEBU_EXIT_OK : ZEBU_EXIT_NOTHING;
     int iCode = 0;
     const auto uValue = static_cast<unsigned>(ZEBU2_GetLastError(&iCode));
     throw ZEBUFailure{ZEBU_ExplainedError(uValue, iCode)};

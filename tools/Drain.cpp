@@ -24,6 +24,7 @@ private:
     ZEBUArea m_area;
     ZEBUAreaSource* m_pSource = nullptr; // owned by m_pRecords
     std::unique_ptr<ZEBURecords> m_pRecords;
+    long m_lTaken = 0; // lines that were not shown
     bool m_bShown = false;
     bool m_bLastShown = false;
 };
@@ -55,6 +56,7 @@ bool ZEBUDrain::printBatch()
     while (m_pRecords->next(&record) == ZEBUNext::Record) {
         m_bLastShown = m_filter.matches(record, m_bLastShown);
         m_bShown = m_bShown || m_bLastShown;
+        m_lTaken += !m_bLastShown && record.eKind == ZEBURecordKind::Line ? 1 : 0;
         if (m_bLastShown)
             m_output.print(record, m_filter.form(), m_pRecords->file());
     }
@@ -78,9 +80,11 @@ int ZEBUDrain::run()
             poll.pause(std::exchange(bNew, false));
         while (m_area.isReplaced() && !openArea().empty() && !ZEBU_IsEnded());
     }
+    if (m_lTaken > 0 && !m_options.bPeek)
+        ZEBU_Say(std::to_string(m_lTaken) + " lines that did not match were taken out of the area too");
     if (m_pSource->isDamaged())
         return ZEBU_EXIT_ERROR;
-    return m_bShown ? ZEBU_EXIT_OK : ZEBU_EXIT_NOTHING;
+    return m_bShown || (m_options.bFollow && ZEBU_IsEnded()) ? ZEBU_EXIT_OK : ZEBU_EXIT_NOTHING;
 }
 } // namespace
 

@@ -1,17 +1,22 @@
 // tools/Main.cpp -- the command line.
 #include <CLI/CLI.hpp>
+#include <fcntl.h>
 #include <limits.h>
 #include <map>
 #include <poll.h>
 #include <signal.h>
+#include <sstream>
 #include <unistd.h>
 
 #include "tools/Verbs.h"
+#include "ZEBULib2.h"
 
 namespace {
 const std::map<std::string, ZEBUFormat> cs_formats = {
     {"text", ZEBUFormat::Text}, {"json", ZEBUFormat::Json}, {"raw", ZEBUFormat::Raw}};
-const std::map<std::string, ZEBUFormat> cs_statFormats = {{"text", ZEBUFormat::Text},
+const std::map<std::string, ZEBUFormat> cs_statFormats = {
+    {"text", ZEBUFormat::Text}, {"json", ZEBUFormat::Json}, {"prometheus", ZEBUFormat::Prometheus}};
+const std::map<std::string, ZEBUFormat> cs_listFormats = {{"text", ZEBUFormat::Text},
                                                           {"json", ZEBUFormat::Json}};
 const std::map<std::string, ZEBUColor> cs_colors = {
     {"auto", ZEBUColor::Auto}, {"always", ZEBUColor::Always}, {"never", ZEBUColor::Never}};
@@ -96,10 +101,13 @@ private:
     void addFiles();
     void addWords();
     void addForward();
+    void checkVerb(const std::string& strWord) const;
 
     CLI::App m_app{"Shows and keeps the traces that applications write with ZEBULib2.", "zebu2"};
     ZEBUShowOptions m_show;
     ZEBUStatOptions m_stat;
+    std::string m_strCheck;
+    ZEBUListOptions m_list;
     ZEBUDrainOptions m_drain;
     ZEBUPutOptions m_put;
     ZEBUBackupOptions m_backup;
@@ -112,6 +120,9 @@ private:
 ZEBUCommandLine::ZEBUCommandLine()
 {
     m_app.require_subcommand(1);
+    m_app.set_version_flag("--version", "zebu2 " + std::to_string(ZEBU2_VERSION_MAJOR) + "." +
+                                            std::to_string(ZEBU2_VERSION_MINOR) + "." +
+                                            std::to_string(ZEBU2_VERSION_PATCH));
     m_app.footer("Exit status: 0 something shown or done, 1 nothing matched, 2 an error,\n"
                  "3 nothing matched and what was read begins after --since.");
     addShow();
@@ -139,23 +150,44 @@ void ZEBUCommandLine::addShow()
     fs_addText(pApp, "--cursor", m_show.strCursor, "Begin where the last run with this FILE ended")
         ->excludes(pLast)
         ->excludes(pCount);
+    pApp->add_flag_callback(
+            "--histogram", [this] { m_show.strCount = "histogram"; },
+            "How many lines there are over time, as bars")
+        ->excludes(pCount)
+        ->excludes(pLast)
+        ->excludes(pApp->get_option("--follow"));
     pApp->final_callback([this] { m_verb = [this] { return ZEBU_Show(m_show); }; });
 }
 
 void ZEBUCommandLine::addStat()
 {
-    CLI::App* pApp = m_app.add_subcommand("stat", "Describe a ring, a file or the trace area");
-    CLI::Option* pSource = pApp->add_option("SOURCE", m_stat.strSource, "Prefix of a ring, or a file");
+    CLI::App* pApp = m_app.add_subcommand("stat", "Describe rings, files or the trace area");
+    CLI::Option* pSource =
+        pApp->add_option("SOURCE", m_stat.sources, "Prefix of a ring, a directory, or a file");
     CLI::Option* pArea = fs_addArea(pApp, m_stat.strArea, "The trace area instead of a SOURCE");
     pArea->excludes(pSource);
-    fs_addChoice(pApp, "-o,--output", m_stat.eFormat, cs_statFormats, "text or json");
-    pApp->add_flag("--check", m_stat.bCheck, "Exit with 1 when there is a warning");
-    pApp->final_callback([this, pArea, pSource] {
+    fs_addChoice(pApp, "-o,--output", m_stat.eFormat, cs_statFormats, "text, json or prometheus");
+    pApp->add_flag("--check{}", m_strCheck,
+                   "Exit with 1 when there is a warning; --check=modes: also of what everybody may write");
+    fs_addText(pApp, "--max-age", m_stat.strMaxAge, "Warn when the newest line is older, and exit with 1");
+    fs_addText(pApp, "--min-reach", m_stat.strMinReach, "The same when the oldest line is younger");
+    pApp->add_option("--max-fill", m_stat.iMaxFill, "The same when file or area are filled to more percent")
+        ->check(CLI::Range(0, 100));
+    pApp->final_callback([this, pApp, pArea, pSource] {
         m_stat.bArea = pArea->count() > 0;
+        m_stat.bCheck = pApp->count("--check") > 0;
+        m_stat.bModes = m_strCheck == "modes";
+        if (m_stat.bCheck && !m_strCheck.empty() && !m_stat.bModes)
+            throw CLI::ValidationError("--check", "there is --check and --check=modes");
         if (!m_stat.bArea && pSource->count() == 0)
             throw CLI::RequiredError("SOURCE or --area");
         m_verb = [this] { return ZEBU_Stat(m_stat); };
     });
+
+    CLI::App* pList = m_app.add_subcommand("ls", "List the rings of a directory");
+    pList->add_option("DIR", m_list.strDirectory, "The directory, instead of the present one");
+    fs_addChoice(pList, "-o,--output", m_list.eFormat, cs_listFormats, "text or json");
+    pList->final_callback([this] { m_verb = [this] { return ZEBU_List(m_list); }; });
 }
 
 void ZEBUCommandLine::addDrain()
@@ -175,10 +207,12 @@ void ZEBUCommandLine::addPut()
     CLI::Option* pArea = pApp->add_flag("--area-only", m_put.bAreaOnly, "Into the trace area alone");
     CLI::Option* pRing =
         pApp->add_option("--ring", m_put.strRing, "Into the ring with this prefix, and the trace area");
-    CLI::Option* pSize = pApp->add_option("--size", m_put.lSize, "Size of one file of the ring, in bytes");
-    CLI::Option* pFiles = pApp->add_option("--files", m_put.lFiles, "Number of its files");
+    CLI::Option* pSize =
+        pApp->add_option("--size", m_put.lSize,
+                         "Size of one file of the ring, in bytes; not needed for a shared ring that exists");
+    CLI::Option* pFiles = pApp->add_option("--files", m_put.lFiles, "Number of its files; likewise");
     CLI::Option* pShared = pApp->add_flag("--shared", m_put.bShared, "It is shared by several processes");
-    pRing->excludes(pArea)->needs(pSize)->needs(pFiles);
+    pRing->excludes(pArea);
     pSize->needs(pRing);
     pFiles->needs(pRing);
     pShared->needs(pRing);
@@ -241,13 +275,30 @@ void ZEBUCommandLine::addForward()
     pApp->final_callback([this, pApp] { m_verb = [pApp] { return ZEBU_StartForward(pApp->remaining()); }; });
 }
 
+void ZEBUCommandLine::checkVerb(const std::string& strWord) const
+{
+    bool bKnown = strWord.starts_with('-');
+    for (const CLI::App* pVerb : m_app.get_subcommands([](const CLI::App*) { return true; }))
+        bKnown = bKnown || pVerb->get_name() == strWord;
+    if (!bKnown)
+        throw ZEBUFailure{"there is no verb \"" + strWord + "\": see zebu2 --help"};
+}
+
 int ZEBUCommandLine::run(int argc, char** argv)
 {
     try {
+        checkVerb(argc > 1 ? argv[1] : "-");
         m_app.parse(argc, argv);
         return m_verb();
     } catch (const CLI::ParseError& error) {
-        return m_app.exit(error) == 0 ? ZEBU_EXIT_OK : ZEBU_EXIT_ERROR;
+        // What it says may repeat what was given.
+        std::ostringstream output;
+        std::ostringstream errors;
+        const int iStatus = m_app.exit(error, output, errors);
+        ZEBU_WriteFully(STDOUT_FILENO, output.str(), "standard output");
+        if (iStatus != 0)
+            ZEBU_Say(errors.str().substr(0, errors.str().find_last_not_of('\n') + 1));
+        return iStatus == 0 ? ZEBU_EXIT_OK : ZEBU_EXIT_ERROR;
     } catch (const ZEBUEnded&) {
         return ZEBU_EXIT_OK;
     } catch (const ZEBUFailure& failure) {
@@ -274,8 +325,18 @@ void ZEBU_Pause(int iMilliseconds)
         throw ZEBUEnded{}; // nobody reads any more
 }
 
+// What was closed at the start must not be taken by a file, or what is printed would go there. It stays
+// unusable: a drain whose output is closed has to fail.
+static void fs_fillStandardDescriptors()
+{
+    for (int iFd = STDIN_FILENO; iFd <= STDERR_FILENO; ++iFd)
+        if (fcntl(iFd, F_GETFD) == -1)
+            (void)open("/dev/null", iFd == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+}
+
 int main(int argc, char** argv)
 {
+    fs_fillStandardDescriptors();
     (void)signal(SIGPIPE, SIG_IGN);
     (void)signal(SIGBUS, fs_onBus);
     return ZEBUCommandLine().run(argc, argv);

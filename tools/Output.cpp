@@ -7,6 +7,7 @@
 #include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
+#include <utility>
 
 #include <nlohmann/json.hpp>
 
@@ -30,12 +31,21 @@ bool fs_wantsColor(ZEBUFormat eFormat, ZEBUColor eColor, bool bTerminal)
     return bTerminal && !(pszNoColor && *pszNoColor) && !(pszTerm && strcmp(pszTerm, "dumb") == 0);
 }
 
-// The length of the UTF-8 sequence that a text begins with, 0 when it is none or a control character.
-size_t fs_printable(std::string_view svText)
+// What would steer a terminal: control characters, also those of two bytes in UTF-8, and those that turn the
+// direction of writing, so that a text looks like another.
+bool fs_isHarmful(unsigned uCode)
+{
+    return uCode < 0x20 || (uCode >= 0x7F && uCode < 0xA0) || uCode == 0x61C || uCode == 0x200E ||
+           uCode == 0x200F || (uCode >= 0x202A && uCode <= 0x202E) || (uCode >= 0x2066 && uCode <= 0x2069);
+}
+
+// The character that a text begins with, and the length of its UTF-8 sequence: 0 when that is none.
+size_t fs_decode(std::string_view svText, unsigned* puCode)
 {
     const auto at = [&](size_t u) { return static_cast<unsigned char>(svText[u]); };
+    *puCode = at(0);
     if (at(0) < 0x80)
-        return at(0) >= 0x20 && at(0) != 0x7F ? 1 : 0;
+        return 1;
     const size_t uLength = at(0) >= 0xF0 ? 4 : at(0) >= 0xE0 ? 3 : 2;
     if (at(0) < 0xC2 || at(0) > 0xF4 || svText.size() < uLength)
         return 0;
@@ -45,23 +55,33 @@ size_t fs_printable(std::string_view svText)
             return 0;
         uCode = uCode << 6 | (at(u) & 0x3Fu);
     }
+    *puCode = uCode;
     const bool bOverlong = uCode < (uLength == 4 ? 0x10000u : uLength == 3 ? 0x800u : 0x80u);
-    return bOverlong || uCode < 0xA0 || uCode > 0x10FFFF || (uCode >> 11) == 0x1B ? 0 : uLength;
+    return bOverlong || uCode > 0x10FFFF || (uCode >> 11) == 0x1B ? 0 : uLength;
 }
 
-// The control characters that JSON leaves as they are: DEL, and those of two bytes in UTF-8.
-std::string fs_escapedJson(const std::string& strJson)
+// The length of the sequence, 0 when it is none or harmful.
+size_t fs_printable(std::string_view svText)
 {
-    static constexpr char szDigits[] = "0123456789abcdef";
+    unsigned uCode;
+    const size_t uLength = fs_decode(svText, &uCode);
+    return uLength > 0 && !fs_isHarmful(uCode) ? uLength : 0;
+}
+
+// JSON text with the harmful characters escaped that JSON leaves as they are; the line ends between values
+// stay.
+std::string fs_escapedJson(std::string_view svJson)
+{
     std::string strOut;
-    for (size_t u = 0; u < strJson.size(); ++u) {
-        const bool bPair = strJson[u] == '\xC2' && static_cast<unsigned char>(strJson[u + 1]) < 0xA0;
-        const auto uCode = static_cast<unsigned char>(strJson[u + bPair]);
-        if (bPair || uCode == 0x7F)
-            strOut += {'\\', 'u', '0', '0', szDigits[uCode >> 4], szDigits[uCode & 15]};
+    for (size_t uLength; !svJson.empty(); svJson.remove_prefix(uLength)) {
+        unsigned uCode;
+        char szEscape[8];
+        uLength = std::max<size_t>(fs_decode(svJson, &uCode), 1);
+        (void)snprintf(szEscape, sizeof szEscape, "\\u%04x", uCode & 0xFFFF);
+        if (fs_isHarmful(uCode) && uCode != '\n')
+            strOut += szEscape;
         else
-            strOut += strJson[u];
-        u += bPair;
+            strOut += svJson.substr(0, uLength);
     }
     return strOut;
 }
@@ -91,7 +111,12 @@ std::string ZEBU_Escaped(std::string_view svText)
 
 void ZEBU_Say(const std::string& strText)
 {
-    const std::string strLine = "zebu2: " + ZEBU_Escaped(strText) + "\n";
+    std::string strLine = "zebu2: ";
+    for (size_t u = 0; u <= strText.size();) {
+        const size_t uEnd = std::min(strText.find('\n', u), strText.size());
+        strLine += ZEBU_Escaped(std::string_view(strText).substr(u, uEnd - u)) + "\n";
+        u = uEnd + 1;
+    }
     (void)!write(STDERR_FILENO, strLine.data(), strLine.size());
 }
 
@@ -144,6 +169,20 @@ void ZEBUOutput::write(std::string_view svBytes)
         flush();
 }
 
+void ZEBUOutput::writePlain(std::string_view svBytes)
+{
+    if (m_eFormat != ZEBUFormat::Text)
+        return write(svBytes);
+    if (!svBytes.empty() && std::exchange(m_bReturn, false) && svBytes[0] != '\n')
+        write("\r");
+    for (size_t u; (u = svBytes.find("\r\n")) != svBytes.npos;) {
+        write(svBytes.substr(0, u));
+        svBytes.remove_prefix(u + 1);
+    }
+    m_bReturn = m_bReturn || svBytes.ends_with('\r'); // its LF may come with the next piece of a long line
+    write(svBytes.substr(0, svBytes.size() - (svBytes.ends_with('\r') ? 1 : 0)));
+}
+
 void ZEBUOutput::flush()
 {
     const std::string strBytes(std::move(m_strBuffer));
@@ -157,6 +196,11 @@ void ZEBUOutput::writeText(std::string_view svText)
     write(m_bTerminal ? ZEBU_Escaped(svText) : svText);
 }
 
+void ZEBUOutput::writeJson(const std::string& strJson)
+{
+    write(m_bTerminal ? fs_escapedJson(strJson) : strJson);
+}
+
 void ZEBUOutput::print(const ZEBURecord& record, ZEBUForm eForm, const std::string& strFile)
 {
     if (m_eFormat == ZEBUFormat::Json) {
@@ -164,7 +208,7 @@ void ZEBUOutput::print(const ZEBURecord& record, ZEBUForm eForm, const std::stri
     } else if (isEscaping()) {
         printText(record);
     } else {
-        write(record.svBytes);
+        writePlain(record.svBytes);
         if (!record.bLineEnd && m_eFormat == ZEBUFormat::Text)
             write("\n");
     }
@@ -256,6 +300,5 @@ void ZEBUOutput::printJson(const ZEBURecord& record, ZEBUForm eForm, const std::
     json["text"] = orNull(body.eForm != ZEBUForm::Unknown, body.svText);
     json["file"] = strFile;
     const std::string strJson = json.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
-    write(m_bTerminal ? fs_escapedJson(strJson) : strJson);
-    write("\n");
+    writeJson(strJson + "\n");
 }

@@ -7,7 +7,7 @@
 
 #include "tools/reader/Records.h"
 
-enum class ZEBUFormat { Text, Json, Raw };
+enum class ZEBUFormat { Text, Json, Raw, Prometheus };
 enum class ZEBUColor { Auto, Always, Never };
 
 // Thrown when nobody reads the output any more, or the user ended a tool that waits.
@@ -41,7 +41,7 @@ public:
 
     bool isTerminal() const { return m_bTerminal; }
     bool isColored() const { return m_bColored; }
-    // Whether bytes go out as they come in.
+    // Whether bytes go out as they come in, but for line ends.
     bool isPlain() const { return m_eFormat != ZEBUFormat::Json && !m_bColored && !isEscaping(); }
     bool isEscaping() const { return m_eFormat == ZEBUFormat::Text && (m_bTerminal || m_bColored); }
     ZEBUFormat format() const { return m_eFormat; }
@@ -49,8 +49,13 @@ public:
     void write(std::string_view svBytes);
     void flush();
 
-    // Text that is not of a record: escaped on a terminal.
+    // Bytes of a source that need no escapes: as they are, or as text, whose lines end with LF alone so that
+    // what reads them finds what stands at their end.
+    void writePlain(std::string_view svBytes);
+
+    // Text that is not of a record, and JSON: escaped on a terminal.
     void writeText(std::string_view svText);
+    void writeJson(const std::string& strJson);
 
     void print(const ZEBURecord& record, ZEBUForm eForm, const std::string& strFile);
 
@@ -67,6 +72,7 @@ private:
     const bool m_bTerminal;
     const bool m_bColored;
     std::string m_strBuffer;
+    bool m_bReturn = false; // a CR was held back
 };
 
 #endif

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "tools/Count.h"
+#include "tools/reader/Directory.h"
 #include "tools/reader/Merge.h"
 #include "tools/Verbs.h"
 
@@ -37,6 +38,7 @@ private:
     int status() const;
 
     const ZEBUShowOptions& m_options;
+    const std::vector<std::string> m_sources;
     const ZEBUFilter m_filter;
     ZEBUOutput m_output;
     ZEBUMerge m_merge;
@@ -53,8 +55,9 @@ private:
 };
 
 ZEBUShow::ZEBUShow(const ZEBUShowOptions& options)
-    : m_options(options), m_filter(options.filter), m_output(options.eFormat, options.eColor),
-      m_merge(options.iInterval, !options.strCursor.empty()), m_poll(options.iInterval),
+    : m_options(options), m_sources(ZEBU_WithoutDirectories(options.sources)), m_filter(options.filter),
+      m_output(options.eFormat, options.eColor), m_merge(options.iInterval, !options.strCursor.empty()),
+      m_poll(options.iInterval),
       m_count(options.strCount, options.filter.eForm), m_bKeep(options.lLast >= 0)
 {
 }
@@ -77,14 +80,20 @@ int ZEBUShow::run()
 
 void ZEBUShow::openSources()
 {
-    for (const std::string& strSource : m_options.sources) {
+    for (const std::string& strSource : m_sources) {
         if (strSource == "-" && !m_options.strCursor.empty())
             throw ZEBUFailure{"the standard input has no place to go on at: --cursor needs files or rings"};
+        const bool bPlain = strSource != "-" && ZEBU_SourceKind(strSource) == ZEBUSourceKind::Plain;
+        if (const std::string strUse = bPlain ? ZEBU_OtherUse(strSource) : ""; !strUse.empty()) {
+            ZEBU_Say(strSource + " " + strUse);
+            m_bFailed = true;
+            continue;
+        }
         int iErrno = 0;
         const ZEBUPlace* pFrom = m_cursor.find(strSource);
         auto pSource = ZEBU_OpenSource(strSource, m_options.bFollow, ZEBU_Say, &iErrno, pFrom);
         if (!pSource) {
-            ZEBU_Say(strSource + ": " + strerror(iErrno));
+            ZEBU_Say(ZEBU_SourceFile(strSource) + ": " + strerror(iErrno));
             m_bFailed = true;
         } else if (isStream()) {
             m_pOnly = std::move(pSource);
@@ -98,7 +107,7 @@ void ZEBUShow::openSources()
 // Whether the bytes of the one source are the output, but for the headers.
 bool ZEBUShow::isStream() const
 {
-    return m_options.sources.size() == 1 && m_filter.isEmpty() && m_output.isPlain() && !m_options.bFollow &&
+    return m_sources.size() == 1 && m_filter.isEmpty() && m_output.isPlain() && !m_options.bFollow &&
            m_options.lLast < 0 && m_options.strCount.empty() && m_options.strCursor.empty();
 }
 
@@ -115,7 +124,7 @@ void ZEBUShow::stream(ZEBUSource& source)
         uHeld = uHeld + uRead - uTaken;
         memmove(strBlock.data(), strBlock.data() + uTaken, uHeld);
         if (eRead == ZEBURead::Gap && source.filesLost() > 0)
-            m_output.printGap(m_options.sources[0], source.filesLost());
+            m_output.printGap(m_sources[0], source.filesLost());
         if (eRead == ZEBURead::End)
             return;
     }
@@ -135,13 +144,13 @@ size_t ZEBUShow::streamLines(std::string_view svBytes, bool bFileEnd)
         uNext = bWhole ? uNext : svBytes.size();
         const bool bHeader = (svBytes[uLine] == '*' || svBytes[uLine] == ' ') && !m_filter.hasHeaders();
         if (bHeader && ZEBU_ClassifyPiece(svBytes.substr(uLine, uNext - uLine)) != ZEBUPiece::Text) {
-            m_output.write(svBytes.substr(uWritten, uLine - uWritten));
+            m_output.writePlain(svBytes.substr(uWritten, uLine - uWritten));
             m_bShown = m_bShown || uLine > uWritten;
             uWritten = uNext;
         }
         uLine = uNext;
     }
-    m_output.write(svBytes.substr(uWritten, uLine - uWritten));
+    m_output.writePlain(svBytes.substr(uWritten, uLine - uWritten));
     m_bShown = m_bShown || uLine > uWritten;
     if (bFileEnd && uLine > uWritten && svBytes.back() != '\n' && m_output.format() == ZEBUFormat::Text)
         m_output.write("\n");
@@ -221,7 +230,7 @@ int ZEBUShow::status() const
 {
     if (m_bFailed || m_merge.hasFailed())
         return ZEBU_EXIT_ERROR;
-    if (m_bShown)
+    if (m_bShown || (m_options.bFollow && ZEBU_IsEnded()))
         return ZEBU_EXIT_OK;
     const bool bTooYoung = m_filter.since() != ZEBU_TIME_NONE && !m_merge.reachesBackTo(m_filter.since());
     return bTooYoung ? ZEBU_EXIT_TOO_YOUNG : ZEBU_EXIT_NOTHING;

@@ -1,289 +1,228 @@
-// tools/Stat.cpp -- what state a ring, a file or the trace area is in, and what is wrong with it.
+// tools/Stat.cpp -- describes rings, files and the trace area: for eyes, for programs and for monitoring.
+#include <algorithm>
 #include <errno.h>
-#include <fcntl.h>
-#include <map>
-#include <nlohmann/json.hpp>
-#include <poll.h>
+#include <optional>
 #include <string.h>
-#include <sys/stat.h>
+#include <time.h>
 #include <unistd.h>
 
-#include "tools/reader/Area.h"
-#include "tools/reader/Management.h"
-#include "tools/reader/TraceFile.h"
+#include "tools/Describe.h"
+#include "tools/reader/Directory.h"
 #include "tools/Verbs.h"
+#include "tools/When.h"
 #include "ZEBULib2.h"
 
 using Json = nlohmann::ordered_json;
 
 namespace {
-constexpr int cs_iLooks = 50; // at a place where a line may be on its way
-constexpr int cs_iPause = 2;  // milliseconds between them
-
-std::string fs_mode(const struct stat& info)
+std::string fs_dump(const Json& value)
 {
-    char szMode[8];
-    (void)snprintf(szMode, sizeof szMode, "%04o", static_cast<unsigned>(info.st_mode & 07777));
-    return szMode;
+    return value.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
-// "2026-11-22T10:00:00.123", or null.
-Json fs_time(ZEBUTime lTime)
+std::string fs_text(const Json& value)
 {
-    if (lTime == ZEBU_TIME_NONE)
-        return nullptr;
-    std::string strTime = std::to_string(lTime);
-    strTime.insert(0, 17 - std::min<size_t>(17, strTime.size()), '0');
-    for (const auto& [uAt, pszText] :
-         {std::pair{14, "."}, {12, ":"}, {10, ":"}, {8, "T"}, {6, "-"}, {4, "-"}})
-        strTime.insert(static_cast<size_t>(uAt), pszText);
-    return strTime;
+    return value.is_string() ? value.get<std::string>() : value.is_null() ? "-" : fs_dump(value);
 }
 
-// The process that holds a record lock on a file, or null.
-Json fs_lockHolder(int iFd)
+// ---- Limits --------------------------------------------------------------------------------------
+
+// Seconds since then; nothing for no time.
+std::optional<long> fs_age(ZEBUTime lTime)
 {
-    struct flock lock = {.l_type = F_WRLCK, .l_whence = SEEK_SET, .l_start = 0, .l_len = 0, .l_pid = 0};
-    if (fcntl(iFd, F_GETLK, &lock) != 0 || lock.l_type == F_UNLCK)
-        return nullptr;
-    return lock.l_pid;
+    time_t seconds;
+    return ZEBU_ToSeconds(lTime, &seconds) ? std::optional<long>(time(nullptr) - seconds) : std::nullopt;
 }
 
-// What a pass over the lines of one file found.
-struct Contents
+long fs_limit(const std::string& strAge)
 {
-    long lBytes = 0;
-    long lLines = 0;
-    ZEBUTime lOldest = ZEBU_TIME_NONE;
-    ZEBUTime lNewest = ZEBU_TIME_NONE;
-
-    void add(const ZEBURecord& record)
-    {
-        lBytes += static_cast<long>(record.svBytes.size());
-        lLines += record.eKind == ZEBURecordKind::Line ? 1 : 0;
-        if (record.eKind == ZEBURecordKind::Text || record.lTime == ZEBU_TIME_NONE)
-            return;
-        lOldest = lOldest == ZEBU_TIME_NONE ? record.lTime : std::min(lOldest, record.lTime);
-        lNewest = std::max(lNewest, record.lTime);
-    }
-};
-
-class ZEBUStat
-{
-public:
-    explicit ZEBUStat(const ZEBUStatOptions& options) : m_options(options) {}
-    int run();
-
-private:
-    void describeArea();
-    void describeSource();
-    void describeRecord();
-    void checkCurrent(const ZEBUManagement& management, const ZEBURingRecord& record);
-    void readSource();
-    void describeFile(const std::string& strPath, bool bMayBeShort);
-    void warn(const std::string& strText) { m_warnings.push_back(strText); }
-    void print(ZEBUOutput& output) const;
-
-    const ZEBUStatOptions& m_options;
-    Json m_facts = Json::object();
-    Json m_files = Json::array();
-    std::vector<std::string> m_warnings;
-    std::map<std::string, Contents> m_contents; // by file
-    std::string m_strLast;                      // the file of the newest line
-    ZEBURingRecord m_record;
-};
-
-int ZEBUStat::run()
-{
-    if (m_options.bArea)
-        describeArea();
-    else
-        describeSource();
-    m_facts["warnings"] = m_warnings;
-    ZEBUOutput output(m_options.eFormat, ZEBUColor::Never);
-    print(output);
-    output.flush();
-    return m_options.bCheck && !m_warnings.empty() ? ZEBU_EXIT_NOTHING : ZEBU_EXIT_OK;
+    long lSeconds;
+    if (!ZEBU_ParseDuration(strAge, &lSeconds))
+        throw ZEBUFailure{"\"" + strAge + "\" is no length of time such as 90s, 30min, 12h or 7d"};
+    return lSeconds;
 }
 
-void ZEBUStat::describeArea()
+void fs_checkLimits(const ZEBUStatOptions& options, ZEBUDescription* pDescription)
 {
-    const std::string strPath = m_options.strArea.empty() ? ZEBU_ConfiguredArea() : m_options.strArea;
-    ZEBUArea area;
-    const int iErrno = area.open(strPath, false);
-    if (iErrno != 0)
-        throw ZEBUFailure{strPath + ": " + (iErrno == EINVAL ? "is no trace area" : strerror(iErrno))};
-    struct stat info = {};
-    (void)stat(strPath.c_str(), &info);
-    m_facts["kind"] = "trace area";
-    m_facts["path"] = strPath;
-    m_facts["mode"] = fs_mode(info);
-    m_facts["drained"] = area.isLocked();
-    ZEBUAreaOffsets offsets;
-    if (!area.load(&offsets)) {
-        warn("the header is damaged: every line is refused");
-    } else {
-        m_facts["data_size"] = offsets.uDataSize;
-        m_facts["read_offset"] = offsets.uRead;
-        m_facts["write_offset"] = offsets.uWrite;
-        m_facts["unread"] = offsets.unread();
-        m_facts["fill_percent"] = offsets.unread() * 100 / offsets.uDataSize;
-        if (offsets.room() < ZEBU_LINE_MAX)
-            warn("the area is full: lines of more than " + std::to_string(offsets.room()) +
-                 " bytes are dropped");
-    }
-    if ((info.st_mode & S_IWOTH) != 0)
-        warn(strPath + " is writable by everybody");
+    const std::optional<long> newest = fs_age(pDescription->lNewest);
+    const std::optional<long> oldest = fs_age(pDescription->lOldest);
+    const auto warn = [&](const std::string& strText) { pDescription->warnings.push_back(strText); };
+    const bool bAges = !options.bArea && (!options.strMaxAge.empty() || !options.strMinReach.empty());
+    if (bAges && !newest)
+        warn("there is no line with a time");
+    else if (bAges && !options.strMaxAge.empty() && *newest > fs_limit(options.strMaxAge))
+        warn("the newest line is " + std::to_string(*newest) + " seconds old");
+    if (bAges && oldest && !options.strMinReach.empty() && *oldest < fs_limit(options.strMinReach))
+        warn("the oldest line is only " + std::to_string(*oldest) + " seconds old");
+    if (options.iMaxFill >= 0 && pDescription->facts.value("fill_percent", 0) > options.iMaxFill)
+        warn("filled to " + fs_text(pDescription->facts["fill_percent"]) + " percent");
 }
 
-void ZEBUStat::describeSource()
-{
-    static constexpr const char* szKinds[] = {"shared ring", "ring of one process", "file"};
-    const ZEBUSourceKind eKind = ZEBU_SourceKind(m_options.strSource);
-    m_facts["kind"] = szKinds[static_cast<int>(eKind)];
-    m_facts["name"] = m_options.strSource;
-    if (eKind == ZEBUSourceKind::SharedRing)
-        describeRecord();
-    readSource();
-    if (eKind == ZEBUSourceKind::Plain) {
-        describeFile(m_options.strSource, true);
-    } else if (eKind == ZEBUSourceKind::SingleRing) {
-        ZEBUTraceFile newest;
-        m_facts["current_file"] = m_strLast.empty() ? Json() : Json(m_strLast);
-        m_facts["lock_pid"] = newest.open(m_strLast) == 0 ? fs_lockHolder(newest.fd()) : Json();
-    }
-    for (const unsigned u : ZEBU_ExistingTraceFiles(m_options.strSource))
-        describeFile(ZEBU_RingFileName(m_options.strSource, u),
-                     eKind != ZEBUSourceKind::SharedRing ||
-                         ((m_record.uMode & ZEBU2_OPT_NOFILL) != 0 && u != m_record.position.uFile));
-    m_facts["files"] = m_files;
-}
+// ---- Formats -------------------------------------------------------------------------------------
 
-void ZEBUStat::describeRecord()
+void fs_printText(ZEBUOutput& output, const Json& facts)
 {
-    const std::string strName = ZEBU_ManagementFileName(m_options.strSource);
-    ZEBUManagement management;
-    const int iErrno = management.open(m_options.strSource);
-    if (iErrno != 0)
-        throw ZEBUFailure{strName + ": " + strerror(iErrno)};
-    struct stat info = {};
-    (void)fstat(management.fd(), &info);
-    m_facts["management_file"] = strName;
-    m_facts["management_mode"] = fs_mode(info);
-    const bool bValid = management.load(&m_record);
-    if (!bValid) {
-        warn(strName + " holds no valid record: what is shown of it was worked out from the files");
-        ZEBU_DeriveRecord(m_options.strSource, &m_record);
-    }
-    m_facts["file_size"] = m_record.uFileSize;
-    m_facts["file_count"] = m_record.uFileNum;
-    m_facts["current_file"] = ZEBU_RingFileName(m_options.strSource, m_record.position.uFile);
-    m_facts["write_offset"] = m_record.position.uOffset;
-    m_facts["fill_percent"] =
-        m_record.uFileSize == 0 ? 0 : m_record.position.uOffset * 100ul / m_record.uFileSize;
-    m_facts["options"] = m_record.uMode & 0x3F;
-    m_facts["lock_pid"] = fs_lockHolder(management.fd());
-    if ((info.st_mode & S_IWOTH) != 0)
-        warn(strName + " is writable by everybody");
-    if (bValid)
-        checkCurrent(management, m_record);
-}
-
-// Whether the data of the current file end where the record says. While writers are at work a line may be
-// on its way, so it is looked at more than once.
-void ZEBUStat::checkCurrent(const ZEBUManagement& management, const ZEBURingRecord& record)
-{
-    ZEBUPosition position = record.position;
-    for (int i = 0; i < cs_iLooks; ++i) {
-        const std::string strName = ZEBU_RingFileName(m_options.strSource, position.uFile);
-        ZEBUTraceFile file;
-        const int iErrno = file.open(strName);
-        if (iErrno == ENOENT)
-            return warn(strName + ", the current file, is missing");
-        if (iErrno != 0)
-            return; // said where the files are described
-
-        if (file.hasMarkAt(position.uOffset))
-            return;
-        const ZEBUPosition now = management.loadPosition();
-        if (now != position && i > 0)
-            return;
-        position = now;
-        (void)poll(nullptr, 0, cs_iPause);
-    }
-    warn(m_facts["current_file"].get<std::string>() +
-         ", the current file, does not end where the record says: it was replaced or damaged");
-}
-
-void ZEBUStat::readSource()
-{
-    int iErrno = 0;
-    auto pSource = ZEBU_OpenSource(
-        m_options.strSource, false, [](const std::string&) {}, &iErrno);
-    if (!pSource)
-        throw ZEBUFailure{m_options.strSource + ": " + strerror(iErrno)};
-    ZEBURecords records(std::move(pSource));
-    ZEBURecord record;
-    Contents all;
-    while (records.next(&record) == ZEBUNext::Record) {
-        all.add(record);
-        m_contents[records.file()].add(record);
-    }
-    m_strLast = records.file();
-    m_facts["lines"] = all.lLines;
-    m_facts["oldest"] = fs_time(all.lOldest);
-    m_facts["newest"] = fs_time(all.lNewest);
-}
-
-void ZEBUStat::describeFile(const std::string& strPath, bool bMayBeShort)
-{
-    struct stat info;
-    if (stat(strPath.c_str(), &info) != 0)
-        return;
-    const Contents& contents = m_contents[strPath];
-    m_files.push_back({{"path", strPath},
-                       {"size", info.st_size},
-                       {"live", contents.lBytes},
-                       {"mode", fs_mode(info)},
-                       {"lines", contents.lLines},
-                       {"oldest", fs_time(contents.lOldest)},
-                       {"newest", fs_time(contents.lNewest)}});
-    ZEBUTraceFile file;
-    if (const int iErrno = file.open(strPath, true); iErrno != 0)
-        warn(strPath + " cannot be read: " + strerror(iErrno));
-    if (!bMayBeShort && info.st_size < static_cast<off_t>(m_record.uFileSize))
-        warn(strPath + " is shorter than the files of its ring");
-    if ((info.st_mode & S_IWOTH) != 0)
-        warn(strPath + " is writable by everybody");
-}
-
-void ZEBUStat::print(ZEBUOutput& output) const
-{
-    if (m_options.eFormat == ZEBUFormat::Json)
-        return output.write(m_facts.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n");
-    const auto text = [](const Json& value) {
-        return value.is_string() ? value.get<std::string>() : value.is_null() ? "-" : value.dump();
-    };
     const auto line = [&](const std::string& strName, const std::string& strText) {
         output.write(strName + std::string(strName.size() < 17 ? 17 - strName.size() : 1, ' '));
         output.writeText(strText);
         output.write("\n");
     };
-    for (const auto& [strKey, value] : m_facts.items()) {
+    for (const auto& [strKey, value] : facts.items()) {
         if (!value.is_array())
-            line(strKey, text(value));
+            line(strKey, fs_text(value));
         for (const Json& element : value.is_array() ? value : Json::array()) {
-            std::string strText = element.is_string() ? text(element) : "";
+            std::string strText = element.is_string() ? fs_text(element) : "";
             for (const auto& [strName, field] : element.items())
-                strText +=
-                    element.is_string() ? "" : (strName == "path" ? "" : "  " + strName + " ") + text(field);
+                strText += element.is_string()
+                               ? ""
+                               : (strName == "path" ? "" : "  " + strName + " ") + fs_text(field);
             line(strKey == "files" ? "file" : "warning", strText);
         }
     }
+}
+
+// The text format that Prometheus reads: all samples of a metric together.
+void fs_printPrometheus(ZEBUOutput& output, const std::vector<ZEBUDescription>& descriptions)
+{
+    static constexpr struct
+    {
+        const char* pszFact;
+        const char* pszHelp;
+    } metrics[] = {{"lines", "Lines in the source."},
+                   {"oldest_seconds", "Time of the oldest line, seconds since the epoch."},
+                   {"newest_seconds", "Time of the newest line, seconds since the epoch."},
+                   {"fill_percent", "How far the current file or the trace area is filled."},
+                   {"data_size", "Bytes that the trace area holds."},
+                   {"unread", "Bytes of the trace area that wait for the consumer."},
+                   {"drained", "Whether a process drains the trace area."},
+                   {"warnings", "Number of things that are wrong."}};
+    const auto escaped = [](const std::string& strText) {
+        std::string strOut;
+        for (const char c : strText)
+            strOut += c == '\n' ? std::string("\\n") : std::string(c == '"' || c == '\\' ? 1 : 0, '\\') + c;
+        return strOut;
+    };
+    for (const auto& metric : metrics) {
+        const std::string strName = std::string("zebu2_") + metric.pszFact;
+        std::string strSamples;
+        for (const ZEBUDescription& description : descriptions) {
+            const Json& facts = description.facts;
+            time_t seconds;
+            Json value = facts.value(metric.pszFact, Json());
+            if (strName.ends_with("_seconds") &&
+                ZEBU_ToSeconds(strName == "zebu2_oldest_seconds" ? description.lOldest : description.lNewest,
+                               &seconds))
+                value = seconds;
+            if (value.is_array())
+                value = value.size();
+            if (value.is_boolean())
+                value = value.get<bool>() ? 1 : 0;
+            const char* pszSource = facts.contains("name") ? "name" : "path";
+            if (value.is_number())
+                strSamples += strName + "{source=\"" + escaped(fs_text(facts[pszSource])) + "\",kind=\"" +
+                              fs_text(facts["kind"]) + "\"} " + fs_dump(value) + "\n";
+        }
+        if (!strSamples.empty())
+            output.write("# HELP " + strName + " " + metric.pszHelp + "\n# TYPE " + strName + " gauge\n" +
+                         strSamples);
+    }
+}
+
+void fs_print(const ZEBUStatOptions& options, const std::vector<ZEBUDescription>& descriptions)
+{
+    ZEBUOutput output(options.eFormat, ZEBUColor::Never);
+    if (options.eFormat == ZEBUFormat::Prometheus)
+        fs_printPrometheus(output, descriptions);
+    for (const ZEBUDescription& description : descriptions) {
+        if (options.eFormat == ZEBUFormat::Prometheus)
+            break;
+        if (options.eFormat == ZEBUFormat::Json)
+            output.writeJson(fs_dump(description.facts) + "\n");
+        else
+            fs_printText(output, description.facts);
+        if (options.eFormat == ZEBUFormat::Text && &description != &descriptions.back())
+            output.write("\n");
+    }
+    output.flush();
 }
 } // namespace
 
 int ZEBU_Stat(const ZEBUStatOptions& options)
 {
-    return ZEBUStat(options).run();
+    std::vector<ZEBUDescription> descriptions;
+    bool bFailed = false;
+    bool bWarned = false;
+    if (options.bArea)
+        descriptions.push_back(
+            ZEBU_DescribeArea(options.strArea.empty() ? ZEBU_ConfiguredArea() : options.strArea));
+    for (const std::string& strSource : ZEBU_WithoutDirectories(options.sources)) {
+        try {
+            descriptions.push_back(ZEBU_DescribeSource(strSource));
+        } catch (const ZEBUFailure& failure) {
+            ZEBU_Say(failure.strText);
+            bFailed = true;
+        }
+    }
+    for (ZEBUDescription& description : descriptions) {
+        if (options.bModes)
+            description.warnings.insert(description.warnings.end(), description.modes.begin(),
+                                        description.modes.end());
+        fs_checkLimits(options, &description);
+        bWarned = bWarned || !description.warnings.empty();
+        description.facts["warnings"] = description.warnings;
+    }
+    fs_print(options, descriptions);
+    if (bFailed)
+        return ZEBU_EXIT_ERROR;
+    const bool bLimits = !options.strMaxAge.empty() || !options.strMinReach.empty() || options.iMaxFill >= 0;
+    return (options.bCheck || bLimits) && bWarned ? ZEBU_EXIT_NOTHING : ZEBU_EXIT_OK;
+}
+
+int ZEBU_List(const ZEBUListOptions& options)
+{
+    ZEBUOutput output(options.eFormat, ZEBUColor::Never);
+    const std::string strDirectory = options.strDirectory.empty() ? "." : options.strDirectory;
+    if (access((strDirectory + "/.").c_str(), R_OK) != 0)
+        throw ZEBUFailure{strDirectory + ": " + strerror(errno)};
+    const std::vector<std::string> rings = ZEBU_RingsIn(strDirectory);
+    bool bFailed = false;
+    if (options.eFormat == ZEBUFormat::Text && !rings.empty())
+        output.write("KIND    FILES      SIZE  FILL WRITERS  OLDEST                   NEWEST                 "
+                     "  RING\n");
+    for (const std::string& strRing : rings) {
+        try {
+            const Json facts = ZEBU_DescribeSource(strRing).facts;
+            long lSize = 0;
+            for (const Json& file : facts["files"])
+                lSize += file["size"].get<long>();
+            const bool bShared = facts["kind"] == "shared ring";
+            const Json row = {{"ring", strRing},
+                              {"kind", facts["kind"]},
+                              {"files", facts["files"].size()},
+                              {"size", lSize},
+                              {"fill_percent", facts.value("fill_percent", Json())},
+                              {"writers", facts["writers"]},
+                              {"oldest", facts["oldest"]},
+                              {"newest", facts["newest"]}};
+            const std::string strFill = fs_text(row["fill_percent"]) + (bShared ? "%" : "");
+            char szRow[160];
+            (void)snprintf(szRow, sizeof szRow, "%-7s %5s %9ld %5s %7s  %-24s %-24s ",
+                           bShared ? "shared" : "single", fs_text(row["files"]).c_str(), lSize,
+                           strFill.c_str(), fs_text(row["writers"]).c_str(), fs_text(row["oldest"]).c_str(),
+                           fs_text(row["newest"]).c_str());
+            if (options.eFormat == ZEBUFormat::Json)
+                output.writeJson(fs_dump(row) + "\n");
+            else
+                output.write(szRow);
+            if (options.eFormat == ZEBUFormat::Text)
+                output.writeText(strRing);
+            if (options.eFormat == ZEBUFormat::Text)
+                output.write("\n");
+        } catch (const ZEBUFailure& failure) {
+            ZEBU_Say(failure.strText);
+            bFailed = true;
+        }
+    }
+    output.flush();
+    return bFailed ? ZEBU_EXIT_ERROR : rings.empty() ? ZEBU_EXIT_NOTHING : ZEBU_EXIT_OK;
 }

@@ -43,13 +43,24 @@ int ZEBU_Drain(const ZEBUDrainOptions& options);
 
 struct ZEBUStatOptions
 {
-    std::string strSource;
-    bool bArea = false;  // the trace area instead of a source
-    std::string strArea; // empty: the configured one
+    std::vector<std::string> sources; // directories stand for their rings
+    bool bArea = false;               // the trace area instead of sources
+    std::string strArea;              // empty: the configured one
     bool bCheck = false;
+    bool bModes = false;   // warn of what everybody may write
+    std::string strMaxAge; // limits; empty: none
+    std::string strMinReach;
+    int iMaxFill = -1; // percent, -1: none
     ZEBUFormat eFormat = ZEBUFormat::Text;
 };
 int ZEBU_Stat(const ZEBUStatOptions& options);
+
+struct ZEBUListOptions
+{
+    std::string strDirectory; // empty: the present one
+    ZEBUFormat eFormat = ZEBUFormat::Text;
+};
+int ZEBU_List(const ZEBUListOptions& options);
 
 struct ZEBUPutOptions
 {

@@ -118,6 +118,21 @@ unsigned ZEBU_Number(const std::string& strText, const char* pszWhat)
     return static_cast<unsigned>(ulNumber);
 }
 
+bool ZEBU_ToSeconds(ZEBUTime lTime, time_t* pSeconds)
+{
+    const auto cut = [&](long lUnit, int iDigits) { return static_cast<int>(lTime / lUnit % iDigits); };
+    tm local = {};
+    local.tm_year = cut(10000000000000, 10000) - 1900;
+    local.tm_mon = cut(100000000000, 100) - 1;
+    local.tm_mday = cut(1000000000, 100);
+    local.tm_hour = cut(10000000, 100);
+    local.tm_min = cut(100000, 100);
+    local.tm_sec = cut(1000, 100);
+    local.tm_isdst = -1;
+    *pSeconds = lTime == ZEBU_TIME_NONE ? -1 : mktime(&local);
+    return *pSeconds != -1;
+}
+
 bool ZEBU_ParseDuration(std::string_view svText, long* plSeconds)
 {
     *plSeconds = 0;

@@ -4,6 +4,7 @@
 
 #include <string>
 #include <string_view>
+#include <time.h>
 
 #include "tools/reader/Line.h"
 
@@ -15,6 +16,9 @@ unsigned ZEBU_Number(const std::string& strText, const char* pszWhat);
 // Reads "2026-11-22", "2026-11-22 10:00[:30[.250]]" (also with "/" and "T"), "10:00[:30]" of today, "now",
 // "today", "yesterday", "-15min", "15min ago" (any length of time) and "@1795000000", all in local time.
 bool ZEBU_ParseWhen(const std::string& strText, ZEBUTime* plTime);
+
+// A point in local time in seconds since the epoch. False for none.
+bool ZEBU_ToSeconds(ZEBUTime lTime, time_t* pSeconds);
 
 // Reads a length of time such as 7d, 3d12h or "1 hour" in seconds, at most INT_MAX.
 bool ZEBU_ParseDuration(std::string_view svText, long* plSeconds);

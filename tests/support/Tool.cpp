@@ -70,6 +70,19 @@ RunningTool::~RunningTool()
     }
 }
 
+// Once the tool is prepared for it.
+void RunningTool::end() const
+{
+    const std::string status = "/proc/" + std::to_string(m_child) + "/status";
+    const auto isCaught = [&] {
+        const std::string text = readFile(status);
+        return std::stoull(text.substr(text.find("SigCgt:") + 8, 16), nullptr, 16) >> (SIGTERM - 1) & 1;
+    };
+    while (!isCaught())
+        (void)usleep(1000);
+    signal(SIGTERM);
+}
+
 const std::string& RunningTool::readUntil(const std::string& text)
 {
     char block[4096];

@@ -36,6 +36,8 @@ public:
     // Reads on until the output contains a text, or ends. Returns all of it.
     const std::string& readUntil(const std::string& text);
     void closeOutput() { (void)close(std::exchange(m_output, -1)); }
+    // Sends SIGTERM when the tool waits for it.
+    void end() const;
     void signal(int number) const { (void)kill(m_child, number); }
     // Its exit status, or 128 and the signal that killed it.
     int wait() { return waitForChild(std::exchange(m_child, -1)); }

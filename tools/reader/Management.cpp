@@ -20,12 +20,22 @@ std::string ZEBU_ManagementFileName(const std::string& strPrefix)
     return strDirectory + "/mmap/" + strPrefix.substr(uSlash + 1) + ".mm";
 }
 
+bool ZEBU_IsOfOtherRing(const std::string& strPrefix, unsigned uNumber)
+{
+    struct stat info;
+    const auto exists = [&](const std::string& strName) { return stat(strName.c_str(), &info) == 0; };
+    if (uNumber < 11 || uNumber % 10 == 0 || exists(ZEBU_RingFileName(strPrefix, uNumber / 10 * 10)))
+        return false;
+    const std::string strOther = strPrefix + std::to_string(uNumber / 10);
+    return exists(ZEBU_RingFileName(strOther, 1)) && !exists(ZEBU_ManagementFileName(strPrefix));
+}
+
 std::vector<unsigned> ZEBU_ExistingTraceFiles(const std::string& strPrefix, unsigned uLast)
 {
     std::vector<unsigned> numbers;
     struct stat info;
     for (unsigned u = 1; u <= uLast; ++u)
-        if (stat(ZEBU_RingFileName(strPrefix, u).c_str(), &info) == 0)
+        if (stat(ZEBU_RingFileName(strPrefix, u).c_str(), &info) == 0 && !ZEBU_IsOfOtherRing(strPrefix, u))
             numbers.push_back(u);
     return numbers;
 }

@@ -129,6 +129,12 @@ ZEBUSourceKind ZEBU_SourceKind(const std::string& strName)
     return ZEBU_ExistingTraceFiles(strName).empty() ? ZEBUSourceKind::Plain : ZEBUSourceKind::SingleRing;
 }
 
+std::string ZEBU_SourceFile(const std::string& strName)
+{
+    return ZEBU_SourceKind(strName) == ZEBUSourceKind::SharedRing ? ZEBU_ManagementFileName(strName)
+                                                                  : strName;
+}
+
 std::unique_ptr<ZEBUSource> ZEBU_OpenSource(const std::string& strName, bool bFollow, const ZEBUWarn& warn,
                                             int* piErrno, const ZEBUPlace* pFrom)
 {

@@ -117,7 +117,7 @@ void ZEBURecords::emit(size_t uEnd, ZEBURecord* pRecord)
 {
     *pRecord = {};
     pRecord->svBytes = bytes(m_uBegin, uEnd);
-    pRecord->bLineEnd = pRecord->svBytes.ends_with('\n');
+    pRecord->bLineEnd = pRecord->svBytes.ends_with('\n') || uEnd < m_uEnd || !m_bFileEnd;
     ZEBUTime lTime = ZEBU_TIME_NONE;
     if (m_eFirst == ZEBUPiece::Trace) {
         pRecord->eKind = ZEBURecordKind::Line;

@@ -11,6 +11,7 @@
 #include <string.h>
 #include <utility>
 
+#include "tools/reader/Line.h"
 #include "tools/reader/Management.h"
 #include "tools/reader/Source.h"
 #include "tools/reader/TraceFile.h"
@@ -19,6 +20,20 @@ namespace {
 constexpr int cs_iLooks = 16;  // at an offset that is not accepted, one after another
 constexpr int cs_iPauses = 50; // between such series, before a reader that does not follow gives up
 constexpr int cs_iPause = 2;   // milliseconds
+
+// The time of the first line of a file; nothing when there is no line near its beginning.
+std::optional<ZEBUTime> fs_firstTime(const std::string& strPath)
+{
+    char szBeginning[2048]; // headers may come first
+    ZEBUTraceFile file;
+    const long lRead = file.open(strPath) == 0 ? file.readAt(0, szBeginning, sizeof szBeginning) : 0;
+    const std::string_view svBeginning(szBeginning, static_cast<size_t>(std::max(lRead, 0L)));
+    const size_t uLine = ZEBU_FindLineHeader(svBeginning);
+    ZEBULine line;
+    if (uLine == svBeginning.npos || !ZEBU_ParseLine(svBeginning.substr(uLine), &line))
+        return {};
+    return line.lTime;
+}
 
 class ZEBUSharedRing final : public ZEBUSource
 {
@@ -49,6 +64,7 @@ private:
     std::optional<ZEBURead> readCurrent(char* pBuffer, size_t uSize, size_t* puRead);
     bool isAccepted(const ZEBUPosition& claim) const;
     std::optional<ZEBURead> notAccepted();
+    bool holdsNewLines() const;
     ZEBURead setBack(unsigned uOffset);
     ZEBURead take(const char* pBuffer, long lRead, size_t* puRead);
     ZEBURead nextFile();
@@ -261,6 +277,8 @@ std::optional<ZEBURead> ZEBUSharedRing::readCurrent(char* pBuffer, size_t uSize,
     m_bAtZero = false;
     if (claim.uOffset == m_pFile->offset() && !m_pFile->isUnchanged())
         return lost();
+    if (claim.uOffset == 0 && m_pFile->offset() == 0 && !m_bFollow && holdsNewLines())
+        return notAccepted();
     if (claim.uOffset == m_pFile->offset())
         return m_bFollow ? ZEBURead::Idle : ZEBURead::End;
     if (claim == m_record.position && !isAccepted(claim))
@@ -324,8 +342,19 @@ std::optional<ZEBURead> ZEBUSharedRing::notAccepted()
     warn(m_pFile->path() +
          " does not end where the ring's record says: it is shown up to its end-of-data mark");
     m_bDistrust = true;
-    m_uLimit = m_pFile->isLineStart(m_record.position.uOffset) ? m_record.position.uOffset : SIZE_MAX;
+    const unsigned uOffset = m_record.position.uOffset;
+    m_uLimit = uOffset > 0 && m_pFile->isLineStart(uOffset) ? uOffset : SIZE_MAX;
     return {};
+}
+
+// Whether a file that should be empty holds lines which are no remains of the ring's last turn: those are
+// older than the lines of the file before it.
+bool ZEBUSharedRing::holdsNewLines() const
+{
+    const unsigned uBefore = m_uNumber == 1 ? m_record.uFileNum : m_uNumber - 1;
+    const std::optional<ZEBUTime> own = fs_firstTime(m_pFile->path());
+    const std::optional<ZEBUTime> before = fs_firstTime(ZEBU_RingFileName(m_strPrefix, uBefore));
+    return own && !m_pFile->hasMarkAt(0) && (!before || *own == ZEBU_TIME_NONE || *own >= *before);
 }
 
 // The record points before the place that was read: the ring came round and the file's beginning is about

@@ -180,7 +180,7 @@ Stamp ZEBUSingleRing::stampOf(unsigned uNumber) const
 {
     const std::string strName = ZEBU_RingFileName(m_strPrefix, uNumber);
     struct stat info;
-    if (stat(strName.c_str(), &info) != 0)
+    if (stat(strName.c_str(), &info) != 0 || ZEBU_IsOfOtherRing(m_strPrefix, uNumber))
         return {};
     Stamp stamp = {.uInode = info.st_ino,
                    .iSize = info.st_size,

@@ -101,6 +101,9 @@ private:
 // with a number does, else a plain file ("-" is the standard input).
 ZEBUSourceKind ZEBU_SourceKind(const std::string& strName);
 
+// The file that an errno of opening a source is about.
+std::string ZEBU_SourceFile(const std::string& strName);
+
 // Opens a source. Null, with `*piErrno`, when it cannot be read at all. `pFrom`: the place to go on at, or
 // null for the oldest line. When the place is gone the first read is a Gap, and what is still there follows.
 std::unique_ptr<ZEBUSource> ZEBU_OpenSource(const std::string& strName, bool bFollow, const ZEBUWarn& warn,

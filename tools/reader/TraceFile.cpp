@@ -7,13 +7,21 @@
 #include <unistd.h>
 #include <vector>
 
+#include "frame/TrustedOpen.h"
 #include "multilog/EndOfData.h"
+#include "output/LineFormat.h"
 
+// A file of a shared ring is longer than the ring's size by one line at most.
+static constexpr off_t cs_iSharedSizeMax = ZEBU2_FILE_SIZE_MAX_SHARED + 2 * ZEBU_LINE_MAX;
 static constexpr size_t cs_uScanBlock = size_t{256} * 1024;
 
 int ZEBU_OpenRegular(const std::string& strPath, int iFlags, struct stat* pInfo, bool bAnyKind)
 {
-    ZEBUFd fd(open(strPath.c_str(), iFlags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    bool bMade;
+    iFlags |= O_CLOEXEC | O_NOCTTY;
+    const bool bNamed = bAnyKind || (iFlags & O_NOFOLLOW) != 0;
+    ZEBUFd fd(bNamed ? open(strPath.c_str(), iFlags | O_NONBLOCK)
+                     : ZEBU_OpenTrusted(strPath.c_str(), iFlags | O_NONBLOCK, &bMade));
     if (fd.get() == -1 || fstat(fd.get(), pInfo) != 0)
         return -1;
     if (S_ISREG(pInfo->st_mode) ||
@@ -208,11 +216,11 @@ bool ZEBU_HasMark(const std::string& strPath)
 {
     ZEBUTraceFile file;
     std::vector<char> block(cs_uScanBlock);
-    if (file.open(strPath) != 0)
+    struct stat info;
+    if (file.open(strPath) != 0 || fstat(file.fd(), &info) != 0 || info.st_size > cs_iSharedSizeMax)
         return false;
     long lRead;
     while ((lRead = file.readLive(block.data(), block.size())) > 0)
         file.consume({block.data(), static_cast<size_t>(lRead)});
-    struct stat info;
-    return lRead == 0 && fstat(file.fd(), &info) == 0 && static_cast<off_t>(file.offset()) < info.st_size;
+    return lRead == 0 && static_cast<off_t>(file.offset()) < info.st_size;
 }

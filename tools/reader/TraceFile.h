@@ -9,8 +9,10 @@
 #include "frame/Fd.h"
 #include "tools/reader/Cursor.h"
 
-// Opens a regular file without waiting for anything; with `bAnyKind` pipes and devices too. Returns the
-// descriptor and what fstat says of it, or -1 with errno, EISDIR and EINVAL for what is of another kind.
+// Opens a regular file without waiting for anything; with `bAnyKind` pipes and devices too. The directories
+// of rings are open to everybody: a symbolic link that a stranger made is followed only with `bAnyKind`, for
+// a file that the user named, and none is with O_NOFOLLOW. Returns the descriptor and what fstat says of it,
+// or -1 with errno, EISDIR and EINVAL for what is of another kind.
 int ZEBU_OpenRegular(const std::string& strPath, int iFlags, struct stat* pInfo, bool bAnyKind = false);
 
 // Whether two looks were at the same file, and whether a name stands for another file that exists than one
