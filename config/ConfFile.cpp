@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include "config/GetPath.h"
+#include "frame/Fd.h"
 
 // Whether a path is one of the two standard files, or cannot be told.
 static bool fs_isStandardFile(const char* pszPath)
@@ -33,7 +34,7 @@ const char* ZEBU_GetCnfOverride()
 
 ZEBUConfFile::ZEBUConfFile(const char* pszName) : pStream(nullptr)
 {
-    const int iFd = open(pszName, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    const int iFd = ZEBU_Lift(open(pszName, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     if (iFd == -1)
         return;
     pStream = fdopen(iFd, "r");

@@ -35,6 +35,8 @@ TEST_F(Drain, FindsItsWayThroughForeignBytes)
     const std::string json = zebu2({"drain", "--app", "app", "-o", "json"}).out;
     EXPECT_NE(json.find("\"a\\u0000b\\r\\nc\\r\\ngarbage\""), std::string::npos) << json;
     EXPECT_EQ(areaHeader().uReadOffset, areaHeader().uWriteOffset);
+    writeArea(4000, 0, static_cast<uint32_t>(plainLines(1, 3).size()), plainLines(1, 3));
+    EXPECT_NE(zebu2({"drain", "--app", "none"}).err.find("3 lines that did not match"), std::string::npos);
 }
 
 TEST_F(Drain, RefusesADamagedHeader)

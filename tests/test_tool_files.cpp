@@ -84,7 +84,7 @@ TEST_F(ToolFiles, StatComparesWithLimitsForMonitoring)
     writeFile(path("empty1.log"), "");
     expectStatus(0, {"stat --max-fill 2 --min-reach 1d " + prefix()});
     expectStatus(1,
-                 {"stat --max-fill 1 " + prefix(), "stat --max-age 1d " + prefix(),
+                 {"stat --max-fill 0 " + prefix(), "stat --max-age 1d " + prefix(),
                   "stat --max-age 1d " + path("empty"), "stat --max-fill 2 --min-reach 3000w " + path("")});
     expectStatus(2, {"stat --max-age old " + prefix(), "stat " + prefix() + " " + path("none")});
     expectStatus(0, {"put --shared --ring " + prefix() + " new", "stat --max-age 1h " + prefix()});
@@ -263,12 +263,12 @@ TEST_F(ToolFiles, BackupRefusesAFileOfTheRing)
 TEST_F(ToolFiles, CleanRemovesWhatItAnnounces)
 {
     const std::string pattern = path("app*.log");
-    const auto clean = [&](const Words& rule) {
+    const auto clean = [&](const Words& rule, long apart = 86400) {
         Words words = {"clean", "--dry-run", pattern};
         words.insert(words.end(), rule.begin(), rule.end());
         for (int n = 1; n <= 3; ++n) {
             writeFile(traceFile(n), "x");
-            age(traceFile(n), 86400 * (4 - n));
+            age(traceFile(n), apart * (4 - n));
         }
         const std::string announced = zebu2(words).out;
         words.erase(words.begin() + 1);
@@ -282,13 +282,16 @@ TEST_F(ToolFiles, CleanRemovesWhatItAnnounces)
     };
     EXPECT_EQ(clean({"--keep", "1"}), "001");
     EXPECT_EQ(clean({"--keep", "9"}), "111");
+    EXPECT_EQ(clean({"--keep", "3"}, 0), "111");
+    EXPECT_EQ(clean({"--keep", "1"}, 0).find("11"),
+              std::string::npos); // of one second: which, the library says
     EXPECT_EQ(clean({"--older-than", "70h"}), "011");
     expectStatus(2, {"clean " + pattern, "clean --keep 1 --older-than 1d " + pattern,
                      "clean --older-than soon " + pattern});
     EXPECT_EQ(zebu2({"clean", "--older-than", "", pattern}).status, 2);
     expectStatus(1, {"clean --keep 0 " + path("none*")});
     writeRecord(1, 0);
-    expectStatus(2, {"clean --keep 0 " + pattern});
+    expectStatus(2, {"clean --keep 0 " + pattern, "clean --keep 0 " + path("mmap/app.m*")});
     EXPECT_TRUE(exists(traceFile(2)));
     EXPECT_EQ(clean({"--keep", "0", "--force"}), "000");
     // What cannot be examined ends the scan.

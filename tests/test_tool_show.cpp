@@ -216,6 +216,19 @@ TEST_F(Show, TakesALoggedTextForNoMark)
     EXPECT_EQ(raw("one"), whole);
 }
 
+TEST_F(Show, ReadsAsManyFilesAsASharedRingCanHave)
+{
+    Lines files;
+    for (int n = 1; n <= 64; ++n)
+        files.push_back(plainLines(n, n));
+    writeRing(files, 30);
+    EXPECT_EQ(show({"app"}), asText(plainLines(31, 64) + plainLines(1, 30)));
+    expectStatus(0, {"stat --check app"});
+    EXPECT_EQ(nlohmann::json::parse(zebu2({"stat", "-o", "json", "app"}).out)["files"].size(), 64u);
+    ASSERT_EQ(unlink(traceFile(64).c_str()), 0);
+    expectStatus(1, {"stat --check app"});
+}
+
 TEST_F(Show, ReadsWhatTheLibraryWrote)
 {
     for (const int option : {-1, 0, ZEBU2_OPT_NOFILL, ZEBU2_OPT_NOFILL | ZEBU2_OPT_CURRENT_ONLY}) {
@@ -275,7 +288,8 @@ TEST_F(Show, IsHarmlessToATerminal)
         return shell("script -qec '" + environment + " " + std::string(zebu2Path) + " show " + options +
                      " a' /dev/null");
     };
-    EXPECT_EQ(onTerminal("NO_COLOR=1 TERM=xterm", ""), text.substr(0, 68) + "\\xC2\\x9B \\x7F \\x1B[2J\\xE2\\x80\\xAE\r\n");
+    EXPECT_EQ(onTerminal("NO_COLOR=1 TERM=xterm", ""),
+              text.substr(0, 68) + "\\xC2\\x9B \\x7F \\x1B[2J\\xE2\\x80\\xAE\r\n");
     EXPECT_NE(onTerminal("NO_COLOR= TERM=xterm", "").find("\x1B[36mapp "), std::string::npos);
     EXPECT_NE(onTerminal("", "-o json").find("\"\\u009b \\u007f \\u001b[2J\\u202e\""), std::string::npos);
 }

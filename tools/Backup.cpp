@@ -110,6 +110,7 @@ void ZEBUDestination::finish()
 bool fs_copy(ZEBUSource& source, const ZEBUDestination& destination)
 {
     bool bComplete = true;
+    ZEBUProgress progress;
     std::string strBlock(cs_uBlock, '\0');
     size_t uHeld = 0; // bytes of a line that goes on in the next block
     for (ZEBURead eRead = ZEBURead::Bytes; eRead != ZEBURead::End;) {
@@ -121,6 +122,7 @@ bool fs_copy(ZEBUSource& source, const ZEBUDestination& destination)
         const size_t uWhole = eRead == ZEBURead::Bytes ? svHeld.rfind('\n') + 1 : 0;
         const std::string_view svOut = svHeld.substr(0, uWhole > 0 ? uWhole : svHeld.size());
         destination.write(svOut);
+        progress.add(svOut.size());
         uHeld = svHeld.size() - svOut.size();
         memmove(strBlock.data(), strBlock.data() + svOut.size(), uHeld);
         bComplete = bComplete && eRead != ZEBURead::Gap;

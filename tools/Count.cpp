@@ -1,3 +1,4 @@
+// tools/Count.cpp -- counts lines by what they have in common, and prints the table or the bars.
 #include "tools/Count.h"
 
 #include <algorithm>

@@ -22,7 +22,8 @@ public:
 
 private:
     void printHistogram(ZEBUOutput& output) const;
-    void printRow(ZEBUOutput& output, const std::string& strKey, long lCount, long lMost, size_t uWidth) const;
+    void printRow(ZEBUOutput& output, const std::string& strKey, long lCount, long lMost,
+                  size_t uWidth) const;
     std::string keyOf(const ZEBULine& line) const;
 
     const std::string m_strKey;

@@ -51,13 +51,13 @@ Json fs_lockHolder(int iFd)
     return lock.l_pid;
 }
 
-// How many other processes have a file open, among those that can be looked into.
-long fs_countUsers(int iFd)
+// How many other processes have a file open for writing, among those that can be looked into.
+long fs_countWriters(int iFd)
 {
     namespace fs = std::filesystem;
     struct stat wanted;
     std::error_code error;
-    std::set<std::string> users;
+    std::set<std::string> writers;
     if (fstat(iFd, &wanted) != 0)
         return 0;
     for (const auto& process : fs::directory_iterator("/proc", error)) {
@@ -66,12 +66,14 @@ long fs_countUsers(int iFd)
             continue;
         for (fs::directory_iterator open(process.path() / "fd", error), end; !error && open != end;
              open.increment(error)) {
+            struct stat link; // its mode tells how the file was opened
             struct stat info;
-            if (stat(open->path().c_str(), &info) == 0 && ZEBU_IsSameFile(info, wanted))
-                users.insert(strPid);
+            if (lstat(open->path().c_str(), &link) == 0 && (link.st_mode & S_IWUSR) != 0 &&
+                stat(open->path().c_str(), &info) == 0 && ZEBU_IsSameFile(info, wanted))
+                writers.insert(strPid);
         }
     }
-    return static_cast<long>(users.size());
+    return static_cast<long>(writers.size());
 }
 
 // What a pass over the lines of one file found.
@@ -226,7 +228,7 @@ void ZEBUDescriber::describeRecord()
         m_record.uFileSize == 0 ? 0 : m_record.position.uOffset * 100ul / m_record.uFileSize;
     m_facts["options"] = m_record.uMode & 0x3F;
     m_facts["lock_pid"] = fs_lockHolder(management.fd());
-    m_facts["writers"] = fs_countUsers(management.fd());
+    m_facts["writers"] = fs_countWriters(management.fd());
     m_iOpen += (info.st_mode & S_IWOTH) != 0 ? 1 : 0;
     if (bValid)
         checkCurrent(management, m_record);

@@ -1,3 +1,4 @@
+// tools/Filter.cpp -- reads what the user wants to see, and decides record by record.
 #include "tools/Filter.h"
 
 #include <algorithm>

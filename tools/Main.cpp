@@ -102,6 +102,7 @@ private:
     void addWords();
     void addForward();
     void checkVerb(const std::string& strWord) const;
+    bool parse(int argc, char** argv, int* piStatus);
 
     CLI::App m_app{"Shows and keeps the traces that applications write with ZEBULib2.", "zebu2"};
     ZEBUShowOptions m_show;
@@ -284,21 +285,31 @@ void ZEBUCommandLine::checkVerb(const std::string& strWord) const
         throw ZEBUFailure{"there is no verb \"" + strWord + "\": see zebu2 --help"};
 }
 
-int ZEBUCommandLine::run(int argc, char** argv)
+// Whether there is a verb to run; else the tool ends with `*piStatus`.
+bool ZEBUCommandLine::parse(int argc, char** argv, int* piStatus)
 {
     try {
         checkVerb(argc > 1 ? argv[1] : "-");
         m_app.parse(argc, argv);
-        return m_verb();
+        return true;
     } catch (const CLI::ParseError& error) {
         // What it says may repeat what was given.
         std::ostringstream output;
         std::ostringstream errors;
-        const int iStatus = m_app.exit(error, output, errors);
+        *piStatus = m_app.exit(error, output, errors) == 0 ? ZEBU_EXIT_OK : ZEBU_EXIT_ERROR;
         ZEBU_WriteFully(STDOUT_FILENO, output.str(), "standard output");
-        if (iStatus != 0)
-            ZEBU_Say(errors.str().substr(0, errors.str().find_last_not_of('\n') + 1));
-        return iStatus == 0 ? ZEBU_EXIT_OK : ZEBU_EXIT_ERROR;
+        const std::string strErrors = errors.str();
+        if (!strErrors.empty())
+            ZEBU_Say(strErrors.substr(0, strErrors.find_last_not_of('\n') + 1));
+        return false;
+    }
+}
+
+int ZEBUCommandLine::run(int argc, char** argv)
+{
+    try {
+        int iStatus = ZEBU_EXIT_OK;
+        return parse(argc, argv, &iStatus) ? m_verb() : iStatus;
     } catch (const ZEBUEnded&) {
         return ZEBU_EXIT_OK;
     } catch (const ZEBUFailure& failure) {

@@ -1,3 +1,4 @@
+// tools/Output.cpp -- text, JSON and raw bytes on the standard output, fit for a terminal where it is one.
 #include "tools/Output.h"
 
 #include <algorithm>
@@ -148,6 +149,25 @@ void ZEBU_EndOnSignals()
 bool ZEBU_IsEnded()
 {
     return cs_bEnded != 0;
+}
+
+ZEBUProgress::ZEBUProgress() : m_bTerminal(isatty(STDERR_FILENO) == 1 && isatty(STDOUT_FILENO) != 1) {}
+
+ZEBUProgress::~ZEBUProgress()
+{
+    if (m_uSaid > 0)
+        (void)!::write(STDERR_FILENO, "\r\x1B[K", 4); // the line was for the time of the run
+}
+
+void ZEBUProgress::add(size_t uBytes)
+{
+    constexpr size_t cs_uStep = size_t{64} * 1024 * 1024;
+    m_uBytes += uBytes;
+    if (!m_bTerminal || m_uBytes - m_uSaid < cs_uStep)
+        return;
+    m_uSaid = m_uBytes;
+    const std::string strLine = "\rzebu2: " + std::to_string(m_uBytes / 1024 / 1024) + " MiB";
+    (void)!::write(STDERR_FILENO, strLine.data(), strLine.size());
 }
 
 ZEBUOutput::ZEBUOutput(ZEBUFormat eFormat, ZEBUColor eColor)

@@ -34,6 +34,23 @@ void ZEBU_WriteFully(int iFd, std::string_view svBytes, const std::string& strNa
 void ZEBU_EndOnSignals();
 bool ZEBU_IsEnded();
 
+// Tells on the standard error output how far a long run is, when that is a terminal that shows nothing else.
+class ZEBUProgress
+{
+public:
+    ZEBUProgress();
+    ~ZEBUProgress();
+    ZEBUProgress(const ZEBUProgress&) = delete;
+    ZEBUProgress& operator=(const ZEBUProgress&) = delete;
+
+    void add(size_t uBytes);
+
+private:
+    const bool m_bTerminal;
+    size_t m_uBytes = 0;
+    size_t m_uSaid = 0;
+};
+
 class ZEBUOutput
 {
 public:

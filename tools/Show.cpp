@@ -41,6 +41,7 @@ private:
     const std::vector<std::string> m_sources;
     const ZEBUFilter m_filter;
     ZEBUOutput m_output;
+    ZEBUProgress m_progress;
     ZEBUMerge m_merge;
     ZEBUCursor m_cursor;
     ZEBUPoll m_poll;
@@ -57,8 +58,7 @@ private:
 ZEBUShow::ZEBUShow(const ZEBUShowOptions& options)
     : m_options(options), m_sources(ZEBU_WithoutDirectories(options.sources)), m_filter(options.filter),
       m_output(options.eFormat, options.eColor), m_merge(options.iInterval, !options.strCursor.empty()),
-      m_poll(options.iInterval),
-      m_count(options.strCount, options.filter.eForm), m_bKeep(options.lLast >= 0)
+      m_poll(options.iInterval), m_count(options.strCount, options.filter.eForm), m_bKeep(options.lLast >= 0)
 {
 }
 
@@ -118,6 +118,7 @@ void ZEBUShow::stream(ZEBUSource& source)
     for (;;) {
         size_t uRead = 0;
         const ZEBURead eRead = source.read(strBlock.data() + uHeld, strBlock.size() - uHeld, &uRead);
+        m_progress.add(uRead);
         if (eRead == ZEBURead::Gap)
             uHeld = 0;
         const size_t uTaken = streamLines({strBlock.data(), uHeld + uRead}, eRead != ZEBURead::Bytes);
@@ -164,6 +165,8 @@ void ZEBUShow::merge()
         const ZEBUNext eNext = m_merge.next(&record);
         if (eNext == ZEBUNext::Record) {
             m_bNew = true;
+            if (!m_options.bFollow)
+                m_progress.add(record.svBytes.size());
             m_merge.shown() = m_filter.matches(record, m_merge.shown());
             if (m_merge.shown())
                 show(record);

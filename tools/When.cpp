@@ -1,3 +1,4 @@
+// tools/When.cpp -- the words and numbers of a command line.
 #include "tools/When.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// tools/reader/Area.cpp -- maps the area, and reads and moves its offsets.
 #include "tools/reader/Area.h"
 
 #include <algorithm>

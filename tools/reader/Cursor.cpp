@@ -1,3 +1,4 @@
+// tools/reader/Cursor.cpp -- the file in which places are kept between two runs.
 #include "tools/reader/Cursor.h"
 
 #include <errno.h>

@@ -1,3 +1,4 @@
+// tools/reader/Directory.cpp -- which files of a directory make a ring, by their names.
 #include "tools/reader/Directory.h"
 
 #include <algorithm>

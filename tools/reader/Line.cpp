@@ -1,3 +1,4 @@
+// tools/reader/Line.cpp -- recognises lines and headers by their columns.
 #include "tools/reader/Line.h"
 
 namespace {

@@ -1,3 +1,4 @@
+// tools/reader/Management.cpp -- names of files, and the record as it is mapped or worked out from the files.
 #include "tools/reader/Management.h"
 
 #include <errno.h>
@@ -24,10 +25,14 @@ bool ZEBU_IsOfOtherRing(const std::string& strPrefix, unsigned uNumber)
 {
     struct stat info;
     const auto exists = [&](const std::string& strName) { return stat(strName.c_str(), &info) == 0; };
-    if (uNumber < 11 || uNumber % 10 == 0 || exists(ZEBU_RingFileName(strPrefix, uNumber / 10 * 10)))
-        return false;
     const std::string strOther = strPrefix + std::to_string(uNumber / 10);
-    return exists(ZEBU_RingFileName(strOther, 1)) && !exists(ZEBU_ManagementFileName(strPrefix));
+    if (uNumber < 11 || uNumber % 10 == 0 || !exists(ZEBU_RingFileName(strOther, 1)))
+        return false;
+    ZEBUManagement management;
+    ZEBURingRecord record;
+    if (management.open(strPrefix) == 0 && management.load(&record))
+        return uNumber > record.uFileNum;
+    return !exists(ZEBU_RingFileName(strPrefix, uNumber / 10 * 10));
 }
 
 std::vector<unsigned> ZEBU_ExistingTraceFiles(const std::string& strPrefix, unsigned uLast)

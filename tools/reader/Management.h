@@ -17,8 +17,8 @@ constexpr unsigned ZEBU_RING_FILES_MAX = ZEBU2_FILE_COUNT_MAX_SHARED;
 std::string ZEBU_RingFileName(const std::string& strPrefix, unsigned uNumber);
 std::string ZEBU_ManagementFileName(const std::string& strPrefix);
 
-// Whether app12.log, say, is not file 12 of the ring app but file 2 of the ring app1: that one begins there,
-// and app has no file 10 and no record that would tell the number of its files.
+// Whether app12.log, say, is not file 12 of the ring app but file 2 of the ring app1: that one has a file 1,
+// and app has fewer files by its record, or without one no file 10.
 bool ZEBU_IsOfOtherRing(const std::string& strPrefix, unsigned uNumber);
 
 // The numbers of the trace files that exist, rising, up to `uLast`.

@@ -1,3 +1,4 @@
+// tools/reader/Merge.cpp -- takes the earliest of the next records, and asks idle sources seldom.
 #include "tools/reader/Merge.h"
 
 #include <algorithm>

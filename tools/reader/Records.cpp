@@ -1,3 +1,4 @@
+// tools/reader/Records.cpp -- gathers lines until one begins another record.
 #include "tools/reader/Records.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// tools/reader/TraceFile.cpp -- reads with pread, so that a place is a number, and finds marks.
 #include "tools/reader/TraceFile.h"
 
 #include <algorithm>
