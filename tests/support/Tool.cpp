@@ -48,6 +48,13 @@ void expectStatus(int status, const std::vector<std::string>& calls)
     }
 }
 
+std::string asText(std::string bytes)
+{
+    for (size_t at = 0; (at = bytes.find("\r\n", at)) != std::string::npos;)
+        bytes.erase(at, 1);
+    return bytes;
+}
+
 RunningTool::RunningTool(const Words& words, int pipeSize)
 {
     int ends[2];

@@ -23,6 +23,9 @@ ToolResult zebu2(const Words& words, const std::string& input = "");
 // The same of each command line, whose words are divided by blanks.
 void expectStatus(int status, const std::vector<std::string>& calls);
 
+// Lines as the tool prints them as text: they end with LF alone.
+std::string asText(std::string bytes);
+
 // The tool while it runs; killed with the object.
 class RunningTool
 {
