@@ -7,7 +7,7 @@
 #include <sys/stat.h>
 
 #include "frame/Fd.h"
-#include "tools/reader/Cursor.h"
+#include "tools/reader/Place.h"
 
 // Opens a regular file without waiting for anything; with `bAnyKind` pipes and devices too. The directories
 // of rings are open to everybody: a symbolic link that a stranger made is followed only with `bAnyKind`, for
@@ -26,10 +26,6 @@ void ZEBU_Sleep(int iMilliseconds);
 // What is said of a file where bytes look like an end-of-data mark.
 constexpr char ZEBU_LIKENESS_TEXT[] =
     " holds bytes that look like an end-of-data mark and are none: a logged text";
-
-// So much of a file's beginning is compared: a file header and the lines behind it, whose counters and times
-// are not those of another cycle.
-constexpr size_t ZEBU_BEGINNING_MAX = 512;
 
 // An open file and the place that was read up to. A file of a ring is reused from its first byte on: the
 // beginning that was read is kept and compared, so that a reader notices when its place is gone.
