@@ -1,6 +1,7 @@
-# What is installed where, in five components: runtime (the shared object), development (headers, linking,
+# What is installed where, in six components: runtime (the shared object), development (headers, linking,
 # manual of the functions), tools (the operator's program and its manual), forward (zebu2-forward) and, only
-# when asked for by name, config (the standard configuration and the directory of the trace area, under /opt).
+# when asked for by name, python (the module) and config (the standard configuration and the directory of the
+# trace area, under /opt).
 #
 # There is no static archive: two copies of the library in one process would split its state.
 
@@ -16,7 +17,10 @@ install(TARGETS ZEBULib2 EXPORT ZEBULib2Targets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(FILES include/ZEBULib2.h include/ZEBULib2_log.h include/ZEBULib2.hpp include/ZEBULib2_error.hpp include/ZEBULib2_puts.hpp
+  adapters/ZEBULib2_spdlog.hpp
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
+# Only by name: where modules belong, the distribution decides.
+install(FILES adapters/zebulib2.py DESTINATION lib/python3/dist-packages COMPONENT python EXCLUDE_FROM_ALL)
 
 # ---- Finding it: find_package and pkg-config, both from wherever the tree lies --------------------
 
@@ -27,8 +31,15 @@ write_basic_package_version_file(ZEBULib2ConfigVersion.cmake COMPATIBILITY SameM
 install(FILES ${PROJECT_BINARY_DIR}/ZEBULib2Config.cmake ${PROJECT_BINARY_DIR}/ZEBULib2ConfigVersion.cmake
   DESTINATION ${ZEBU_CMAKE_DIR} COMPONENT development)
 
-file(RELATIVE_PATH ZEBU_PC_TO_PREFIX /prefix/${ZEBU_PC_DIR} /prefix)
-string(REGEX REPLACE "/$" "" ZEBU_PC_TO_PREFIX "${ZEBU_PC_TO_PREFIX}")
+# Relative to the file itself, unless the place of the libraries was given as an absolute path.
+set(ZEBU_PC_PREFIX ${CMAKE_INSTALL_PREFIX})
+if(NOT IS_ABSOLUTE ${CMAKE_INSTALL_LIBDIR})
+  file(RELATIVE_PATH ZEBU_PC_PREFIX /prefix/${ZEBU_PC_DIR} /prefix)
+  string(REGEX REPLACE "/$" "" ZEBU_PC_PREFIX "\${pcfiledir}/${ZEBU_PC_PREFIX}")
+endif()
+foreach(dir LIBDIR INCLUDEDIR)
+  cmake_path(ABSOLUTE_PATH CMAKE_INSTALL_${dir} BASE_DIRECTORY "\${prefix}" OUTPUT_VARIABLE ZEBU_PC_${dir})
+endforeach()
 configure_file(cmake/ZEBULib2.pc.in ZEBULib2.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/ZEBULib2.pc DESTINATION ${ZEBU_PC_DIR} COMPONENT development)
 
@@ -42,6 +53,8 @@ foreach(page IN LISTS ZEBU_MAN_PAGES)
       continue()
     endif()
     set(component forward)
+  elseif(page MATCHES "/ZEBULib2.cnf.5$")
+    set(component config)
   elseif(section MATCHES "[15]")
     set(component tools)
   else()
@@ -68,8 +81,13 @@ endforeach()
 if(TARGET zebu2)
   # A tree in a place of its own finds its library; in /usr the loader does.
   if(NOT CMAKE_INSTALL_PREFIX STREQUAL "/usr")
-    file(RELATIVE_PATH ZEBU_BIN_TO_LIB /prefix/${CMAKE_INSTALL_BINDIR} /prefix/${CMAKE_INSTALL_LIBDIR})
-    set_target_properties(zebu2 PROPERTIES INSTALL_RPATH "$ORIGIN/${ZEBU_BIN_TO_LIB}")
+    if(IS_ABSOLUTE ${CMAKE_INSTALL_LIBDIR} OR IS_ABSOLUTE ${CMAKE_INSTALL_BINDIR})
+      set(ZEBU_RPATH ${CMAKE_INSTALL_FULL_LIBDIR})
+    else()
+      file(RELATIVE_PATH ZEBU_RPATH /prefix/${CMAKE_INSTALL_BINDIR} /prefix/${CMAKE_INSTALL_LIBDIR})
+      set(ZEBU_RPATH "$ORIGIN/${ZEBU_RPATH}")
+    endif()
+    set_target_properties(zebu2 PROPERTIES INSTALL_RPATH "${ZEBU_RPATH}")
   endif()
   install(TARGETS zebu2 RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
   install(FILES tools/zebu2.bash-completion RENAME zebu2
@@ -101,8 +119,16 @@ endif()
 # ---- The standard configuration, where the library looks for it -----------------------------------
 
 set(ZEBU_OPT_DIR /opt/kelvora/ZEBULib2)
-install(FILES packaging/D002zebu2.cnf DESTINATION ${ZEBU_OPT_DIR}/etc COMPONENT config EXCLUDE_FROM_ALL)
-# As open as the library makes it, but with the sticky bit: who may write may not remove others' files.
-install(DIRECTORY DESTINATION ${ZEBU_OPT_DIR}/mmap COMPONENT config EXCLUDE_FROM_ALL
-  DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_WRITE GROUP_EXECUTE
-    WORLD_READ WORLD_WRITE WORLD_EXECUTE)
+# What an operator has edited stays. The directory of the area is as open as the library makes it, but with the
+# sticky bit, also where it was there before: who may write there may not remove what others made.
+install(CODE "
+  set(dir \"\$ENV{DESTDIR}${ZEBU_OPT_DIR}\")
+  if(EXISTS \"\${dir}/etc/D002zebu2.cnf\")
+    message(STATUS \"Kept: \${dir}/etc/D002zebu2.cnf\")
+  else()
+    file(INSTALL \"${PROJECT_SOURCE_DIR}/packaging/D002zebu2.cnf\" DESTINATION \"${ZEBU_OPT_DIR}/etc\")
+  endif()
+  file(MAKE_DIRECTORY \"\${dir}/mmap\")
+  execute_process(COMMAND chmod 1777 \"\${dir}/mmap\" COMMAND_ERROR_IS_FATAL ANY)"
+  COMPONENT config EXCLUDE_FROM_ALL)
+install(FILES packaging/zebulib2-config.conf DESTINATION lib/tmpfiles.d COMPONENT config EXCLUDE_FROM_ALL)

@@ -49,6 +49,8 @@ elseif(BUILD_TESTING)
   zebu_part(tests GTest_FOUND libgtest-dev)
 endif()
 
+add_subdirectory(adapters)
+
 find_package(benchmark QUIET)
 if(benchmark_FOUND AND NOT ZEBU_SANITIZE)
   add_subdirectory(bench)

@@ -24,12 +24,26 @@ libdir=$(dirname "$(find "$root" -name libZEBULib2.so)")
 # The standard configuration only when it is asked for. What it shows as defaults is commented out.
 DESTDIR=$work/config cmake --install "$build" --component config >> "$work/log"
 [ -d "$work/config/opt/kelvora/ZEBULib2/mmap" ]
+# What an operator has edited stays, and a directory that was there gets its sticky bit.
+echo 'MapSize = 99999' > "$work/config/opt/kelvora/ZEBULib2/etc/D002zebu2.cnf"
+chmod 0777 "$work/config/opt/kelvora/ZEBULib2/mmap"
+DESTDIR=$work/config cmake --install "$build" --component config >> "$work/log"
+grep -q 99999 "$work/config/opt/kelvora/ZEBULib2/etc/D002zebu2.cnf" || fail "overwrites the configuration"
+[ "$(stat -c %a "$work/config/opt/kelvora/ZEBULib2/mmap")" = 1777 ] || fail "no sticky bit"
+rm -r "$work/config"
+DESTDIR=$work/config cmake --install "$build" --component config >> "$work/log"
 if grep '^[^#]' "$work/config/opt/kelvora/ZEBULib2/etc/D002zebu2.cnf"; then fail "is set as standard"; fi
 
 echo "LogFile = $work/trace" > "$work/cnf"
 export ZEBU2_TRACECNF_FILE="$work/cnf" LD_LIBRARY_PATH="$libdir"
 PKG_CONFIG_PATH=$libdir/pkgconfig
 export PKG_CONFIG_PATH
+
+# A place of the libraries that is given as an absolute path.
+cmake -S "$source" -B "$work/absolute" -G Ninja -DZEBU_TOOL=OFF -DBUILD_TESTING=OFF -DCMAKE_INSTALL_LIBDIR=/opt/elsewhere \
+    -DCMAKE_DISABLE_FIND_PACKAGE_benchmark=ON -DCMAKE_INSTALL_PREFIX=/opt/here >> "$work/log"
+[ "$(pkg-config --cflags --libs "$work/absolute/ZEBULib2.pc" | sed "s/ *$//")" = \
+    "-I/opt/here/include -L/opt/elsewhere -lZEBULib2" ] || fail "the .pc file: $(cat "$work/absolute/ZEBULib2.pc")"
 
 # C, in the manner of the examples.
 [ "$(pkg-config --modversion ZEBULib2)" = "$version" ]

@@ -23,7 +23,7 @@ packages() (
 
 packages one
 packages another-folder
-for package in "$work"/another-folder/*.deb; do
+for package in "$work"/another-folder/*.*deb; do
     cmp "$package" "$work/one/$(basename "$package")"
 done
 for package in "$work"/one/*.deb; do
@@ -62,6 +62,25 @@ if command -v systemd-analyze > /dev/null; then
             { cat "$work/log"; fail "$unit is open"; }
     done
 fi
+
+# Manual pages are packed, each once; the library leaves ldconfig to its trigger, and tells its symbols.
+if find "$work/root/usr/share/man" -type f ! -name '*.gz' | grep .; then fail "have pages that are not packed"; fi
+[ -e "$work/root/usr/share/man/man3/ZEBU2_PutLine.3.gz" ] || fail "no manual"
+dpkg-deb -c "$work"/one/zebulib2-config_*.deb | grep -q man5/ZEBULib2.cnf.5.gz || fail "no page beside the configuration"
+[ "$(dpkg-deb --ctrl-tarfile "$work"/one/libzebulib2-2_*.deb | tar t | tr '\n' ' ')" = \
+    "./ ./control ./md5sums ./shlibs ./symbols ./triggers " ] || fail "other control files"
+[ "$(field libzebulib2-2 Multi-Arch) $(field zebu2 Multi-Arch)" = "same foreign" ] || fail "no Multi-Arch"
+if command -v lintian > /dev/null; then
+    lintian --no-cfg --allow-root --tag-display-limit 0 -L '>=warning' "$work"/one/*.*deb 2> /dev/null |
+        grep -v ' no-copyright-file$' > "$work/lintian" || true # the licence is the owner's to choose
+    [ ! -s "$work/lintian" ] || fail "lintian: $(cat "$work/lintian")"
+fi
+
+# The package of the sources has what the repository has.
+(cd "$work/one" && cpack --config CPackSourceConfig.cmake > "$work/log" 2>&1) || fail "$(cat "$work/log")"
+tar tf "$work/one/zebulib2-$version.tar.xz" > "$work/packed"
+grep -q '/frame/TLS.cpp$' "$work/packed" || fail "no sources in the package of the sources"
+if grep -e '/build' -e '/\.git/' "$work/packed"; then fail "build folders in the package of the sources"; fi
 
 # What they hold, built against and run.
 libdir=$(dirname "$(find "$work/root" -name libZEBULib2.so)")
