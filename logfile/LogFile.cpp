@@ -205,7 +205,8 @@ bool ZebuLogFile::isChild() const
 // Takes the lock when nobody holds the ring any more (a daemon's parent has left). Fails as openFile.
 int ZebuLogFile::takeOverRing()
 {
-    if (lockf(iFd, F_TEST, 0) != 0)
+    forgetForeign();
+    if (iFd == -1 || lockf(iFd, F_TEST, 0) != 0)
         return 0;
     int iFailure = lookForOwner(iFd);
     if (iFailure == 0 && lockf(iFd, F_TLOCK, 0) != 0)

@@ -231,6 +231,13 @@ TEST_F(Ring, BackupHoldsTheRingOldestFirst)
     EXPECT_EQ(readFile(traceFile(2)), ringFile);
     EXPECT_EQ(result(ZEBU2_TraceBackup(path("deep").c_str())), Result(-1, 0x0E000002));
     EXPECT_EQ(result(ZEBU2_TraceBackup(nullptr)), Result(-1, 0x0E000001));
+    // The longest path that the kernel takes, and one more.
+    for (const size_t uLength : {4095u, 4096u}) {
+        const std::string to = path(std::string(uLength - path("").size() - 4, '/')) + "copy";
+        EXPECT_EQ(result(ZEBU2_TraceBackup(to.c_str())),
+                  uLength == 4095 ? Result(0, 0) : Result(-1, 0x0E000002));
+        EXPECT_EQ(lastCode(), uLength == 4095 ? 0 : ENAMETOOLONG);
+    }
     putLine("after");
     stop();
     EXPECT_EQ(bodies(lines(2)), (Lines{"six", "after"}));
