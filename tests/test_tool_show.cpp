@@ -3,6 +3,7 @@
 #include <time.h>
 
 #include "support/Tool.h"
+#include "tools/reader/Json.h"
 
 namespace {
 class Show : public ToolTest
@@ -42,7 +43,7 @@ const char* const cs_masked = "****/**/** **:**:**.***";
 
 TEST_F(Show, PrintsEveryKindOfRecordAsJson)
 {
-    writeFile("f", "begins here\r\n" + line(7, "10:00:00.123", "ID-1                  a") +
+    writeFile("f", fileHeader() + "begins here\r\n" + line(7, "10:00:00.123", "ID-1                  a") +
                        line(8, "10:00:01.000", "ID               INFO b") +
                        line(9, cs_masked, "text\nmore\r\nend") +
                        line(10, "----/--/-- --:--:--.---", "ABCDEFGHIJKLMNOPQRSTU x?", "", "FFFFFFFF", ""));
@@ -56,18 +57,59 @@ TEST_F(Show, PrintsEveryKindOfRecordAsJson)
             rows += " " + value.dump();
         }
     }
-    EXPECT_EQ(keys, "kind counter time app pid tid body form id type text file ");
-    EXPECT_EQ(rows, R"( "text" null null null null null "begins here" null null null null "f"
- "line" 7 "2026-11-22T10:00:00.123" "app" 6699 "0000ABCD" "ID-1                  a" "id" "ID-1" null "a" "f"
- "line" 8 "2026-11-22T10:00:01.000" "app" 6699 "0000ABCD" "ID               INFO b" "type" "ID" "INFO" "b" "f"
- "line" 9 null "app" 6699 "0000ABCD" "text\nmore\r\nend" "plain" null null "text\nmore\r\nend" "f"
- "line" 10 null "" 4294967295 "" "ABCDEFGHIJKLMNOPQRSTU x?" null null null null "f"
+    EXPECT_EQ(keys, "kind time host source app pid tid counter form id type text file ");
+    EXPECT_EQ(rows, R"( "text" null "host" "f" null null null null null null null "begins here" "f"
+ "line" "2026-11-22T10:00:00.123+00:00" "host" "f" "app" 6699 "0000ABCD" 7 "id" "ID-1" null "a" "f"
+ "line" "2026-11-22T10:00:01.000+00:00" "host" "f" "app" 6699 "0000ABCD" 8 "type" "ID" "INFO" "b" "f"
+ "line" null "host" "f" "app" 6699 "0000ABCD" 9 "plain" null null "text\nmore\r\nend" "f"
+ "line" null "host" "f" "" 4294967295 "" 10 null null null "ABCDEFGHIJKLMNOPQRSTU x?" "f"
 )");
     const auto forced = nlohmann::json::parse(show({"-o", "json", "--form", "id", "-n", "1", "f"}));
     EXPECT_EQ(forced["id"].dump() + forced["text"].dump(), R"("ABCDEFGHIJKLMNOPQRSTU""x?")");
     writeFile("header", startHeader());
     const auto header = nlohmann::json::parse(show({"-o", "json", "--headers", "header"}));
-    EXPECT_EQ(header["body"].get<std::string>() + "\r\n", startHeader());
+    EXPECT_EQ(header["text"].get<std::string>() + "\r\n", startHeader());
+    // The zone is the writer's; what cannot be one, or was cut off, leaves the reader's.
+    const std::tuple<const char*, const char*, const char*> zones[] = {
+        {"TZ=Europe/Berlin", "07/22 23:00:00.000", "2026-07-22T23:00:00.000+02:00"},
+        {"TZ=Europe/Berlin", "11/22 23:00:00.000", "2026-11-22T23:00:00.000+01:00"},
+        {"TZ=XYZ3:30", "11/22 23:00:00.000", "2026-11-22T23:00:00.000-03:30"},
+        {"TZ=", "11/22 23:00:00.000", "2026-11-22T23:00:00.000+00:00"},
+        {"Unknown", "11/22 23:00:00.000", "2026-11-22T23:00:00.000+05:00"},
+        {"TZ=/dev/stdin", "11/22 23:00:00.000", "2026-11-22T23:00:00.000+05:00"}};
+    CHECK(setenv("TZ", "ABC-5", 1) == 0);
+    for (const auto& [zone, time, expected] : zones) {
+        char field[33];
+        (void)snprintf(field, sizeof field, "%-32s", zone);
+        writeFile("zone", fileHeader().replace(83, 32, field) + line(1, std::string("2026/") + time, "x") +
+                              line(2, "2026/11/22 23:00:00.500", "x"));
+        const std::string shown = show({"-o", "json", "zone"});
+        EXPECT_EQ(nlohmann::json::parse(shown.substr(0, shown.find('\n')))["time"], expected) << zone;
+    }
+}
+
+TEST_F(Show, WritesHostileBytesAsAnyOtherJsonWriter)
+{
+    // Bytes at which something begins, ends or is forbidden, in sequences of four (each of three is among
+    // them) and between plain ones.
+    const std::string edges(
+        "\0\x1F \"\\az\x7F\x80\x8F\x90\x9F\xA0\xBF\xC0\xC1\xC2\xDF\xE0\xE1\xED\xEE\xEF\xF0\xF1\xF4\xF5"
+        "\xFF\b\f\n\r\t",
+        33);
+    const auto check = [](const std::string& text) {
+        std::string json;
+        ZEBU_AppendJsonText(&json, text);
+        const auto replace = nlohmann::json::error_handler_t::replace;
+        ASSERT_EQ(json, nlohmann::json(text).dump(-1, ' ', false, replace)) << ::testing::PrintToString(text);
+    };
+    const size_t count = edges.size();
+    for (size_t i = 0; i < count * count * count * count; i += 29) {
+        const std::string text = {edges[i % count], edges[i / count % count],
+                                  edges[i / count / count % count], edges[i / count / count / count]};
+        check(text);
+        if (i % 7 == 0)
+            check(std::string(i % 11, 'p') + text + std::string(i % 13, 'q') + text.substr(0, i % 4));
+    }
 }
 
 TEST_F(Show, KeepsEveryByteButWhatATerminalOrJsonCannotTake)
@@ -84,7 +126,7 @@ TEST_F(Show, KeepsEveryByteButWhatATerminalOrJsonCannotTake)
               "\x1B[2m0001 \x1B[0m\x1B[32m2026/11/22 10:00:00.000     \x1B[0m\x1B[36mapp              \x1B[0m"
               "\x1B[2m00001A2B 0000ABCD \x1B[0m\\x1B[2J\\tcaf\xC3\xA9 \\xC2\\x9B1m \\xFF\\x00 end\nno end\n");
     const std::string json = show({"-o", "json", "-n", "1", "plain"});
-    EXPECT_EQ(nlohmann::json::parse(json)["body"],
+    EXPECT_EQ(nlohmann::json::parse(json)["text"],
               body.substr(0, 16) + "\xEF\xBF\xBD" + body.substr(17) + "\r\nno end");
 }
 

@@ -1,12 +1,21 @@
 // tools/Drain.cpp -- the consumer of the trace area.
 #include <errno.h>
+#include <limits.h>
 #include <string.h>
+#include <unistd.h>
 #include <utility>
 
 #include "tools/reader/Area.h"
 #include "tools/Verbs.h"
 
 namespace {
+std::string fs_hostName()
+{
+    char szName[HOST_NAME_MAX + 1] = "";
+    (void)gethostname(szName, sizeof szName - 1);
+    return szName;
+}
+
 class ZEBUDrain
 {
 public:
@@ -21,6 +30,7 @@ private:
     const ZEBUFilter m_filter;
     ZEBUOutput m_output;
     const std::string m_strPath;
+    const std::string m_strHost; // the area is this host's
     ZEBUArea m_area;
     ZEBUAreaSource* m_pSource = nullptr; // owned by m_pRecords
     std::unique_ptr<ZEBURecords> m_pRecords;
@@ -31,7 +41,7 @@ private:
 
 ZEBUDrain::ZEBUDrain(const ZEBUDrainOptions& options)
     : m_options(options), m_filter(options.filter), m_output(options.eFormat, options.eColor),
-      m_strPath(options.strArea.empty() ? ZEBU_ConfiguredArea() : options.strArea)
+      m_strPath(options.strArea.empty() ? ZEBU_ConfiguredArea() : options.strArea), m_strHost(fs_hostName())
 {
 }
 
@@ -58,7 +68,7 @@ bool ZEBUDrain::printBatch()
         m_bShown = m_bShown || m_bLastShown;
         m_lTaken += !m_bLastShown && record.eKind == ZEBURecordKind::Line ? 1 : 0;
         if (m_bLastShown)
-            m_output.print(record, m_filter.form(), m_pRecords->file());
+            m_output.print(record, m_filter.form(), {m_strPath, m_strPath, m_strHost, {}});
     }
     m_output.flush();
     return m_pSource->finishBatch();

@@ -10,8 +10,6 @@
 #include <unistd.h>
 #include <utility>
 
-#include <nlohmann/json.hpp>
-
 namespace {
 constexpr size_t cs_uBuffer = size_t{64} * 1024;
 volatile sig_atomic_t cs_bEnded = 0;
@@ -185,6 +183,11 @@ void ZEBUOutput::write(std::string_view svBytes)
         return;
     }
     m_strBuffer += svBytes;
+    flushFull();
+}
+
+void ZEBUOutput::flushFull()
+{
     if (m_strBuffer.size() >= cs_uBuffer)
         flush();
 }
@@ -205,10 +208,9 @@ void ZEBUOutput::writePlain(std::string_view svBytes)
 
 void ZEBUOutput::flush()
 {
-    const std::string strBytes(std::move(m_strBuffer));
-    m_strBuffer.clear();
-    m_strBuffer.reserve(2 * cs_uBuffer);
-    ZEBU_WriteFully(STDOUT_FILENO, strBytes, "standard output");
+    m_strWritten.swap(m_strBuffer);
+    m_strBuffer.clear(); // first: a write that throws is not tried again
+    ZEBU_WriteFully(STDOUT_FILENO, m_strWritten, "standard output");
 }
 
 void ZEBUOutput::writeText(std::string_view svText)
@@ -221,10 +223,12 @@ void ZEBUOutput::writeJson(const std::string& strJson)
     write(m_bTerminal ? fs_escapedJson(strJson) : strJson);
 }
 
-void ZEBUOutput::print(const ZEBURecord& record, ZEBUForm eForm, const std::string& strFile)
+void ZEBUOutput::print(const ZEBURecord& record, ZEBUForm eForm, const ZEBUOrigin& origin)
 {
     if (m_eFormat == ZEBUFormat::Json) {
-        printJson(record, eForm, strFile);
+        printJson(record, eForm, origin);
+    } else if (record.eKind == ZEBURecordKind::Gap) {
+        printGap(record, origin);
     } else if (isEscaping()) {
         printText(record);
     } else {
@@ -234,18 +238,26 @@ void ZEBUOutput::print(const ZEBURecord& record, ZEBUForm eForm, const std::stri
     }
 }
 
-void ZEBUOutput::printGap(const std::string& strSource, unsigned uFiles)
+void ZEBUOutput::printJson(const ZEBURecord& record, ZEBUForm eForm, const ZEBUOrigin& origin)
+{
+    if (!m_bTerminal) {
+        m_json.append(&m_strBuffer, record, eForm, origin);
+        flushFull();
+        return;
+    }
+    std::string strJson;
+    m_json.append(&strJson, record, eForm, origin);
+    writeJson(strJson);
+}
+
+// Raw output has the bytes of lines alone.
+void ZEBUOutput::printGap(const ZEBURecord& record, const ZEBUOrigin& origin)
 {
     if (m_eFormat == ZEBUFormat::Raw)
         return;
-    if (m_eFormat == ZEBUFormat::Json) {
-        const nlohmann::ordered_json json = {{"kind", "gap"}, {"source", strSource}, {"files", uFiles}};
-        write(json.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n");
-        return;
-    }
     write("---- ");
-    writeText(strSource);
-    write(": lines of " + std::to_string(uFiles) + (uFiles == 1 ? " file" : " files") +
+    writeText(origin.svSource);
+    write(": lines of " + std::to_string(record.uFilesLost) + (record.uFilesLost == 1 ? " file" : " files") +
           " or more may be missing here ----\n");
 }
 
@@ -286,39 +298,4 @@ void ZEBUOutput::printLines(std::string_view svText)
         write("\n");
         svText.remove_prefix(svWhole.size());
     } while (!svText.empty());
-}
-
-void ZEBUOutput::printJson(const ZEBURecord& record, ZEBUForm eForm, const std::string& strFile)
-{
-    static constexpr const char* szForms[] = {nullptr, "plain", "id", "type"};
-    static constexpr const char* szKinds[] = {"line", "header", "text"};
-    const auto orNull = [](bool bKnown, std::string_view svText) {
-        return bKnown ? nlohmann::ordered_json(svText) : nlohmann::ordered_json();
-    };
-    const bool bLine = record.eKind == ZEBURecordKind::Line;
-    const ZEBULine& line = record.line;
-    const std::string_view svBody = bLine ? line.svBody : ZEBU_WithoutLineEnd(record.svBytes);
-    ZEBUBody body;
-    if (bLine && (eForm == ZEBUForm::Unknown || !ZEBU_CutBody(svBody, eForm, &body)))
-        body = ZEBU_ReadBody(svBody);
-    const bool bFields = body.eForm == ZEBUForm::Id || body.eForm == ZEBUForm::Type;
-    std::string strTime(line.svTime);
-    if (line.lTime != ZEBU_TIME_NONE)
-        strTime[4] = strTime[7] = '-', strTime[10] = 'T';
-    nlohmann::ordered_json json;
-    json["kind"] = szKinds[static_cast<int>(record.eKind)];
-    json["counter"] = bLine ? nlohmann::ordered_json(line.iCounter) : nlohmann::ordered_json();
-    json["time"] = orNull(bLine && line.lTime != ZEBU_TIME_NONE, strTime);
-    json["app"] = orNull(bLine, line.svApp);
-    json["pid"] = bLine ? nlohmann::ordered_json(line.uPid) : nlohmann::ordered_json();
-    json["tid"] = orNull(bLine, line.svTid);
-    json["body"] = svBody;
-    const char* pszForm = szForms[static_cast<int>(body.eForm)];
-    json["form"] = pszForm ? nlohmann::ordered_json(pszForm) : nlohmann::ordered_json();
-    json["id"] = orNull(bFields, body.svId);
-    json["type"] = orNull(body.eForm == ZEBUForm::Type, body.svType);
-    json["text"] = orNull(body.eForm != ZEBUForm::Unknown, body.svText);
-    json["file"] = strFile;
-    const std::string strJson = json.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
-    writeJson(strJson + "\n");
 }

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "tools/reader/Records.h"
+#include "tools/reader/Json.h"
 
 enum class ZEBUFormat { Text, Json, Raw, Prometheus };
 enum class ZEBUColor { Auto, Always, Never };
@@ -74,22 +74,23 @@ public:
     void writeText(std::string_view svText);
     void writeJson(const std::string& strJson);
 
-    void print(const ZEBURecord& record, ZEBUForm eForm, const std::string& strFile);
-
-    // Tells that lines of so many files may be missing here; raw output has the bytes of lines alone.
-    void printGap(const std::string& strSource, unsigned uFiles);
+    void print(const ZEBURecord& record, ZEBUForm eForm, const ZEBUOrigin& origin);
 
 private:
     void printText(const ZEBURecord& record);
     void printLines(std::string_view svText);
-    void printJson(const ZEBURecord& record, ZEBUForm eForm, const std::string& strFile);
+    void printGap(const ZEBURecord& record, const ZEBUOrigin& origin);
+    void printJson(const ZEBURecord& record, ZEBUForm eForm, const ZEBUOrigin& origin);
+    void flushFull();
     void colored(const char* pszColor, std::string_view svText);
 
     const ZEBUFormat m_eFormat;
     const bool m_bTerminal;
     const bool m_bColored;
+    ZEBUJson m_json;
     std::string m_strBuffer;
     bool m_bReturn = false; // a CR was held back
+    std::string m_strWritten; // what is being written; the two change places
 };
 
 #endif

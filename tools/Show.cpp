@@ -17,7 +17,8 @@ struct Kept
 {
     ZEBURecord record;
     std::string strBytes;
-    std::string strFile;
+    std::string strOrigin[4]; // what the four views of an origin point to
+    ZEBUOrigin origin() const { return {strOrigin[0], strOrigin[1], strOrigin[2], strOrigin[3]}; }
 };
 
 class ZEBUShow
@@ -29,6 +30,7 @@ public:
 private:
     bool isStream() const;
     void stream(ZEBUSource& source);
+    void printGap(const ZEBUSource& source);
     size_t streamLines(std::string_view svBytes, bool bFileEnd);
     void merge();
     void openSources();
@@ -125,10 +127,19 @@ void ZEBUShow::stream(ZEBUSource& source)
         uHeld = uHeld + uRead - uTaken;
         memmove(strBlock.data(), strBlock.data() + uTaken, uHeld);
         if (eRead == ZEBURead::Gap && source.filesLost() > 0)
-            m_output.printGap(m_sources[0], source.filesLost());
+            printGap(source);
         if (eRead == ZEBURead::End)
             return;
     }
+}
+
+void ZEBUShow::printGap(const ZEBUSource& source)
+{
+    ZEBURecord record;
+    record.eKind = ZEBURecordKind::Gap;
+    record.uFilesLost = source.filesLost();
+    m_output.print(record, m_filter.form(),
+                   {.svSource = m_sources[0], .svFile = source.file(), .svHost = {}, .svZone = {}});
 }
 
 // Writes whole lines, and returns how many bytes that were. A line that fills the block, and the rest of a
@@ -203,7 +214,7 @@ void ZEBUShow::show(const ZEBURecord& record)
 {
     if (record.eKind == ZEBURecordKind::Gap) {
         if (!m_bKeep && m_options.strCount.empty())
-            m_output.printGap(m_merge.source(), record.uFilesLost);
+            m_output.print(record, m_filter.form(), m_merge.origin());
         return;
     }
     const bool bCount = !m_options.strCount.empty();
@@ -211,9 +222,13 @@ void ZEBUShow::show(const ZEBURecord& record)
     if (bCount) {
         m_count.add(record);
     } else if (!m_bKeep) {
-        m_output.print(record, m_filter.form(), m_merge.file());
+        m_output.print(record, m_filter.form(), m_merge.origin());
     } else {
-        m_kept.push_back({record, std::string(record.svBytes), m_merge.file()});
+        const ZEBUOrigin origin = m_merge.origin();
+        m_kept.push_back({record,
+                          std::string(record.svBytes),
+                          {std::string(origin.svSource), std::string(origin.svFile),
+                           std::string(origin.svHost), std::string(origin.svZone)}});
         if (m_kept.size() > static_cast<size_t>(m_options.lLast))
             m_kept.pop_front();
     }
@@ -224,7 +239,7 @@ void ZEBUShow::printKept()
     for (Kept& kept : m_kept) {
         kept.record.svBytes = kept.strBytes;
         (void)ZEBU_ParseLine(kept.record.svBytes, &kept.record.line);
-        m_output.print(kept.record, m_filter.form(), kept.strFile);
+        m_output.print(kept.record, m_filter.form(), kept.origin());
     }
     m_kept.clear();
 }

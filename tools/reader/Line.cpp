@@ -1,12 +1,14 @@
 // tools/reader/Line.cpp -- recognises lines and headers by their columns.
 #include "tools/reader/Line.h"
 
+#include <stdint.h>
+#include <string.h>
+
 namespace {
 constexpr size_t cs_uIdWidth = ZEBU_ID_WIDTH;
 constexpr size_t cs_uTypedIdWidth = ZEBU_TYPED_ID_WIDTH;
 constexpr size_t cs_uTypeColumn = ZEBU_COL_TYPE - ZEBU_COL_BODY; // within the body, as the next
 constexpr size_t cs_uTextColumn = ZEBU_COL_TEXT - ZEBU_COL_BODY;
-constexpr std::string_view cs_svTimeShape = "dddd/dd/dd dd:dd:dd.ddd";
 
 bool fs_isDigit(char c)
 {
@@ -39,18 +41,52 @@ long fs_digits(std::string_view svText)
     return lValue;
 }
 
+// Eight bytes that are looked at at once; "d" stands for a digit.
+struct Shape
+{
+    uint64_t uBits = 0;
+    uint64_t uMask = 0; // bits that must be as the shape has them
+    uint64_t uSix = 0;  // 6 for each digit
+
+    consteval Shape(const char (&szShape)[9])
+    {
+        for (int i = 0; i < 8; ++i) {
+            const bool bDigit = szShape[i] == 'd';
+            uBits |= static_cast<uint64_t>(bDigit ? '0' : szShape[i]) << (8 * i);
+            uMask |= uint64_t{bDigit ? 0xF0u : 0xFFu} << (8 * i);
+            uSix |= uint64_t{bDigit ? 6u : 0u} << (8 * i);
+        }
+    }
+
+    // Without the bits of the shape a digit is a number up to 9: neither it nor 6 more has a high half.
+    bool fits(const char* pText) const
+    {
+        uint64_t uText;
+        memcpy(&uText, pText, sizeof uText);
+        uText ^= uBits;
+        return ((uText | (uText + uSix)) & uMask) == 0;
+    }
+};
+
 bool fs_parseTime(std::string_view svTime, ZEBUTime* plTime)
 {
+    const char* p = svTime.data();
     *plTime = ZEBU_TIME_NONE;
-    if (svTime == ZEBU_MASKED_TIME || svTime == ZEBU_NO_TIME)
-        return true;
-    if (!fs_hasShape(svTime, cs_svTimeShape))
-        return false;
-    const long lMonth = fs_digits(svTime.substr(5, 2));
-    const long lDay = fs_digits(svTime.substr(8, 2));
-    *plTime = fs_digits(svTime);
-    return lMonth >= 1 && lMonth <= 12 && lDay >= 1 && lDay <= 31 && svTime.substr(11, 2) <= "23" &&
-           svTime.substr(14, 2) <= "59" && svTime.substr(17, 2) <= "60";
+    static constexpr Shape date("dddd/dd/");
+    static constexpr Shape dayAndMinute("dd dd:dd");
+    static constexpr Shape second("d:dd.ddd");
+    if (!date.fits(p) || !dayAndMinute.fits(p + 8) || !second.fits(p + 15))
+        return svTime == ZEBU_MASKED_TIME || svTime == ZEBU_NO_TIME;
+    const auto pair = [&](size_t u) { return (p[u] - '0') * 10L + (p[u + 1] - '0'); };
+    const long lMonth = pair(5);
+    const long lDay = pair(8);
+    const long lHour = pair(11);
+    const long lMinute = pair(14);
+    const long lSecond = pair(17);
+    *plTime = (((pair(0) * 100 + pair(2)) * 100 + lMonth) * 100 + lDay) * 1000000000 + lHour * 10000000 +
+              lMinute * 100000 + lSecond * 1000 + pair(20) * 10 + (p[22] - '0');
+    return lMonth >= 1 && lMonth <= 12 && lDay >= 1 && lDay <= 31 && lHour <= 23 && lMinute <= 59 &&
+           lSecond <= 60;
 }
 
 std::string_view fs_withoutBlanks(std::string_view svField)
@@ -67,8 +103,9 @@ bool fs_isWord(std::string_view svField)
 bool ZEBU_ParseLine(std::string_view svText, ZEBULine* pLine)
 {
     if (svText.size() < ZEBU_LINE_HEADER || !fs_hasShape(svText, "dddd ") ||
-        !fs_hasShape(svText.substr(28), "     ????????????????"
-                                        " xxxxxxxx ???????? "))
+        memcmp(svText.data() + ZEBU_COL_TIME + ZEBU_TIME_TEXT, "     ", 5) != 0 ||
+        svText[ZEBU_COL_PID - 1] != ' ' || svText[ZEBU_COL_TID - 1] != ' ' ||
+        svText[ZEBU_COL_BODY - 1] != ' ' || !fs_hasShape(svText.substr(ZEBU_COL_PID), "xxxxxxxx"))
         return false;
     pLine->svTime = svText.substr(ZEBU_COL_TIME, ZEBU_TIME_TEXT);
     if (!fs_parseTime(pLine->svTime, &pLine->lTime))
@@ -110,6 +147,22 @@ ZEBUTime ZEBU_HeaderTime(std::string_view svPiece)
         !fs_parseTime(svPiece.substr(ZEBU_FILE_COL_TIME, ZEBU_TIME_TEXT), &lTime))
         return ZEBU_TIME_NONE;
     return lTime;
+}
+
+std::string_view ZEBU_HeaderHost(std::string_view svPiece)
+{
+    const std::string_view svHost =
+        fs_withoutBlanks(svPiece.substr(ZEBU_FILE_COL_HOST, ZEBU_HOST_NAME_WIDTH));
+    return svHost == "Unknown" ? std::string_view() : svHost;
+}
+
+std::string_view ZEBU_HeaderZone(std::string_view svPiece)
+{
+    const std::string_view svZone =
+        fs_withoutBlanks(svPiece.substr(ZEBU_FILE_COL_ZONE, ZEBU_TIME_ZONE_WIDTH));
+    if (!svZone.starts_with("TZ="))
+        return {};
+    return svZone.size() > 3 ? svZone.substr(3) : "UTC";
 }
 
 size_t ZEBU_FindLineHeader(std::string_view svText)

@@ -51,6 +51,10 @@ ZEBUPiece ZEBU_ClassifyPiece(std::string_view svPiece);
 // The time that stands in a file-start header line.
 ZEBUTime ZEBU_HeaderTime(std::string_view svPiece);
 
+// The host of a file-start header line, and what TZ was set to when it was written; empty when unknown.
+std::string_view ZEBU_HeaderHost(std::string_view svPiece);
+std::string_view ZEBU_HeaderZone(std::string_view svPiece);
+
 // The position of the first trace line header in a text, or npos.
 size_t ZEBU_FindLineHeader(std::string_view svText);
 

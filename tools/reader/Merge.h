@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/reader/Records.h"
+#include "tools/reader/Json.h"
 
 // Hands out the records of its sources, the earliest of the next ones first. The order within a source stays
 // as it is; a record without a time goes with the one before it. Holds one record per source.
@@ -33,10 +33,12 @@ public:
     // The next record. Idle: there are none now, but sources that are followed may get some.
     ZEBUNext next(ZEBURecord* pRecord);
 
-    // Of the source of the last record: the file that it came from, and what the caller decided for it, for
-    // records that continue it.
-    const std::string& file() const { return m_pLast->records.file(); }
-    const std::string& source() const { return m_pLast->strName; }
+    // Where the last record came from, and what the caller decided for it, for records that continue it.
+    ZEBUOrigin origin() const
+    {
+        const ZEBURecords& records = m_pLast->records;
+        return {m_pLast->strName, records.file(), records.host(), records.zone()};
+    }
     bool& shown() { return m_pLast->bShown; }
 
     bool hasFailed() const;

@@ -126,6 +126,7 @@ void ZEBURecords::emit(size_t uEnd, ZEBURecord* pRecord)
         lTime = pRecord->line.lTime;
     } else if (m_eFirst != ZEBUPiece::Text) {
         pRecord->eKind = ZEBURecordKind::Header;
+        noteHeader(pRecord->svBytes);
         const size_t uFirst = m_eFirst == ZEBUPiece::StartHeader ? pRecord->svBytes.find('\n') + 1 : 0;
         if (m_pSource->hasTimelyHeaders())
             lTime = ZEBU_HeaderTime(pRecord->svBytes.substr(uFirst));
@@ -181,6 +182,24 @@ void ZEBURecords::noteFile()
         return;
     m_strBeginning = pFile->beginning();
     m_uBeginningHash = ZEBU_Fingerprint(m_strBeginning);
+    noteHeader(m_strBeginning);
+}
+
+// Takes host and zone out of a header. A reader that goes on within a file has not seen the one at its
+// beginning.
+void ZEBURecords::noteHeader(std::string_view svHeader)
+{
+    for (int i = 0; i < 2; ++i) {
+        const std::string_view svPiece = svHeader.substr(0, svHeader.find('\n') + 1);
+        const ZEBUPiece ePiece = ZEBU_ClassifyPiece(svPiece);
+        if (ePiece == ZEBUPiece::FileHeader) {
+            m_strHost = ZEBU_HeaderHost(svPiece);
+            m_strZone = ZEBU_HeaderZone(svPiece);
+        }
+        if (ePiece != ZEBUPiece::StartHeader)
+            return;
+        svHeader.remove_prefix(svPiece.size());
+    }
 }
 
 ZEBUPlace ZEBURecords::place() const

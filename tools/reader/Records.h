@@ -51,6 +51,10 @@ public:
     const std::string& file() const { return m_strFile; }
     bool hasFailed() const { return m_pSource->hasFailed(); }
 
+    // Of the file header before it: the host, and what TZ was set to. Empty when unknown.
+    const std::string& host() const { return m_strHost; }
+    const std::string& zone() const { return m_strZone; }
+
     // The place behind the last record, until the next call; one with offset 0 is none.
     ZEBUPlace place() const;
 
@@ -63,6 +67,7 @@ private:
     void cutOff();
     size_t room() const { return m_buffer.size() - 1 - m_uEnd; }
     void noteFile();
+    void noteHeader(std::string_view svHeader);
 
     std::string_view bytes(size_t uFrom, size_t uTo) const { return {m_buffer.data() + uFrom, uTo - uFrom}; }
 
@@ -83,6 +88,8 @@ private:
     unsigned m_uFilesLost = 0;            // a Gap is to be told of, before what the buffer gets next
     ZEBUTime m_lTime = ZEBU_TIME_NONE;
     std::string m_strFile;
+    std::string m_strHost;
+    std::string m_strZone;
     size_t m_uLastSize = 0;        // of the last record, which ends at m_uBegin
     unsigned m_uFileNumber = 0;    // of the file that the bytes are from,
     uint64_t m_uFileOffset = 0;    // the place of m_uEnd in it, 0 when there are no places,

@@ -1,0 +1,155 @@
+#include "tools/reader/Json.h"
+
+#include <charconv>
+#include <stdint.h>
+#include <string.h>
+
+namespace {
+constexpr uint64_t cs_uOnes = 0x0101010101010101;
+constexpr uint64_t cs_uHigh = 0x8080808080808080;
+constexpr char cs_szDigits[] = "0123456789abcdef";
+
+constexpr uint64_t fs_zeroBytes(uint64_t uWord)
+{
+    return (uWord - cs_uOnes) & ~uWord & cs_uHigh;
+}
+
+bool fs_isPlain(char c)
+{
+    const auto uByte = static_cast<unsigned char>(c);
+    return uByte >= 0x20 && uByte < 0x80 && c != '"' && c != '\\';
+}
+
+// How many bytes a text begins with that stand for themselves. Eight at a time: most of a line is such.
+size_t fs_plainLength(std::string_view svText)
+{
+    size_t u = 0;
+    for (uint64_t uWord; u + sizeof uWord <= svText.size(); u += sizeof uWord) {
+        memcpy(&uWord, svText.data() + u, sizeof uWord);
+        const uint64_t uControl = (uWord - 0x20 * cs_uOnes) & ~uWord & cs_uHigh;
+        if ((uControl | (uWord & cs_uHigh) | fs_zeroBytes(uWord ^ ('"' * cs_uOnes)) |
+             fs_zeroBytes(uWord ^ ('\\' * cs_uOnes))) != 0)
+            break;
+    }
+    while (u < svText.size() && fs_isPlain(svText[u]))
+        ++u;
+    return u;
+}
+
+// The length of the UTF-8 sequence that a text begins with; or, when it begins with none, of the longest
+// beginning of one, at least 1, and `*pbWhole` is false.
+size_t fs_sequence(std::string_view svText, bool* pbWhole)
+{
+    const auto at = [&](size_t u) { return static_cast<unsigned char>(svText[u]); };
+    const unsigned uLead = at(0);
+    const size_t uLength = uLead < 0x80   ? 1
+                           : uLead < 0xC2 ? 0
+                           : uLead < 0xE0 ? 2
+                           : uLead < 0xF0 ? 3
+                           : uLead < 0xF5 ? 4
+                                          : 0;
+    // Some leads narrow what may follow: nothing overlong, no surrogates, nothing beyond U+10FFFF.
+    const unsigned uLow = uLead == 0xE0 ? 0xA0 : uLead == 0xF0 ? 0x90 : 0x80;
+    const unsigned uTop = uLead == 0xED ? 0x9F : uLead == 0xF4 ? 0x8F : 0xBF;
+    size_t u = 1;
+    while (u < uLength && u < svText.size() && at(u) >= (u == 1 ? uLow : 0x80) &&
+           at(u) <= (u == 1 ? uTop : 0xBF))
+        ++u;
+    *pbWhole = uLength > 0 && u == uLength;
+    return u;
+}
+
+void fs_appendEscape(std::string* pstrOut, unsigned uCode)
+{
+    static constexpr std::string_view svShort = "\"\"\\\\\bb\ff\nn\rr\tt"; // the character, and its letter
+    for (size_t u = 0; u < svShort.size(); u += 2)
+        if (static_cast<unsigned char>(svShort[u]) == uCode) {
+            const char szEscape[] = {'\\', svShort[u + 1]};
+            pstrOut->append(szEscape, sizeof szEscape);
+            return;
+        }
+    const char szEscape[] = {'\\', 'u', '0', '0', cs_szDigits[uCode >> 4], cs_szDigits[uCode & 15]};
+    pstrOut->append(szEscape, sizeof szEscape);
+}
+
+void fs_appendNumber(std::string* pstrOut, unsigned uValue)
+{
+    char szDigits[16];
+    const auto result = std::to_chars(szDigits, szDigits + sizeof szDigits, uValue);
+    pstrOut->append(szDigits, result.ptr);
+}
+
+void fs_appendText(std::string* pstrOut, std::string_view svKey, bool bKnown, std::string_view svText)
+{
+    pstrOut->append(svKey);
+    if (bKnown)
+        ZEBU_AppendJsonText(pstrOut, svText);
+    else
+        pstrOut->append("null");
+}
+} // namespace
+
+void ZEBU_AppendJsonText(std::string* pstrOut, std::string_view svText)
+{
+    *pstrOut += '"';
+    while (!svText.empty()) {
+        size_t uTaken = fs_plainLength(svText);
+        pstrOut->append(svText.data(), uTaken);
+        svText.remove_prefix(uTaken);
+        if (svText.empty())
+            break;
+        bool bWhole;
+        uTaken = fs_sequence(svText, &bWhole);
+        if (!bWhole)
+            pstrOut->append("\xEF\xBF\xBD");
+        else if (uTaken == 1)
+            fs_appendEscape(pstrOut, static_cast<unsigned char>(svText[0]));
+        else
+            pstrOut->append(svText.data(), uTaken);
+        svText.remove_prefix(uTaken);
+    }
+    *pstrOut += '"';
+}
+
+void ZEBUJson::append(std::string* pstrOut, const ZEBURecord& record, ZEBUForm eForm,
+                      const ZEBUOrigin& origin)
+{
+    static constexpr std::string_view svForms[] = {"", "plain", "id", "type"};
+    static constexpr std::string_view svKinds[] = {"line", "header", "text", "gap"};
+    pstrOut->append("{\"kind\":\"").append(svKinds[static_cast<int>(record.eKind)]).append("\"");
+    if (record.eKind == ZEBURecordKind::Gap) {
+        fs_appendText(pstrOut, ",\"source\":", true, origin.svSource);
+        pstrOut->append(",\"files\":");
+        fs_appendNumber(pstrOut, record.uFilesLost);
+        pstrOut->append("}\n");
+        return;
+    }
+    const bool bLine = record.eKind == ZEBURecordKind::Line;
+    const ZEBULine& line = record.line;
+    const std::string_view svBody = bLine ? line.svBody : ZEBU_WithoutLineEnd(record.svBytes);
+    ZEBUBody body;
+    if (bLine && (eForm == ZEBUForm::Unknown || !ZEBU_CutBody(svBody, eForm, &body)))
+        body = ZEBU_ReadBody(svBody);
+    if (bLine && line.lTime != ZEBU_TIME_NONE) {
+        pstrOut->append(",\"time\":\"");
+        m_zone.append(pstrOut, line.svTime, line.lTime, origin.svZone);
+        *pstrOut += '"';
+    } else {
+        pstrOut->append(",\"time\":null");
+    }
+    fs_appendText(pstrOut, ",\"host\":", !origin.svHost.empty(), origin.svHost);
+    fs_appendText(pstrOut, ",\"source\":", true, origin.svSource);
+    fs_appendText(pstrOut, ",\"app\":", bLine, line.svApp);
+    pstrOut->append(",\"pid\":");
+    bLine ? fs_appendNumber(pstrOut, line.uPid) : (void)pstrOut->append("null");
+    fs_appendText(pstrOut, ",\"tid\":", bLine, line.svTid);
+    pstrOut->append(",\"counter\":");
+    bLine ? fs_appendNumber(pstrOut, static_cast<unsigned>(line.iCounter)) : (void)pstrOut->append("null");
+    fs_appendText(pstrOut, ",\"form\":", body.eForm != ZEBUForm::Unknown,
+                  svForms[static_cast<int>(body.eForm)]);
+    fs_appendText(pstrOut, ",\"id\":", body.eForm == ZEBUForm::Id || body.eForm == ZEBUForm::Type, body.svId);
+    fs_appendText(pstrOut, ",\"type\":", body.eForm == ZEBUForm::Type, body.svType);
+    fs_appendText(pstrOut, ",\"text\":", true, body.eForm == ZEBUForm::Unknown ? svBody : body.svText);
+    fs_appendText(pstrOut, ",\"file\":", true, origin.svFile);
+    pstrOut->append("}\n");
+}

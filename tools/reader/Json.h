@@ -1,0 +1,33 @@
+// tools/reader/Json.h -- records as lines of JSON, for programs that collect them.
+#ifndef ZEBU_TOOLS_READER_JSON_H
+#define ZEBU_TOOLS_READER_JSON_H
+
+#include <string>
+#include <string_view>
+
+#include "tools/reader/Records.h"
+#include "tools/reader/Zone.h"
+
+// Where a record is from.
+struct ZEBUOrigin
+{
+    std::string_view svSource; // as the user named it
+    std::string_view svFile;
+    std::string_view svHost; // empty when unknown, as the zone
+    std::string_view svZone;
+};
+
+// Appends a text as a JSON string: what is no UTF-8 becomes U+FFFD, one for each maximal subpart.
+void ZEBU_AppendJsonText(std::string* pstrOut, std::string_view svText);
+
+class ZEBUJson
+{
+public:
+    // Appends one object with its line end. All have the same keys in the same order, but that of a gap.
+    void append(std::string* pstrOut, const ZEBURecord& record, ZEBUForm eForm, const ZEBUOrigin& origin);
+
+private:
+    ZEBUZone m_zone;
+};
+
+#endif
