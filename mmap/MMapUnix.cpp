@@ -6,6 +6,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <new>
+
 #include "config/ConfUnix.h"
 #include "frame/ErrPos.h"
 #include "frame/Fd.h"
@@ -30,9 +32,17 @@ static bool fs_isKept(const char* pszPath)
     return stat(pszPath, &info) == 0 && info.st_size > off_t{ZEBU_AREA_FRESH_MAX};
 }
 
+// In one place for the process, guarded by its mutex: four texts of 4 KiB are too much for the stack of a
+// thread.
+static const ZEBUConfigInf& fs_readConfig()
+{
+    alignas(ZEBUConfigInf) static char szConfig[sizeof(ZEBUConfigInf)];
+    return *new (szConfig) ZEBUConfigInf;
+}
+
 ZEBUMMapFile::ZEBUMMapFile() : uMapLength(ZEBU_AREA_FRESH_MAX), iFd(-1), pMap(MAP_FAILED), iRefCount(0)
 {
-    const ZEBUConfigInf config;
+    const ZEBUConfigInf& config = fs_readConfig();
     ZEBU_initMMapLimitValues(config.iIntervalSec, config.iMaxMsgNum);
 }
 
@@ -43,7 +53,7 @@ ZEBUMMapFile::~ZEBUMMapFile()
 
 unsigned int ZEBUMMapFile::getMMapFileSize()
 {
-    return ZEBUConfigInf().uMapSize;
+    return fs_readConfig().uMapSize;
 }
 
 int ZEBUMMapFile::openFile()
@@ -109,7 +119,7 @@ static int fs_lockWaiting(int iFd)
 
 int ZEBUMMapFile::openFileObject()
 {
-    const ZEBUConfigInf config;
+    const ZEBUConfigInf& config = fs_readConfig();
     if (!fs_holdsArea(config.uMapSize) && !fs_isKept(config.szMMapFile))
         return ZEBU_Fail(ZEBU_EPOS_AREA, 0);
     if (fs_makeAreaDirectory(config.szMMapDir) != 0)

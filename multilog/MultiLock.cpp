@@ -4,6 +4,7 @@
 // It belongs to the process: the process mutex keeps its threads apart, and closing any descriptor of the
 // management file drops it. The lock starts at the descriptor's offset, which therefore stays 0.
 #include <errno.h>
+#include <time.h>
 #include <unistd.h>
 
 #include "multilog/MultiLogFile.h"
@@ -13,15 +14,33 @@ int ZebuMultiLogFile::initializeLock()
     return iLockInit = 0;
 }
 
-static void fs_wait(int iMilliseconds)
+constexpr long cs_lSecond = 1000000; // in microseconds, as all here
+
+static void fs_pause(long lPause)
 {
-    if (iMilliseconds <= 999) {
-        (void)usleep(static_cast<useconds_t>(iMilliseconds) * 1000);
+    if (lPause < cs_lSecond) {
+        (void)usleep(static_cast<useconds_t>(lPause));
         return;
     }
-    (void)sleep(static_cast<unsigned int>(iMilliseconds / 1000));
-    if (iMilliseconds % 1000 != 0)
-        (void)usleep(static_cast<useconds_t>(iMilliseconds % 1000) * 1000);
+    if (sleep(static_cast<unsigned int>(lPause / cs_lSecond)) == 0 && lPause % cs_lSecond != 0)
+        (void)usleep(static_cast<useconds_t>(lPause % cs_lSecond));
+}
+
+static long fs_clock()
+{
+    timespec now;
+    (void)clock_gettime(CLOCK_MONOTONIC, &now);
+    return now.tv_sec * cs_lSecond + now.tv_nsec / 1000;
+}
+
+// By the clock: each signal ends a pause, and a program that lives with many would give up at once.
+static void fs_wait(int iMilliseconds)
+{
+    long lLeft = iMilliseconds * 1000L;
+    const long lEnd = fs_clock() + lLeft;
+    do
+        fs_pause(lLeft);
+    while ((lLeft = lEnd - fs_clock()) > 0);
 }
 
 int ZebuMultiLogFile::mp_lock()

@@ -1,6 +1,7 @@
 // What a host does to the library it loads: threads that do everything at once, forks in the middle of it,
 // disks that are full.
 #include <signal.h>
+#include <string.h>
 #include <sys/mount.h>
 
 #include <set>
@@ -135,6 +136,34 @@ TEST_F(Host, ChildrenLogAtOnceWhateverTheParentsThreadsDo)
     EXPECT_EQ(areaLines().size(), size_t{iChildren});
     EXPECT_EQ(ZEBU2_DeleteInstance(m_shared), 0);
     stop();
+}
+
+extern "C" __attribute__((weak)) void __asan_init();
+extern "C" __attribute__((weak)) void __tsan_init();
+
+TEST_F(Host, FirstCallsNeedLittleStack)
+{
+    if (__asan_init || __tsan_init)
+        GTEST_SKIP() << "sanitizers make frames larger";
+    constexpr size_t ROOM = 1 << 18;
+    static char stack[ROOM] __attribute__((aligned(4096)));
+    memset(stack, '#', ROOM);
+    const std::string prefixes[] = {path("first"), path("second")};
+    tagZEBU_LOGFILE_SPEC specs[] = {{4096, 2, prefixes[0].c_str()}, {4096, 2, prefixes[1].c_str()}};
+    const auto firstCalls = [](void* p) -> void* {
+        const auto* pSpecs = static_cast<tagZEBU_LOGFILE_SPEC*>(p);
+        ZEBU2_HINSTANCE other = nullptr;
+        return reinterpret_cast<void*>(uintptr_t(ZEBU2_Initialize(&pSpecs[0], "host") |
+                                                 ZEBU2_PutLine(0, "first") |
+                                                 ZEBU2_CreateInstanceM(&other, &pSpecs[1], "host", 0)));
+    };
+    pthread_attr_t attributes;
+    pthread_t thread;
+    void* failed = stack;
+    ASSERT_EQ(pthread_attr_init(&attributes) | pthread_attr_setstack(&attributes, stack, ROOM), 0);
+    ASSERT_EQ(pthread_create(&thread, &attributes, firstCalls, specs) | pthread_join(thread, &failed), 0);
+    EXPECT_EQ(failed, nullptr);
+    EXPECT_LT(ROOM - std::string_view(stack, ROOM).find_first_not_of('#'), size_t{16 << 10});
 }
 
 static constexpr int FORKS = 100;

@@ -2,6 +2,7 @@
 // killed.
 #include <signal.h>
 #include <sys/ptrace.h>
+#include <sys/time.h>
 #include <sys/wait.h>
 
 #include <map>
@@ -60,6 +61,16 @@ TEST_F(MultiProcess, LockHeldByAnotherFailsEveryOperationAndChangesNothing)
     EXPECT_EQ(lastError(), ZEBU_EPOS_LOCK);
     EXPECT_EQ(trace(1), before);
     EXPECT_FALSE(exists(path("b")));
+
+    // A signal ends a pause, but not the wait.
+    const itimerval often = {{0, 1000}, {0, 1000}}, never = {};
+    (void)signal(SIGALRM, [](int) {});
+    ring->setLockWaitTime(20);
+    const auto start = std::chrono::steady_clock::now();
+    (void)setitimer(ITIMER_REAL, &often, nullptr);
+    EXPECT_EQ(put(ring, "x"), -1);
+    (void)setitimer(ITIMER_REAL, &never, nullptr);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(4 * 20));
     close(held);
     EXPECT_EQ(put(ring, "y") | put(lockFree, "z") | second->openFile(), 0);
     EXPECT_TRUE(data(1).starts_with(before.substr(0, before.find(mark())) + "y\r\nz\r\n"));
