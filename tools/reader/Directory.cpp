@@ -26,7 +26,7 @@ std::vector<std::string> fs_namesIn(const std::string& strDirectory)
 std::string fs_prefixOf(const std::string& strPath)
 {
     static constexpr std::string_view svEnd = ".log";
-    for (const size_t uDigits : {2, 1}) {
+    for (const size_t uDigits : {size_t{2}, size_t{1}}) {
         if (!strPath.ends_with(svEnd) || strPath.size() < svEnd.size() + uDigits)
             continue;
         const size_t uPrefix = strPath.size() - svEnd.size() - uDigits;
