@@ -25,6 +25,7 @@ public:
                 return;
             const int iAnswer = act();
             CHECK(write(m_answer[1], &iAnswer, sizeof iAnswer) == sizeof iAnswer);
+            (void)read(m_ask[0], &c, 1); // until it may leave
         });
         (void)close(m_ask[0]);
     }
@@ -55,47 +56,84 @@ protected:
     // owner has to give one lock up before it takes the next. False when it makes fewer calls.
     bool run(long lCall, bool bLastDescriptor)
     {
-        for (int n = 1; n <= 3; ++n)
-            (void)unlink(traceFile(n).c_str());
         const int iStatus = inChild([&] {
-            alarm(60);
-            const Rival rival([&] { // puts a line and leaves again, where it can
-                if (result(ZEBU2_Initialize(ring(4096), "rival")) == Result(1, 0x06000016))
-                    return cs_iRefused;
-                return ZEBU2_PutLine(0, "rival") == 0 && ZEBU2_Finalize() == 0 ? cs_iTaken : -1;
-            });
-            cs_pRival = &rival;
+            const Rival rival([&] { return takeRing(false); });
             CHECK(ZEBU2_Initialize(ring(4096), "app") == 0);
             putLine(std::string(4050, 'f'));
-            const auto pPlan = static_cast<ZebuFault*>(dlsym(RTLD_DEFAULT, ZEBU_FAULT_PLAN));
-            CHECK(pPlan != nullptr);
-            *pPlan = {"*", 0, lCall, lCall, 0, 0, 0, 0, [] { cs_iAnswer = cs_pRival->ask(); }};
+            arm(lCall, rival);
             if (bLastDescriptor)
                 useUpDescriptors();
-            cs_iAnswer = cs_iRefused;
-            pPlan->iArmed = 1;
+            plan()->iArmed = 1;
             const bool bPut = ZEBU2_PutLine(0, "next") == 0;
-            pPlan->iArmed = 0;
+            plan()->iArmed = 0;
             CHECK(bLastDescriptor || (bPut && cs_iAnswer == cs_iRefused));
             CHECK(putAgain());
             rival.leave();
-            // Whoever was told that a line is in the ring finds it there.
-            std::string ringFiles;
-            for (int n = 1; n <= 3; ++n)
-                ringFiles += readFile(traceFile(n));
-            CHECK(ringFiles.find("fff") != std::string::npos &&
-                  ringFiles.find(" again\r") != std::string::npos);
-            CHECK(!bPut || ringFiles.find(" next\r") != std::string::npos);
-            CHECK(cs_iAnswer == cs_iRefused || ringFiles.find(" rival\r") != std::string::npos);
-            _exit(pPlan->lFired != 0 ? cs_iFired : 0);
+            const std::string all = ringFiles();
+            CHECK(all.find("fff") != std::string::npos && all.find(" again\r") != std::string::npos);
+            CHECK(!bPut || all.find(" next\r") != std::string::npos);
+            CHECK(cs_iAnswer == cs_iRefused || all.find(" rival\r") != std::string::npos);
+            _exit(plan()->lFired != 0 ? cs_iFired : 0);
         });
-        EXPECT_TRUE(iStatus == 0 || iStatus == cs_iFired) << "call " << lCall << ", status " << iStatus;
-        return iStatus != 0;
+        return hasFired(iStatus, lCall);
     }
 
-    static constexpr int cs_iFired = 3, cs_iRefused = 4, cs_iTaken = 5;
+    // The start on a ring whose newest file is full, and the rival's before its call `lCall`, who stays or
+    // has left when the start goes on.
+    bool runStart(long lCall, bool bStays)
+    {
+        writeFile(traceFile(1), std::string(5000, 'f'));
+        const int iStatus = inChild([&] {
+            const Rival rival([&] { return takeRing(bStays); });
+            ZEBU2_HINSTANCE hArea; // attached before: a start holds the area's lock for a moment
+            CHECK(ZEBU2_CreateInstance(&hArea, nullptr, "area") == 1);
+            arm(lCall, rival);
+            plan()->iArmed = 1;
+            const int iResult = ZEBU2_Initialize(ring(4096), "app");
+            plan()->iArmed = 0;
+            const bool bTheirs = cs_iAnswer == cs_iTaken && bStays;
+            CHECK(result(iResult) == (bTheirs ? Result(1, 0x06000016) : Result(0, 0)));
+            rival.leave();
+            CHECK(cs_iAnswer == cs_iRefused || ringFiles().find(" rival\r") != std::string::npos);
+            _exit(plan()->lFired != 0 ? cs_iFired : 0);
+        });
+        return hasFired(iStatus, lCall);
+    }
 
 private:
+    static constexpr int cs_iFired = 3, cs_iRefused = 4, cs_iTaken = 5;
+
+    static ZebuFault* plan()
+    {
+        const auto pPlan = static_cast<ZebuFault*>(dlsym(RTLD_DEFAULT, ZEBU_FAULT_PLAN));
+        CHECK(pPlan != nullptr);
+        return pPlan;
+    }
+    static void arm(long lCall, const Rival& rival)
+    {
+        alarm(60);
+        cs_pRival = &rival;
+        cs_iAnswer = cs_iRefused;
+        *plan() = {"*", 0, lCall, lCall, 0, 0, 0, 0, [] { cs_iAnswer = cs_pRival->ask(); }};
+    }
+    bool hasFired(int iStatus, long lCall) const
+    {
+        EXPECT_TRUE(iStatus == 0 || iStatus == cs_iFired) << "call " << lCall << ", status " << iStatus;
+        for (int n = 1; n <= 3; ++n)
+            (void)unlink(traceFile(n).c_str());
+        return iStatus != 0;
+    }
+    // What the rival does: puts a line where it can, and stays or leaves again.
+    int takeRing(bool bStays)
+    {
+        if (result(ZEBU2_Initialize(ring(4096), "rival")) == Result(1, 0x06000016))
+            return cs_iRefused;
+        return ZEBU2_PutLine(0, "rival") == 0 && (bStays || ZEBU2_Finalize() == 0) ? cs_iTaken : -1;
+    }
+    std::string ringFiles() const
+    {
+        return readFile(traceFile(1)) + readFile(traceFile(2)) + readFile(traceFile(3));
+    }
     static void useUpDescriptors()
     {
         const rlimit few = {64, 64};
@@ -122,6 +160,16 @@ TEST_F(Switch, LetsNobodyInAtAnyMoment)
     for (const bool bLastDescriptor : {false, true}) {
         long lCall = 1;
         while (run(lCall, bLastDescriptor))
+            ++lCall;
+        EXPECT_GT(lCall, 8);
+    }
+}
+
+TEST_F(Switch, WhoStartsLooksAgain)
+{
+    for (const bool bStays : {false, true}) {
+        long lCall = 1;
+        while (runStart(lCall, bStays))
             ++lCall;
         EXPECT_GT(lCall, 8);
     }
