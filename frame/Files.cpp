@@ -11,10 +11,10 @@
 #include "frame/ErrPos.h"
 #include "frame/Fd.h"
 
-int ZEBU_TryOpenFile(int* piFd, const char* pszName, int iFlags, int iFileAttr)
+int ZEBU_TryOpenFile(int* piFd, const char* pszName, int iFlags, int iFileAttr, int iDirectory)
 {
     bool bMade;
-    ZEBUFd fd(ZEBU_OpenTrusted(pszName, iFlags | O_NONBLOCK, &bMade));
+    ZEBUFd fd(ZEBU_OpenTrusted(pszName, iFlags | O_NONBLOCK, &bMade, iDirectory));
     struct stat info;
     *piFd = -1;
     if (fd.get() == -1 || fstat(fd.get(), &info) != 0)
@@ -31,9 +31,10 @@ int ZEBU_TryOpenFile(int* piFd, const char* pszName, int iFlags, int iFileAttr)
     return 0;
 }
 
-int ZEBU_OpenFile(int* piFd, const char* pszName, int iFlags, int iFileAttr)
+int ZEBU_OpenFile(int* piFd, const char* pszName, int iFlags, int iFileAttr, int iDirectory)
 {
-    return ZEBU_TryOpenFile(piFd, pszName, iFlags, iFileAttr) == 0 ? 0 : ZEBU_Fail(ZEBU_EPOS_OPEN, errno);
+    const int iResult = ZEBU_TryOpenFile(piFd, pszName, iFlags, iFileAttr, iDirectory);
+    return iResult == 0 ? 0 : ZEBU_Fail(ZEBU_EPOS_OPEN, errno);
 }
 
 // ---- Directories ---------------------------------------------------------------------------------

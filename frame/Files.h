@@ -13,11 +13,11 @@
 // Opens a file of a ring close-on-exec with `iFlags` (mode 0666 whatever the umask when it is made), and
 // gives it the permission bits `iFileAttr` unless that is -1. A symbolic link is followed only when root or
 // the caller made it, and a FIFO or a device is opened only when it is theirs: another's would take the lines
-// away. Never waits. Fails with 2; `*piFd` is then -1.
-int ZEBU_OpenFile(int* piFd, const char* pszName, int iFlags, int iFileAttr);
+// away. Never waits. `iDirectory` as in ZEBU_OpenTrusted. Fails with 2; `*piFd` is then -1.
+int ZEBU_OpenFile(int* piFd, const char* pszName, int iFlags, int iFileAttr, int iDirectory = AT_FDCWD);
 
 // The same, but records nothing: returns -1 with errno.
-int ZEBU_TryOpenFile(int* piFd, const char* pszName, int iFlags, int iFileAttr);
+int ZEBU_TryOpenFile(int* piFd, const char* pszName, int iFlags, int iFileAttr, int iDirectory = AT_FDCWD);
 
 // Makes sure that the directory part of a file's path exists. Missing levels are made with mode 0777
 // whatever the umask. Fails with 1 (null), 17 or 21.

@@ -33,9 +33,9 @@ static bool fs_isOfProcesses(int iLink)
 // Replaces `szName` by what the symbolic link of that name points to, or sets `*pbFollow` where the kernel
 // has to follow it. The link is held by a descriptor while its owner is checked and its text is read, so
 // nobody can put another one in its place between. Returns 0, or -1 with errno.
-static int fs_followTrustedLink(char (&szName)[ZEBU_PATH_ROOM], bool* pbFollow)
+static int fs_followTrustedLink(int iDirectory, char (&szName)[ZEBU_PATH_ROOM], bool* pbFollow)
 {
-    const ZEBUFd link(ZEBU_Lift(open(szName, O_PATH | O_NOFOLLOW | O_CLOEXEC)));
+    const ZEBUFd link(ZEBU_Lift(openat(iDirectory, szName, O_PATH | O_NOFOLLOW | O_CLOEXEC)));
     struct stat info;
     if (link.get() == -1 || fstat(link.get(), &info) != 0)
         return -1;
@@ -69,7 +69,7 @@ static int fs_followTrustedLink(char (&szName)[ZEBU_PATH_ROOM], bool* pbFollow)
 // ELOOP then), and again on what the link points to as long as root or the caller made it. The operation is
 // told whether it may let the kernel follow.
 template <class Operation>
-static int fs_onTrusted(const char* pszName, Operation operation)
+static int fs_onTrusted(int iDirectory, const char* pszName, Operation operation)
 {
     int iResult = operation(pszName, false);
     if (iResult != -1 || errno != ELOOP)
@@ -81,7 +81,7 @@ static int fs_onTrusted(const char* pszName, Operation operation)
     strcpy(szName, pszName);
     for (int iLinks = 0; iResult == -1 && errno == ELOOP && iLinks < 8; ++iLinks) {
         bool bFollow = false;
-        if (fs_followTrustedLink(szName, &bFollow) != 0)
+        if (fs_followTrustedLink(iDirectory, szName, &bFollow) != 0)
             return -1;
         iResult = operation(szName, bFollow);
     }
@@ -92,25 +92,45 @@ static int fs_onTrusted(const char* pszName, Operation operation)
 
 // As open(2) with a note whether the file was made. Told by the calls that open it, not by a look before
 // them: a file that only could not be looked at is not a new one.
-static int fs_openOrMake(const char* pszName, int iFlags, bool* pbMade)
+static int fs_openOrMake(int iDirectory, const char* pszName, int iFlags, bool* pbMade)
 {
-    int iFd = open(pszName, iFlags & ~O_CREAT);
+    int iFd = openat(iDirectory, pszName, iFlags & ~O_CREAT);
     if (iFd != -1 || errno != ENOENT || (iFlags & O_CREAT) == 0)
         return iFd;
-    iFd = open(pszName, iFlags | O_EXCL, 0666);
+    iFd = openat(iDirectory, pszName, iFlags | O_EXCL, 0666);
     *pbMade = iFd != -1;
     if (iFd == -1 && errno == EEXIST) // another process was faster
-        iFd = open(pszName, iFlags & ~O_CREAT);
+        iFd = openat(iDirectory, pszName, iFlags & ~O_CREAT);
     return iFd;
 }
 
-int ZEBU_OpenTrusted(const char* pszName, int iFlags, bool* pbMade)
+int ZEBU_OpenTrusted(const char* pszName, int iFlags, bool* pbMade, int iDirectory)
 {
     *pbMade = false;
     iFlags |= O_CLOEXEC | O_NOCTTY;
-    return ZEBU_Lift(fs_onTrusted(pszName, [=](const char* psz, bool bFollow) {
-        return fs_openOrMake(psz, bFollow ? iFlags : iFlags | O_NOFOLLOW, pbMade);
+    return ZEBU_Lift(fs_onTrusted(iDirectory, pszName, [=](const char* psz, bool bFollow) {
+        return fs_openOrMake(iDirectory, psz, bFollow ? iFlags : iFlags | O_NOFOLLOW, pbMade);
     }));
+}
+
+// With O_PATH a link itself is opened, and O_DIRECTORY would call it a file of another kind.
+static int fs_openDirectory(const char* pszName, int iNoFollow)
+{
+    ZEBUFd fd(ZEBU_Lift(open(pszName, O_PATH | O_CLOEXEC | iNoFollow)));
+    struct stat info;
+    if (fd.get() == -1 || fstat(fd.get(), &info) != 0)
+        return -1;
+    if (S_ISDIR(info.st_mode))
+        return fd.release();
+    errno = S_ISLNK(info.st_mode) ? ELOOP : ENOTDIR;
+    return -1;
+}
+
+int ZEBU_OpenDirectory(const char* pszName)
+{
+    return fs_onTrusted(AT_FDCWD, pszName, [](const char* psz, bool bFollow) {
+        return fs_openDirectory(psz, bFollow ? 0 : O_NOFOLLOW);
+    });
 }
 
 int ZEBU_OpenToRead(const char* pszName)
@@ -156,7 +176,7 @@ int ZEBU_ChmodNoFollow(const char* pszName, int iMode, int iOpen)
 
 int ZEBU_ChmodTrusted(const char* pszName, int iMode, int iOpen)
 {
-    return fs_onTrusted(pszName, [=](const char* psz, bool bFollow) {
+    return fs_onTrusted(AT_FDCWD, pszName, [=](const char* psz, bool bFollow) {
         return bFollow ? chmod(psz, static_cast<mode_t>(iMode)) : ZEBU_ChmodNoFollow(psz, iMode, iOpen);
     });
 }

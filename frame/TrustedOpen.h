@@ -7,6 +7,7 @@
 #ifndef ZEBU_FRAME_TRUSTEDOPEN_H
 #define ZEBU_FRAME_TRUSTEDOPEN_H
 
+#include <fcntl.h>
 #include <stddef.h>
 
 // Room for any path that the kernel accepts, and for any name built from a prefix that was accepted.
@@ -19,7 +20,11 @@ bool ZEBU_IsAbsent(int iErrno);
 bool ZEBU_IsOutOfReach(int iErrno);
 
 // As open(2), close-on-exec, with mode 0666 for what is made. `*pbMade` becomes true when the file was made.
-int ZEBU_OpenTrusted(const char* pszName, int iFlags, bool* pbMade);
+// `iDirectory`: where a name without a slash at its front starts, as in openat(2).
+int ZEBU_OpenTrusted(const char* pszName, int iFlags, bool* pbMade, int iDirectory = AT_FDCWD);
+
+// Opens a directory for the other functions here to start from (O_PATH).
+int ZEBU_OpenDirectory(const char* pszName);
 
 // Opens a regular file for reading and never waits. Another kind of file is taken for absent.
 int ZEBU_OpenToRead(const char* pszName);

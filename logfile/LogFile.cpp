@@ -428,10 +428,8 @@ int ZebuLogFile::copyTraceFile(long lNumber, int iBackup) const
         return iOpened;
     if (!S_ISREG(info.st_mode)) // a device may have no end
         return 0;
-    // Holes of a file that is larger than described are not copied: others can make such a file for nothing.
-    const unsigned long ulDescribed = ulFileSizeMax + ZEBU_FILE_HEADER_MAX + ZEBU_LINE_MAX;
-    const auto ulBlocks = static_cast<unsigned long>(info.st_blocks) * 512;
-    return ZEBU_CopyFile(bOwn ? iFd : fd.get(), iBackup, ulBlocks > ulDescribed ? ulBlocks : ulDescribed);
+    const int iFrom = bOwn ? iFd : fd.get();
+    return ZEBU_CopyFile(iFrom, iBackup, ZEBU_CopyLimit(iFrom, ulFileSizeMax));
 }
 
 int ZebuLogFile::chFileAttr(int iMode)

@@ -9,6 +9,7 @@
 
 #include "frame/ErrPos.h"
 #include "frame/Fd.h"
+#include "output/LineFormat.h"
 
 int ZEBU_TraceFileName(char (&szName)[ZEBU_PATH_ROOM], const char* pszPrefix, long lNumber, long lCount)
 {
@@ -117,4 +118,13 @@ int ZEBU_OpenForCopy(int* piFd, const char* pszName, int iBackup)
         return ZEBU_Fail(ZEBU_EPOS_PARAM, 0);
     *piFd = fd.release();
     return 1;
+}
+
+unsigned long ZEBU_CopyLimit(int iFd, unsigned long ulFileSize)
+{
+    struct stat info;
+    const unsigned long ulDescribed = ulFileSize + ZEBU_FILE_HEADER_MAX + ZEBU_LINE_MAX;
+    const unsigned long ulBlocks =
+        fstat(iFd, &info) == 0 ? static_cast<unsigned long>(info.st_blocks) * 512 : 0;
+    return ulBlocks > ulDescribed ? ulBlocks : ulDescribed;
 }

@@ -32,4 +32,8 @@ int ZEBU_OpenBackup(int* piFd, const char* pszName, int iFlags, int iFileAttr, c
 // or -1 and fails with 2 when it cannot be opened otherwise, and with 1 when it is the backup itself.
 int ZEBU_OpenForCopy(int* piFd, const char* pszName, int iBackup);
 
+// How much of an open file is copied at most: its described size, a header and a line, or the blocks that it
+// has if these are more. Its holes beyond that are not: others can make such a file for nothing.
+unsigned long ZEBU_CopyLimit(int iFd, unsigned long ulFileSize);
+
 #endif

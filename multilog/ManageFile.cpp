@@ -10,6 +10,7 @@
 #include <atomic>
 
 #include "frame/ErrPos.h"
+#include "frame/Fd.h"
 
 // ---- The file ------------------------------------------------------------------------------------
 
@@ -32,7 +33,12 @@ int ZEBUManageFile::generateManagementFileName(const char* pszPrefix)
 int ZEBUManageFile::open(int iFileAttr)
 {
     ulManageIno = 0;
-    return ZEBU_OpenFile(&iManageFd, szManageFileName, O_RDWR | O_CREAT, iFileAttr);
+    // A stranger's link in place of the directory would have the file made, or changed, wherever it leads.
+    const ZEBUFd directory(ZEBU_OpenDirectory(szManageDir));
+    if (directory.get() == -1)
+        return ZEBU_Fail(ZEBU_EPOS_OPEN, errno);
+    const char* pszBase = strrchr(szManageFileName, '/') + 1;
+    return ZEBU_OpenFile(&iManageFd, pszBase, O_RDWR | O_CREAT, iFileAttr, directory.get());
 }
 
 int ZEBUManageFile::prepare(long* plLength)

@@ -34,8 +34,8 @@ int ZebuMultiLogFile::backupToFile(const char* pszDest, int iFlag)
         lock.release();
 
     ZEBUFd out;
-    if (ZEBU_OpenBackup(out.out(), pszDest, O_WRONLY | O_CREAT | O_TRUNC | O_APPEND, iFileAttr, pszPath, rec.fileNum,
-                        {manage.descriptor(), -1}) != 0)
+    if (ZEBU_OpenBackup(out.out(), pszDest, O_WRONLY | O_CREAT | O_TRUNC | O_APPEND, iFileAttr, pszPath,
+                        rec.fileNum, {manage.descriptor(), -1}) != 0)
         return -1;
     if (copyRing(out.get(), rec) != 0)
         return -1;
@@ -44,12 +44,12 @@ int ZebuMultiLogFile::backupToFile(const char* pszDest, int iFlag)
     return 0;
 }
 
-// Copies a file up to its mark.
-static int fs_copyData(int iFrom, int iOut)
+// Copies a file up to its mark. A read that fails ends it like the end of the file.
+static int fs_copyData(int iFrom, int iOut, unsigned long ulLimit)
 {
     ZEBUEndOfDataScan scan;
     char szBlock[ZEBU_SCAN_BLOCK];
-    while (!scan.found()) {
+    for (unsigned long ulDone = 0; !scan.found() && ulDone < ulLimit; ulDone += sizeof szBlock) {
         const long lRead = ZEBU_Read(iFrom, szBlock, sizeof szBlock);
         if (lRead <= 0)
             return 0;
@@ -74,8 +74,10 @@ int ZebuMultiLogFile::copyRing(int iOut, const tagZEBU_MANAGEMENT_DATA& rec) con
             return -1;
         if (iOpened == 0)
             continue;
-        const int iResult = lNumber == lCurrent ? ZEBU_CopyFile(from.get(), iOut, rec.writeOffset)
-                                                : fs_copyData(from.get(), iOut);
+        const unsigned long ulLimit = ZEBU_CopyLimit(from.get(), rec.fileSize);
+        const unsigned long ulCurrent = rec.writeOffset < ulLimit ? rec.writeOffset : ulLimit;
+        const int iResult = lNumber == lCurrent ? ZEBU_CopyFile(from.get(), iOut, ulCurrent)
+                                                : fs_copyData(from.get(), iOut, ulLimit);
         if (iResult != 0)
             return -1;
     }
@@ -102,7 +104,7 @@ int ZebuMultiLogFile::chFileAttr(int iMode)
     if (ZEBU_ChmodRing(pszPath, lFileNum, iMode) != 0)
         return -1;
     const int iDirErrno = ZEBU_ChmodTrusted(manage.directory(), fs_directoryMode(iMode)) == 0 ? 0 : errno;
-    if (ZEBU_ChmodTrusted(manage.name(), iMode) != 0)
+    if (ZEBU_ChmodTrusted(manage.name(), iMode, manage.descriptor()) != 0)
         return ZEBU_Fail(ZEBU_EPOS_CHMOD, errno);
     return iDirErrno == 0 ? 0 : ZEBU_Fail(ZEBU_EPOS_CHMOD, iDirErrno);
 }

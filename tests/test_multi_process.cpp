@@ -88,6 +88,31 @@ TEST_F(MultiProcess, ModeIsNarrowedAgainAfterARepair)
     EXPECT_EQ(record().mode & ZEBU2_OPT_NOLOCK, 0u);
 }
 
+// A reader that takes its time: only ZEBU2_BACKUP_NOLOCK lets the others write meanwhile.
+TEST_F(MultiProcess, BackupHoldsTheLockForAsLongAsItTakes)
+{
+    const Ring ring = open(ZEBU2_OPT_CURRENT_ONLY, 1 << 20, 1);
+    fillTo(ring, 200000); // more than a pipe takes
+    const std::string before = data(1), pipe = path("pipe");
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    for (const int flag : {0, ZEBU2_BACKUP_NOLOCK}) {
+        const pid_t child = startChild([&] {
+            const Ring own = open(ZEBU2_OPT_CURRENT_ONLY | ZEBU2_OPT_NOSTARTLINE, 1 << 20, 1);
+            CHECK(own->backupToFile(pipe.c_str(), flag) == 0);
+            _exit(0);
+        });
+        const int fd = ::open(pipe.c_str(), O_RDONLY | O_CLOEXEC); // when the child has opened it as well
+        EXPECT_EQ(put(ring, "meanwhile"), flag ? 0 : -1);
+        std::string copy(before.size() + 1, ' ');
+        size_t length = 0;
+        for (ssize_t n; (n = read(fd, copy.data() + length, copy.size() - length)) > 0;)
+            length += static_cast<size_t>(n);
+        close(fd);
+        EXPECT_EQ(waitForChild(child), 0);
+        EXPECT_TRUE(copy.substr(0, length) == before) << length;
+    }
+}
+
 // ---- Many writers --------------------------------------------------------------------------------
 
 // Processes that joined the ring and others that inherited it over a fork; it moves on thousands of times.

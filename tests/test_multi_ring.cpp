@@ -223,6 +223,10 @@ TEST_F(MultiRing, BackupHoldsTheDataOldestFirst)
     for (const int flag : {0, ZEBU2_BACKUP_NOLOCK}) {
         ASSERT_EQ(ring->backupToFile(backup.c_str(), flag), 0);
         EXPECT_EQ(readFile(backup), "oldest\r\n" + data(1) + data(2));
+        // A line behind a hole, further on than a file of this ring can be.
+        const int fd = ::open(traceName(3).c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+        EXPECT_EQ(pwrite(fd, "far\r\n", 5, 1 << 20), 5);
+        close(fd);
     }
 }
 
