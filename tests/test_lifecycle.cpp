@@ -1,4 +1,6 @@
 // Starting and stopping: argument checks, results, error values, and what is open afterwards.
+#include <pthread.h>
+
 #include "support/Sandbox.h"
 
 using Lifecycle = Sandbox;
@@ -9,14 +11,20 @@ TEST_F(Lifecycle, StartsWritesAndStops)
     for (const char* pszName : {"first", "second"}) {
         EXPECT_EQ(result(ZEBU2_Finalize()), Result(-1, 0x0700000B));
         ASSERT_EQ(result(ZEBU2_Initialize(ring(), "app")), Result(0, 0));
-        putLine(pszName);
+        // The second line comes when the thread's context is gone already.
+        pthread_key_t late;
+        ASSERT_EQ(pthread_key_create(&late, [](void*) { putLine("late"); }), 0);
+        std::thread([&] {
+            putLine(pszName);
+            EXPECT_EQ(pthread_setspecific(late, &late), 0);
+        }).join();
         EXPECT_EQ(result(ZEBU2_Initialize(ring(), "app")), Result(-1, 0x0600000B));
         EXPECT_EQ(result(ZEBU2_InitializeM(ring(), "app", 0)), Result(-1, 0x2700000B));
         stop();
     }
     EXPECT_EQ(ZEBU2_EndLibrary(), 0);
-    EXPECT_EQ(bodies(lines(1)), (Lines{"first", "second"}));
-    EXPECT_EQ(bodies(areaLines()), (Lines{"first", "second"}));
+    EXPECT_EQ(bodies(lines(1)), (Lines{"first", "late", "second", "late"}));
+    EXPECT_EQ(bodies(areaLines()), (Lines{"first", "late", "second", "late"}));
 }
 
 TEST_F(Lifecycle, ChecksTheDescription)
@@ -62,13 +70,19 @@ TEST_F(Lifecycle, GoesWithoutWhatCannotBeOpened)
     EXPECT_EQ(ZEBU2_FileBufferFlush() | ZEBU2_TraceBackup(path("copy").c_str()), 0);
     EXPECT_FALSE(exists(path("copy")));
     stop();
+    ASSERT_EQ(ZEBU2_InitializeM(ring(4096, 3, "shared/app"), "app", 0), 0);
+    stop();
 
+    std::filesystem::remove_all(path("shared/mmap"));
     std::filesystem::remove_all(path("mmap"));
     writeFile(path("mmap"), "in the way");
     ASSERT_EQ(result(ZEBU2_Initialize(ring(), "app")), Result(2, 2)); // the area's failure, without function
     EXPECT_EQ(lastCode(), ENOTDIR);
     stop();
 
+    EXPECT_EQ(result(ZEBU2_InitializeM(ring(4096, 3, "shared/app"), "app", 0)),
+              Result(2, 0x27000002)); // rebuilt
+    stop();
     EXPECT_EQ(result(ZEBU2_InitializeM(ring(4095), "app", 0)), Result(-1, 0x27000002));
     EXPECT_EQ(result(ZEBU2_Initialize(ring(4095), "app")), Result(-1, 0x06000002));
     EXPECT_EQ(result(ZEBU2_PutLine(0, "nothing is kept")), Result(-1, 0x0800000B));
