@@ -31,21 +31,31 @@ static double clockNs()
     return static_cast<double>(now.tv_sec) * 1e9 + static_cast<double>(now.tv_nsec);
 }
 
+// The processor's counter, or what comes near it.
+static uint64_t ticks()
+{
+#ifdef __x86_64__
+    return __builtin_ia32_rdtsc();
+#else
+    return static_cast<uint64_t>(clockNs());
+#endif
+}
+
 // Nanoseconds for one tick of the processor's counter, taken over a tenth of a second.
 static double tickLength()
 {
     const double start = clockNs();
-    const auto startTicks = __builtin_ia32_rdtsc();
+    const auto startTicks = ticks();
     double stop;
     while ((stop = clockNs()) - start < 1e8)
         ;
-    return (stop - start) / static_cast<double>(__builtin_ia32_rdtsc() - startTicks);
+    return (stop - start) / static_cast<double>(ticks() - startTicks);
 }
 
 double nowNs()
 {
     static const double tick = tickLength();
-    return static_cast<double>(__builtin_ia32_rdtsc()) * tick;
+    return static_cast<double>(ticks()) * tick;
 }
 
 static void measure(const Group& group, Row& row)

@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <pthread.h>
 
+#include <initializer_list>
 #include <memory>
 #include <thread>
 

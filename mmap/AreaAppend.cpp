@@ -281,7 +281,7 @@ static inline ZEBUAppend fs_storeAlone(Append& line, uint64_t uSeen, const tagZE
     for (int i = 0; i < 500; ++i) {
         if (ZEBU_LoadAreaState(pHeader) != uState)
             return false;
-        __builtin_ia32_pause();
+        ZEBU_Pause();
     }
     return true;
 }

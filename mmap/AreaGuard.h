@@ -14,6 +14,16 @@
 #include "mmap/AreaHeader.h"
 #include "output/LineFormat.h"
 
+// Lets the other thread of the processor's core work while this one turns in place.
+inline void ZEBU_Pause()
+{
+#if defined(__x86_64__)
+    __builtin_ia32_pause();
+#elif defined(__aarch64__)
+    asm volatile("isb" ::: "memory");
+#endif
+}
+
 // ---- The state -----------------------------------------------------------------------------------
 
 inline ZEBUWord* ZEBU_AreaStateOf(tagZEBU_AREA_HEADER* pHeader)
@@ -111,7 +121,7 @@ public:
             return sleep(pHeader, uState);
         ++iTurns;
         for (int i = 0; i < iPauses; ++i)
-            __builtin_ia32_pause();
+            ZEBU_Pause();
         return LOOK_AGAIN;
     }
 

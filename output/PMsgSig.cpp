@@ -3,10 +3,12 @@
 // The vector code saves 19 to 24 ns of 54 to 59 for a text of 32 bytes, and 540 of 620 for one of 500.
 #include "output/PMsgSig.h"
 
-#include <emmintrin.h>
 #include <errno.h>
 #include <limits.h>
 #include <stdint.h>
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
 
 #include "frame/ErrPos.h"
 #include "frame/GrobalVarUnix.h"
@@ -17,28 +19,52 @@
 
 // ---- Text ----------------------------------------------------------------------------------------
 
-// The length of a text, at most `iMax`. Looks at blocks of 16 bytes at addresses that are multiples of it.
-// Such a block lies in one page, so what is read around the text is there; it is masked out.
+// A text is looked at and copied in blocks: 16 bytes with the vectors of x86-64, 8 elsewhere. fs_zeros gives
+// `iBits` bits for each byte of a block, from the first byte up, of which the highest is set where it is 0.
+#ifdef __SSE2__
+using ZEBUTextBlock = __m128i;
+enum { iBits = 1 };
+
+static uint64_t fs_zeros(ZEBUTextBlock block)
+{
+    return static_cast<unsigned int>(_mm_movemask_epi8(_mm_cmpeq_epi8(block, _mm_setzero_si128())));
+}
+#else
+static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__);
+using ZEBUTextBlock [[gnu::may_alias]] = uint64_t;
+enum { iBits = 8 };
+
+static uint64_t fs_zeros(ZEBUTextBlock block)
+{
+    constexpr uint64_t uLow = 0x7F7F7F7F7F7F7F7F;
+    return ~(((block & uLow) + uLow) | block | uLow);
+}
+#endif
+
+// A block at any address.
+struct [[gnu::packed, gnu::may_alias]] tagZEBU_LOOSE_BLOCK
+{
+    ZEBUTextBlock block;
+};
+
+// The length of a text, at most `iMax`. Looks at blocks at addresses that are multiples of their size. Such a
+// block lies in one page, so what is read around the text is there; it is masked out.
 __attribute__((no_sanitize("address", "thread"))) static int fs_length(const char* pszText, int iMax)
 {
-    const auto uBefore = reinterpret_cast<uintptr_t>(pszText) % sizeof(__m128i);
-    auto pBlock = reinterpret_cast<const __m128i*>(pszText - uBefore);
-    const __m128i zeros = _mm_setzero_si128();
+    const auto uBefore = reinterpret_cast<uintptr_t>(pszText) % sizeof(ZEBUTextBlock);
+    auto pBlock = reinterpret_cast<const ZEBUTextBlock*>(pszText - uBefore);
     int iSeen = -static_cast<int>(uBefore);
-    auto uFound = static_cast<unsigned int>(_mm_movemask_epi8(_mm_cmpeq_epi8(_mm_load_si128(pBlock), zeros)));
-    uFound = uFound >> uBefore << uBefore;
-    while (uFound == 0 && (iSeen += static_cast<int>(sizeof(__m128i))) < iMax) {
-        ++pBlock;
-        uFound = static_cast<unsigned int>(_mm_movemask_epi8(_mm_cmpeq_epi8(_mm_load_si128(pBlock), zeros)));
-    }
-    const int iLength = uFound == 0 ? iMax : iSeen + __builtin_ctz(uFound);
+    uint64_t uFound = fs_zeros(*pBlock) >> iBits * uBefore << iBits * uBefore;
+    while (uFound == 0 && (iSeen += static_cast<int>(sizeof(ZEBUTextBlock))) < iMax)
+        uFound = fs_zeros(*++pBlock);
+    const int iLength = uFound == 0 ? iMax : iSeen + __builtin_ctzll(uFound) / iBits;
     return iLength < iMax ? iLength : iMax;
 }
 
-// Copies in blocks of 16 bytes; the last one begins where it ends with the text.
+// Copies in blocks; the last one begins where it ends with the text.
 static void fs_copy(char* pTo, const char* pFrom, int iLength)
 {
-    constexpr int iBlock = sizeof(__m128i);
+    constexpr int iBlock = sizeof(ZEBUTextBlock);
     if (iLength < iBlock) {
         for (int i = 0; i < iLength; ++i)
             pTo[i] = pFrom[i];
@@ -47,8 +73,8 @@ static void fs_copy(char* pTo, const char* pFrom, int iLength)
     for (int i = 0; i < iLength; i += iBlock) {
         if (i > iLength - iBlock)
             i = iLength - iBlock;
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(pTo + i),
-                         _mm_loadu_si128(reinterpret_cast<const __m128i*>(pFrom + i)));
+        reinterpret_cast<tagZEBU_LOOSE_BLOCK*>(pTo + i)->block =
+            reinterpret_cast<const tagZEBU_LOOSE_BLOCK*>(pFrom + i)->block;
     }
 }
 

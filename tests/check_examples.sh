@@ -1,6 +1,6 @@
 #!/bin/sh
 # Runs every example into a directory of its own and looks at what it left there.
-# Usage: check_examples.sh <directory of the built examples>
+# Usage: [RUN=emulator] check_examples.sh <directory of the built examples>
 set -eu
 examples=$1
 work=$(mktemp -d)
@@ -14,7 +14,7 @@ run() {
     cd "$work/$name"
     echo "LogFile = $work/$name/trace" > ../cnf
     status=0
-    ZEBU2_TRACECNF_FILE=$work/cnf "$examples/$name" "$@" 2> ../stderr || status=$?
+    ZEBU2_TRACECNF_FILE=$work/cnf ${RUN:-} "$examples/$name" "$@" 2> ../stderr || status=$?
     [ "$status" -eq "$expected" ] || fail "status $status: $(cat ../stderr)"
 }
 

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <fnmatch.h>
+#include <initializer_list>
 
 #include "tools/Output.h"
 #include "tools/When.h"

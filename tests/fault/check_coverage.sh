@@ -15,6 +15,7 @@ injected=" $(nm -D --defined-only "$2" | awk '{print $3}' | tr '\n' ' ') "
 missing=0
 while read -r name; do
     plain=${name#__isoc99_}
+    plain=${plain#__isoc23_}
     plain=${plain#__}
     plain=${plain%_chk}
     case "$harmless$injected" in

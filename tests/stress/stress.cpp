@@ -7,6 +7,7 @@
 #include <stdlib.h>
 #include <sys/mman.h>
 
+#include <algorithm>
 #include <random>
 
 #include "support/AreaConsumer.h"

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <dirent.h>
+#include <initializer_list>
 #include <memory>
 #include <set>
 #include <string_view>
