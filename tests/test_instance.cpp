@@ -91,7 +91,7 @@ TEST_F(Instance, ADeletionThatFailedIsTriedAgain)
     std::error_code ignored;
     for (int i = 3; i < 100; ++i) {
         if (std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(i), ignored) == traceFile(1))
-            ASSERT_EQ(close(i), 0); // behind its back
+            (void)close(i); // behind its back
     }
     for (int i = 0; i < 2; ++i)
         EXPECT_EQ(result(ZEBU2_DeleteInstance(hInstance)), Result(-1, 0x14000003));
