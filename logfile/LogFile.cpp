@@ -286,11 +286,28 @@ int ZebuLogFile::putMessage(const char* pszLine, unsigned long ulLength)
         return ZEBU_Fail(ZEBU_EPOS_PARAM, 0);
     if (!pszFilePrefix)
         return 0;
-    if (isChild() && iFd != -1 && takeOverRing() != 0)
-        return -1;
+    if (isChild() && iFd != -1) {
+        if (takeOverRing() != 0)
+            return -1;
+        if (bPassedOn && iFd != -1)
+            return writeBehind(pszLine, ulLength);
+    }
     if (iFd == -1 && reopenFile() != 0)
         return -1;
     return selectAndWriteFile(pszLine, ulLength);
+}
+
+// Into a file that the ring has left: it must not pass for the newest, or the next start would empty the one
+// behind it.
+int ZebuLogFile::writeBehind(const char* pszLine, unsigned long ulLength)
+{
+    struct stat info;
+    if (fstat(iFd, &info) != 0)
+        return ZEBU_Fail(ZEBU_EPOS_WRITE, errno);
+    const int iResult = selectAndWriteFile(pszLine, ulLength);
+    const timespec aTimes[2] = {{0, UTIME_OMIT}, info.st_mtim};
+    (void)futimens(iFd, aTimes);
+    return iResult;
 }
 
 int ZebuLogFile::selectAndWriteFile(const char* pszLine, unsigned long ulLength)

@@ -74,6 +74,7 @@ private:
     // ---- Writing and copying
     bool isChild() const;
     int moveOn();
+    int writeBehind(const char* pszLine, unsigned long ulLength);
     int selectAndWriteFile(const char* pszLine, unsigned long ulLength);
     int writeWhole(const char* pBytes, size_t uLength);
     int putFileHeader();
