@@ -43,7 +43,9 @@ TEST_F(Forward, DeliversRingsAndTheAreaAndGoesOnWhereItStopped)
         line(7, "10:00:00.123", "NET-17           WARN text\r\n  that goes on", "my app");
     const std::string inArea = line(8, "----/--/-- --:--:--.---", "crash");
     writeRing({fileHeader() + plainLines(1, 3)}, 1);
-    writeFile(path("one1.log"), fileHeader() + typed);
+    std::string header = fileHeader(); // another host's, in another zone
+    header.replace(header.find("TZ=UTC"), 9, "TZ=UTC-01");
+    writeFile(path("one1.log"), header + typed);
     writeArea(4000, 0, static_cast<uint32_t>(inArea.size()), inArea);
     const Words sources = {"--cursor", path("cursor"), "--area",     "--wait",
                            prefix(),   path("one"),    path("later")};
@@ -55,16 +57,16 @@ TEST_F(Forward, DeliversRingsAndTheAreaAndGoesOnWhereItStopped)
         const Lines messages = arrived(server, 6);
         EXPECT_EQ(end(tool), 0);
         const std::string text = typed.substr(0, typed.size() - 2);
-        EXPECT_TRUE(has(messages, "<132>1 2026-11-22T10:00:00.123+00:00 "));
+        EXPECT_TRUE(has(messages, "<132>1 2026-11-22T10:00:00.123+01:00 host my_app 6699"));
         EXPECT_TRUE(has(messages, " my_app 6699 NET-17 [zebu2@32473 source=\"" + path("one") +
                                       "\" counter=\"7\" tid=\"0000ABCD\" type=\"WARN\"] " + text));
         EXPECT_TRUE(has(messages, "<134>1 - ") && has(messages, "source=\"" + areaFile() + "\""));
         EXPECT_EQ(areaHeader().uReadOffset, inArea.size());
     }
-    writeFile(path("one1.log"), fileHeader() + typed + plainLines(9, 9));
+    writeFile(path("one1.log"), header + typed + plainLines(9, 9));
     const RelpServer server;
     RunningTool tool(command(server, sources));
-    EXPECT_TRUE(has(arrived(server, 1), "message 9"));
+    EXPECT_TRUE(has(arrived(server, 1), "<134>1 2026-11-22T10:00:09.000+01:00 host app"));
     EXPECT_EQ(end(tool, SIGINT), 0);
     (void)arrived(server, 1);
 }

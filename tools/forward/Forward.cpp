@@ -76,7 +76,7 @@ private:
     void pause(ZEBUClock lUntil) const;
 
     const ZEBUForwardOptions& m_options;
-    const ZEBULines m_lines;
+    ZEBULines m_lines;
     ZEBUCursor m_cursor;
     ZEBURelp m_relp;
     std::vector<Entry> m_entries;

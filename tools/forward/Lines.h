@@ -4,6 +4,7 @@
 
 #include "tools/forward/Input.h"
 #include "tools/forward/Message.h"
+#include "tools/reader/Zone.h"
 
 struct ZEBULineOptions
 {
@@ -18,13 +19,14 @@ public:
     explicit ZEBULines(const ZEBULineOptions& options);
 
     // The message of a record that the input just returned; never of a Header.
-    std::string message(const ZEBURecord& record, const ZEBUInput& input) const;
+    std::string message(const ZEBURecord& record, const ZEBUInput& input);
 
 private:
-    std::string format(const ZEBURecord& record, ZEBUMessage message) const;
+    std::string format(const ZEBURecord& record, std::string_view svZone, ZEBUMessage message);
 
     const ZEBULineOptions& m_options;
-    const std::string m_strHost;
+    const std::string m_strHost; // of this host, for what no header tells
+    ZEBUZone m_zone;
 };
 
 #endif
