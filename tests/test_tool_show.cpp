@@ -325,6 +325,13 @@ TEST_F(Show, IsHarmlessToATerminal)
     EXPECT_EQ(onTerminal("NO_COLOR=1 TERM=xterm", ""),
               text.substr(0, 68) + "\\xC2\\x9B \\x7F \\x1B[2J\\xE2\\x80\\xAE\r\n");
     EXPECT_NE(onTerminal("NO_COLOR= TERM=xterm", "").find("\x1B[36mapp "), std::string::npos);
+    std::string lines = plainLines(1, 1000);
+    while (lines.size() < 70000000)
+        lines += lines;
+    writeFile("big", lines);
+    EXPECT_NE(shell("script -qec '" + std::string(zebu2Path) + " show big > /dev/null' /dev/null")
+                  .find("\rzebu2: 64 MiB"),
+              std::string::npos);
     EXPECT_NE(onTerminal("", "-o json").find("\"\\u009b \\u007f \\u001b[2J\\u202e\""), std::string::npos);
 }
 

@@ -5,6 +5,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -13,8 +14,6 @@
 #include "tools/Verbs.h"
 
 namespace {
-constexpr size_t cs_uBlock = size_t{256} * 1024;
-
 // Where the copy goes: the standard output, a FIFO or a device, or a file, which is written beside its name
 // and takes the name when it is complete: what failed half-way leaves the copy of yesterday alone.
 class ZEBUDestination
@@ -111,22 +110,16 @@ bool fs_copy(ZEBUSource& source, const ZEBUDestination& destination)
 {
     bool bComplete = true;
     ZEBUProgress progress;
-    std::string strBlock(cs_uBlock, '\0');
-    size_t uHeld = 0; // bytes of a line that goes on in the next block
-    for (ZEBURead eRead = ZEBURead::Bytes; eRead != ZEBURead::End;) {
+    ZEBU_ReadBlocks(source, [&](std::string_view svBytes, ZEBURead eRead) {
         if (ZEBU_IsEnded())
             throw ZEBUEnded{};
-        size_t uRead = 0;
-        eRead = source.read(strBlock.data() + uHeld, strBlock.size() - uHeld, &uRead);
-        const std::string_view svHeld(strBlock.data(), eRead == ZEBURead::Gap ? 0 : uHeld + uRead);
-        const size_t uWhole = eRead == ZEBURead::Bytes ? svHeld.rfind('\n') + 1 : 0;
-        const std::string_view svOut = svHeld.substr(0, uWhole > 0 ? uWhole : svHeld.size());
-        destination.write(svOut);
-        progress.add(svOut.size());
-        uHeld = svHeld.size() - svOut.size();
-        memmove(strBlock.data(), strBlock.data() + svOut.size(), uHeld);
+        const size_t uWhole = eRead == ZEBURead::Bytes ? svBytes.rfind('\n') + 1 : 0;
+        const size_t uTaken = uWhole > 0 ? uWhole : svBytes.size();
+        destination.write(svBytes.substr(0, uTaken));
+        progress.add(uTaken);
         bComplete = bComplete && eRead != ZEBURead::Gap;
-    }
+        return uTaken;
+    });
     return bComplete;
 }
 } // namespace

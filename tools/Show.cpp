@@ -9,7 +9,6 @@
 #include "tools/Verbs.h"
 
 namespace {
-constexpr size_t cs_uBlock = size_t{256} * 1024;
 constexpr int cs_iSaveEvery = 1000; // records between two places that are stored
 
 // A record that outlives the buffer it was cut from.
@@ -115,22 +114,13 @@ bool ZEBUShow::isStream() const
 
 void ZEBUShow::stream(ZEBUSource& source)
 {
-    std::string strBlock(cs_uBlock, '\0');
-    size_t uHeld = 0; // bytes of a line that goes on in the next block
-    for (;;) {
-        size_t uRead = 0;
-        const ZEBURead eRead = source.read(strBlock.data() + uHeld, strBlock.size() - uHeld, &uRead);
-        m_progress.add(uRead);
-        if (eRead == ZEBURead::Gap)
-            uHeld = 0;
-        const size_t uTaken = streamLines({strBlock.data(), uHeld + uRead}, eRead != ZEBURead::Bytes);
-        uHeld = uHeld + uRead - uTaken;
-        memmove(strBlock.data(), strBlock.data() + uTaken, uHeld);
+    ZEBU_ReadBlocks(source, [&](std::string_view svBytes, ZEBURead eRead) {
+        const size_t uTaken = streamLines(svBytes, eRead != ZEBURead::Bytes);
+        m_progress.add(uTaken);
         if (eRead == ZEBURead::Gap && source.filesLost() > 0)
             printGap(source);
-        if (eRead == ZEBURead::End)
-            return;
-    }
+        return uTaken;
+    });
 }
 
 void ZEBUShow::printGap(const ZEBUSource& source)
@@ -151,7 +141,7 @@ size_t ZEBUShow::streamLines(std::string_view svBytes, bool bFileEnd)
     while (uLine < svBytes.size()) {
         size_t uNext = svBytes.find('\n', uLine) + 1;
         const bool bWhole = uNext != 0;
-        if (!bWhole && !bFileEnd && (uLine > 0 || svBytes.size() < cs_uBlock))
+        if (!bWhole && !bFileEnd && (uLine > 0 || svBytes.size() < ZEBU_READ_BLOCK))
             break;
         uNext = bWhole ? uNext : svBytes.size();
         const bool bHeader = (svBytes[uLine] == '*' || svBytes[uLine] == ' ') && !m_filter.hasHeaders();

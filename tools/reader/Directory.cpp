@@ -82,7 +82,9 @@ std::string ZEBU_OtherUse(const std::string& strPath)
         file.readAt(0, reinterpret_cast<char*>(&header), sizeof header) != sizeof header ||
         header.uMagic != ZEBU_AREA_MAGIC)
         return "";
-    if (info.st_size != ZEBU_MANAGE_LENGTH)
+    if (info.st_size == ZEBU_MANAGE_LENGTH && header.uReserved == ZEBU_MANAGE_STAMP)
+        return "is the management file of a shared ring: give the prefix of the ring to show or stat";
+    if (header.uReserved == 0)
         return "is a trace area: use drain --peek --area=" + strPath + " or stat --area=" + strPath;
-    return "is the management file of a shared ring: give the prefix of the ring to show or stat";
+    return ""; // a text
 }

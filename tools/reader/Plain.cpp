@@ -148,3 +148,17 @@ std::unique_ptr<ZEBUSource> ZEBU_OpenSource(const std::string& strName, bool bFo
         return ZEBU_OpenPlain(strName, bFollow, warn, piErrno, pFrom);
     }
 }
+
+void ZEBU_ReadBlocks(ZEBUSource& source, const ZEBUTake& take)
+{
+    std::string strBlock(ZEBU_READ_BLOCK, '\0');
+    size_t uHeld = 0; // bytes of a line that goes on in the next block
+    for (ZEBURead eRead = ZEBURead::Bytes; eRead != ZEBURead::End;) {
+        size_t uRead = 0;
+        eRead = source.read(strBlock.data() + uHeld, strBlock.size() - uHeld, &uRead);
+        const std::string_view svBytes(strBlock.data(), eRead == ZEBURead::Gap ? 0 : uHeld + uRead);
+        const size_t uTaken = take(svBytes, eRead);
+        uHeld = svBytes.size() - uTaken;
+        memmove(strBlock.data(), svBytes.data() + uTaken, uHeld);
+    }
+}

@@ -9,6 +9,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "tools/reader/Cursor.h"
 #include "tools/reader/TraceFile.h"
@@ -116,5 +117,11 @@ std::unique_ptr<ZEBUSource> ZEBU_OpenSingleRing(const std::string& strPrefix, bo
                                                 const ZEBUWarn& warn, const ZEBUPlace* pFrom);
 std::unique_ptr<ZEBUSource> ZEBU_OpenPlain(const std::string& strPath, bool bFollow, const ZEBUWarn& warn,
                                            int* piErrno, const ZEBUPlace* pFrom);
+
+// Reads a source to its end. `take` gets what was read and not taken yet, and how the read ended; it returns
+// how much it takes, all but the beginning of a line that goes on. What a Gap cut off it does not get.
+using ZEBUTake = std::function<size_t(std::string_view svBytes, ZEBURead eRead)>;
+void ZEBU_ReadBlocks(ZEBUSource& source, const ZEBUTake& take);
+constexpr size_t ZEBU_READ_BLOCK = size_t{256} * 1024; // the most that it gets
 
 #endif
