@@ -314,6 +314,16 @@ TEST_F(Show, NeedsFewDescriptorsForManySources)
     EXPECT_EQ(splitLines(shell("ulimit -n 12; timeout 20 " + call + names + " 2>&1")), all);
 }
 
+// A time that somebody set, in the year 2267, which nanoseconds of 64 bits do not reach.
+TEST_F(Show, OrdersFilesByAnyTime)
+{
+    writeFile("one1.log", plainLines(1, 2));
+    writeFile("one2.log", plainLines(3, 4));
+    const timespec times[2] = {{0, UTIME_OMIT}, {9390000000, 0}};
+    ASSERT_EQ(utimensat(AT_FDCWD, "one2.log", times, 0), 0);
+    EXPECT_EQ(show({"one"}), asText(plainLines(1, 4)));
+}
+
 TEST_F(Show, IsHarmlessToATerminal)
 {
     const std::string text = line(1, "10:00:00.000", "\xC2\x9B \x7F \x1B[2J\xE2\x80\xAE");

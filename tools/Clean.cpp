@@ -22,13 +22,9 @@ struct Rule
 
 Rule fs_rule(const ZEBUCleanOptions& options)
 {
-    long lSeconds = 0;
     if (options.iKeep)
         return {ZEBU2_CLEAR_BY_NUMBER, *options.iKeep};
-    if (!ZEBU_ParseDuration(*options.strOlderThan, &lSeconds))
-        throw ZEBUFailure{"\"" + *options.strOlderThan +
-                          "\" is no length of time such as 90s, 30min, 12h or 7d"};
-    return {ZEBU2_CLEAR_BY_AGE, static_cast<int>(lSeconds)};
+    return {ZEBU2_CLEAR_BY_AGE, static_cast<int>(ZEBU_Duration(*options.strOlderThan))};
 }
 
 // What a scan found: the files that the rule is for, how many match at all, and the errno where it ended

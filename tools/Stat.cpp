@@ -1,6 +1,7 @@
 // tools/Stat.cpp -- describes rings, files and the trace area: for eyes, for programs and for monitoring.
 #include <algorithm>
 #include <errno.h>
+#include <limits.h>
 #include <optional>
 #include <string.h>
 #include <time.h>
@@ -34,25 +35,20 @@ std::optional<long> fs_age(ZEBUTime lTime)
     return ZEBU_ToSeconds(lTime, &seconds) ? std::optional<long>(time(nullptr) - seconds) : std::nullopt;
 }
 
-long fs_limit(const std::string& strAge)
-{
-    long lSeconds;
-    if (!ZEBU_ParseDuration(strAge, &lSeconds))
-        throw ZEBUFailure{"\"" + strAge + "\" is no length of time such as 90s, 30min, 12h or 7d"};
-    return lSeconds;
-}
-
+// The lengths of time are parsed whatever there is to compare them with: a limit that is none is refused.
 void fs_checkLimits(const ZEBUStatOptions& options, ZEBUDescription* pDescription)
 {
     const std::optional<long> newest = fs_age(pDescription->lNewest);
     const std::optional<long> oldest = fs_age(pDescription->lOldest);
     const auto warn = [&](const std::string& strText) { pDescription->warnings.push_back(strText); };
-    const bool bAges = !options.bArea && (!options.strMaxAge.empty() || !options.strMinReach.empty());
-    if (bAges && !newest)
+    const long lMaxAge = options.strMaxAge.empty() ? LONG_MAX : ZEBU_Duration(options.strMaxAge);
+    const long lMinReach = options.strMinReach.empty() ? LONG_MIN : ZEBU_Duration(options.strMinReach);
+    const bool bAges = !options.strMaxAge.empty() || !options.strMinReach.empty();
+    if (bAges && !options.bArea && !newest)
         warn("there is no line with a time");
-    else if (bAges && !options.strMaxAge.empty() && *newest > fs_limit(options.strMaxAge))
+    if (newest && *newest > lMaxAge)
         warn("the newest line is " + std::to_string(*newest) + " seconds old");
-    if (bAges && oldest && !options.strMinReach.empty() && *oldest < fs_limit(options.strMinReach))
+    if (oldest && *oldest < lMinReach)
         warn("the oldest line is only " + std::to_string(*oldest) + " seconds old");
     if (options.iMaxFill >= 0 && pDescription->facts.value("fill_percent", 0) > options.iMaxFill)
         warn("filled to " + fs_text(pDescription->facts["fill_percent"]) + " percent");

@@ -145,6 +145,14 @@ bool ZEBU_ParseDuration(std::string_view svText, long* plSeconds)
     return true;
 }
 
+long ZEBU_Duration(const std::string& strText)
+{
+    long lSeconds;
+    if (!ZEBU_ParseDuration(strText, &lSeconds))
+        throw ZEBUFailure{"\"" + strText + "\" is no length of time such as 90s, 30min, 12h or 7d"};
+    return lSeconds;
+}
+
 bool ZEBU_ParseWhen(const std::string& strText, ZEBUTime* plTime)
 {
     static constexpr std::string_view svAgo = " ago";

@@ -22,5 +22,7 @@ bool ZEBU_ToSeconds(ZEBUTime lTime, time_t* pSeconds);
 
 // Reads a length of time such as 7d, 3d12h or "1 hour" in seconds, at most INT_MAX.
 bool ZEBU_ParseDuration(std::string_view svText, long* plSeconds);
+// The same. Throws ZEBUFailure.
+long ZEBU_Duration(const std::string& strText);
 
 #endif

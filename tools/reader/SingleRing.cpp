@@ -15,9 +15,10 @@
 #include "tools/reader/TraceFile.h"
 
 namespace {
-constexpr int cs_iLooks = 16; // until the files' times go together
-constexpr int cs_iWaits = 25; // for the rest of a line
-constexpr int cs_iPause = 2;  // milliseconds of each
+constexpr int cs_iLooks = 16;               // until the files' times go together
+constexpr int cs_iWaits = 25;               // for the rest of a line
+constexpr long cs_lSecondsMax = 9000000000; // of a time in nanoseconds: anybody may set a file's
+constexpr int cs_iPause = 2;                // milliseconds of each
 
 // What shows that a file was written to. Neither its size nor its time need change when a fast ring comes to
 // it again, but its first line does.
@@ -184,7 +185,9 @@ Stamp ZEBUSingleRing::stampOf(unsigned uNumber) const
         return {};
     Stamp stamp = {.uInode = info.st_ino,
                    .iSize = info.st_size,
-                   .lModified = info.st_mtim.tv_sec * 1000000000 + info.st_mtim.tv_nsec};
+                   .lModified =
+                       std::clamp(info.st_mtim.tv_sec, -cs_lSecondsMax, cs_lSecondsMax) * 1000000000 +
+                       info.st_mtim.tv_nsec};
     char szBeginning[ZEBU_BEGINNING_MAX];
     ZEBUTraceFile file;
     const long lRead = file.open(strName) == 0 ? file.readAt(0, szBeginning, sizeof szBeginning) : -1;
