@@ -1,4 +1,5 @@
 // Rings that are read while they are written: what is complete is read once, in order, and nothing else.
+#include <algorithm>
 #include <limits.h>
 
 #include "support/Tool.h"
@@ -228,9 +229,12 @@ TEST_F(Follow, ShowsEveryLineOfTwoWritersOnceInOrderOverManySwitches)
 
 TEST_F(Follow, EndsQuietlyWithItsReader)
 {
-    fill(1, 1, 1);
+    fill(1, 1, 7);
+    fill(2, 8, 12);
+    age(traceFile(1), 60);
     RunningTool tool({"show", "-f", prefix()});
-    (void)tool.readUntil("message 1\n");
+    const std::string first = tool.readUntil("message 12\n"); // the last ten
+    EXPECT_EQ(std::count(first.begin(), first.end(), '\n'), 10) << first;
     tool.closeOutput();
     EXPECT_EQ(tool.wait(), 0); // though nothing is written any more
     startArea();

@@ -1,5 +1,6 @@
 // What show prints, of which lines, and with which exit status.
 #include <nlohmann/json.hpp>
+#include <sstream>
 #include <time.h>
 
 #include "support/Tool.h"
@@ -278,6 +279,9 @@ TEST_F(Show, ReadsWhatTheLibraryWrote)
         ASSERT_EQ(child, 0);
         const Lines shown = splitLines(show({"-o", "raw", name}));
         EXPECT_EQ(shown, traceLines(readFile("backup"))) << option;
+        for (const size_t last : {size_t{1}, size_t{30}, shown.size()})
+            EXPECT_EQ(splitLines(show({"-o", "raw", "-n", std::to_string(last), name})),
+                      Lines(shown.end() - static_cast<long>(last), shown.end()));
         EXPECT_EQ(body(shown.back()), "149");
         expectStatus(0, {"backup " + name + " copy"});
         EXPECT_EQ(readFile("copy"), readFile("backup"));
@@ -362,4 +366,25 @@ TEST_F(Show, AgreesWithItselfOverBlocksAndRecordsOfAnySize)
     EXPECT_EQ(fast, show({"-o", "raw", "--until", "2030-01-01", "big"}));
     EXPECT_EQ(show({"-o", "raw", "--grep", "^y", "big"}).size(), 68 + 300002 + 200002u);
     EXPECT_EQ(counters({"--grep", "^end", "big"}), "0002");
+    // From the end: of one source and of two, more and fewer lines than a look back reads.
+    const auto jsonLines = [](const Words& words) {
+        std::istringstream out(show(words));
+        Lines lines;
+        for (std::string object; std::getline(out, object);)
+            lines.push_back(object);
+        return lines;
+    };
+    for (const Words& sources : {Words{"big"}, Words{"big", "other"}}) {
+        writeFile("other", line(1, "10:00:00.000", "x") + line(2, "12:00:00.000", "x"));
+        Words words = {"-o", "json"};
+        words.insert(words.end(), sources.begin(), sources.end());
+        const Lines all = jsonLines(words);
+        for (const size_t last :
+             {size_t{0}, size_t{1}, size_t{3}, size_t{150}, all.size() - 1, all.size() + 9}) {
+            words.insert(words.end(), {"-n", std::to_string(last)});
+            EXPECT_EQ(jsonLines(words),
+                      Lines(all.end() - static_cast<long>(std::min(last, all.size())), all.end()));
+            words.resize(words.size() - 2);
+        }
+    }
 }

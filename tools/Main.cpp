@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "tools/Verbs.h"
+#include "tools/When.h"
 #include "ZEBULib2.h"
 
 namespace {
@@ -142,8 +143,14 @@ void ZEBUCommandLine::addShow()
         ->required();
     fs_addFilter(pApp, m_show.filter);
     fs_addOutput(pApp, m_show);
-    CLI::Option* pLast =
-        pApp->add_option("-n,--lines", m_show.lLast, "Only the last N")->check(CLI::Range(0, INT_MAX));
+    const auto setLast = [this](const std::string& strText) {
+        m_show.bAll = strText == "all";
+        if (!m_show.bAll)
+            m_show.lLast = ZEBU_Number(strText, "number of lines");
+    };
+    CLI::Option* pLast = pApp->add_option_function<std::string>(
+                                 "-n,--lines", setLast, "Only the last N; with -f the last 10, or all")
+                             ->type_name("N|all");
     CLI::Option* pCount =
         pApp->add_option("--count", m_show.strCount, "A table by app, pid, tid, id, type, minute or hour");
     pCount->check(CLI::IsMember({"app", "pid", "tid", "id", "type", "minute", "hour"}).description(""));

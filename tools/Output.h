@@ -89,7 +89,7 @@ private:
     const bool m_bColored;
     ZEBUJson m_json;
     std::string m_strBuffer;
-    bool m_bReturn = false; // a CR was held back
+    bool m_bReturn = false;   // a CR was held back
     std::string m_strWritten; // what is being written; the two change places
 };
 

@@ -1,14 +1,17 @@
 // tools/Show.cpp -- the lines of rings and files, now and as they come.
+#include <algorithm>
 #include <deque>
 #include <string.h>
 #include <utility>
 
 #include "tools/Count.h"
+#include "tools/reader/Backward.h"
 #include "tools/reader/Directory.h"
 #include "tools/reader/Merge.h"
 #include "tools/Verbs.h"
 
 namespace {
+constexpr long cs_lFollowLast = 10;
 constexpr int cs_iSaveEvery = 1000; // records between two places that are stored
 
 // A record that outlives the buffer it was cut from.
@@ -19,6 +22,18 @@ struct Kept
     std::string strOrigin[4]; // what the four views of an origin point to
     ZEBUOrigin origin() const { return {strOrigin[0], strOrigin[1], strOrigin[2], strOrigin[3]}; }
 };
+
+// How many of the last lines are asked for. Who follows wants to see what is going on now, unless there is a
+// place, a time or a stream to begin at.
+long fs_last(const ZEBUShowOptions& options)
+{
+    const auto& sources = options.sources;
+    const bool bStream = std::find(sources.begin(), sources.end(), "-") != sources.end();
+    if (!options.bFollow || options.lLast >= 0 || options.bAll || bStream || !options.strCursor.empty() ||
+        !options.filter.strSince.empty())
+        return options.lLast;
+    return cs_lFollowLast;
+}
 
 class ZEBUShow
 {
@@ -33,12 +48,15 @@ private:
     size_t streamLines(std::string_view svBytes, bool bFileEnd);
     void merge();
     void openSources();
+    void addSource(const std::string& strSource);
+    std::optional<ZEBULast> findLast(const std::string& strSource) const;
     void show(const ZEBURecord& record);
     void savePlaces();
     void printKept();
     int status() const;
 
     const ZEBUShowOptions& m_options;
+    const long m_lLast; // -1: all
     const std::vector<std::string> m_sources;
     const ZEBUFilter m_filter;
     ZEBUOutput m_output;
@@ -51,15 +69,18 @@ private:
     ZEBUCount m_count;
     std::deque<Kept> m_kept;
     std::unique_ptr<ZEBUSource> m_pOnly; // of which the bytes are shown as they are
-    bool m_bKeep;                        // until the last ones are known
+    bool m_bKeep = false;                // until the last ones are known, of what cannot be read backwards
+    size_t m_uFound = 0;                 // of the last ones, in all sources together
+    size_t m_uSkip = 0;                  // of these the first ones are too many
     bool m_bShown = false;
     bool m_bFailed = false;
 };
 
 ZEBUShow::ZEBUShow(const ZEBUShowOptions& options)
-    : m_options(options), m_sources(ZEBU_WithoutDirectories(options.sources)), m_filter(options.filter),
-      m_output(options.eFormat, options.eColor), m_merge(options.iInterval, !options.strCursor.empty()),
-      m_poll(options.iInterval), m_count(options.strCount, options.filter.eForm), m_bKeep(options.lLast >= 0)
+    : m_options(options), m_lLast(fs_last(options)), m_sources(ZEBU_WithoutDirectories(options.sources)),
+      m_filter(options.filter), m_output(options.eFormat, options.eColor),
+      m_merge(options.iInterval, !options.strCursor.empty()), m_poll(options.iInterval),
+      m_count(options.strCount, options.filter.eForm)
 {
 }
 
@@ -90,26 +111,50 @@ void ZEBUShow::openSources()
             m_bFailed = true;
             continue;
         }
-        int iErrno = 0;
-        const ZEBUPlace* pFrom = m_cursor.find(strSource);
-        auto pSource = ZEBU_OpenSource(strSource, m_options.bFollow, ZEBU_Say, &iErrno, pFrom);
-        if (!pSource) {
-            ZEBU_Say(ZEBU_SourceFile(strSource) + ": " + strerror(iErrno));
-            m_bFailed = true;
-        } else if (isStream()) {
-            m_pOnly = std::move(pSource);
-        } else {
-            m_merge.add(strSource, std::move(pSource), pFrom);
-        }
+        addSource(strSource);
     }
     m_merge.shareBuffer();
+    m_uSkip = m_bKeep ? 0 : m_uFound - std::min(m_uFound, static_cast<size_t>(std::max(m_lLast, 0L)));
+}
+
+void ZEBUShow::addSource(const std::string& strSource)
+{
+    const std::optional<ZEBULast> last = findLast(strSource);
+    m_bKeep = m_bKeep || (m_lLast >= 0 && !last);
+    m_uFound += last ? last->uCount : 0;
+    int iErrno = 0;
+    const ZEBUPlace* pFrom = last && last->bFromPlace ? &last->place : m_cursor.find(strSource);
+    auto pSource = ZEBU_OpenSource(strSource, m_options.bFollow, ZEBU_Say, &iErrno, pFrom);
+    if (!pSource) {
+        ZEBU_Say(ZEBU_SourceFile(strSource) + ": " + strerror(iErrno));
+        m_bFailed = true;
+    } else if (isStream()) {
+        m_pOnly = std::move(pSource);
+    } else {
+        m_merge.add(strSource, std::move(pSource), pFrom);
+    }
+}
+
+// Where in a source the last lines begin. Lines without a time of their own have that of a line before them,
+// so with a filter by time all are read.
+std::optional<ZEBULast> ZEBUShow::findLast(const std::string& strSource) const
+{
+    int iErrno = 0;
+    if (m_lLast < 0 || !m_options.filter.strSince.empty() || !m_options.filter.strUntil.empty())
+        return {};
+    const auto pSource = ZEBU_OpenSource(
+        strSource, false, [](const std::string&) {}, &iErrno);
+    const auto counts = [this](const ZEBURecord& record, bool bLast) {
+        return m_filter.matches(record, bLast);
+    };
+    return pSource ? ZEBU_FindLast(*pSource, static_cast<size_t>(m_lLast), counts) : std::nullopt;
 }
 
 // Whether the bytes of the one source are the output, but for the headers.
 bool ZEBUShow::isStream() const
 {
     return m_sources.size() == 1 && m_filter.isEmpty() && m_output.isPlain() && !m_options.bFollow &&
-           m_options.lLast < 0 && m_options.strCount.empty() && m_options.strCursor.empty();
+           m_lLast < 0 && m_options.strCount.empty() && m_options.strCursor.empty();
 }
 
 void ZEBUShow::stream(ZEBUSource& source)
@@ -207,8 +252,12 @@ void ZEBUShow::show(const ZEBURecord& record)
             m_output.print(record, m_filter.form(), m_merge.origin());
         return;
     }
+    if (!m_bKeep && m_uSkip > 0) {
+        --m_uSkip;
+        return;
+    }
     const bool bCount = !m_options.strCount.empty();
-    m_bShown = m_bShown || (bCount ? record.eKind == ZEBURecordKind::Line : m_options.lLast != 0 || !m_bKeep);
+    m_bShown = m_bShown || (bCount ? record.eKind == ZEBURecordKind::Line : m_lLast != 0 || !m_bKeep);
     if (bCount) {
         m_count.add(record);
     } else if (!m_bKeep) {
@@ -219,7 +268,7 @@ void ZEBUShow::show(const ZEBURecord& record)
                           std::string(record.svBytes),
                           {std::string(origin.svSource), std::string(origin.svFile),
                            std::string(origin.svHost), std::string(origin.svZone)}});
-        if (m_kept.size() > static_cast<size_t>(m_options.lLast))
+        if (m_kept.size() > static_cast<size_t>(m_lLast))
             m_kept.pop_front();
     }
 }

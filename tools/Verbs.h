@@ -19,7 +19,8 @@ struct ZEBUShowOptions
 {
     std::vector<std::string> sources;
     bool bFollow = false;
-    long lLast = -1; // -1: all
+    long lLast = -1;   // -1: not given
+    bool bAll = false; // of the lines, also when following
     ZEBUFilterOptions filter;
     ZEBUFormat eFormat = ZEBUFormat::Text;
     ZEBUColor eColor = ZEBUColor::Auto;

@@ -20,6 +20,7 @@ public:
     int open(const std::string& strPath, const ZEBUPlace* pFrom);
     ZEBURead read(char* pBuffer, size_t uSize, size_t* puRead) override;
     const std::string& file() const override { return m_strName; }
+    std::vector<ZEBUSegment> segments() const override;
     void park() override { m_file.park(); }
     const ZEBUTraceFile* present(unsigned* puNumber) const override;
 
@@ -49,6 +50,16 @@ int ZEBUPlain::open(const std::string& strPath, const ZEBUPlace* pFrom)
         setResumed();
     m_bGone = pFrom && !m_bStream && !isResumed();
     return 0;
+}
+
+// Only a file that is small enough to be of a shared ring is searched for a mark.
+std::vector<ZEBUSegment> ZEBUPlain::segments() const
+{
+    struct stat info;
+    if (m_bStream || fstat(m_file.fd(), &info) != 0)
+        return {};
+    return {{0, m_strName, static_cast<uint64_t>(info.st_size),
+             info.st_size <= static_cast<off_t>(ZEBU2_FILE_SIZE_MAX_SHARED)}};
 }
 
 const ZEBUTraceFile* ZEBUPlain::present(unsigned* puNumber) const

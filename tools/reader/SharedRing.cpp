@@ -42,6 +42,7 @@ public:
     int open(const ZEBUPlace* pFrom);
     ZEBURead read(char* pBuffer, size_t uSize, size_t* puRead) override;
     const std::string& file() const override { return m_pFile->path(); }
+    std::vector<ZEBUSegment> segments() const override;
     void park() override;
     const ZEBUTraceFile* present(unsigned* puNumber) const override
     {
@@ -111,6 +112,19 @@ int ZEBUSharedRing::open(const ZEBUPlace* pFrom)
     if (pFrom)
         resume(*pFrom);
     return 0;
+}
+
+std::vector<ZEBUSegment> ZEBUSharedRing::segments() const
+{
+    std::vector<ZEBUSegment> segments;
+    struct stat info;
+    for (unsigned u = 0; u < m_record.uFileNum; ++u) {
+        const unsigned uFile = (m_end.uFile + u) % m_record.uFileNum + 1;
+        const std::string strPath = ZEBU_RingFileName(m_strPrefix, uFile);
+        if (stat(strPath.c_str(), &info) == 0)
+            segments.push_back({uFile, strPath, m_end.uOffset, uFile != m_end.uFile});
+    }
+    return segments;
 }
 
 void ZEBUSharedRing::park()

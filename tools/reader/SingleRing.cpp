@@ -63,6 +63,7 @@ public:
                    const ZEBUPlace* pFrom);
     ZEBURead read(char* pBuffer, size_t uSize, size_t* puRead) override;
     const std::string& file() const override { return m_pFile->path(); }
+    std::vector<ZEBUSegment> segments() const override;
     void park() override;
     const ZEBUTraceFile* present(unsigned* puNumber) const override
     {
@@ -108,6 +109,19 @@ ZEBUSingleRing::ZEBUSingleRing(const std::string& strPrefix, bool bFollow, const
     start();
     if (pFrom)
         resume(*pFrom);
+}
+
+std::vector<ZEBUSegment> ZEBUSingleRing::segments() const
+{
+    std::vector<ZEBUSegment> segments;
+    unsigned u = m_uNewest;
+    do {
+        u = after(u);
+        if (m_left[u].iSize >= 0)
+            segments.push_back(
+                {u, ZEBU_RingFileName(m_strPrefix, u), static_cast<uint64_t>(m_left[u].iSize), false});
+    } while (u != m_uNewest);
+    return segments;
 }
 
 void ZEBUSingleRing::park()

@@ -10,6 +10,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "tools/reader/Cursor.h"
 #include "tools/reader/TraceFile.h"
@@ -25,6 +26,15 @@ enum class ZEBURead {
 enum class ZEBUSourceKind { SharedRing, SingleRing, Plain };
 
 constexpr int ZEBU_RESTARTS_MAX = 100;
+
+// A file of a source.
+struct ZEBUSegment
+{
+    unsigned uFile;
+    std::string strPath;
+    uint64_t uEnd; // of its data,
+    bool bMark;    // unless they end at a mark
+};
 
 // Receives what the user should know, as a sentence without a line end.
 using ZEBUWarn = std::function<void(const std::string&)>;
@@ -48,6 +58,10 @@ public:
         *puNumber = 0;
         return nullptr;
     }
+
+    // The files that it reads, oldest first, as they were when it was opened; none for what can be read only
+    // once.
+    virtual std::vector<ZEBUSegment> segments() const { return {}; }
 
     // Gives back the descriptors, until it is read again.
     virtual void park() {}
