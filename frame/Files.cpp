@@ -4,6 +4,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <string.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/uio.h>
 #include <unistd.h>
@@ -141,6 +142,16 @@ long ZEBU_Read(int iFd, char* pBytes, size_t uRoom)
     return lRead;
 }
 
+// A file that grows beyond the limit of the process ends the process, by SIGXFSZ. Where the length is known
+// before, that is a failure instead.
+static int fs_checkLimit(long lLength)
+{
+    rlimit limit;
+    if (getrlimit(RLIMIT_FSIZE, &limit) == 0 && static_cast<rlim_t>(lLength) > limit.rlim_cur)
+        return ZEBU_Fail(ZEBU_EPOS_WRITE, EFBIG);
+    return 0;
+}
+
 // Many pieces with each call, up to a multiple of their length: what is written in large parts the kernel
 // also keeps and maps in large ones, and the lines that are stored there later fault less often.
 int ZEBU_FillFile(int iFd, char cFill, long lFrom, long lTo)
@@ -148,6 +159,8 @@ int ZEBU_FillFile(int iFd, char cFill, long lFrom, long lTo)
     constexpr long lPiece = 1024, lPieces = 64;
     char szFill[lPiece];
     memset(szFill, cFill, sizeof szFill);
+    if (lFrom < lTo && fs_checkLimit(lTo) != 0)
+        return -1;
     while (lFrom < lTo) {
         const long lMultiple = (lFrom / (lPiece * lPieces) + 1) * lPiece * lPieces;
         const long lEnd = lMultiple < lTo ? lMultiple : lTo;
@@ -192,6 +205,9 @@ int ZEBU_CopyFile(int iFrom, int iTo, unsigned long ulLimit)
 
 int ZEBU_ReserveBlocks(int iFd, long lLength)
 {
+    struct stat info;
+    if (fstat(iFd, &info) == 0 && info.st_size < lLength && fs_checkLimit(lLength) != 0)
+        return -1;
     int iResult;
     do
         iResult = fallocate(iFd, 0, 0, lLength);

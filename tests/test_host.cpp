@@ -3,6 +3,7 @@
 #include <signal.h>
 #include <string.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
 
 #include <set>
 
@@ -164,6 +165,22 @@ TEST_F(Host, FirstCallsNeedLittleStack)
     ASSERT_EQ(pthread_create(&thread, &attributes, firstCalls, specs) | pthread_join(thread, &failed), 0);
     EXPECT_EQ(failed, nullptr);
     EXPECT_LT(ROOM - std::string_view(stack, ROOM).find_first_not_of('#'), size_t{16 << 10});
+}
+
+// Files that get their length at once, where a process may not make any so long.
+TEST_F(Host, ALimitOfFileSizesIsAFailureAndNoSignal)
+{
+    EXPECT_EQ(inChild([&] {
+                  const rlimit limit = {20'000, 20'000};
+                  CHECK(setrlimit(RLIMIT_FSIZE, &limit) == 0);
+                  CHECK(result(ZEBU2_Initialize(ring(4096), "app")) == Result(2, 4) && lastCode() == EFBIG);
+                  CHECK(ZEBU2_Finalize() == 0);
+                  for (const int iOption : {0, ZEBU2_OPT_NOFILL})
+                      CHECK(result(ZEBU2_InitializeM(ring(65536, 2, "shared"), "app", iOption)) ==
+                                Result(-1, 0x27000004) &&
+                            lastCode() == EFBIG);
+              }),
+              0);
 }
 
 static constexpr int FORKS = 100;
