@@ -14,6 +14,7 @@
 #include "ZEBULib2.h"
 
 using Json = nlohmann::ordered_json;
+using namespace std::string_view_literals;
 
 namespace {
 std::string fs_dump(const Json& value)
@@ -118,9 +119,12 @@ void fs_printPrometheus(ZEBUOutput& output, const std::vector<ZEBUDescription>& 
                 strSamples += strName + "{source=\"" + escaped(fs_text(facts[pszSource])) + "\",kind=\"" +
                               fs_text(facts["kind"]) + "\"} " + fs_dump(value) + "\n";
         }
-        if (!strSamples.empty())
-            output.write("# HELP " + strName + " " + metric.pszHelp + "\n# TYPE " + strName + " gauge\n" +
-                         strSamples);
+        if (strSamples.empty())
+            continue;
+        for (const std::string_view svText :
+             {"# HELP "sv, std::string_view(strName), " "sv, std::string_view(metric.pszHelp), "\n# TYPE "sv,
+              std::string_view(strName), " gauge\n"sv, std::string_view(strSamples)})
+            output.write(svText);
     }
 }
 

@@ -35,7 +35,7 @@ std::string fs_prefixOf(const std::string& strPath)
         if (strNumber.find_first_not_of("0123456789") != strNumber.npos || strNumber[0] == '0')
             continue;
         const unsigned uNumber = static_cast<unsigned>(std::stoul(strNumber));
-        const std::string strPrefix = strPath.substr(0, uPrefix);
+        std::string strPrefix = strPath.substr(0, uPrefix);
         const std::vector<unsigned> numbers = ZEBU_ExistingTraceFiles(strPrefix);
         if (std::find(numbers.begin(), numbers.end(), uNumber) != numbers.end())
             return strPrefix;
