@@ -13,7 +13,7 @@
 #include "output/LineFormat.h"
 
 // A file of a shared ring is longer than the ring's size by one line at most.
-static constexpr off_t cs_iSharedSizeMax = ZEBU2_FILE_SIZE_MAX_SHARED + 2 * ZEBU_LINE_MAX;
+static constexpr off_t cs_iSharedSizeMax = ZEBU2_FILE_SIZE_MAX_SHARED + off_t{2} * ZEBU_LINE_MAX;
 static constexpr size_t cs_uScanBlock = size_t{256} * 1024;
 
 int ZEBU_OpenRegular(const std::string& strPath, int iFlags, struct stat* pInfo, bool bAnyKind)
