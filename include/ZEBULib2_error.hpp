@@ -42,7 +42,7 @@ inline constexpr failure_entry failures[] = {
     {ZEBU_EPOS_FLUSH, "ZEBU_EPOS_FLUSH", "flushing written data failed"},
     {ZEBU_EPOS_OPENDIR, "ZEBU_EPOS_OPENDIR", "the trace directory cannot be read"},
     {ZEBU_EPOS_LSEEK, "ZEBU_EPOS_LSEEK", "a seek failed"},
-    {ZEBU_EPOS_NOCONTEXT, "ZEBU_EPOS_NOCONTEXT", "the thread has made no call that could fail"},
+    {ZEBU_EPOS_NOCONTEXT, "ZEBU_EPOS_NOCONTEXT", "the thread can have no error value"},
     {ZEBU_EPOS_NOTDIR, "ZEBU_EPOS_NOTDIR", "a directory of the path exists but is not a directory"},
     {ZEBU_EPOS_STAT, "ZEBU_EPOS_STAT", "a file cannot be examined"},
     {ZEBU_EPOS_MKDIR, "ZEBU_EPOS_MKDIR", "a missing directory cannot be made"},
