@@ -140,7 +140,8 @@ TEST_F(Ring, BelongsToOneProcessUntilItLeaves)
     });
     EXPECT_EQ(iFull, 0);
     putLine("in file 3");
-    age(traceFile(2), 5);
+    for (int n = 1; n <= 3; ++n)
+        age(traceFile(n), 10 - n);
     EXPECT_EQ(write(left[1][1], "", 1), 1);
     char c;
     EXPECT_EQ(read(written[0], &c, 1), 1);
@@ -332,17 +333,23 @@ TEST_F(Ring, FilesAreAsOpenAsTheyAreMeantToBe)
 // As where a server has changed its root directory.
 TEST_F(Ring, ModesAreSetWithoutProc)
 {
-    if (!enterPrivateOpt() || umount2("/proc", MNT_DETACH) != 0)
-        GTEST_SKIP() << "no mount namespaces here";
-    (void)umask(077);
-    ASSERT_EQ(ZEBU2_Initialize(ring(4096, 3, "deep/down/app"), "app"), 0);
-    writeFile(path("deep/down/app2.log"), "");
-    EXPECT_EQ(fileMode(path("deep")) & fileMode(path("deep/down")), 0777);
-    EXPECT_EQ(result(ZEBU2_ChFileAttr(0640)), Result(0, 0));
-    EXPECT_EQ(fileMode(path("deep/down/app1.log")) | fileMode(path("deep/down/app2.log")), 0640);
-    const int iRival = inChild([&] {
-        CHECK(ZEBU2_Finalize() == 0);
-        CHECK(ZEBU2_Initialize(ring(4096, 3, "deep/down/app"), "rival") == 1);
+    constexpr int iSkip = 77;
+    const int iStatus = inChild([&] { // not in this process: a search for leaks needs /proc
+        if (!enterPrivateOpt() || umount2("/proc", MNT_DETACH) != 0)
+            _exit(iSkip);
+        (void)umask(077);
+        CHECK(ZEBU2_Initialize(ring(4096, 3, "deep/down/app"), "app") == 0);
+        writeFile(path("deep/down/app2.log"), "");
+        CHECK((fileMode(path("deep")) & fileMode(path("deep/down"))) == 0777);
+        CHECK(result(ZEBU2_ChFileAttr(0640)) == Result(0, 0));
+        CHECK((fileMode(path("deep/down/app1.log")) | fileMode(path("deep/down/app2.log"))) == 0640);
+        const int iRival = inChild([&] { // no descriptor of the locked file was closed
+            CHECK(ZEBU2_Finalize() == 0);
+            CHECK(ZEBU2_Initialize(ring(4096, 3, "deep/down/app"), "rival") == 1);
+        });
+        CHECK(iRival == 0);
     });
-    EXPECT_EQ(iRival, 0) << "no descriptor of the locked file was closed";
+    if (iStatus == iSkip)
+        GTEST_SKIP() << "no mount namespaces here";
+    EXPECT_EQ(iStatus, 0);
 }
