@@ -180,10 +180,8 @@ public:
         std::map<std::string, int> found;
         for (int n = 1; n <= cs_iFiles; ++n) {
             std::string bytes = readFile(m_prefix + std::to_string(n) + ".log");
-            if (bytes.find_first_not_of(std::string_view(" \0", 2)) == std::string::npos)
-                continue; // made by a call that failed then, and filled by the next
             if (bShared)
-                bytes = bytes.substr(0, bytes.starts_with('\x1A') ? 0 : bytes.find("\r\n\x1A") + 2);
+                bytes = sharedData(bytes);
             CHECK(bytes.empty() || bytes.ends_with("\r\n"));
             for (const std::string& line : traceLines(bytes))
                 ++found[body(line)];

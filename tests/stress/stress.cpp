@@ -107,7 +107,7 @@ private:
         for (const auto& entry : std::filesystem::directory_iterator(m_place.path(""))) {
             std::string bytes = entry.path().extension() == ".log" ? readFile(entry.path()) : "";
             if (m_bShared)
-                bytes = bytes.substr(0, bytes.starts_with('\x1A') ? 0 : bytes.find("\r\n\x1A") + 2);
+                bytes = sharedData(bytes);
             for (const std::string& line : traceLines(bytes)) {
                 const std::string whole = areaSender(body(line));
                 ++(whole.empty() ? consumer.m_torn : consumer.m_seen[whole]);

@@ -38,6 +38,12 @@ void age(const std::string& path, long seconds)
     fs::last_write_time(path, std::chrono::file_clock::from_sys(then));
 }
 
+std::string sharedData(const std::string& bytes)
+{
+    const size_t mark = ("\r\n" + bytes).find("\r\n\x1A");
+    return mark == std::string::npos ? "" : bytes.substr(0, mark);
+}
+
 Lines splitLines(const std::string& bytes)
 {
     Lines found;

@@ -30,6 +30,8 @@ bool exists(const std::string& path);            // a link too that leads nowher
 int fileMode(const std::string& path);           // permission bits
 void age(const std::string& path, long seconds); // sets the modification time that far back
 
+// What a file of a shared ring holds before its mark; nothing without one.
+std::string sharedData(const std::string& bytes);
 // The lines of a text that end with CR LF, without it.
 Lines splitLines(const std::string& bytes);
 // The trace lines among them: no headers.
