@@ -62,7 +62,7 @@ public:
     // (closed), 20 or 29 (the management file is no longer the one that was opened), 22, and as opening the
     // next trace file does.
     int putMessage(const char* pszLine, unsigned long ulLength);
-    // Starts writing what was appended to the current file to disk, without waiting. Fails with 12 or 22.
+    // Starts writing what was appended to the current file to disk, without waiting. Fails with 12, 22 or 29.
     int bufferFlush();
 
     // Copies the data of all files, the oldest first, into `pszDest`, which is made or emptied. iFlag: 0, or
@@ -92,7 +92,7 @@ private:
     int announce();
     int closeManagementFile();
 
-    // Reads the record, rebuilding it from the trace files where it is damaged. That fails with 2, 5 or 20
+    // Reads the record, rebuilding it from the trace files where it is damaged. That fails with 2 or 5
     // when the trace files cannot be looked at: the ring would go on over lines that are there.
     int readRecord(tagZEBU_MANAGEMENT_DATA* pOut);
     int repareManagementFile(tagZEBU_MANAGEMENT_DATA* pOut);
@@ -121,7 +121,7 @@ private:
     // range, and with 2 or 5.
     int searchEOF(int iNumber) const;
     // Sets lCurrentFile and lWriteOffset from the files on disk. Returns 1 when there are any, else 0. Fails
-    // with 2, 5 or 20.
+    // with 2 or 5.
     int searchTraceFileData();
 
     // ---- MultiWrite.cpp: under the lock, but for the first; `pRec` is the caller's copy of the record,
