@@ -173,7 +173,7 @@ TEST_F(Collect, EveryLineArrivesWhoeverIsKilled)
     RecordProperty("doubles", doubles);
     EXPECT_EQ(files().size(), 3u);
     EXPECT_EQ(areaHeader().uReadOffset, areaHeader().uWriteOffset);
-    Words show = {"show"};
+    Words show = {"show", "-o", "raw"};
     for (const std::string& file : files())
         show.push_back(file);
     const ToolResult shown = zebu2(show);
