@@ -1,5 +1,7 @@
 #include "tools/forward/Frame.h"
 
+#include <algorithm>
+
 namespace {
 constexpr size_t cs_uDigitsMax = 9; // of a number or a length
 constexpr size_t cs_uCommandMax = 32;

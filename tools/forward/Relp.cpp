@@ -1,5 +1,6 @@
 #include "tools/forward/Relp.h"
 
+#include <algorithm>
 #include <utility>
 
 static constexpr size_t cs_uOutputMax = size_t{64} * 1024; // more is put into frames when this went out
