@@ -114,7 +114,7 @@ static Group file(Place& place, const char* pszName, const char* pszTitle, Stamp
     Group group = {pszName,
                    pszTitle,
                    1000,
-                   {{Kind::ByHand, 1.10}},
+                   {{Kind::ByHand, bArea ? 1.08 : 1.10}},
                    [&place, files, stamp, bArea] { startFiles(place, *files, stamp, bArea); },
                    [&place, files] { stopFiles(place, *files); }};
     group.emptied = {"limit.log", "hand1.log", "app1.log"};
@@ -135,6 +135,7 @@ static Group file(Place& place, const char* pszName, const char* pszTitle, Stamp
 // ---- The trace area ------------------------------------------------------------------------------
 
 static char cs_szPrepared[cs_uHandLine];
+static constexpr char cs_szOwn[] = "by hand, for one process alone";
 static constexpr char cs_szSafe[] = "by hand, safe between processes";
 
 static Row clockAndCopy(Place& place)
@@ -167,10 +168,10 @@ static Group area(Place& place, const char* pszName, const char* pszTitle, Stamp
                    },
                    [&place] { place.stop(); }};
     group.rows.push_back(stamp == Stamp::Clock ? clockAndCopy(place) : copyAlone(place));
-    group.rows.push_back({"by hand", Kind::ByHand, drained(&Place::handArea, place, [&place, stamp] {
+    group.rows.push_back({cs_szOwn, Kind::Piece, drained(&Place::handArea, place, [&place, stamp] {
                               handAppend(place, handLine(stamp));
                           })});
-    group.rows.push_back({cs_szSafe, Kind::Piece, drained(&Place::handArea, place, [&place, stamp] {
+    group.rows.push_back({cs_szSafe, Kind::ByHand, drained(&Place::handArea, place, [&place, stamp] {
                               handAppendGuarded(place, handLine(stamp));
                           })});
     group.rows.push_back({"ZEBU2_PutLine", Kind::Product, drained(&Place::area, place, put)});
@@ -182,15 +183,15 @@ static Group signalSafe(Place& place)
     Group group = {"sigsafe",
                    "signal-safe put",
                    4000,
-                   {{Kind::ByHand, 1.25}},
+                   {{Kind::ByHand, 1.3}},
                    [&place] { place.start(); },
                    [&place] { place.stop(); }};
     group.rows.push_back(copyAlone(place));
-    group.rows.push_back({"by hand", Kind::ByHand, drained(&Place::handArea, place, [&place] {
+    group.rows.push_back({cs_szOwn, Kind::Piece, drained(&Place::handArea, place, [&place] {
                               const std::string_view line = handLine(Stamp::None);
                               place.handArea().append(line.data(), static_cast<uint32_t>(line.size()));
                           })});
-    group.rows.push_back({cs_szSafe, Kind::Piece, drained(&Place::handArea, place, [&place] {
+    group.rows.push_back({cs_szSafe, Kind::ByHand, drained(&Place::handArea, place, [&place] {
                               const std::string_view line = handLine(Stamp::None);
                               place.handArea().appendGuarded(line.data(), static_cast<uint32_t>(line.size()));
                           })});
@@ -208,6 +209,6 @@ void addPaths(std::vector<Group>& groups, Place& place)
     groups.push_back(area(place, "area", "trace area, drained", Stamp::Clock, 1.15));
     groups.push_back(file(place, "both", "file and trace area", Stamp::Clock, true));
     groups.push_back(file(place, "file-masked", "single ring, masked time", Stamp::Masked, false));
-    groups.push_back(area(place, "area-masked", "trace area, masked time", Stamp::Masked, 1.2));
+    groups.push_back(area(place, "area-masked", "trace area, masked time", Stamp::Masked, 1.3));
     groups.push_back(signalSafe(place));
 }

@@ -278,10 +278,57 @@ static Group processes(Place& place, int iProcesses)
     return group;
 }
 
+// The children have the two areas from before they were forked. Each empties them now and then, so that the
+// lines of all find room.
+static std::function<bool()> emptying(HandArea& area, const std::function<void()>& put)
+{
+    return [&area, put, lLines = 0L]() mutable {
+        if (lLines++ % 64 == 0)
+            area.drain();
+        put();
+        return true;
+    };
+}
+
+static Group areaProcesses(Place& place, int iProcesses)
+{
+    const auto fleets = std::make_shared<Fleets>();
+    const std::string count = std::to_string(iProcesses);
+    Group group = {"area-processes-" + count,
+                   count + " processes, one area",
+                   8000,
+                   {{Kind::ByHand, 1 / 0.9}},
+                   [&place, fleets, iProcesses] {
+                       place.start();
+                       route(1, false, true);
+                       fleets->hand = std::make_unique<Fleet>(iProcesses, [&place] {
+                           return emptying(place.handArea(), [&place] {
+                               size_t uLength;
+                               const char* pLine = handLine(cs_pszText, Stamp::Clock, &uLength);
+                               place.handArea().appendGuarded(pLine, static_cast<uint32_t>(uLength));
+                           });
+                       });
+                       fleets->product = std::make_unique<Fleet>(iProcesses, [&place] {
+                           return emptying(place.area(), [] { (void)ZEBU2_PutLine(1, cs_pszText); });
+                       });
+                   },
+                   [&place, fleets] {
+                       fleets->hand.reset();
+                       fleets->product.reset();
+                       place.stop();
+                   }};
+    group.throughput = true;
+    group.rows.push_back(
+        {"by hand, safe between processes", Kind::ByHand, [fleets](long n) { fleets->hand->run(n); }});
+    group.rows.push_back({"ZEBU2_PutLine", Kind::Product, [fleets](long n) { fleets->product->run(n); }});
+    return group;
+}
+
 void addShared(std::vector<Group>& groups, Place& place)
 {
     groups.push_back(shared(place));
     groups.push_back(sharedSwitch(place));
     for (int iProcesses : {1, 4})
         groups.push_back(processes(place, iProcesses));
+    groups.push_back(areaProcesses(place, 4));
 }

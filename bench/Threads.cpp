@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <pthread.h>
 
+#include <atomic>
 #include <initializer_list>
 #include <memory>
 #include <thread>
@@ -115,7 +116,7 @@ static Group areaThreads(Place& place, int iThreads)
     Group group = {"area-threads-" + count,
                    "trace area, " + count + (iThreads == 1 ? " thread" : " threads"),
                    20000,
-                   {{Kind::ByHand, 1 / 0.9}},
+                   {{Kind::ByHand, 1 / (iThreads == 1 ? 0.9 : 1.5)}},
                    [&place, threads, iThreads] {
                        place.start();
                        route(1, false, true);
@@ -137,10 +138,50 @@ static Group areaThreads(Place& place, int iThreads)
     return group;
 }
 
+// A consumer that gives everything back as soon as it is there: the offsets wander between two processors.
+static Group areaConsumed(Place& place)
+{
+    struct Consumer
+    {
+        std::atomic<bool> bEnded{false};
+        std::thread thread;
+    };
+    const auto consumer = std::make_shared<Consumer>();
+    Group group = {"area-consumer",
+                   "trace area, a consumer reading all the time",
+                   20000,
+                   {{Kind::ByHand, 1 / 0.5}},
+                   [&place, consumer] {
+                       place.start();
+                       route(1, false, true);
+                       consumer->thread = std::thread([&place, consumer] {
+                           while (!consumer->bEnded.load(std::memory_order_relaxed)) {
+                               place.area().drain();
+                               place.handArea().drain();
+                           }
+                       });
+                   },
+                   [&place, consumer] {
+                       consumer->bEnded = true;
+                       consumer->thread.join();
+                       place.stop();
+                   }};
+    group.throughput = true;
+    group.rows.push_back({"by hand", Kind::ByHand, times([&place] {
+                              size_t uLength;
+                              const char* pLine = handLine(cs_pszText, Stamp::Clock, &uLength);
+                              const HandMutex lock;
+                              place.handArea().append(pLine, static_cast<uint32_t>(uLength));
+                          })});
+    group.rows.push_back({"ZEBU2_PutLine", Kind::Product, times([] { (void)ZEBU2_PutLine(1, cs_pszText); })});
+    return group;
+}
+
 void addThreads(std::vector<Group>& groups, Place& place)
 {
     for (int iThreads : {1, 2, 4, 8})
         groups.push_back(fileThreads(place, iThreads));
     for (int iThreads : {1, 2, 4, 8})
         groups.push_back(areaThreads(place, iThreads));
+    groups.push_back(areaConsumed(place));
 }

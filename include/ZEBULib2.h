@@ -363,9 +363,10 @@ ZEBU2_API int ZEBU2_PutToShm(const void* pData, unsigned long ulLength);
 /* Copies a line into the trace area alone, from a signal handler or anywhere else: async-signal-safe,
  * takes no lock, allocates nothing, reads no clock (time and thread id print as hyphens), keeps errno.
  * At most ZEBU2_TEXT_MAX bytes of pszText are kept. Returns 0 when the line was stored, else -1: pszText
- * null, the area not open or damaged, no room for the line, or another append stood in the way
- * for too long. Does not touch the thread's error, except that a damaged area leaves AREA
- * there if the thread has called the library before. Stack use: less than 8 KiB. */
+ * null, the area not open or damaged, no room for the line, or another append stood in the way for too
+ * long. A line that it interrupts is stored before its own; do not leave the handler by longjmp or an
+ * exception. Does not touch the thread's error, except that a damaged area leaves AREA there if the
+ * thread has called the library before. Stack use: less than 8 KiB. */
 ZEBU2_API int ZEBU2_PutMsgSigSafe(const char* pszText);
 
 /* Switches the notice on (1) or off (0, the default) that is sent to syslog, at LOG_INFO, when a ring

@@ -8,6 +8,7 @@
 #include <chrono>
 
 #include "mmap/AreaAppend.h"
+#include "mmap/MMap.h"
 #include "support/AreaConsumer.h"
 
 using Clock = std::chrono::steady_clock;
@@ -222,4 +223,40 @@ TEST_F(Append, AHostileGuardCostsATenthOfTheTime)
     hostile.join();
     EXPECT_LT(lWaited, 600);
     EXPECT_EQ(m_pArea->m_torn, 0);
+}
+
+// Lines of one limit after the other, with whether they are dropped.
+TEST(RateLimit, PeriodsEndByTheTimesOfLines)
+{
+    struct Line
+    {
+        timeval time;
+        int iDropped;
+    };
+    const std::tuple<int, int, std::vector<Line>> limits[] = {
+        {10,
+         3,
+         {{{0, 5}, 0}, {{1, 0}, 0}, {{2, 0}, 0}, {{3, 0}, 1}, {{10, 4}, 1}, {{10, 5}, 0}, {{10, 6}, 0}}},
+        {10, 1, {{{100, 0}, 0}, {{109, 999999}, 1}, {{110, 0}, 0}, {{110, 0}, 1}}},
+        // Up to the count a line belongs to the old period, however late it is.
+        {10, 2, {{{100, 0}, 0}, {{200, 0}, 0}, {{200, 0}, 0}, {{200, 0}, 0}, {{209, 0}, 1}}},
+        // Late by a moment is no clock that was set back; by more than a second it is.
+        {10,
+         1,
+         {{{100, 500}, 0}, {{100, 0}, 1}, {{99, 600}, 1}, {{99, 400}, 0}, {{99, 500}, 1}, {{50, 0}, 0}}},
+        // Masked lines come a second after the start of the period, without microseconds.
+        {1, 1, {{{100, 0}, 0}, {{101, 0}, 0}, {{102, 0}, 0}}},
+        {1, 1, {{{100, 1}, 0}, {{101, 0}, 1}, {{101, 0}, 1}}},
+        {2, 1, {{{100, 0}, 0}, {{101, 0}, 1}}}};
+    for (const auto& [iInterval, iMax, lines] : limits) {
+        ZEBU_initMMapLimitValues(iInterval, iMax);
+        fs_zebu_last_update_time.tv_sec = 0;
+        fs_zebu_last_update_time.tv_usec = 0;
+        for (const Line& line : lines)
+            EXPECT_EQ(fs_isMsgTooMany(&line.time), line.iDropped)
+                << iInterval << ' ' << iMax << ": " << line.time.tv_sec << ' ' << line.time.tv_usec;
+    }
+    ZEBU_initMMapLimitValues(86401, -1); // out of range: as it was
+    EXPECT_EQ(fs_zebu_mmap_interval_sec.tv_sec, 2);
+    EXPECT_EQ(g_zebu_mmap_output_max, 1u);
 }
