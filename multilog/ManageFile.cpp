@@ -3,6 +3,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <limits.h>
 #include <stdio.h>
 #include <string.h>
 #include <unistd.h>
@@ -33,6 +34,9 @@ int ZEBUManageFile::generateManagementFileName(const char* pszPrefix)
 int ZEBUManageFile::open(int iFileAttr)
 {
     ulManageIno = 0;
+    // Opened from its directory, but looked at by its name before every line.
+    if (strlen(szManageFileName) >= PATH_MAX)
+        return ZEBU_Fail(ZEBU_EPOS_OPEN, ENAMETOOLONG);
     // A stranger's link in place of the directory would have the file made, or changed, wherever it leads.
     const ZEBUFd directory(ZEBU_OpenDirectory(szManageDir));
     if (directory.get() == -1)

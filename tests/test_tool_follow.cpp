@@ -212,7 +212,8 @@ TEST_F(Follow, ShowsEveryLineOfTwoWritersOnceInOrderOverManySwitches)
         CHECK(ZEBU2_Finalize() == 0);
     };
     ASSERT_EQ(inChild([&] { write('-', 0); }), 0);
-    RunningTool tool({"show", "-f", "-o", "raw", "--interval", "1", "--grep", "^[abz]", prefix()});
+    RunningTool tool(
+        {"show", "-f", "-n", "all", "-o", "raw", "--interval", "1", "--grep", "^[abz]", prefix()});
     const pid_t writers[] = {startChild([&] { write('a', count); }), startChild([&] { write('b', count); })};
     EXPECT_EQ(waitForChild(writers[0]) | waitForChild(writers[1]), 0);
     expectStatus(0, {"put --ring " + prefix() + " --size 16384 --files 12 --shared z"});

@@ -88,6 +88,12 @@ std::string fs_sharedRing(const std::string& strPath)
             return strPath.substr(0, u - 1);
     return "";
 }
+
+[[noreturn]] void fs_refuse(const std::string& strPath, const std::string& strRing)
+{
+    throw ZEBUFailure{strPath + " belongs to the shared ring " + strRing +
+                      ", which processes may be writing: not removed without --force"};
+}
 } // namespace
 
 int ZEBU_Clean(const ZEBUCleanOptions& options)
@@ -97,8 +103,7 @@ int ZEBU_Clean(const ZEBUCleanOptions& options)
     for (const std::string& strPath : found.chosen) {
         const std::string strRing = options.bForce ? "" : fs_sharedRing(strPath);
         if (!strRing.empty())
-            throw ZEBUFailure{strPath + " belongs to the shared ring " + strRing +
-                              ", which processes may be writing: not removed without --force"};
+            fs_refuse(strPath, strRing);
     }
     ZEBUOutput output(ZEBUFormat::Text, ZEBUColor::Never);
     for (const std::string& strPath : found.chosen) {

@@ -99,5 +99,5 @@ TRANSFERS(read, read) TRANSFERS(pread, read) TRANSFERS(__pread_chk, read)
 TRANSFERS(write, write) TRANSFERS(writev, write)
 /* The names under which a fortified library calls them. */
 TRANSFERS(__read_chk, read) STAND_IN(__fgets_chk, fgets, 0) STAND_IN(__open_2, open, -1)
-STAND_IN(__gethostname_chk, gethostname, -1) STAND_IN(__readlinkat_chk, readlinkat, -1)
+STAND_IN(__openat_2, openat, -1) STAND_IN(__gethostname_chk, gethostname, -1) STAND_IN(__readlinkat_chk, readlinkat, -1)
     /* clang-format on */

@@ -12,12 +12,12 @@
 struct ZebuFault
 {
     const char* pszFunction; /* "*": any */
-    int iCode;          /* errno, or FAULT_SHORT */
-    long lFirst, lLast; /* which calls, counted from 1 */
+    int iCode;               /* errno, or FAULT_SHORT */
+    long lFirst, lLast;      /* which calls, counted from 1 */
     int iArmed;
-    long lCalls;       /* counted while armed */
-    long lFired;       /* calls that were made to fail */
-    long lInheritable; /* opens without close-on-exec */
+    long lCalls;         /* counted while armed */
+    long lFired;         /* calls that were made to fail */
+    long lInheritable;   /* opens without close-on-exec */
     void (*visit)(void); /* run before the chosen calls, which do not fail then; null: they fail */
 };
 

@@ -12,12 +12,12 @@ static void fuzz(std::string_view input)
     if (input.size() < sizeof header + 4)
         return;
     memcpy(&header, input.data(), sizeof header);
-    constexpr uint32_t uDead = 0x3FFFFF; // a thread that died within its append
-    header.uGuard = header.uGuard & 1 ? uDead : 0;
+    if (ZEBU_IsHolder(header.uGuard)) // would be waited for
+        header.uGuard = 0;
     if (header.uMagic % 4 != 0)
         header.uMagic = ZEBU_AREA_MAGIC;
     const uint32_t uLength = static_cast<uint32_t>(sizeof header) + FuzzDir::byte(input, 24) * 4;
-    const uint32_t uLine = FuzzDir::byte(input, 25) * 4u + FuzzDir::byte(input, 26);
+    const uint32_t uLine = 1 + FuzzDir::byte(input, 25) * 4u + FuzzDir::byte(input, 26);
     auto* pMap = static_cast<char*>(malloc(uLength)); // exactly: what follows is poisoned
     memset(pMap, '.', uLength);
     memcpy(pMap, &header, sizeof header);
@@ -33,7 +33,7 @@ static void fuzz(std::string_view input)
             FUZZ_CHECK(after.uWriteOffset == before.uWriteOffset);
             continue;
         }
-        FUZZ_CHECK(after.uGuard == 0 && after.uWriteOffset <= after.uDataSize);
+        FUZZ_CHECK(after.uGuard == before.uGuard && after.uWriteOffset <= after.uDataSize);
         for (uint32_t u = 0; u < uLine; ++u)
             FUZZ_CHECK(pMap[sizeof header + (before.uWriteOffset + u) % before.uDataSize] == 'x');
     }

@@ -63,9 +63,9 @@ static void fuzz(std::string_view input)
     int iErrno = 0;
     readLine(input);
     (void)dir.writeRing(input);
-    readAll(ZEBU_OpenSharedRing(prefix, false, quiet, &iErrno), false);
-    readAll(ZEBU_OpenSingleRing(prefix, false, quiet), false);
-    readAll(ZEBU_OpenPlain(dir.path("app1.log"), false, quiet, &iErrno), false);
+    readAll(ZEBU_OpenSharedRing(prefix, false, quiet, &iErrno, nullptr), false);
+    readAll(ZEBU_OpenSingleRing(prefix, false, quiet, nullptr), false);
+    readAll(ZEBU_OpenPlain(dir.path("app1.log"), false, quiet, &iErrno, nullptr), false);
     ZEBURingRecord record;
     ZEBU_DeriveRecord(prefix, &record);
     readArea(dir, input);
