@@ -13,13 +13,11 @@ trap 'rm -rf "$work"' EXIT
 fail() { echo "$*"; exit 1; }
 
 # packages FOLDER
-packages() (
-    umask 022  # the members of a package have modes
-    cmake -S "$source" --preset package -B "$work/$1"
-    cmake --build "$work/$1"
-    cd "$work/$1"
-    cpack --config CPackConfig.cmake
-) > "$work/log" 2>&1 || { cat "$work/log"; exit 1; }
+packages() {
+    (umask 022 && # the members of a package have modes
+        cmake -S "$source" --preset package -B "$work/$1" && cmake --build "$work/$1" &&
+        cd "$work/$1" && cpack --config CPackConfig.cmake) > "$work/log" 2>&1 || { tail -n 50 "$work/log"; exit 1; }
+}
 
 packages one
 packages another-folder
