@@ -173,7 +173,8 @@ void ZEBUManageFile::publishMode(unsigned int uMode)
 void ZEBUManageFile::publishPosition(unsigned int uFile, unsigned int uOffset)
 {
     const ZEBUWord uPosition = static_cast<ZEBUWord>(uFile) << 32 | uOffset;
-    __atomic_store_n(reinterpret_cast<ZEBUWord*>(&pManageMap->writeOffset), uPosition, __ATOMIC_RELEASE);
+    auto* const pPosition = reinterpret_cast<ZEBUWord*>(&pManageMap->writeOffset);
+    __atomic_store_n(pPosition, uPosition, __ATOMIC_RELEASE);
 }
 
 void ZEBUManageFile::publishOffset(unsigned int uOffset)
