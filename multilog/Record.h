@@ -72,8 +72,8 @@ inline unsigned int ZEBU_LoadField(const unsigned int& uShared)
 // Loads file and offset of a mapped record into a copy of it, as one.
 inline void ZEBU_LoadPosition(const tagZEBU_MANAGEMENT_DATA* pMap, tagZEBU_MANAGEMENT_DATA* pOut)
 {
-    const ZEBUWord uPosition =
-        __atomic_load_n(reinterpret_cast<const ZEBUWord*>(&pMap->writeOffset), __ATOMIC_ACQUIRE);
+    const auto* const pPosition = reinterpret_cast<const ZEBUWord*>(&pMap->writeOffset);
+    const ZEBUWord uPosition = __atomic_load_n(pPosition, __ATOMIC_ACQUIRE);
     pOut->writeOffset = static_cast<unsigned int>(uPosition);
     pOut->currentFile = static_cast<unsigned int>(uPosition >> 32);
 }
