@@ -107,7 +107,7 @@ void ZEBUShow::openSources()
             throw ZEBUFailure{"the standard input has no place to go on at: --cursor needs files or rings"};
         const bool bPlain = strSource != "-" && ZEBU_SourceKind(strSource) == ZEBUSourceKind::Plain;
         if (const std::string strUse = bPlain ? ZEBU_OtherUse(strSource) : ""; !strUse.empty()) {
-            ZEBU_Say(strSource + " " + strUse);
+            ZEBU_Say(std::string(strSource).append(" ").append(strUse));
             m_bFailed = true;
             continue;
         }
