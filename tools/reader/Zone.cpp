@@ -70,7 +70,7 @@ void ZEBUZone::look(ZEBUTime lMinute, std::string_view svZone)
     if (bForeign)
         fs_setZone(own);
     char szOffset[16];
-    const long lMinutes = labs(lOffset) / 60 % (24 * 60);
+    const long lMinutes = labs(lOffset) / 60 % (24L * 60);
     (void)snprintf(szOffset, sizeof szOffset, "%c%02ld:%02ld", lOffset < 0 ? '-' : '+', lMinutes / 60,
                    lMinutes % 60);
     m_strOffset = szOffset;
