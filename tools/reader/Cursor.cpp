@@ -106,7 +106,7 @@ std::string ZEBUCursor::load(const std::string& strFile)
     std::string strError = fs_readAll(strFile, &strBytes);
     if (!strError.empty() || strBytes.empty())
         return strError;
-    const std::string strForeign = strFile + " is no cursor file of zebu2";
+    std::string strForeign = strFile + " is no cursor file of zebu2";
     if (!strBytes.starts_with(cs_svTitle) || strBytes.back() != '\n')
         return strForeign;
     for (size_t u = cs_svTitle.size(); u < strBytes.size();) {
