@@ -104,6 +104,10 @@ TEST_F(Follow, WaitsForALineThatIsOnItsWay)
 
 TEST_F(Follow, SaysWhenTheRingOvertookItAndMixesNoCycles)
 {
+    writeRing({plainLines(1, 3), "", ""}, 1);
+    openRing();
+    writeRing({plainLines(1, 3), plainLines(4, 5), plainLines(6, 6)}, 3);
+    EXPECT_EQ(readOn(), plainLines(1, 6)); // it has not come round yet
     writeRing({plainLines(1, 3), ""}, 1);
     openRing();
     EXPECT_EQ(readOn(), plainLines(1, 3));
@@ -302,8 +306,7 @@ TEST_F(Follow, GoesOnWhereTheCursorSays)
 
 // Killed at any moment and started again: no line is missing, and at most what is between two places that are
 // stored comes twice.
-// Does not end, or fails, in about one of eight runs on a busy machine; the cause is not known yet.
-TEST_F(Follow, DISABLED_LosesNothingWithACursorHoweverOftenItIsKilled)
+TEST_F(Follow, LosesNothingWithACursorHoweverOftenItIsKilled)
 {
     const int kills = 12, total = 14000, ahead = 2500, interval = 1000;
     for (const bool shared : {false, true}) {
@@ -341,12 +344,15 @@ TEST_F(Follow, DISABLED_LosesNothingWithACursorHoweverOftenItIsKilled)
         int target = 500, killed = 0;
         CHECK(write(order[1], &target, sizeof target) > 0 && read(done[0], &target, sizeof target) > 0);
         for (; last < total || killed < kills; ++killed) {
+            const auto size = [&] { return exists(out) ? std::filesystem::file_size(out) : 0; };
+            const auto before = size(); // the tool may be done before this process runs again
             const pid_t tool = startChild([&] { follow("-f"); });
             target = std::min(last + ahead, total);
             CHECK(write(order[1], &target, sizeof target) > 0);
-            const auto size = [&] { return exists(out) ? std::filesystem::file_size(out) : 0; };
-            for (const auto before = size(); last < target && size() == before;)
+            for (int i = 0; last < target && size() == before; ++i) {
+                ASSERT_LT(i, 200000) << last;
                 (void)usleep(100);
+            }
             (void)usleep(static_cast<unsigned>(killed * 7919 % 5000)); // any moment
             (void)kill(tool, SIGKILL);
             EXPECT_EQ(waitForChild(tool), 128 + SIGKILL);

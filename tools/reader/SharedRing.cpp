@@ -35,6 +35,14 @@ std::optional<ZEBUTime> fs_firstTime(const std::string& strPath)
     return line.lTime;
 }
 
+// Whether a file is missing, or its data end where they would begin.
+bool fs_holdsNothing(const std::string& strPath)
+{
+    ZEBUTraceFile file;
+    const int iErrno = file.open(strPath);
+    return iErrno == ENOENT || (iErrno == 0 && file.hasMarkAt(0));
+}
+
 class ZEBUSharedRing final : public ZEBUSource
 {
 public:
@@ -53,6 +61,7 @@ public:
 
 private:
     void start();
+    bool findOldest();
     void resume(const ZEBUPlace& from);
     void leave();
     unsigned filesUpToCurrent(unsigned uFrom) const;
@@ -155,17 +164,26 @@ unsigned ZEBUSharedRing::filesUpToCurrent(unsigned uFrom) const
     return uFrom > uNum ? 1 : (m_record.position.uFile + uNum - uFrom) % uNum + 1;
 }
 
-// Begins with the oldest file, and notes where the ring stands. Files that a young ring has still to come to
-// cannot be overtaken in.
+// Begins with the oldest file, and notes where the ring stands.
 void ZEBUSharedRing::start()
 {
-    for (int i = 0; i < cs_iLooks && !lookAround(); ++i)
-        refresh();
+    bool bTogether = false;
+    for (int i = 0; i < cs_iLooks && !bTogether; ++i) {
+        bTogether = lookAround();
+        bTogether = findOldest() && bTogether;
+    }
+}
+
+// Finds the first file behind the current one that holds anything. In those that a young ring has still to
+// come to a reader would seem to be overtaken when it comes. False when the ring moved on meanwhile.
+bool ZEBUSharedRing::findOldest()
+{
     const auto after = [&](unsigned uFile) { return uFile % m_record.uFileNum + 1; };
-    struct stat info;
     m_uNumber = after(m_end.uFile);
-    while (m_uNumber != m_end.uFile && stat(ZEBU_RingFileName(m_strPrefix, m_uNumber).c_str(), &info) != 0)
+    while (m_uNumber != m_end.uFile && fs_holdsNothing(ZEBU_RingFileName(m_strPrefix, m_uNumber)))
         m_uNumber = after(m_uNumber);
+    refresh();
+    return m_record.position.uFile == m_end.uFile;
 }
 
 // Takes the position with the beginning of the current file, which is the same before and behind it. False
