@@ -21,7 +21,7 @@ struct tagZEBU_TLS_VAR
     int iErrorCode;
     int iErrorPos;
     char szThreadId[ZEBU_THREAD_ID + 1];
-    char szLineBuf[ZEBU_LINE_BUFFER];
+    alignas(16) char szLineBuf[ZEBU_LINE_BUFFER]; // its columns are stored a word at a time
     ZEBUCachedSecond second;
 };
 

@@ -28,19 +28,26 @@
 
 namespace {
 
+// A line and the area that it goes to. Handed on beside the append's record, in which the compiler must take
+// everything for changed by others after every call.
+struct Line
+{
+    tagZEBU_AREA_HEADER* pHeader;
+    uint32_t uMapLength;
+    uint32_t uLength;
+    const char* pData; // null: blanks
+};
+
 // One line on its way, and what a handler on the same thread needs to finish it. Only that thread reads and
 // writes it; the atomics are for the order in which a handler sees the stores. Links and unlinks itself.
 struct Append
 {
-    Append(tagZEBU_AREA_HEADER* pArea, uint32_t uMapped, const char* pLine, uint32_t uLineLength);
+    explicit Append(Line toAppend);
     ~Append();
     Append(const Append&) = delete;
     Append& operator=(const Append&) = delete;
 
-    tagZEBU_AREA_HEADER* const pHeader;
-    const uint32_t uMapLength;
-    const char* const pData; // null: blanks
-    const uint32_t uLength;
+    const Line line;
     Append* const pOuter;            // what this one has interrupted
     std::atomic<uint64_t> uClaim{0}; // the state of the area while the line is being stored; 0: not yet
     std::atomic<bool> bTaken{false}; // the claim has certainly stood there
@@ -62,8 +69,7 @@ static inline void fs_inOrder()
     std::atomic_signal_fence(std::memory_order_seq_cst);
 }
 
-inline Append::Append(tagZEBU_AREA_HEADER* pArea, uint32_t uMapped, const char* pLine, uint32_t uLineLength)
-    : pHeader(pArea), uMapLength(uMapped), pData(pLine), uLength(uLineLength), pOuter(cs_pInnermost)
+inline Append::Append(Line toAppend) : line(toAppend), pOuter(cs_pInnermost)
 {
     fs_inOrder();
     cs_pInnermost = this;
@@ -90,7 +96,7 @@ static inline bool fs_readRing(tagZEBU_AREA_HEADER* pHeader, uint64_t uState, ta
 }
 
 // Whether both pieces of a line lie within the mapping: the header may say anything.
-[[gnu::noinline, gnu::cold]] static bool fs_isMapped(const tagZEBU_AREA_RING& ring, uint32_t uMapLength,
+[[gnu::noinline, gnu::cold]] static bool fs_isMapped(tagZEBU_AREA_RING ring, uint32_t uMapLength,
                                                      uint32_t uLength)
 {
     const uint64_t uEnd = uint64_t{ring.uWrite} + uLength;
@@ -101,7 +107,7 @@ static inline bool fs_readRing(tagZEBU_AREA_HEADER* pHeader, uint64_t uState, ta
 }
 
 // Stored: there is room for the line, as far as can be seen without the guard.
-static inline ZEBUAppend fs_findRoom(const Append& line, uint64_t uState, tagZEBU_AREA_RING* pRing)
+static inline ZEBUAppend fs_findRoom(Line line, uint64_t uState, tagZEBU_AREA_RING* pRing)
 {
     if (!fs_readRing(line.pHeader, uState, pRing)) [[unlikely]]
         return ZEBU_APPEND_DAMAGED;
@@ -126,7 +132,7 @@ static inline bool fs_isClaimed(uint64_t uState, uint64_t uClaim)
 
 enum : uint32_t { cs_uPiece = 256 };
 
-static inline void fs_copyPiece(const Append& line, uint32_t uTo, uint32_t uFrom, uint32_t uCount)
+static inline void fs_copyPiece(Line line, uint32_t uTo, uint32_t uFrom, uint32_t uCount)
 {
     char* const pTo = reinterpret_cast<char*>(line.pHeader + 1) + uTo;
     if (line.pData)
@@ -137,14 +143,14 @@ static inline void fs_copyPiece(const Append& line, uint32_t uTo, uint32_t uFrom
 
 // Copies from `uFrom` on to the place `uTo` of the ring. Looks before each piece whether the claim still
 // stands: a writer that was stopped here and passed over must not write on. False then.
-[[gnu::noinline]] static bool fs_copyPieces(const Append& line, uint32_t uTo, uint32_t uFrom, uint32_t uEnd)
+[[gnu::noinline]] static bool fs_copyPieces(const Append& append, uint32_t uTo, uint32_t uFrom, uint32_t uEnd)
 {
     while (uFrom < uEnd) {
         const uint32_t uNow = uEnd - uFrom < cs_uPiece ? uEnd - uFrom : cs_uPiece;
-        const uint64_t uState = __atomic_load_n(ZEBU_AreaStateOf(line.pHeader), __ATOMIC_RELAXED);
-        if (!fs_isClaimed(uState, line.uClaim.load(std::memory_order_relaxed)))
+        const uint64_t uState = __atomic_load_n(ZEBU_AreaStateOf(append.line.pHeader), __ATOMIC_RELAXED);
+        if (!fs_isClaimed(uState, append.uClaim.load(std::memory_order_relaxed)))
             return false;
-        fs_copyPiece(line, uTo, uFrom, uNow);
+        fs_copyPiece(append.line, uTo, uFrom, uNow);
         uTo += uNow;
         uFrom += uNow;
     }
@@ -152,16 +158,18 @@ static inline void fs_copyPiece(const Append& line, uint32_t uTo, uint32_t uFrom
 }
 
 // The whole line: up to the end of the data, and the rest from their beginning.
-[[gnu::noinline]] static bool fs_copyLine(const Append& line, const tagZEBU_AREA_RING& ring)
+[[gnu::noinline]] static bool fs_copyLine(const Append& append, tagZEBU_AREA_RING ring)
 {
+    const uint32_t uLength = append.line.uLength;
     const uint32_t uToEnd = ring.uSize - ring.uWrite;
-    const uint32_t uFirst = line.uLength < uToEnd ? line.uLength : uToEnd;
-    return fs_copyPieces(line, ring.uWrite, 0, uFirst) && fs_copyPieces(line, 0, uFirst, line.uLength);
+    const uint32_t uFirst = uLength < uToEnd ? uLength : uToEnd;
+    return fs_copyPieces(append, ring.uWrite, 0, uFirst) && fs_copyPieces(append, 0, uFirst, uLength);
 }
 
 // A blank line ends like any other.
-static void fs_endBlanks(const Append& line, const tagZEBU_AREA_RING& ring)
+[[gnu::noinline, gnu::cold]] static void fs_endBlanks(const Append& append, tagZEBU_AREA_RING ring)
 {
+    const Line& line = append.line;
     char* const pRing = reinterpret_cast<char*>(line.pHeader + 1);
     for (uint32_t i = line.uLength < 2 ? 1 : 2; i > 0; --i) {
         const uint64_t uAt = uint64_t{ring.uWrite} + line.uLength - i;
@@ -171,12 +179,12 @@ static void fs_endBlanks(const Append& line, const tagZEBU_AREA_RING& ring)
 
 // Somebody else's word that came over the claim is the one to be left there. Bounded, since who stores it may
 // do so for ever.
-[[gnu::noinline, gnu::cold]] static Copy fs_publishOver(const Append& line, uint64_t uSeen, uint32_t uNext)
+[[gnu::noinline, gnu::cold]] static Copy fs_publishOver(const Append& append, uint64_t uSeen, uint32_t uNext)
 {
     for (int i = 0; i < 1000; ++i) {
-        if (!fs_isClaimed(uSeen, line.uClaim.load(std::memory_order_relaxed)))
+        if (!fs_isClaimed(uSeen, append.uClaim.load(std::memory_order_relaxed)))
             return Copy::Lost;
-        if (ZEBU_ChangeAreaState(line.pHeader, &uSeen, ZEBU_AreaState(uNext, ZEBU_GuardOf(uSeen))))
+        if (ZEBU_ChangeAreaState(append.line.pHeader, &uSeen, ZEBU_AreaState(uNext, ZEBU_GuardOf(uSeen))))
             return Copy::Published;
     }
     return Copy::Lost;
@@ -186,43 +194,43 @@ static void fs_endBlanks(const Append& line, const tagZEBU_AREA_RING& ring)
 // append itself, or by a handler that interrupted it; all of it once more then, since nobody knows how far
 // the copy is. The room is looked at again under the guard: before, it was that of an offset that may have
 // gone round the ring since.
-static inline Copy fs_copyAndPublish(const Append& line, tagZEBU_AREA_RING ring, uint32_t uAfter)
+static inline Copy fs_copyAndPublish(const Append& append, Line line, tagZEBU_AREA_RING ring, uint32_t uAfter)
 {
     ring.uRead = __atomic_load_n(&line.pHeader->uReadOffset, __ATOMIC_ACQUIRE);
     if (line.uLength >= ring.free()) [[unlikely]]
         return Copy::NoRoom;
     if (line.uLength <= cs_uPiece && line.uLength <= ring.uSize - ring.uWrite) [[likely]]
         fs_copyPiece(line, ring.uWrite, 0, line.uLength);
-    else if (!fs_copyLine(line, ring))
+    else if (!fs_copyLine(append, ring))
         return Copy::Lost;
     if (!line.pData) [[unlikely]]
-        fs_endBlanks(line, ring);
-    uint64_t uSeen = line.uClaim.load(std::memory_order_relaxed);
+        fs_endBlanks(append, ring);
+    uint64_t uSeen = append.uClaim.load(std::memory_order_relaxed);
     if (ZEBU_ChangeAreaState(line.pHeader, &uSeen, ZEBU_AreaState(ring.next(line.uLength), uAfter)))
         [[likely]]
         return Copy::Published;
-    return fs_publishOver(line, uSeen, ring.next(line.uLength));
+    return fs_publishOver(append, uSeen, ring.next(line.uLength));
 }
 
 // Puts the claim into the header in place of `uSeen`. It is in the record before that, so that a handler
 // knows it whichever of the two it sees.
-static inline bool fs_claim(Append& line, uint64_t uSeen, uint32_t uGuard)
+static inline bool fs_claim(Append& append, Line line, uint64_t uSeen, uint32_t uGuard)
 {
-    const uint64_t uClaim = ZEBU_AreaState(ZEBU_OffsetOf(uSeen), uGuard);
-    line.uClaim.store(uClaim, std::memory_order_relaxed);
+    const uint64_t uClaim = ZEBU_AreaState(ZEBU_OffsetOf(uSeen), uGuard | ZEBU_ClassOf(line.uLength));
+    append.uClaim.store(uClaim, std::memory_order_relaxed);
     fs_inOrder();
     if (!ZEBU_ChangeAreaState(line.pHeader, &uSeen, uClaim)) {
-        line.uClaim.store(0, std::memory_order_relaxed);
+        append.uClaim.store(0, std::memory_order_relaxed);
         return false;
     }
-    line.bTaken.store(true, std::memory_order_relaxed);
+    append.bTaken.store(true, std::memory_order_relaxed);
     return true;
 }
 
-static void fs_disclaim(Append& line)
+static void fs_disclaim(Append& append)
 {
-    line.bTaken.store(false, std::memory_order_relaxed);
-    line.uClaim.store(0, std::memory_order_relaxed);
+    append.bTaken.store(false, std::memory_order_relaxed);
+    append.uClaim.store(0, std::memory_order_relaxed);
 }
 
 // ---- An append with a guard of its own -----------------------------------------------------------
@@ -248,28 +256,29 @@ static inline uint32_t fs_newHold()
 
 // Frees the guard where it is still held: no room was found, or handlers on this thread have published what
 // there was and left it to the append that took it.
-[[gnu::noinline, gnu::cold]] static void fs_letGo(const Append& line, uint32_t uHold, uint32_t uAfter)
+[[gnu::noinline, gnu::cold]] static void fs_letGo(tagZEBU_AREA_HEADER* pHeader, uint32_t uHold,
+                                                  uint32_t uAfter)
 {
-    uint64_t uSeen = ZEBU_LoadAreaState(line.pHeader);
+    uint64_t uSeen = ZEBU_LoadAreaState(pHeader);
     while (ZEBU_HoldOf(ZEBU_GuardOf(uSeen)) == uHold &&
-           !ZEBU_ChangeAreaState(line.pHeader, &uSeen, ZEBU_AreaState(ZEBU_OffsetOf(uSeen), uAfter)))
+           !ZEBU_ChangeAreaState(pHeader, &uSeen, ZEBU_AreaState(ZEBU_OffsetOf(uSeen), uAfter)))
         ;
 }
 
 // Takes the guard in place of `uSeen`, stores the line, and leaves `uAfter` as the guard.
-static inline ZEBUAppend fs_storeAlone(Append& line, uint64_t uSeen, const tagZEBU_AREA_RING& ring,
-                                       uint32_t uAfter)
+static inline ZEBUAppend fs_storeAlone(Append& append, Line line, uint64_t uSeen,
+                                       const tagZEBU_AREA_RING& ring, uint32_t uAfter)
 {
     const uint32_t uHold = fs_newHold();
-    if (!fs_claim(line, uSeen, uHold | ZEBU_ClassOf(line.uLength)))
+    if (!fs_claim(append, line, uSeen, uHold))
         return ZEBU_APPEND_AGAIN;
-    const Copy eCopy = fs_copyAndPublish(line, ring, uAfter);
+    const Copy eCopy = fs_copyAndPublish(append, line, ring, uAfter);
     if (eCopy == Copy::Published) [[likely]]
         return ZEBU_APPEND_STORED;
-    fs_letGo(line, uHold, uAfter);
-    if (line.bStored.load(std::memory_order_relaxed))
+    fs_letGo(line.pHeader, uHold, uAfter);
+    if (append.bStored.load(std::memory_order_relaxed))
         return ZEBU_APPEND_STORED;
-    fs_disclaim(line);
+    fs_disclaim(append);
     return eCopy == Copy::NoRoom ? ZEBU_APPEND_NO_ROOM : ZEBU_APPEND_AGAIN;
 }
 
@@ -289,37 +298,38 @@ static inline ZEBUAppend fs_storeAlone(Append& line, uint64_t uSeen, const tagZE
 // Whether the guard is held by an append that the calling one has interrupted. Between the store of the claim
 // and the note that it stood in the header only the header tells, and one of 8,192 words of others looks like
 // the claim; but theirs goes away.
-static bool fs_isHeldBelow(const Append& line, uint64_t uState)
+static bool fs_isHeldBelow(const Append& append, uint64_t uState)
 {
     const uint32_t uHold = ZEBU_HoldOf(ZEBU_GuardOf(uState));
     bool bPerhaps = false;
-    for (const Append* p = line.pOuter; p; p = p->pOuter) {
+    for (const Append* p = append.pOuter; p; p = p->pOuter) {
         const uint64_t uClaim = p->uClaim.load(std::memory_order_relaxed);
-        if (p->pHeader != line.pHeader || ZEBU_HoldOf(ZEBU_GuardOf(uClaim)) != uHold)
+        if (p->line.pHeader != append.line.pHeader || ZEBU_HoldOf(ZEBU_GuardOf(uClaim)) != uHold)
             continue;
         if (p->bTaken.load(std::memory_order_relaxed))
             return true;
         bPerhaps = bPerhaps || uClaim == uState;
     }
-    return bPerhaps && fs_stands(line.pHeader, uState);
+    return bPerhaps && fs_stands(append.line.pHeader, uState);
 }
 
 // Stores the line that was interrupted in this state, and keeps the guard for whoever took it. Where it has
 // no room after all, its claim is taken back, so that its append sees that the state has changed.
-static ZEBUAppend fs_finishInterrupted(const Append& line, uint64_t uState)
+static ZEBUAppend fs_finishInterrupted(const Append& append, uint64_t uState)
 {
     const uint32_t uHold = ZEBU_HoldOf(ZEBU_GuardOf(uState));
-    for (Append* p = line.pOuter; p; p = p->pOuter) {
-        if (p->pHeader != line.pHeader || p->uClaim.load(std::memory_order_relaxed) != uState)
+    for (Append* p = append.pOuter; p; p = p->pOuter) {
+        if (p->line.pHeader != append.line.pHeader || p->uClaim.load(std::memory_order_relaxed) != uState)
             continue;
         p->bTaken.store(true, std::memory_order_relaxed); // known from here on, whatever state follows
         tagZEBU_AREA_RING ring;
-        const bool bRoom = fs_findRoom(*p, uState, &ring) == ZEBU_APPEND_STORED;
-        const Copy eCopy = bRoom ? fs_copyAndPublish(*p, ring, uHold) : Copy::NoRoom;
+        const bool bRoom = fs_findRoom(p->line, uState, &ring) == ZEBU_APPEND_STORED;
+        const Copy eCopy = bRoom ? fs_copyAndPublish(*p, p->line, ring, uHold) : Copy::NoRoom;
         if (eCopy == Copy::Published)
             p->bStored.store(true, std::memory_order_relaxed);
         else if (eCopy == Copy::NoRoom)
-            (void)ZEBU_ChangeAreaState(p->pHeader, &uState, ZEBU_AreaState(ZEBU_OffsetOf(uState), uHold));
+            (void)ZEBU_ChangeAreaState(p->line.pHeader, &uState,
+                                       ZEBU_AreaState(ZEBU_OffsetOf(uState), uHold));
         break;
     }
     return ZEBU_APPEND_AGAIN;
@@ -327,22 +337,22 @@ static ZEBUAppend fs_finishInterrupted(const Append& line, uint64_t uState)
 
 // Stores a line under the guard that an interrupted append holds, and keeps it: the rest of a copy that
 // stands still below may go over a line that was already read, as long as nobody else has written there.
-[[gnu::noinline, gnu::cold]] static ZEBUAppend fs_storeWithin(Append& line, uint64_t uState,
+[[gnu::noinline, gnu::cold]] static ZEBUAppend fs_storeWithin(Append& append, uint64_t uState,
                                                               const tagZEBU_AREA_RING& ring)
 {
     const uint32_t uGuard = ZEBU_GuardOf(uState);
     if ((uGuard & ZEBU_GUARD_CLASS) != 0)
-        return fs_finishInterrupted(line, uState);
-    if (!fs_claim(line, uState, uGuard | ZEBU_ClassOf(line.uLength)))
+        return fs_finishInterrupted(append, uState);
+    if (!fs_claim(append, append.line, uState, uGuard))
         return ZEBU_APPEND_AGAIN;
-    const Copy eCopy = fs_copyAndPublish(line, ring, uGuard);
-    if (eCopy == Copy::Published || line.bStored.load(std::memory_order_relaxed))
+    const Copy eCopy = fs_copyAndPublish(append, append.line, ring, uGuard);
+    if (eCopy == Copy::Published || append.bStored.load(std::memory_order_relaxed))
         return ZEBU_APPEND_STORED;
     if (eCopy == Copy::NoRoom) {
-        uint64_t uSeen = line.uClaim.load(std::memory_order_relaxed);
-        (void)ZEBU_ChangeAreaState(line.pHeader, &uSeen, uState);
+        uint64_t uSeen = append.uClaim.load(std::memory_order_relaxed);
+        (void)ZEBU_ChangeAreaState(append.line.pHeader, &uSeen, uState);
     }
-    fs_disclaim(line);
+    fs_disclaim(append);
     return eCopy == Copy::NoRoom ? ZEBU_APPEND_NO_ROOM : ZEBU_APPEND_AGAIN;
 }
 
@@ -350,63 +360,66 @@ static ZEBUAppend fs_finishInterrupted(const Append& line, uint64_t uState)
 
 // Passes over a holder that has stood still: the space that it may still write becomes a blank line. That is
 // an append like any other, and may be interrupted or passed over itself.
-[[gnu::noinline, gnu::cold]] static void fs_passOver(const Append& line, uint64_t uState,
+[[gnu::noinline, gnu::cold]] static void fs_passOver(const Append& append, uint64_t uState,
                                                      const tagZEBU_AREA_RING& ring)
 {
     const uint64_t uSpace = ZEBU_SpaceOf(ZEBU_GuardOf(uState));
     const uint64_t uRoom = ring.free() > 1 ? ring.free() - 1 : 0; // the holder had no more
     const uint64_t uBlanks = uSpace < uRoom ? uSpace : uRoom;
     if (uBlanks == 0) {
-        (void)ZEBU_ChangeAreaState(line.pHeader, &uState, ZEBU_AreaState(ring.uWrite, 0));
+        (void)ZEBU_ChangeAreaState(append.line.pHeader, &uState, ZEBU_AreaState(ring.uWrite, 0));
         return;
     }
-    Append blanks(line.pHeader, line.uMapLength, nullptr, static_cast<uint32_t>(uBlanks));
+    Append blanks({append.line.pHeader, append.line.uMapLength, static_cast<uint32_t>(uBlanks), nullptr});
     tagZEBU_AREA_RING found;
-    if (fs_findRoom(blanks, uState, &found) == ZEBU_APPEND_STORED)
-        (void)fs_storeAlone(blanks, uState, found, 0);
+    if (fs_findRoom(blanks.line, uState, &found) == ZEBU_APPEND_STORED)
+        (void)fs_storeAlone(blanks, blanks.line, uState, found, 0);
     else
-        (void)ZEBU_ChangeAreaState(line.pHeader, &uState, ZEBU_AreaState(ring.uWrite, 0));
+        (void)ZEBU_ChangeAreaState(append.line.pHeader, &uState, ZEBU_AreaState(ring.uWrite, 0));
 }
 
 // ---- The append ----------------------------------------------------------------------------------
 
 // Where the guard was not to be had at once.
-[[gnu::noinline, gnu::cold]] static ZEBUAppend fs_appendInTurn(Append& line)
+[[gnu::noinline, gnu::cold]] static ZEBUAppend fs_appendInTurn(Append& append)
 {
     ZEBUAreaWait wait;
     for (;;) {
-        const uint64_t uState = ZEBU_LoadAreaState(line.pHeader);
+        const uint64_t uState = ZEBU_LoadAreaState(append.line.pHeader);
         tagZEBU_AREA_RING ring;
-        ZEBUAppend eResult = fs_findRoom(line, uState, &ring);
+        ZEBUAppend eResult = fs_findRoom(append.line, uState, &ring);
         if (eResult != ZEBU_APPEND_STORED)
             return eResult;
         eResult = ZEBU_APPEND_AGAIN;
         if (!ZEBU_IsHolder(ZEBU_GuardOf(uState)))
-            eResult = fs_storeAlone(line, uState, ring, ZEBU_GuardOf(uState));
-        else if (line.pOuter && fs_isHeldBelow(line, uState))
-            eResult = fs_storeWithin(line, uState, ring);
+            eResult = fs_storeAlone(append, append.line, uState, ring, ZEBU_GuardOf(uState));
+        else if (append.pOuter && fs_isHeldBelow(append, uState))
+            eResult = fs_storeWithin(append, uState, ring);
         if (eResult != ZEBU_APPEND_AGAIN)
             return eResult;
-        const ZEBUAreaWait::Turn eTurn = wait.turn(line.pHeader, uState);
+        const ZEBUAreaWait::Turn eTurn = wait.turn(append.line.pHeader, uState);
         if (eTurn == ZEBUAreaWait::GIVE_UP)
             return ZEBU_APPEND_NO_ROOM;
         if (eTurn == ZEBUAreaWait::PASS_OVER)
-            fs_passOver(line, uState, ring);
+            fs_passOver(append, uState, ring);
     }
 }
 
-ZEBUAppend ZEBU_AppendToArea(void* pMap, uint32_t uMapLength, const void* pData, uint32_t uLength)
+// There is no array in it for a protector of the stack.
+__attribute__((no_stack_protector)) ZEBUAppend ZEBU_AppendToArea(void* pMap, uint32_t uMapLength,
+                                                                 const void* pData, uint32_t uLength)
 {
-    Append line(static_cast<tagZEBU_AREA_HEADER*>(pMap), uMapLength, static_cast<const char*>(pData),
-                uLength);
+    const Line line = {static_cast<tagZEBU_AREA_HEADER*>(pMap), uMapLength, uLength,
+                       static_cast<const char*>(pData)};
+    Append append(line);
     const uint64_t uState = ZEBU_LoadAreaState(line.pHeader);
     const uint32_t uGuard = ZEBU_GuardOf(uState);
     tagZEBU_AREA_RING ring;
     ZEBUAppend eResult = fs_findRoom(line, uState, &ring); // a full area is not worth the guard
     if (eResult != ZEBU_APPEND_STORED)
         return eResult;
-    eResult = ZEBU_IsHolder(uGuard) ? ZEBU_APPEND_AGAIN : fs_storeAlone(line, uState, ring, uGuard);
-    return eResult == ZEBU_APPEND_AGAIN ? fs_appendInTurn(line) : eResult;
+    eResult = ZEBU_IsHolder(uGuard) ? ZEBU_APPEND_AGAIN : fs_storeAlone(append, line, uState, ring, uGuard);
+    return eResult == ZEBU_APPEND_AGAIN ? fs_appendInTurn(append) : eResult;
 }
 
 void ZEBU_LeaveAppendsToParent()

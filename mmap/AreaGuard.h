@@ -85,11 +85,9 @@ constexpr uint32_t ZEBU_HoldOfNumber(uint32_t uNumber)
 }
 
 // The class of a line: 0 is no line at all, 7 one that is longer than any of the library's.
-constexpr uint32_t ZEBU_CLASS_UNIT = 67;
 constexpr uint32_t ZEBU_ClassOf(uint32_t uLength)
 {
-    const uint32_t uUnits = (uLength - 1) / (2 * ZEBU_CLASS_UNIT);
-    const uint32_t uClass = uUnits == 0 ? 1 : 33 - static_cast<uint32_t>(__builtin_clz(uUnits));
+    const uint32_t uClass = 25 - static_cast<uint32_t>(__builtin_clz((uLength - 1) | 0x80));
     return uClass < ZEBU_GUARD_CLASS ? uClass : ZEBU_GUARD_CLASS;
 }
 
@@ -97,11 +95,11 @@ constexpr uint32_t ZEBU_ClassOf(uint32_t uLength)
 constexpr uint64_t ZEBU_SpaceOf(uint32_t uGuard)
 {
     const uint32_t uClass = uGuard & ZEBU_GUARD_CLASS;
-    return uClass == 0 ? 0 : uClass == ZEBU_GUARD_CLASS ? UINT32_MAX : ZEBU_CLASS_UNIT << uClass;
+    return uClass == 0 ? 0 : uClass == ZEBU_GUARD_CLASS ? UINT32_MAX : 128u << uClass;
 }
 static_assert(ZEBU_ClassOf(ZEBU_LINE_MAX) < ZEBU_GUARD_CLASS);
-static_assert(ZEBU_SpaceOf(ZEBU_ClassOf(1)) == 134 && ZEBU_SpaceOf(ZEBU_ClassOf(134)) == 134);
-static_assert(ZEBU_SpaceOf(ZEBU_ClassOf(135)) == 268 && ZEBU_SpaceOf(ZEBU_ClassOf(269)) == 536);
+static_assert(ZEBU_SpaceOf(ZEBU_ClassOf(1)) == 256 && ZEBU_SpaceOf(ZEBU_ClassOf(256)) == 256);
+static_assert(ZEBU_SpaceOf(ZEBU_ClassOf(257)) == 512 && ZEBU_SpaceOf(ZEBU_ClassOf(513)) == 1024);
 
 // ---- Waiting -------------------------------------------------------------------------------------
 

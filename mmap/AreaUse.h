@@ -25,7 +25,9 @@ extern constinit std::atomic<int> ZEBU_iAreaUsers;
 class ZEBUAreaUse final
 {
 public:
-    ZEBUAreaUse() : bCounted(!ZEBU_bAreaMarks.load(std::memory_order_relaxed) || !ZEBU_PeekTlsVar())
+    // `pTls`: the thread's context, where the caller knows it.
+    explicit ZEBUAreaUse(const tagZEBU_TLS_VAR* pTls = ZEBU_PeekTlsVar())
+        : bCounted(!ZEBU_bAreaMarks.load(std::memory_order_relaxed) || !pTls)
     {
         if (bCounted) [[unlikely]]
             ZEBU_iAreaUsers.fetch_add(1); // with a barrier, as all of these operations

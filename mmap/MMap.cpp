@@ -24,18 +24,15 @@ void ZEBUMMapFile::operator delete(void* p) noexcept
         free(p);
 }
 
-int ZEBUMMapFile::writeToMMap(const void* pData, unsigned int uLength)
+int ZEBUMMapFile::refuseLine(bool bMapped)
 {
-    void* const pArea = pMap.load(std::memory_order_acquire);
-    if (pArea == MAP_FAILED || !pData) {
-        ZEBU_SetErrPosOnly(pArea == MAP_FAILED ? ZEBU_EPOS_NOTREADY : ZEBU_EPOS_PARAM);
-        return -1;
-    }
-    if (uLength == 0)
-        return 0;
-    if (ZEBU_AppendToArea(pArea, uMapLength, pData, uLength) == ZEBU_APPEND_DAMAGED)
-        return ZEBU_Fail(ZEBU_EPOS_AREA, errno);
-    return 0;
+    ZEBU_SetErrPosOnly(bMapped ? ZEBU_EPOS_PARAM : ZEBU_EPOS_NOTREADY);
+    return -1;
+}
+
+int ZEBUMMapFile::failDamaged()
+{
+    return ZEBU_Fail(ZEBU_EPOS_AREA, errno);
 }
 
 static int fs_failSigSafe(int iPos)

@@ -6,9 +6,12 @@
 
 #include <stddef.h>
 #include <stdint.h>
+#include <sys/mman.h>
 #include <sys/time.h>
 
 #include <atomic>
+
+#include "mmap/AreaAppend.h"
 
 // Callers hold the process mutex, but for the two writes, which are made within a ZEBUAreaUse. int results:
 // 0, or -1 with the failure recorded.
@@ -36,7 +39,16 @@ public:
     int closeFile();
 
     // Appends a line. Length 0 and a line without room are no failures. Fails with 1, 11 or 26.
-    int writeToMMap(const void* pData, unsigned int uLength);
+    int writeToMMap(const void* pData, unsigned int uLength)
+    {
+        void* const pArea = pMap.load(std::memory_order_acquire);
+        if (pArea == MAP_FAILED || !pData) [[unlikely]]
+            return refuseLine(pArea != MAP_FAILED);
+        if (uLength == 0)
+            return 0;
+        const ZEBUAppend eAppend = ZEBU_AppendToArea(pArea, uMapLength, pData, uLength);
+        return eAppend == ZEBU_APPEND_DAMAGED ? failDamaged() : 0;
+    }
 
     // The same from a signal handler. Failures go to ZEBU2_PutMsgSigSafe_ErrorPos: 1 (also when there is
     // no room), 11; 26 goes to the thread's context if it has one.
@@ -55,6 +67,8 @@ public:
     static unsigned int getMMapDataSize() { return getMMapFileSize() - 24; }
 
 private:
+    static int refuseLine(bool bMapped);
+    static int failDamaged();
     int openFileObject();
     int checkLockedFile(unsigned int uWanted);
     int readAndCheckHeader();

@@ -21,9 +21,7 @@ void ZEBU_TimeUnlock()
     cs_timeMutex.unlock();
 }
 
-// Writes the columns up to the point before the milliseconds. Returns false when there is no local time.
-// Once a second for each thread: kept out of the way of all other lines.
-[[gnu::noinline, gnu::cold]] static bool fs_putSecond(char* pBuf, time_t lSecond)
+static bool fs_putSecond(char* pBuf, time_t lSecond)
 {
     tm local;
     cs_timeMutex.lock();
@@ -42,23 +40,17 @@ void ZEBU_TimeUnlock()
     return true;
 }
 
-void ZEBU_PutLocalTime(char* pBuf, const timeval& time, ZEBUCachedSecond& cached)
+bool ZEBU_ConvertSecond(time_t lSecond, ZEBUCachedSecond& cached)
 {
     // Before the conversion: if another thread changes it meanwhile, the next line converts again.
-    const ZEBUZone zone = {timezone, tzname[1]};
-    if (cached.lSecond == time.tv_sec && cached.zone == zone) {
-        memcpy(pBuf, cached.szSecond, ZEBU_SECOND_TEXT);
-    } else {
-        if (!fs_putSecond(pBuf, time.tv_sec)) { // not kept: the next line tries again
-            memcpy(pBuf, ZEBU_NO_TIME, ZEBU_TIME_TEXT);
-            return;
-        }
-        memcpy(cached.szSecond, pBuf, ZEBU_SECOND_TEXT);
-        cached.lSecond = time.tv_sec;
-        cached.zone = zone;
-    }
-    ZEBU2_IntToStr(pBuf + ZEBU_SECOND_TEXT, static_cast<int>(static_cast<unsigned int>(time.tv_usec) / 1000),
-                   3);
+    const ZEBUZone zone = ZEBU_CurrentZone();
+    char szSecond[ZEBU_SECOND_TEXT];
+    if (!fs_putSecond(szSecond, lSecond)) // nothing is kept: the next line tries again
+        return false;
+    memcpy(cached.szSecond, szSecond, ZEBU_SECOND_TEXT);
+    cached.lSecond = lSecond;
+    cached.zone = zone;
+    return true;
 }
 
 void ZEBU_FormatNow(char (&szTime)[ZEBU_TIME_TEXT + 1])

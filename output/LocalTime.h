@@ -2,11 +2,11 @@
 #ifndef ZEBU_OUTPUT_LOCALTIME_H
 #define ZEBU_OUTPUT_LOCALTIME_H
 
+#include <sys/time.h>
 #include <time.h>
 
 #include "output/LineFormat.h"
-
-struct timeval;
+#include "output/ltostr.h"
 
 // What tells the zone that tzset found last, at hand without a call. A zone with the same offset and the same
 // name of its summer time differs at most in when that begins and ends.
@@ -27,9 +27,28 @@ struct ZEBUCachedSecond
     char szSecond[ZEBU_SECOND_TEXT]; // "yyyy/mm/dd hh:mm:ss."
 };
 
+inline ZEBUZone ZEBU_CurrentZone()
+{
+    return {timezone, tzname[1]};
+}
+
+// Converts a second for the lines to come, once a second for each thread: kept out of the way of all other
+// lines. False when there is no local time; `cached` stays as it was then.
+[[gnu::noinline, gnu::cold]] bool ZEBU_ConvertSecond(time_t lSecond, ZEBUCachedSecond& cached);
+
 // Writes date and time of `time` in ZEBU_TIME_TEXT columns, hyphens when it cannot be converted. No
 // terminator. `cached`: used again for its second, unless tzset found another zone meanwhile.
-void ZEBU_PutLocalTime(char* pBuf, const timeval& time, ZEBUCachedSecond& cached);
+inline void ZEBU_PutLocalTime(char* pBuf, const timeval& time, ZEBUCachedSecond& cached)
+{
+    const bool bKnown = cached.lSecond == time.tv_sec && cached.zone == ZEBU_CurrentZone();
+    if (!bKnown && !ZEBU_ConvertSecond(time.tv_sec, cached)) [[unlikely]] {
+        __builtin_memcpy(pBuf, ZEBU_NO_TIME, ZEBU_TIME_TEXT);
+        return;
+    }
+    __builtin_memcpy(pBuf, cached.szSecond, ZEBU_SECOND_TEXT);
+    ZEBU2_IntToStr(pBuf + ZEBU_SECOND_TEXT, static_cast<int>(static_cast<unsigned int>(time.tv_usec) / 1000),
+                   3);
+}
 
 // The time as it is now, NUL-terminated.
 void ZEBU_FormatNow(char (&szTime)[ZEBU_TIME_TEXT + 1]);

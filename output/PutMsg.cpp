@@ -75,15 +75,23 @@ struct Body
     const char* pszMsgType = nullptr;
 };
 
+// What a put hands over beside its text. Most hand over nothing: one for all of them.
+struct Details
+{
+    Body body = {};
+    Given appName = {};
+    Given threadId = {};
+};
+
+constexpr Details cs_plain;
+
 // What one put operation hands over.
 struct tagZEBU_PUT
 {
     int iFunc;
     int iLevel;
     const char* pszText;
-    Body body = {};
-    Given appName = {};
-    Given threadId = {};
+    const Details& with;
 };
 
 } // namespace
@@ -108,16 +116,16 @@ static unsigned long fs_putBody(char* pszLine, const tagZEBU_PUT& put)
 {
     size_t uColumn = ZEBU_COL_TEXT;
     size_t uTextMax = ZEBU2_ID_TEXT_MAX;
-    if (put.body.eForm == ZEBU_BODY_PLAIN) {
+    if (put.with.body.eForm == ZEBU_BODY_PLAIN) {
         uColumn = ZEBU_COL_BODY;
         uTextMax = ZEBU2_TEXT_MAX;
-    } else if (put.body.eForm == ZEBU_BODY_ID) {
-        ZEBU_PutField(pszLine + ZEBU_COL_BODY, put.body.pszMsgId, ZEBU_ID_WIDTH);
+    } else if (put.with.body.eForm == ZEBU_BODY_ID) {
+        ZEBU_PutField(pszLine + ZEBU_COL_BODY, put.with.body.pszMsgId, ZEBU_ID_WIDTH);
         pszLine[ZEBU_COL_TEXT - 1] = ' ';
     } else {
-        ZEBU_PutField(pszLine + ZEBU_COL_BODY, put.body.pszMsgId, ZEBU_TYPED_ID_WIDTH);
+        ZEBU_PutField(pszLine + ZEBU_COL_BODY, put.with.body.pszMsgId, ZEBU_TYPED_ID_WIDTH);
         pszLine[ZEBU_COL_TYPE - 1] = ' ';
-        ZEBU_PutField(pszLine + ZEBU_COL_TYPE, put.body.pszMsgType, ZEBU_TYPE_WIDTH);
+        ZEBU_PutField(pszLine + ZEBU_COL_TYPE, put.with.body.pszMsgType, ZEBU_TYPE_WIDTH);
         pszLine[ZEBU_COL_TEXT - 1] = ' ';
     }
     const size_t uLength = strnlen(put.pszText, uTextMax);
@@ -129,19 +137,19 @@ static unsigned long fs_putBody(char* pszLine, const tagZEBU_PUT& put)
 // The time stamp mode of a put: only those of the process log that print the calling thread can be masked.
 static int fs_tickType(const ZEBUTraceObject* pInstance, const tagZEBU_PUT& put)
 {
-    return pInstance || !put.threadId.bOwn ? 0 : ZEBU2_iTickType.load(std::memory_order_relaxed);
+    return pInstance || !put.with.threadId.bOwn ? 0 : ZEBU2_iTickType.load(std::memory_order_relaxed);
 }
 
 static unsigned long fs_buildLine(const ZEBUTraceObject* pInstance, tagZEBU_TLS_VAR* pTls,
                                   const tagZEBU_PUT& put, timeval* pTime)
 {
-    const char* pszName = put.appName.pszText;
-    if (put.appName.bOwn)
+    const char* pszName = put.with.appName.pszText;
+    if (put.with.appName.bOwn)
         pszName = pInstance ? pInstance->szAppName : ZEBU2_szAppName;
-    const char* pszThread = put.threadId.bOwn ? pTls->szThreadId : put.threadId.pszText;
+    const char* pszThread = put.with.threadId.bOwn ? pTls->szThreadId : put.with.threadId.pszText;
     (void)ZEBU_MakeupTraceMessageHeader(pTls->szLineBuf, pszName, pszThread, fs_tickType(pInstance, put),
                                         pTime, pTls);
-    if (!put.threadId.bOwn) // the thread's own text brought it
+    if (!put.with.threadId.bOwn) // the thread's own text brought it
         pTls->szLineBuf[ZEBU_COL_BODY - 1] = ' ';
     return fs_putBody(pTls->szLineBuf, put);
 }
@@ -172,7 +180,7 @@ int ZEBU_PutMsgToMMap(tagZEBU_TLS_VAR* pTls, const char* pszLine, unsigned long 
 {
     if (ZEBU2_pMMap.load(std::memory_order_relaxed) && ZEBU_IsAboveRateLimit(pTime))
         return 0;
-    const ZEBUAreaUse use;
+    const ZEBUAreaUse use(pTls);
     ZEBUMMapFile* pMMap = ZEBU2_pMMap.load(std::memory_order_acquire);
     if (!pMMap) {
         pTls->iErrorPos = ZEBU_EPOS_NOTREADY;
@@ -232,8 +240,14 @@ static bool fs_isFiltered(int iLevel, const char* pszText)
     return true;
 }
 
-static int fs_putProcess(const tagZEBU_PUT& put)
+// One function from the checks to the destinations: what its parts save and restore one after the other is a
+// sixth of a line's time. There is no array in it for a protector of the stack.
+#define ZEBU_WHOLE __attribute__((flatten, no_stack_protector))
+
+ZEBU_WHOLE static int fs_putProcess(int iFunc, int iLevel, const char* pszText,
+                                    const Details& with = cs_plain)
 {
+    const tagZEBU_PUT put = {iFunc, iLevel, pszText, with};
     if (!ZEBU2_iIsInitialized.load(std::memory_order_relaxed))
         return fs_refuse(put.iFunc, ZEBU_EPOS_NOTREADY);
     if (!fs_isMessage(put))
@@ -246,8 +260,10 @@ static int fs_putProcess(const tagZEBU_PUT& put)
                   put);
 }
 
-static int fs_putInstance(const ZEBUTraceObject* pInstance, const tagZEBU_PUT& put)
+ZEBU_WHOLE static int fs_putInstance(const ZEBUTraceObject* pInstance, int iFunc, int iLevel,
+                                     const char* pszText, const Details& with = cs_plain)
 {
+    const tagZEBU_PUT put = {iFunc, iLevel, pszText, with};
     if (!pInstance || !fs_isMessage(put))
         return fs_refuse(put.iFunc, ZEBU_EPOS_PARAM);
     if (ZEBU_CheckInstance(pInstance) != 0)
@@ -268,16 +284,16 @@ static int fs_putInstance(const ZEBUTraceObject* pInstance, const tagZEBU_PUT& p
 
 // The parts one by one: put together before the test, they would be stored before it.
 [[gnu::always_inline]] static inline int fs_putUnlessFiltered(int iFunc, int iLevel, const char* pszText,
-                                                              Body body = {}, Given appName = {},
+                                                              Body body, Given appName = {},
                                                               Given threadId = {})
 {
     return fs_isFiltered(iLevel, pszText) ? 0
-                                          : fs_putProcess({iFunc, iLevel, pszText, body, appName, threadId});
+                                          : fs_putProcess(iFunc, iLevel, pszText, {body, appName, threadId});
 }
 
 ZEBU_FRAMELESS int ZEBU2_PutLine(int iLevel, const char* pszText)
 {
-    return fs_putUnlessFiltered(ZEBU_FUNC_PUT_LINE, iLevel, pszText);
+    return fs_isFiltered(iLevel, pszText) ? 0 : fs_putProcess(ZEBU_FUNC_PUT_LINE, iLevel, pszText);
 }
 
 ZEBU_FRAMELESS int ZEBU2_PutWithId(int iLevel, const char* pszMsgId, const char* pszText)
@@ -315,24 +331,24 @@ ZEBU_FRAMELESS int ZEBU2_PutWithMsgTypeAndTid(int iLevel, const char* pszAppName
 
 int ZEBU2_PutInstanceLine(ZEBU2_HINSTANCE hInstance, int iLevel, const char* pszText)
 {
-    return fs_putInstance(hInstance, {ZEBU_FUNC_PUT_INSTANCE_LINE, iLevel, pszText});
+    return fs_putInstance(hInstance, ZEBU_FUNC_PUT_INSTANCE_LINE, iLevel, pszText);
 }
 
 int ZEBU2_PutInstanceWithId(ZEBU2_HINSTANCE hInstance, int iLevel, const char* pszMsgId, const char* pszText)
 {
-    return fs_putInstance(hInstance, {ZEBU_FUNC_PUT_INSTANCE_ID, iLevel, pszText, fs_id(pszMsgId)});
+    return fs_putInstance(hInstance, ZEBU_FUNC_PUT_INSTANCE_ID, iLevel, pszText, {fs_id(pszMsgId)});
 }
 
 int ZEBU2_PutInstanceWithIdEx(ZEBU2_HINSTANCE hInstance, int iLevel, const char* pszAppName,
                               const char* pszMsgId, const char* pszText)
 {
-    return fs_putInstance(
-        hInstance, {ZEBU_FUNC_PUT_INSTANCE_ID_EX, iLevel, pszText, fs_id(pszMsgId), fs_given(pszAppName)});
+    return fs_putInstance(hInstance, ZEBU_FUNC_PUT_INSTANCE_ID_EX, iLevel, pszText,
+                          {fs_id(pszMsgId), fs_given(pszAppName)});
 }
 
 int ZEBU2_PutInstanceWithMsgType(ZEBU2_HINSTANCE hInstance, int iLevel, const char* pszAppName,
                                  const char* pszMsgId, const char* pszMsgType, const char* pszText)
 {
-    return fs_putInstance(hInstance, {ZEBU_FUNC_PUT_INSTANCE_TYPE, iLevel, pszText,
-                                      fs_typed(pszMsgId, pszMsgType), fs_given(pszAppName)});
+    return fs_putInstance(hInstance, ZEBU_FUNC_PUT_INSTANCE_TYPE, iLevel, pszText,
+                          {fs_typed(pszMsgId, pszMsgType), fs_given(pszAppName)});
 }

@@ -6,13 +6,20 @@
 #ifndef ZEBU_OUTPUT_LTOSTR_H
 #define ZEBU_OUTPUT_LTOSTR_H
 
+// "00" to "99": two digits for one division.
+#pragma GCC visibility push(hidden)
+extern const char ZEBU_szDigitPairs[];
+#pragma GCC visibility pop
+
 // Writes the lowest `iWidth` decimal digits of `iValue` (not negative), zero-filled on the left:
 // 7 in width 3 is "007", 123 in width 2 is "23". A width below 1 writes nothing. Returns `pBuf`.
 [[gnu::always_inline]] inline char* ZEBU2_IntToStr(char* pBuf, int iValue, int iWidth)
 {
     auto uValue = static_cast<unsigned int>(iValue);
-    for (int i = iWidth - 1; i >= 0; --i, uValue /= 10)
-        pBuf[i] = static_cast<char>('0' + uValue % 10);
+    for (; iWidth > 1; iWidth -= 2, uValue /= 100)
+        __builtin_memcpy(pBuf + iWidth - 2, &ZEBU_szDigitPairs[uValue % 100 * 2], 2);
+    if (iWidth == 1)
+        pBuf[0] = static_cast<char>('0' + uValue % 10);
     return pBuf;
 }
 
