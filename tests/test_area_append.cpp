@@ -1,9 +1,7 @@
 // Appends to the trace area that are interrupted, stopped or killed at any instruction, and words beside the
 // write offset that are not the library's. The processor runs an append instruction by instruction, with a
 // signal after each.
-#include <signal.h>
 #include <sys/ucontext.h>
-#include <sys/wait.h>
 
 #include <chrono>
 

@@ -1,5 +1,4 @@
 // tests/test_cleanup.cpp -- removal of old trace files.
-#include <set>
 
 #include "cleanup/LogCleanup.h"
 #include "support/Sandbox.h"

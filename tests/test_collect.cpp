@@ -4,7 +4,6 @@
 #include <arpa/inet.h>
 #include <sys/socket.h>
 
-#include <map>
 #include <random>
 
 #include "support/AreaConsumer.h"

@@ -13,27 +13,32 @@ protected:
         return words;
     }
     // The messages that the server has, as soon as there are so many.
-    static Lines arrived(const RelpServer& server, size_t count)
+    static Lines arrived(const RelpServer& server, size_t uCount)
     {
         Lines messages;
-        for (int i = 0; i < 1000 && messages.size() < count; ++i, usleep(10'000)) {
+        for (int i = 0; i < 1000 && messages.size() < uCount; ++i, usleep(10'000)) {
             messages.clear();
-            for (const auto& [message, times] : server.seen())
-                messages.insert(messages.end(), static_cast<size_t>(times), message);
+            for (const auto& [message, iTimes] : server.seen())
+                messages.insert(messages.end(), static_cast<size_t>(iTimes), message);
         }
-        EXPECT_EQ(messages.size(), count);
+        EXPECT_EQ(messages.size(), uCount);
         return messages;
+    }
+    // The messages of one run, which is ended when there are so many.
+    Lines forward(const Words& words, size_t uCount, int iSignal = SIGTERM) const
+    {
+        const RelpServer server;
+        RunningTool tool(command(server, words));
+        (void)arrived(server, uCount);
+        tool.signal(iSignal);
+        EXPECT_EQ(tool.wait(), 0);
+        return arrived(server, uCount);
     }
     static bool has(const Lines& messages, const std::string& part)
     {
         return std::any_of(messages.begin(), messages.end(), [&](const std::string& message) {
             return message.find(part) != std::string::npos;
         });
-    }
-    static int end(RunningTool& tool, int number = SIGTERM)
-    {
-        tool.signal(number);
-        return tool.wait();
     }
 };
 
@@ -49,75 +54,60 @@ TEST_F(Forward, DeliversRingsAndTheAreaAndGoesOnWhereItStopped)
     writeArea(4000, 0, static_cast<uint32_t>(inArea.size()), inArea);
     const Words sources = {"--cursor", path("cursor"), "--area",     "--wait",
                            prefix(),   path("one"),    path("later")};
-    {
-        const RelpServer server;
-        RunningTool tool(command(server, sources));
-        (void)arrived(server, 5);
+    const pid_t later = startChild([&] { // appears when the others are read
+        while (areaHeader().uReadOffset == 0)
+            usleep(1000);
         writeFile(path("later1.log"), plainLines(1, 1));
-        const Lines messages = arrived(server, 6);
-        EXPECT_EQ(end(tool), 0);
-        const std::string text = typed.substr(0, typed.size() - 2);
-        EXPECT_TRUE(has(messages, "<132>1 2026-11-22T10:00:00.123+01:00 host my_app 6699"));
-        EXPECT_TRUE(has(messages, " my_app 6699 NET-17 [zebu2@32473 source=\"" + path("one") +
-                                      "\" counter=\"7\" tid=\"0000ABCD\" type=\"WARN\"] " + text));
-        EXPECT_TRUE(has(messages, "<134>1 - ") && has(messages, "source=\"" + areaFile() + "\""));
-        EXPECT_EQ(areaHeader().uReadOffset, inArea.size());
-    }
+    });
+    Lines messages = forward(sources, 6);
+    EXPECT_EQ(waitForChild(later), 0);
+    EXPECT_TRUE(has(messages, "<132>1 2026-11-22T10:00:00.123+01:00 host my_app 6699"));
+    EXPECT_TRUE(has(messages, " my_app 6699 NET-17 [zebu2@32473 source=\"" + path("one") +
+                                  "\" counter=\"7\" tid=\"0000ABCD\" type=\"WARN\"] " +
+                                  typed.substr(0, typed.size() - 2)));
+    EXPECT_TRUE(has(messages, "<134>1 - ") && has(messages, "source=\"" + areaFile() + "\""));
+    EXPECT_EQ(areaHeader().uReadOffset, inArea.size());
     writeFile(path("one1.log"), header + typed + plainLines(9, 9));
-    const RelpServer server;
-    RunningTool tool(command(server, sources));
-    EXPECT_TRUE(has(arrived(server, 1), "<134>1 2026-11-22T10:00:09.000+01:00 host app"));
-    EXPECT_EQ(end(tool, SIGINT), 0);
-    (void)arrived(server, 1);
+    messages = forward(sources, 1, SIGINT);
+    EXPECT_TRUE(has(messages, "<134>1 2026-11-22T10:00:09.000+01:00 host app"));
 }
 
 // The server takes two lines and is silent then.
 TEST_F(Forward, AcknowledgementsAloneMoveThePlaces)
 {
     const std::string all = plainLines(1, 6);
+    const auto uTaken = static_cast<uint32_t>(all.size() / 3);
     writeFile(path("one1.log"), all);
     writeArea(4000, 3900, static_cast<uint32_t>(all.size()) - 100, all);
-    for (const auto& [source, signal, status] :
+    for (const auto& [pszSource, iSignal, iStatus] :
          {std::tuple("--area", SIGTERM, 0), {"one", SIGKILL, 128 + SIGKILL}}) {
-        const bool area = std::string(source) == "--area";
-        RelpServer* self = nullptr;
-        RelpServer stingy([&](RelpSession& session, int) {
-            RelpSession::Frame frame;
-            for (int i = self->open(session) ? 0 : 9; session.next(&frame); ++i)
-                if (i < 2)
-                    self->take(session, frame);
-        });
-        self = &stingy;
-        const Words words = {"--cursor", path("cursor"), area ? source : path(source)};
+        const bool bArea = iSignal == SIGTERM;
+        const Words words = {"--cursor", path("cursor"), bArea ? pszSource : path(pszSource)};
         {
+            const RelpServer stingy({"open", "next", "take", "next", "take", "read"}, RelpServer::EACH);
             RunningTool tool(command(stingy, words));
             (void)arrived(stingy, 2);
-            while (!area && !exists(path("cursor")))
+            const std::string place = " " + std::to_string(uTaken) + " "; // stored a moment later
+            while (!bArea && readFile(path("cursor")).find(place) == std::string::npos)
                 usleep(1000);
-            EXPECT_TRUE(!area || RunningTool(command(stingy, words)).wait() == 2); // refused
-            EXPECT_EQ(end(tool, signal), status); // though its window is not empty
+            EXPECT_TRUE(!bArea || RunningTool(command(stingy, words)).wait() == 2); // refused
+            tool.signal(iSignal);
+            EXPECT_EQ(tool.wait(), iStatus); // though its window is not empty
         }
-        EXPECT_EQ(areaHeader().uReadOffset, all.size() / 3 - 100);
-        const RelpServer server;
-        RunningTool tool(command(server, words));
-        EXPECT_FALSE(has(arrived(server, 4), "message 2"));
-        EXPECT_EQ(end(tool), 0);
-        setAreaField(12, static_cast<uint32_t>(all.size() / 3 - 100));
+        EXPECT_EQ(areaHeader().uReadOffset, uTaken - 100);
+        EXPECT_FALSE(has(forward(words, 4), "message 2"));
+        setAreaField(12, uTaken - 100);
     }
 }
 
 TEST_F(Forward, TellsTheServerWhatTheRingPassedOver)
 {
-    const Words words = {"--cursor", path("cursor"), prefix()};
-    for (const auto& [first, expected] : {std::pair(1, 2u), std::pair(5, 3u)}) {
-        writeFile(traceFile(1), plainLines(first, first + 1));
-        const RelpServer server;
-        RunningTool tool(command(server, words));
-        const Lines messages = arrived(server, expected);
+    for (const auto& [iFirst, uExpected] : {std::pair(1, 2u), std::pair(5, 3u)}) {
+        writeFile(traceFile(1), plainLines(iFirst, iFirst + 1));
+        const Lines messages = forward({"--cursor", path("cursor"), prefix()}, uExpected);
         EXPECT_EQ(has(messages, "<132>1 20") &&
                       has(messages, " LOST [zebu2@32473 source=\"" + prefix() + "\""),
-                  first > 1);
-        EXPECT_EQ(end(tool), 0);
+                  iFirst > 1);
     }
 }
 

@@ -1,11 +1,6 @@
 // What a host does to the library it loads: threads that do everything at once, forks in the middle of it,
 // disks that are full.
-#include <signal.h>
-#include <string.h>
 #include <sys/mount.h>
-#include <sys/resource.h>
-
-#include <set>
 
 #include "support/Sandbox.h"
 

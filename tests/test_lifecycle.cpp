@@ -1,5 +1,4 @@
 // Starting and stopping: argument checks, results, error values, and what is open afterwards.
-#include <pthread.h>
 
 #include "support/Sandbox.h"
 

@@ -1,11 +1,6 @@
 // A shared ring under several processes at once: the lock, lock-free operation, and processes that are
 // killed.
-#include <signal.h>
 #include <sys/ptrace.h>
-#include <sys/time.h>
-#include <sys/wait.h>
-
-#include <map>
 
 #include "support/AreaConsumer.h"
 #include "support/SharedRing.h"

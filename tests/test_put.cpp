@@ -1,5 +1,4 @@
 // The put operations: columns and limits of the line, levels and thresholds, destinations and failures.
-#include <pthread.h>
 #include <time.h>
 
 #include "support/Sandbox.h"

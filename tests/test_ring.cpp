@@ -2,8 +2,6 @@
 #include <sys/mount.h>
 #include <sys/utsname.h>
 
-#include <algorithm>
-
 #include "support/Sandbox.h"
 
 class Ring : public Sandbox

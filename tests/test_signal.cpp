@@ -1,8 +1,4 @@
 // The signal-safe put: its line, its results, and handlers that interrupt the library anywhere.
-#include <pthread.h>
-#include <signal.h>
-#include <string.h>
-#include <sys/mman.h>
 
 #include "support/AreaConsumer.h"
 

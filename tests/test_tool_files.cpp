@@ -1,6 +1,5 @@
 // The verbs that look after files: stat, put, backup, clean, config, explain.
 #include <nlohmann/json.hpp>
-#include <sys/resource.h>
 
 #include "support/Tool.h"
 

@@ -1,5 +1,4 @@
 // Rings that are read while they are written: what is complete is read once, in order, and nothing else.
-#include <algorithm>
 #include <limits.h>
 
 #include "support/Tool.h"

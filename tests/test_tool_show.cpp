@@ -1,6 +1,5 @@
 // What show prints, of which lines, and with which exit status.
 #include <nlohmann/json.hpp>
-#include <sstream>
 #include <time.h>
 
 #include "support/Tool.h"

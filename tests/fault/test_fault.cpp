@@ -4,9 +4,6 @@
 #include <dlfcn.h>
 #include <limits.h>
 
-#include <map>
-#include <set>
-
 #include "fault/inject.h"
 #include "support/Sandbox.h"
 

@@ -1,7 +1,6 @@
 // A ring of one process that moves on is stopped before each of its calls of libc in turn, and another
 // process tries to take the ring there.
 #include <dlfcn.h>
-#include <sys/resource.h>
 
 #include <functional>
 

@@ -1,14 +1,10 @@
-// Long and rough runs of the library, in short form among the tests and in long form by hand.
+// Long and rough runs of the library, for scripts/soak: what takes chance and time to find. What is known of
+// killed writers and interrupted appends, the tests step through.
 //
 //   zebu_stress kill (single|shared|area) [kills]   writers that are killed at any moment
 //   zebu_stress soak [times]                        nothing may grow, however long it runs
 #include <malloc.h>
-#include <signal.h>
-#include <stdlib.h>
-#include <sys/mman.h>
-#include <sys/time.h>
 
-#include <algorithm>
 #include <random>
 
 #include "support/AreaConsumer.h"
@@ -30,23 +26,6 @@ private:
 
 constexpr int cs_iWriters = 3;
 constexpr int cs_iLinesMax = 500; // of one writer, which then waits for its end: no ring comes round
-
-// Writers of the area are interrupted as well: by a handler that puts lines of its own.
-struct
-{
-    Lines texts;
-    unsigned char* pAcknowledged;
-    volatile int iNext;
-} cs_handler;
-
-void onTimer(int)
-{
-    const int i = cs_handler.iNext;
-    if (i == cs_iLinesMax)
-        return;
-    cs_handler.pAcknowledged[i] = ZEBU2_PutMsgSigSafe(cs_handler.texts[static_cast<size_t>(i)].c_str()) == 0;
-    cs_handler.iNext = i + 1;
-}
 
 class KillRun
 {
@@ -84,22 +63,6 @@ public:
 private:
     using Acknowledged = unsigned char[cs_iLinesMax]; // by line
 
-    // Even ones are writers, odd ones the handlers that interrupt them.
-    static std::string sender(int iIncarnation)
-    {
-        return (iIncarnation % 2 == 0 ? "w" : "h") + std::to_string(iIncarnation / 2);
-    }
-
-    void startTimer(int iIncarnation) const
-    {
-        for (int i = 0; i < cs_iLinesMax; ++i)
-            cs_handler.texts.push_back(areaMessage(sender(iIncarnation), i));
-        cs_handler.pAcknowledged = m_pAcknowledged[iIncarnation];
-        (void)signal(SIGALRM, onTimer);
-        const itimerval every = {{0, 97}, {0, 97}};
-        CHECK(setitimer(ITIMER_REAL, &every, nullptr) == 0);
-    }
-
     static void end(pid_t iWriter)
     {
         CHECK(kill(iWriter, SIGKILL) == 0);
@@ -108,8 +71,7 @@ private:
 
     pid_t start(int w)
     {
-        const int iIncarnation = m_iIncarnations;
-        m_iIncarnations += 2;
+        const int iIncarnation = m_iIncarnations++;
         return startChild([this, w, iIncarnation] { write(w, iIncarnation); });
     }
 
@@ -123,10 +85,8 @@ private:
         CHECK((m_bShared ? ZEBU2_InitializeM(&ring, "stress", iOption) : ZEBU2_Initialize(&ring, "stress")) ==
               0);
         ZEBU2_SetShmThreshold(ZEBU2_LEVEL_OFF);
-        if (m_bArea)
-            startTimer(iIncarnation + 1);
         for (int i = 0; i < cs_iLinesMax; ++i) {
-            const std::string text = areaMessage(sender(iIncarnation), i);
+            const std::string text = areaMessage(std::to_string(iIncarnation), i);
             // Of the area, only the signal-safe put tells whether the line found room.
             const int iResult = m_bArea ? ZEBU2_PutMsgSigSafe(text.c_str()) : ZEBU2_PutLine(0, text.c_str());
             CHECK(m_bArea || iResult == 0);
@@ -151,7 +111,7 @@ private:
         int iLost = 0, iTwice = 0, iAcknowledged = 0;
         for (int i = 0; i < m_iIncarnations; ++i) {
             for (int n = 0; n < cs_iLinesMax; ++n) {
-                const int iCount = consumer.m_seen[sender(i) + " " + std::to_string(n)];
+                const int iCount = consumer.m_seen[std::to_string(i) + " " + std::to_string(n)];
                 iAcknowledged += m_pAcknowledged[i][n];
                 iLost += m_pAcknowledged[i][n] && iCount == 0;
                 iTwice += iCount > 1;
@@ -169,7 +129,7 @@ private:
     const int m_iKills;
     const Place m_place;
     Acknowledged* const m_pAcknowledged = static_cast<Acknowledged*>( // shared with the writers
-        mmap(nullptr, 2 * static_cast<size_t>(m_iKills + cs_iWriters) * sizeof(Acknowledged),
+        mmap(nullptr, static_cast<size_t>(m_iKills + cs_iWriters) * sizeof(Acknowledged),
              PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
     int m_iIncarnations = 0;
 };

@@ -1,9 +1,5 @@
 #include "support/AreaConsumer.h"
 
-#include <sys/mman.h>
-
-#include <sstream>
-
 static constexpr size_t cs_uSize = 65536;
 
 std::string areaMessage(const std::string& sender, int iNumber)

@@ -2,9 +2,6 @@
 #ifndef ZEBU_TESTS_SUPPORT_AREACONSUMER_H
 #define ZEBU_TESTS_SUPPORT_AREACONSUMER_H
 
-#include <map>
-#include <string>
-
 #include "support/Sandbox.h"
 
 // "sender number filler": how long the filler is follows from the number.

@@ -2,122 +2,112 @@
 
 #include <arpa/inet.h>
 #include <netinet/tcp.h>
-#include <openssl/pem.h>
-#include <openssl/x509v3.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
-#include "support/Check.h"
-
-bool RelpSession::fill()
+// One connection.
+class RelpServer::Session
 {
-    char block[4096];
-    const ssize_t got = m_tls ? SSL_read(m_tls, block, sizeof block) : recv(m_fd, block, sizeof block, 0);
-    if (got > 0)
-        m_input.append(block, static_cast<size_t>(got));
-    return got > 0;
-}
+public:
+    Session(int iFd, SSL* pTls) : m_iFd(iFd), m_pTls(pTls) {}
 
-bool RelpSession::next(Frame* frame)
-{
-    const auto word = [&](std::string* out, const char* ends) {
-        size_t end;
-        while ((end = m_input.find_first_of(ends)) == std::string::npos)
+    // The next frame; false when the client is gone.
+    bool next(Frame* pFrame)
+    {
+        std::string length;
+        if (!word(&pFrame->number, " ") || !word(&pFrame->command, " ") || !word(&length, " \n"))
+            return false;
+        const size_t uSize = std::stoul(length);
+        while (m_input.size() <= uSize)
             if (!fill())
                 return false;
-        *out = m_input.substr(0, end);
-        m_input.erase(0, end + (m_input[end] == ' '));
+        pFrame->data = m_input.substr(0, uSize);
+        CHECK(m_input[uSize] == '\n');
+        m_input.erase(0, uSize + 1);
         return true;
-    };
-    std::string length;
-    if (!word(&frame->number, " ") || !word(&frame->command, " ") || !word(&length, " \n"))
-        return false;
-    const size_t size = std::stoul(length);
-    while (m_input.size() <= size)
-        if (!fill())
+    }
+    void send(const std::string& bytes)
+    {
+        if (m_pTls)
+            (void)SSL_write(m_pTls, bytes.data(), static_cast<int>(bytes.size()));
+        else
+            (void)::send(m_iFd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    }
+    void answer(const Frame& frame, const std::string& text)
+    {
+        send(frame.number + " rsp " + std::to_string(text.size()) + " " + text + "\n");
+    }
+    bool open()
+    {
+        Frame frame;
+        if (!next(&frame))
             return false;
-    frame->data = m_input.substr(0, size);
-    CHECK(m_input[size] == '\n');
-    m_input.erase(0, size + 1);
-    return true;
-}
+        CHECK(frame.number == "1" && frame.command == "open");
+        answer(frame, "200 OK\nrelp_version=0\ncommands=syslog");
+        return true;
+    }
 
-void RelpSession::send(const std::string& bytes)
-{
-    if (m_tls)
-        (void)SSL_write(m_tls, bytes.data(), static_cast<int>(bytes.size()));
-    else
-        (void)::send(m_fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-}
+private:
+    bool fill()
+    {
+        char block[4096];
+        const ssize_t lGot =
+            m_pTls ? SSL_read(m_pTls, block, sizeof block) : recv(m_iFd, block, sizeof block, 0);
+        if (lGot > 0)
+            m_input.append(block, static_cast<size_t>(lGot));
+        return lGot > 0;
+    }
+    bool word(std::string* pWord, const char* pszEnds)
+    {
+        size_t uEnd;
+        while ((uEnd = m_input.find_first_of(pszEnds)) == std::string::npos)
+            if (!fill())
+                return false;
+        *pWord = m_input.substr(0, uEnd);
+        m_input.erase(0, uEnd + (m_input[uEnd] == ' '));
+        return true;
+    }
 
-void RelpSession::answer(const Frame& frame, const std::string& text)
-{
-    send(frame.number + " rsp " + std::to_string(text.size()) + " " + text + "\n");
-}
+    const int m_iFd;
+    SSL* const m_pTls;
+    std::string m_input;
+};
 
-RelpServer::RelpServer(Script script, const std::string& name)
-    : m_script(std::move(script)), m_tls(nullptr, SSL_CTX_free),
-      m_listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
+RelpServer::RelpServer(const std::string& name, const std::string& files, Lines steps, Which eWhich)
+    : m_steps(std::move(steps)), m_eWhich(eWhich), m_tls(nullptr, SSL_CTX_free),
+      m_iListener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
 {
-    if (!name.empty())
-        makeCertificate(name);
+    if (!name.empty()) { // a certificate that vouches for itself
+        const std::string key = files + "key.pem", cert = files + "cert.pem";
+        CHECK(system(("openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -subj /CN=" +
+                      name + " -addext subjectAltName=" + (isdigit(name[0]) ? "IP:" : "DNS:") + name +
+                      " -keyout " + key + " -out " + cert + " 2> /dev/null")
+                         .c_str()) == 0);
+        m_tls.reset(SSL_CTX_new(TLS_server_method()));
+        CHECK(SSL_CTX_use_certificate_file(m_tls.get(), cert.c_str(), SSL_FILETYPE_PEM) == 1);
+        CHECK(SSL_CTX_use_PrivateKey_file(m_tls.get(), key.c_str(), SSL_FILETYPE_PEM) == 1);
+        CHECK(SSL_CTX_load_verify_locations(m_tls.get(), cert.c_str(), nullptr) == 1);
+    }
     sockaddr_in address = {};
-    socklen_t length = sizeof address;
+    socklen_t uLength = sizeof address;
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    auto* any = reinterpret_cast<sockaddr*>(&address);
-    CHECK(bind(m_listener, any, length) == 0 && listen(m_listener, 8) == 0);
-    CHECK(getsockname(m_listener, any, &length) == 0);
-    m_port = ntohs(address.sin_port);
+    auto* pAny = reinterpret_cast<sockaddr*>(&address);
+    CHECK(bind(m_iListener, pAny, uLength) == 0 && listen(m_iListener, 8) == 0);
+    CHECK(getsockname(m_iListener, pAny, &uLength) == 0);
+    m_iPort = ntohs(address.sin_port);
     m_thread = std::thread([this] { run(); });
 }
 
 RelpServer::~RelpServer()
 {
-    (void)shutdown(m_listener, SHUT_RDWR);
+    (void)shutdown(m_iListener, SHUT_RDWR);
     {
         const std::lock_guard<std::mutex> guard(m_mutex);
-        if (m_current >= 0)
-            (void)shutdown(m_current, SHUT_RDWR);
+        if (m_iCurrent >= 0)
+            (void)shutdown(m_iCurrent, SHUT_RDWR);
     }
     m_thread.join();
-    (void)close(m_listener);
-}
-
-// A certificate that vouches for itself.
-void RelpServer::makeCertificate(const std::string& name)
-{
-    std::unique_ptr<EVP_PKEY, void (*)(EVP_PKEY*)> key(EVP_EC_gen("P-256"), EVP_PKEY_free);
-    std::unique_ptr<X509, void (*)(X509*)> cert(X509_new(), X509_free);
-    X509_NAME* subject = X509_get_subject_name(cert.get());
-    (void)X509_NAME_add_entry_by_txt(subject, "CN", MBSTRING_ASC,
-                                     reinterpret_cast<const unsigned char*>(name.c_str()), -1, -1, 0);
-    (void)X509_set_issuer_name(cert.get(), subject);
-    (void)X509_gmtime_adj(X509_getm_notBefore(cert.get()), -3600);
-    (void)X509_gmtime_adj(X509_getm_notAfter(cert.get()), 3600);
-    (void)X509_set_pubkey(cert.get(), key.get());
-    const std::string alternative = (isdigit(name[0]) ? "IP:" : "DNS:") + name;
-    std::unique_ptr<X509_EXTENSION, void (*)(X509_EXTENSION*)> extension(
-        X509V3_EXT_conf_nid(nullptr, nullptr, NID_subject_alt_name, alternative.c_str()),
-        X509_EXTENSION_free);
-    (void)X509_add_ext(cert.get(), extension.get(), -1);
-    CHECK(X509_set_version(cert.get(), 2) == 1 && X509_sign(cert.get(), key.get(), EVP_sha256()) > 0);
-
-    m_tls.reset(SSL_CTX_new(TLS_server_method()));
-    CHECK(SSL_CTX_use_certificate(m_tls.get(), cert.get()) == 1);
-    CHECK(SSL_CTX_use_PrivateKey(m_tls.get(), key.get()) == 1);
-    CHECK(X509_STORE_add_cert(SSL_CTX_get_cert_store(m_tls.get()), cert.get()) == 1);
-    const auto text = [](const std::function<int(BIO*)>& write) {
-        std::unique_ptr<BIO, int (*)(BIO*)> memory(BIO_new(BIO_s_mem()), BIO_free);
-        CHECK(write(memory.get()) == 1);
-        char* bytes = nullptr;
-        const long size = BIO_get_mem_data(memory.get(), &bytes);
-        return std::string(bytes, static_cast<size_t>(size));
-    };
-    m_pem = text([&](BIO* out) { return PEM_write_bio_X509(out, cert.get()); });
-    m_keyPem = text([&](BIO* out) {
-        return PEM_write_bio_PrivateKey(out, key.get(), nullptr, nullptr, 0, nullptr, nullptr);
-    });
+    (void)close(m_iListener);
 }
 
 void RelpServer::demandCertificate()
@@ -127,59 +117,76 @@ void RelpServer::demandCertificate()
 
 void RelpServer::run()
 {
-    int fd;
-    for (int number = 1; (fd = accept4(m_listener, nullptr, nullptr, SOCK_CLOEXEC)) >= 0; ++number) {
+    int iFd;
+    for (bool bFirst = true; (iFd = accept4(m_iListener, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;
+         bFirst = false) {
         {
             const std::lock_guard<std::mutex> guard(m_mutex);
-            m_current = fd;
+            m_iCurrent = iFd;
         }
-        const int on = 1;
-        (void)setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-        connection(fd, number);
+        const int iOn = 1;
+        (void)setsockopt(iFd, IPPROTO_TCP, TCP_NODELAY, &iOn, sizeof iOn);
+        const std::unique_ptr<SSL, void (*)(SSL*)> tls(m_tls ? SSL_new(m_tls.get()) : nullptr, SSL_free);
+        if (!tls || (SSL_set_fd(tls.get(), iFd) == 1 && SSL_accept(tls.get()) == 1)) {
+            Session session(iFd, tls.get());
+            if (!m_steps.empty() && (bFirst || m_eWhich == EACH))
+                play(session);
+            else if (session.open())
+                serve(session);
+            // What the client still sent is read: else the kernel would throw away what it was sent.
+            (void)shutdown(iFd, SHUT_WR);
+            char block[4096];
+            while (recv(iFd, block, sizeof block, 0) > 0)
+                ;
+        }
         const std::lock_guard<std::mutex> guard(m_mutex);
-        m_current = -1;
-        (void)close(fd);
+        m_iCurrent = -1;
+        (void)close(iFd);
     }
 }
 
-void RelpServer::connection(int fd, int number)
+void RelpServer::play(Session& session)
 {
-    std::unique_ptr<SSL, void (*)(SSL*)> tls(m_tls ? SSL_new(m_tls.get()) : nullptr, SSL_free);
-    if (tls && (SSL_set_fd(tls.get(), fd) != 1 || SSL_accept(tls.get()) != 1))
-        return;
-    RelpSession session(fd, tls.get());
-    if (m_script)
-        m_script(session, number);
-    else if (open(session))
-        serve(session);
-    // What the client still sent is read: else the kernel would throw away what it was sent.
-    (void)shutdown(fd, SHUT_WR);
-    char block[4096];
-    while (recv(fd, block, sizeof block, 0) > 0)
-        ;
+    Frame frame;
+    for (const std::string& step : m_steps) {
+        const std::string verb = step.substr(0, step.find(' '));
+        const std::string text = step.substr(std::min(step.size(), verb.size() + 1));
+        if (verb == "open" ? !session.open() : verb == "next" && !session.next(&frame))
+            return;
+        if (verb == "take")
+            take(session, frame);
+        if (verb == "answer")
+            session.answer(frame, text);
+        if (verb == "send")
+            session.send(text);
+        if (verb == "serve")
+            serve(session);
+        while (verb == "read" && session.next(&frame))
+            ;
+        std::vector<Frame> frames(verb == "reverse" ? std::stoul(text) : 0);
+        for (Frame& each : frames)
+            CHECK(session.next(&each));
+        for (; !frames.empty(); frames.pop_back())
+            take(session, frames.back());
+    }
 }
 
-bool RelpServer::open(RelpSession& session)
+void RelpServer::serve(Session& session)
 {
-    RelpSession::Frame frame;
-    if (!session.next(&frame))
-        return false;
-    CHECK(frame.number == "1" && frame.command == "open");
-    session.answer(frame, "200 OK\nrelp_version=0\ncommands=syslog");
-    return true;
-}
-
-void RelpServer::serve(RelpSession& session)
-{
-    RelpSession::Frame frame;
+    Frame frame;
     while (session.next(&frame) && frame.command == "syslog")
         take(session, frame);
     if (frame.command == "close")
         session.send(frame.number + " rsp 0\n");
 }
 
-void RelpServer::take(RelpSession& session, const RelpSession::Frame& frame)
+void RelpServer::take(Session& session, const Frame& frame)
 {
+    if (frame.data == m_refused) {
+        ++m_iRefusals;
+        session.answer(frame, "500 not this one");
+        return;
+    }
     {
         const std::lock_guard<std::mutex> guard(m_mutex);
         ++m_seen[frame.data];

@@ -4,71 +4,59 @@
 
 #include <openssl/ssl.h>
 
-#include <functional>
-#include <map>
-#include <memory>
 #include <mutex>
-#include <string>
-#include <thread>
 
-// One connection, as the server sees it.
-class RelpSession
-{
-public:
-    struct Frame
-    {
-        std::string number, command, data;
-    };
-
-    RelpSession(int fd, SSL* tls) : m_fd(fd), m_tls(tls) {}
-
-    // The next frame; false when the client is gone.
-    bool next(Frame* frame);
-    void send(const std::string& bytes);
-    void answer(const Frame& frame, const std::string& text);
-
-private:
-    bool fill();
-
-    const int m_fd;
-    SSL* const m_tls;
-    std::string m_input;
-};
+#include "support/Sandbox.h"
 
 class RelpServer
 {
 public:
-    // What happens in connection 1, 2, ...; the connection is closed when it returns.
-    using Script = std::function<void(RelpSession&, int connection)>;
-
-    // With TLS the certificate is made out to a name; without a script the server does what it should.
-    explicit RelpServer(Script script = {}, const std::string& name = "");
+    // What happens in the first connection, or in each, step by step; in the others, or without steps, the
+    // server does what it should. The steps:
+    //   open            takes the first frame and agrees
+    //   next, take      reads a frame; acknowledges it
+    //   reverse N       reads N frames, and acknowledges them from the last one on
+    //   answer TEXT     answers the frame with that
+    //   send BYTES      sends that
+    //   read            reads on until the client is gone
+    //   serve           goes on as it should
+    enum Which { FIRST, EACH };
+    explicit RelpServer(Lines steps = {}, Which eWhich = FIRST) : RelpServer("", "", std::move(steps), eWhich)
+    {
+    }
+    // With TLS: the certificate is made out to a name, in files that begin with a path.
+    RelpServer(const std::string& name, const std::string& files, Lines steps = {}, Which eWhich = FIRST);
     ~RelpServer();
     RelpServer(const RelpServer&) = delete;
     RelpServer& operator=(const RelpServer&) = delete;
 
-    // Answers every frame with 200, and counts the messages.
-    void serve(RelpSession& session);
-    bool open(RelpSession& session); // the first frame
-    void take(RelpSession& session, const RelpSession::Frame& frame);
-
-    int port() const { return m_port; }
+    int port() const { return m_iPort; }
     // How often each message was acknowledged, by its text behind the structured data.
     std::map<std::string, int> seen() const;
-    std::string certificate() const { return m_pem; } // PEM, its own authority
     // With TLS: only clients that have the server's own certificate.
     void demandCertificate();
-    std::string key() const { return m_keyPem; }
+    // A message that is refused, each time.
+    void refuse(const std::string& message) { m_refused = message; }
+    int refusals() const { return m_iRefusals; }
 
 private:
-    void makeCertificate(const std::string& name);
-    void run();
-    void connection(int fd, int number);
+    struct Frame
+    {
+        std::string number, command, data;
+    };
+    class Session;
 
-    const Script m_script;
+    void run();
+    void serve(Session& session);
+    void play(Session& session);
+    void take(Session& session, const Frame& frame);
+
+    const Lines m_steps;
+    const Which m_eWhich;
     std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)> m_tls;
-    std::string m_pem, m_keyPem;
-    int m_listener, m_port = 0, m_current = -1;
+    int m_iListener, m_iPort = 0, m_iCurrent = -1;
+    std::string m_refused;
+    std::atomic<int> m_iRefusals{0};
     mutable std::mutex m_mutex;
     std::map<std::string, int> m_seen;
     std::thread m_thread;

@@ -4,7 +4,6 @@
 #include <stdlib.h>
 #include <sys/mount.h>
 
-#include <algorithm>
 #include <fstream>
 
 namespace fs = std::filesystem;
@@ -151,6 +150,12 @@ bool enterPrivateOpt()
 {
     return unshare(CLONE_NEWNS) == 0 && mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
            mount("none", "/opt", "tmpfs", 0, "mode=0755") == 0;
+}
+
+bool enterSmallDisk()
+{
+    return enterPrivateOpt() && mkdir("/opt/full", 0777) == 0 &&
+           mount("none", "/opt/full", "tmpfs", 0, "size=96k") == 0;
 }
 
 int lastCode()

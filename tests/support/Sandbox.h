@@ -3,16 +3,28 @@
 #ifndef ZEBU_TESTS_SUPPORT_SANDBOX_H
 #define ZEBU_TESTS_SUPPORT_SANDBOX_H
 
-// What nearly every test needs.
+// What several tests need.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
+#include <signal.h>
 #include <stdint.h>
 #include <stdio.h>
+#include <string.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/time.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <filesystem>
+#include <map>
+#include <memory>
+#include <set>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <tuple>
@@ -88,6 +100,8 @@ private:
 // on the machine and tests that run at the same time do not meet. Before the process has threads.
 // Returns false where the system does not allow it, as without privileges.
 bool enterPrivateOpt();
+// The same with a disk of 96 KiB at /opt/full.
+bool enterSmallDisk();
 
 long openDescriptors(); // of this process
 
@@ -106,6 +120,12 @@ using Result = std::pair<int, int>;
 inline Result result(int iReturned)
 {
     return {iReturned, lastError()};
+}
+// The same with the code.
+using Failure = std::tuple<int, int, int>;
+inline Failure failure(int iReturned)
+{
+    return {iReturned, lastError(), lastCode()};
 }
 
 #endif

@@ -4,10 +4,6 @@
 #define ZEBU_TESTS_SUPPORT_SHAREDRING_H
 
 #include <stddef.h>
-#include <string.h>
-
-#include <algorithm>
-#include <memory>
 
 #include "frame/ProcessObjects.h"
 #include "multilog/EndOfData.h"

@@ -1,9 +1,5 @@
 #include "support/Tool.h"
 
-#include <sys/mman.h>
-
-#include <sstream>
-
 const char* const zebu2Path = ZEBU2_TOOL;
 
 namespace {

@@ -2,8 +2,6 @@
 #ifndef ZEBU_TESTS_SUPPORT_TOOL_H
 #define ZEBU_TESTS_SUPPORT_TOOL_H
 
-#include <signal.h>
-
 #include "support/Sandbox.h"
 
 using Words = std::vector<std::string>;
