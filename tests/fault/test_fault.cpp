@@ -58,9 +58,23 @@ const Failing cs_failing[] = {
      {ZEBU_EPOS_NOCONTEXT}},
 };
 
-// What a call that is not hit itself may report after one that was: nothing is open or mapped since.
-const std::set<std::pair<int, int>> cs_aftermath = {
-    {ZEBU_EPOS_FLUSH, EBADF}, {ZEBU_EPOS_FLUSH, EINVAL}, {ZEBU_EPOS_NOTREADY, 0}, {ZEBU_EPOS_MISMATCH, 0}};
+// What a call may give: its results, the failures and the codes, each empty where any will do.
+enum When { UNTOUCHED = 1, NOW = 2, LATER = 4 }; // no fault to be seen yet; in this call; in one before
+struct Rule
+{
+    int iWhen; // of the fault
+    std::set<int> results, failures, codes;
+
+    bool allows(int iNow, const Failure& given) const
+    {
+        const auto [iResult, iValue, iCode] = given;
+        const int iFailure = ZEBU2_ERROR_FAILURE(iValue);
+        const bool bNamed = iResult != 0 && iFailure != 0 && iFailure != ZEBU_EPOS_NOCONTEXT;
+        const auto has = [](const std::set<int>& set, int i) { return set.empty() || set.contains(i); };
+        return (iWhen & iNow) != 0 && has(results, iResult) && has(failures, iFailure) && has(codes, iCode) &&
+               (iResult == 2 || bNamed == (ZEBU2_ERROR_FUNCTION(iValue) != 0));
+    }
+};
 
 constexpr int cs_iFiles = 8; // of the ring: more than the script fills, so that it loses nothing by design
 
@@ -247,42 +261,42 @@ private:
         const int iResult = body();
         plan()->iArmed = 0;
         m_bHit |= plan()->lFired != 0;
-        int iCode = 0;
-        const int iValue = ZEBU2_GetLastError(&iCode);
-        const bool bMayBe = mayBe(iResult, iValue, iCode, plan()->lFired != lFired);
-        if (!bMayBe)
-            (void)fprintf(stderr, "result %d, value %08X, code %d\n", iResult, iValue, iCode);
-        CHECK(bMayBe && !isLocked(manageFile()) && !isLocked(areaFile()));
+        const Failure given = failure(iResult);
+        if (!mayBe(given, plan()->lFired != lFired)) {
+            const auto [iGiven, iValue, iCode] = given;
+            (void)fprintf(stderr, "result %d, value %08X, code %d\n", iGiven, iValue, iCode);
+            CHECK(false);
+        }
+        CHECK(!isLocked(manageFile()) && !isLocked(areaFile()));
         return iResult;
     }
 
-    bool mayBe(int iResult, int iValue, int iCode, bool bFired) const
+    bool mayBe(const Failure& given, bool bFired) const
     {
-        const int iFailure = ZEBU2_ERROR_FAILURE(iValue);
+        const bool bLasting = plan()->lFirst != plan()->lLast;
         const Outcome eOutcome = bFired ? m_failing.codes.at(plan()->iCode) : EITHER;
-        if (bRebuild && iResult == 3 && iFailure == ZEBU_EPOS_MISMATCH)
-            return true;
-        if (!m_bHit || (eOutcome == PASSES && plan()->lFirst == plan()->lLast))
-            return iResult == 0 && iValue == 0;
-        if (iResult == 0) // perhaps without area
-            return eOutcome != FAILS &&
-                   (iValue == 0 || iValue == ZEBU_EPOS_NOTREADY || m_failing.besides.contains(iValue));
-        if (iValue == ZEBU_EPOS_NOCONTEXT || (iValue == 0 && m_failing.besides.contains(ZEBU_EPOS_NOCONTEXT)))
-            return iResult == -1; // the thread had no context, and perhaps has one by now
-        if (ZEBU2_ERROR_FUNCTION(iValue) == 0 && iResult != 2)
-            return false;
-        const bool bNoHandle = bInstance && !m_handle && iFailure == ZEBU_EPOS_PARAM && iCode == 0;
-        const bool bAftermath = bNoHandle || cs_aftermath.contains({iFailure, iCode});
-        if (!bFired)
-            return bAftermath;
         const int iShort = m_failing.functions[0] == std::string("read") ? EIO : ENOSPC;
-        if (m_failing.failures.contains(iFailure) &&
-            iCode == (plan()->iCode == FAULT_SHORT ? iShort : plan()->iCode))
-            return true;
-        // The configuration could not be read, so that no area directory is known; or the area is missing
-        // too, and its number comes over the file's.
-        return (iFailure == ZEBU_EPOS_MKDIR && (iCode == ENOENT || iCode == EEXIST)) ||
-               (plan()->lFirst != plan()->lLast && (bAftermath || cs_aftermath.contains({iFailure, 0})));
+        const int iFault = plan()->iCode == FAULT_SHORT ? iShort : plan()->iCode;
+        const int iWhen = !m_bHit || (eOutcome == PASSES && !bLasting) ? UNTOUCHED : bFired ? NOW : LATER;
+        const int iAfter = bLasting ? NOW | LATER : LATER; // what was hit before leaves something closed
+        const std::set<int> fails = {-1, 1, 2, 3};
+        std::set<int> besides = m_failing.besides;
+        besides.insert({0, ZEBU_EPOS_NOTREADY}); // perhaps without area
+        const int iLate = besides.contains(ZEBU_EPOS_NOCONTEXT) ? 0 : ZEBU_EPOS_NOCONTEXT; // has one by now
+        const Rule rules[] = {{bRebuild ? ~0 : 0, {3}, {ZEBU_EPOS_MISMATCH}, {}},
+                              {UNTOUCHED, {0}, {0}, {}},
+                              {eOutcome == FAILS ? LATER : NOW | LATER, {0}, besides, {}},
+                              {NOW | LATER, {-1}, {ZEBU_EPOS_NOCONTEXT, iLate}, {}},
+                              {iAfter, fails, {ZEBU_EPOS_FLUSH}, {EBADF, EINVAL}},
+                              {iAfter, fails, {ZEBU_EPOS_NOTREADY, ZEBU_EPOS_MISMATCH}, {0}},
+                              {bLasting ? NOW : 0, fails, {ZEBU_EPOS_NOTREADY, ZEBU_EPOS_MISMATCH}, {}},
+                              {bInstance && !m_handle ? iAfter : 0, {-1}, {ZEBU_EPOS_PARAM}, {0}},
+                              {m_failing.failures.empty() ? 0 : NOW, fails, m_failing.failures, {iFault}},
+                              // The configuration could not be read, so that no area directory is known; or
+                              // the area is missing too, and its number comes over the file's.
+                              {NOW, fails, {ZEBU_EPOS_MKDIR}, {ENOENT, EEXIST}}};
+        return std::any_of(std::begin(rules), std::end(rules),
+                           [&](const Rule& rule) { return rule.allows(iWhen, given); });
     }
 
     // Every line that was acknowledged is in the copy once, unless the fault hid a file from it: one that may

@@ -2,8 +2,6 @@
 // process tries to take the ring there.
 #include <dlfcn.h>
 
-#include <functional>
-
 #include "fault/inject.h"
 #include "support/Sandbox.h"
 
@@ -51,126 +49,94 @@ int cs_iAnswer;
 class Switch : public Sandbox
 {
 protected:
-    // One switch with the rival's attempt before its call `lCall`, also without a free descriptor, when the
-    // owner has to give one lock up before it takes the next. False when it makes fewer calls.
-    bool run(long lCall, bool bLastDescriptor)
+    // Runs a scene with the rival's attempt before the owner's call 1, 2, ... of libc, as long as there are
+    // so many. The rival takes the ring where it can, puts a line, and stays or leaves again.
+    void atEachCall(bool bStays, const std::function<void(const Rival&)>& scene) const
     {
-        const int iStatus = inChild([&] {
-            const Rival rival([&] { return takeRing(false); });
-            CHECK(ZEBU2_Initialize(ring(4096), "app") == 0);
-            putLine(std::string(4050, 'f'));
-            arm(lCall, rival);
-            if (bLastDescriptor)
-                useUpDescriptors();
-            plan()->iArmed = 1;
-            const bool bPut = ZEBU2_PutLine(0, "next") == 0;
-            plan()->iArmed = 0;
-            CHECK(bLastDescriptor || (bPut && cs_iAnswer == cs_iRefused));
-            CHECK(putAgain());
-            rival.leave();
-            const std::string all = ringFiles();
-            CHECK(all.find("fff") != std::string::npos && all.find(" again\r") != std::string::npos);
-            CHECK(!bPut || all.find(" next\r") != std::string::npos);
-            CHECK(cs_iAnswer == cs_iRefused || all.find(" rival\r") != std::string::npos);
-            _exit(plan()->lFired != 0 ? cs_iFired : 0);
-        });
-        return hasFired(iStatus, lCall);
+        int iStatus = cs_iFired;
+        long lCall = 0;
+        while (iStatus == cs_iFired) {
+            ++lCall;
+            iStatus = inChild([&] {
+                const Rival rival([&] {
+                    if (result(ZEBU2_Initialize(&m_spec, "rival")) == Result(1, 0x06000016))
+                        return cs_iRefused;
+                    return ZEBU2_PutLine(0, "rival") == 0 && (bStays || ZEBU2_Finalize() == 0) ? cs_iTaken
+                                                                                               : -1;
+                });
+                alarm(60);
+                cs_pRival = &rival;
+                cs_iAnswer = cs_iRefused;
+                *plan() = {"*", 0, lCall, lCall, 0, 0, 0, 0, [] { cs_iAnswer = cs_pRival->ask(); }};
+                scene(rival);
+                CHECK(cs_iAnswer == cs_iRefused || has(" rival\r"));
+                _exit(plan()->lFired != 0 ? cs_iFired : 0);
+            });
+            for (int n = 1; n <= 3; ++n)
+                (void)unlink(traceFile(n).c_str());
+        }
+        EXPECT_EQ(iStatus, 0) << "call " << lCall;
+        EXPECT_GT(lCall, 8);
     }
-
-    // The start on a ring whose newest file is full, and the rival's before its call `lCall`, who stays or
-    // has left when the start goes on.
-    bool runStart(long lCall, bool bStays)
+    static int armed(const std::function<int()>& body)
     {
-        writeFile(traceFile(1), std::string(5000, 'f'));
-        const int iStatus = inChild([&] {
-            const Rival rival([&] { return takeRing(bStays); });
-            ZEBU2_HINSTANCE hArea; // attached before: a start holds the area's lock for a moment
-            CHECK(ZEBU2_CreateInstance(&hArea, nullptr, "area") == 1);
-            arm(lCall, rival);
-            plan()->iArmed = 1;
-            const int iResult = ZEBU2_Initialize(ring(4096), "app");
-            plan()->iArmed = 0;
-            const bool bTheirs = cs_iAnswer == cs_iTaken && bStays;
-            CHECK(result(iResult) == (bTheirs ? Result(1, 0x06000016) : Result(0, 0)));
-            rival.leave();
-            CHECK(cs_iAnswer == cs_iRefused || ringFiles().find(" rival\r") != std::string::npos);
-            _exit(plan()->lFired != 0 ? cs_iFired : 0);
-        });
-        return hasFired(iStatus, lCall);
+        plan()->iArmed = 1;
+        const int iResult = body();
+        plan()->iArmed = 0;
+        return iResult;
     }
-
-private:
-    static constexpr int cs_iFired = 3, cs_iRefused = 4, cs_iTaken = 5;
-
+    bool has(const char* pszText) const
+    {
+        return (readFile(traceFile(1)) + readFile(traceFile(2)) + readFile(traceFile(3))).find(pszText) !=
+               std::string::npos;
+    }
     static ZebuFault* plan()
     {
         const auto pPlan = static_cast<ZebuFault*>(dlsym(RTLD_DEFAULT, ZEBU_FAULT_PLAN));
         CHECK(pPlan != nullptr);
         return pPlan;
     }
-    static void arm(long lCall, const Rival& rival)
-    {
-        alarm(60);
-        cs_pRival = &rival;
-        cs_iAnswer = cs_iRefused;
-        *plan() = {"*", 0, lCall, lCall, 0, 0, 0, 0, [] { cs_iAnswer = cs_pRival->ask(); }};
-    }
-    bool hasFired(int iStatus, long lCall) const
-    {
-        EXPECT_TRUE(iStatus == 0 || iStatus == cs_iFired) << "call " << lCall << ", status " << iStatus;
-        for (int n = 1; n <= 3; ++n)
-            (void)unlink(traceFile(n).c_str());
-        return iStatus != 0;
-    }
-    // What the rival does: puts a line where it can, and stays or leaves again.
-    int takeRing(bool bStays)
-    {
-        if (result(ZEBU2_Initialize(ring(4096), "rival")) == Result(1, 0x06000016))
-            return cs_iRefused;
-        return ZEBU2_PutLine(0, "rival") == 0 && (bStays || ZEBU2_Finalize() == 0) ? cs_iTaken : -1;
-    }
-    std::string ringFiles() const
-    {
-        return readFile(traceFile(1)) + readFile(traceFile(2)) + readFile(traceFile(3));
-    }
-    static void useUpDescriptors()
-    {
-        const rlimit few = {64, 64};
-        CHECK(setrlimit(RLIMIT_NOFILE, &few) == 0);
-        while (dup(0) != -1)
-            ;
-    }
-    static bool putAgain()
-    {
-        for (int i = 3; i < 64; ++i) { // every descriptor but the library's
-            std::error_code ignored;
-            const std::string name = "/proc/self/fd/" + std::to_string(i);
-            if (std::filesystem::read_symlink(name, ignored) == "/dev/null")
-                (void)close(i);
-        }
-        return ZEBU2_PutLine(0, "again") == 0;
-    }
+
+    const tagZEBU_LOGFILE_SPEC m_spec = *ring(4096);
+    static constexpr int cs_iFired = 3, cs_iRefused = 4, cs_iTaken = 5;
 };
 
+// Also without a free descriptor, when the owner has to give one lock up before it takes the next.
 TEST_F(Switch, LetsNobodyInAtAnyMoment)
 {
-    const int iNull = open("/dev/null", O_RDWR);
-    ASSERT_EQ(dup2(iNull, 0), 0);
     for (const bool bLastDescriptor : {false, true}) {
-        long lCall = 1;
-        while (run(lCall, bLastDescriptor))
-            ++lCall;
-        EXPECT_GT(lCall, 8);
+        atEachCall(false, [&](const Rival& rival) {
+            CHECK(ZEBU2_Initialize(&m_spec, "app") == 0);
+            putLine(std::string(4050, 'f'));
+            const rlimit few = {64, 64};
+            std::vector<int> used;
+            CHECK(!bLastDescriptor || setrlimit(RLIMIT_NOFILE, &few) == 0);
+            for (int iFd; bLastDescriptor && (iFd = dup(1)) != -1;)
+                used.push_back(iFd);
+            const bool bPut = armed([] { return ZEBU2_PutLine(0, "next"); }) == 0;
+            CHECK(bLastDescriptor || (bPut && cs_iAnswer == cs_iRefused));
+            for (const int iFd : used)
+                (void)close(iFd);
+            CHECK(ZEBU2_PutLine(0, "again") == 0);
+            rival.leave();
+            CHECK(has("fff") && has(" again\r") && (!bPut || has(" next\r")));
+        });
     }
 }
 
+// On a ring whose newest file is full.
 TEST_F(Switch, WhoStartsLooksAgain)
 {
     for (const bool bStays : {false, true}) {
-        long lCall = 1;
-        while (runStart(lCall, bStays))
-            ++lCall;
-        EXPECT_GT(lCall, 8);
+        atEachCall(bStays, [&](const Rival& rival) {
+            writeFile(traceFile(1), std::string(5000, 'f'));
+            ZEBU2_HINSTANCE hArea; // attached before: a start holds the area's lock for a moment
+            CHECK(ZEBU2_CreateInstance(&hArea, nullptr, "area") == 1);
+            const int iResult = armed([&] { return ZEBU2_Initialize(&m_spec, "app"); });
+            const bool bTheirs = cs_iAnswer == cs_iTaken && bStays;
+            CHECK(result(iResult) == (bTheirs ? Result(1, 0x06000016) : Result(0, 0)));
+            rival.leave();
+        });
     }
 }
 
