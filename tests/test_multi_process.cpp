@@ -49,11 +49,11 @@ TEST_F(MultiProcess, LockHeldByAnotherFailsEveryOperationAndChangesNothing)
         (*each)->setLockRetryTimes(5);
     held = lockAsAnother(manageName());
     const std::string before = trace(1);
-    for (const int result :
-         {put(lockFree, "x"), put(ring, "x"), ring->bufferFlush(), ring->backupToFile(path("b").c_str(), 0),
-          ring->chFileAttr(0600), ring->closeFile(), second->openFile()})
-        EXPECT_EQ(result, -1);
-    EXPECT_EQ(lastError(), ZEBU_EPOS_LOCK);
+    for (const Result& each :
+         {result(put(lockFree, "x")), result(put(ring, "x")), result(ring->bufferFlush()),
+          result(ring->backupToFile(path("b").c_str(), 0)), result(ring->chFileAttr(0600)),
+          result(ring->closeFile()), result(second->openFile())})
+        EXPECT_EQ(each, Result(-1, ZEBU_EPOS_LOCK));
     EXPECT_EQ(trace(1), before);
     EXPECT_FALSE(exists(path("b")));
 
