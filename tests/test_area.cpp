@@ -5,6 +5,18 @@ class Area : public Sandbox
 {
 protected:
     static int putBytes(size_t count) { return ZEBU2_PutToShm(std::string(count, 'x').data(), count); }
+    // A file with a hole behind its first bytes, and what of it has blocks.
+    void makeArea(const std::string& bytes, size_t uSize) const
+    {
+        writeFile(areaFile(), bytes);
+        std::filesystem::resize_file(areaFile(), uSize);
+    }
+    size_t areaBlocks() const
+    {
+        struct stat info = {};
+        EXPECT_EQ(stat(areaFile().c_str(), &info), 0);
+        return static_cast<size_t>(info.st_blocks) * 512;
+    }
     // One line more than before.
     void putOne() const
     {
@@ -95,15 +107,12 @@ TEST_F(Area, DamagedHeadersAreNeverFollowed)
         {uMagic, uSize + 1, 0, 0, stored},
         {uMagic, uMax, uMax, 0, stored},
         {uMagic, uMax, 0, uSize - 4187, stored},
-        {uMagic, uMax, 0, uSize - 4186, damaged},
         {uMagic, uMax, 0, uMax, stored},
-        {uMagic, 100, uMax, 100, stored},
-    };
+        {uMagic, uMax, 0, uSize - 4186, damaged},
+        {uMagic, 100, uMax, 100, stored}};
     for (const auto& [uFound, uData, uRead, uWrite, expected] : cases) {
-        setAreaField(0, uFound);
-        setAreaField(8, uData);
-        setAreaField(12, uRead);
-        setAreaField(16, uWrite);
+        for (const auto& [lOffset, uValue] : {std::pair(0, uFound), {8, uData}, {12, uRead}, {16, uWrite}})
+            setAreaField(lOffset, uValue);
         EXPECT_EQ(result(putBytes(4117)), expected)
             << uFound << ' ' << uData << ' ' << uRead << ' ' << uWrite;
     }
@@ -114,31 +123,24 @@ TEST_F(Area, FilesThatAreNoAreasAreMappedAndLeftAlone)
     ASSERT_EQ(mkdir(path("mmap").c_str(), 0777), 0);
     for (const size_t uSize : {0u, 24u, 4096u, 8192u, 65536u}) {
         // Up to 4,096 bytes any content is begun anew. Nothing is reserved of what no header describes.
-        writeFile(areaFile(), "");
-        ASSERT_EQ(truncate(areaFile().c_str(), static_cast<off_t>(uSize)), 0);
+        makeArea("", uSize);
         configure("MapSize = 8192\n");
         startArea();
         EXPECT_EQ(result(putBytes(1)), uSize > 4096 ? Result(-1, 0x0D00001A) : Result(0, 0)) << uSize;
         stop();
-        struct stat info;
-        ASSERT_EQ(stat(areaFile().c_str(), &info), 0);
-        EXPECT_TRUE(uSize <= 4096 || info.st_blocks * 512 < info.st_size) << uSize;
+        EXPECT_TRUE(uSize <= 4096 || areaBlocks() < uSize) << uSize;
         EXPECT_TRUE(uSize <= 4096 || readFile(areaFile()) == std::string(uSize, '\0')) << uSize;
     }
     // Sizes are not cut off at 32 bits, and a header that is sound gets its blocks.
-    writeFile(areaFile(), "");
-    ASSERT_EQ(truncate(areaFile().c_str(), (1L << 32) + 100), 0);
+    makeArea("", (1L << 32) + 100);
     startArea();
     stop();
     EXPECT_EQ(std::filesystem::file_size(areaFile()), (1UL << 32) + 100);
-    writeFile(areaFile(), std::string("ZEBU\0\0\0\0\xE8\xFF\0\0", 12) + std::string(12, '\0'));
-    ASSERT_EQ(truncate(areaFile().c_str(), 65536), 0);
+    makeArea(std::string("ZEBU\0\0\0\0\xE8\xFF\0\0", 12), 65536);
     startArea();
     putOne();
     stop();
-    struct stat info;
-    ASSERT_EQ(stat(areaFile().c_str(), &info), 0);
-    EXPECT_GE(info.st_blocks * 512, 65536);
+    EXPECT_GE(areaBlocks(), 65536u);
 }
 
 TEST_F(Area, RateLimit)

@@ -1,6 +1,5 @@
 // What a host does to the library it loads: threads that do everything at once, forks in the middle of it,
 // disks that are full.
-#include <sys/mount.h>
 
 #include "support/Sandbox.h"
 
@@ -21,14 +20,19 @@ protected:
                ZEBU2_InstanceTraceBackupM(m_shared, path("other").c_str(), iOdd * 16) | passing("own");
     }
     // An instance with a ring of its own for one line.
-    int passing(const std::string& own) const
+    int passing(const std::string& own)
     {
         ZEBU2_HINSTANCE hInstance = nullptr;
-        const std::string name = path(own);
-        const tagZEBU_LOGFILE_SPEC spec = {4096, 2, name.c_str()};
-        return ZEBU2_CreateInstance(&hInstance, &spec, "own") |
+        return ZEBU2_CreateInstance(&hInstance, ring(4096, 2, own), "own") |
                ZEBU2_SetInstanceShmThreshold(hInstance, ZEBU2_LEVEL_OFF) |
                ZEBU2_PutInstanceLine(hInstance, 0, "own") | ZEBU2_DeleteInstance(hInstance);
+    }
+    static void* firstCalls(void* pHost)
+    {
+        Host& host = *static_cast<Host*>(pHost);
+        const int iFailed = ZEBU2_Initialize(host.ring(4096, 2), "host") | ZEBU2_PutLine(0, "first") |
+                            ZEBU2_CreateInstanceM(&host.m_shared, host.ring(4096, 2, "second"), "host", 0);
+        return reinterpret_cast<void*>(uintptr_t(iFailed));
     }
     void expectOnce(int iCount) const
     {
@@ -67,24 +71,21 @@ TEST_F(Host, NoDescriptorIsAStandardOne)
     ASSERT_EQ(ZEBU2_Initialize(ring(4096), "app"),
               0); // what is opened while nothing is closed does not count
     stop();
-    const int iStatus = inChild([&] {
-        const auto isFree = [] {
-            return fcntl(0, F_GETFD) == -1 && fcntl(1, F_GETFD) == -1 && fcntl(2, F_GETFD) == -1;
-        };
-        CHECK(close(0) == 0 && close(1) == 0);
-        const int iErrors = fcntl(2, F_DUPFD_CLOEXEC, 9); // for CHECK
-        CHECK(close(2) == 0);
-        const bool bRun = ZEBU2_Initialize(ring(4096), "app") == 0 &&
-                          ZEBU2_CreateInstanceM(&m_shared, ring(4096, 3, "shared"), "app", 0) == 0;
-        bool bFree = bRun && isFree();
-        for (int i = 0; i < 10; ++i) // both move on
-            bFree = ZEBU2_PutLine(0, std::string(900, 'x').c_str()) == 0 &&
-                    ZEBU2_PutInstanceLine(m_shared, 0, std::string(900, 'x').c_str()) == 0 && isFree() &&
-                    bFree;
-        CHECK(dup2(iErrors, 2) == 2);
-        CHECK(bFree);
-    });
-    EXPECT_EQ(iStatus, 0);
+    EXPECT_EQ(inChild([&] {
+                  const auto isFree = [] {
+                      return fcntl(0, F_GETFD) == -1 && fcntl(1, F_GETFD) == -1 && fcntl(2, F_GETFD) == -1;
+                  };
+                  const int iErrors = fcntl(2, F_DUPFD_CLOEXEC, 9); // for CHECK
+                  const std::string text(900, 'x');
+                  bool bFree = (close(0) | close(1) | close(2)) == 0 &&
+                               ZEBU2_Initialize(ring(4096), "app") == 0 &&
+                               ZEBU2_CreateInstanceM(&m_shared, ring(4096, 3, "shared"), "app", 0) == 0;
+                  for (int i = 0; i < 10; ++i) // both move on
+                      bFree = bFree && isFree() && ZEBU2_PutLine(0, text.c_str()) == 0 &&
+                              ZEBU2_PutInstanceLine(m_shared, 0, text.c_str()) == 0;
+                  CHECK(dup2(iErrors, 2) == 2 && bFree);
+              }),
+              0);
 }
 
 // Whatever the parent's threads hold at the moment of a fork, its child logs at once, and neither loses a
@@ -141,25 +142,18 @@ TEST_F(Host, FirstCallsNeedLittleStack)
 {
     if (__asan_init || __tsan_init)
         GTEST_SKIP() << "sanitizers make frames larger";
-    constexpr size_t ROOM = 1 << 18;
-    static char stack[ROOM] __attribute__((aligned(4096)));
-    memset(stack, '#', ROOM);
-    const std::string prefixes[] = {path("first"), path("second")};
-    tagZEBU_LOGFILE_SPEC specs[] = {{4096, 2, prefixes[0].c_str()}, {4096, 2, prefixes[1].c_str()}};
-    const auto firstCalls = [](void* p) -> void* {
-        const auto* pSpecs = static_cast<tagZEBU_LOGFILE_SPEC*>(p);
-        ZEBU2_HINSTANCE other = nullptr;
-        return reinterpret_cast<void*>(uintptr_t(ZEBU2_Initialize(&pSpecs[0], "host") |
-                                                 ZEBU2_PutLine(0, "first") |
-                                                 ZEBU2_CreateInstanceM(&other, &pSpecs[1], "host", 0)));
-    };
+    constexpr size_t cs_uRoom = 1 << 18;
+    static char stack[cs_uRoom] __attribute__((aligned(4096)));
+    memset(stack, '#', cs_uRoom);
     pthread_attr_t attributes;
     pthread_t thread;
     void* failed = stack;
-    ASSERT_EQ(pthread_attr_init(&attributes) | pthread_attr_setstack(&attributes, stack, ROOM), 0);
-    ASSERT_EQ(pthread_create(&thread, &attributes, firstCalls, specs) | pthread_join(thread, &failed), 0);
+    ASSERT_EQ(pthread_attr_init(&attributes) | pthread_attr_setstack(&attributes, stack, cs_uRoom), 0);
+    ASSERT_EQ(pthread_create(&thread, &attributes, firstCalls, static_cast<Host*>(this)) |
+                  pthread_join(thread, &failed),
+              0);
     EXPECT_EQ(failed, nullptr);
-    EXPECT_LT(ROOM - std::string_view(stack, ROOM).find_first_not_of('#'), size_t{16 << 10});
+    EXPECT_LT(cs_uRoom - std::string_view(stack, cs_uRoom).find_first_not_of('#'), size_t{16 << 10});
 }
 
 // Files that get their length at once, where a process may not make any so long.
@@ -168,29 +162,28 @@ TEST_F(Host, ALimitOfFileSizesIsAFailureAndNoSignal)
     EXPECT_EQ(inChild([&] {
                   const rlimit limit = {20'000, 20'000};
                   CHECK(setrlimit(RLIMIT_FSIZE, &limit) == 0);
-                  CHECK(result(ZEBU2_Initialize(ring(4096), "app")) == Result(2, 4) && lastCode() == EFBIG);
+                  CHECK(failure(ZEBU2_Initialize(ring(4096), "app")) == Failure(2, 4, EFBIG));
                   CHECK(ZEBU2_Finalize() == 0);
                   for (const int iOption : {0, ZEBU2_OPT_NOFILL})
-                      CHECK(result(ZEBU2_InitializeM(ring(65536, 2, "shared"), "app", iOption)) ==
-                                Result(-1, 0x27000004) &&
-                            lastCode() == EFBIG);
+                      CHECK(failure(ZEBU2_InitializeM(ring(65536, 2, "shared"), "app", iOption)) ==
+                            Failure(-1, 0x27000004, EFBIG));
               }),
               0);
 }
 
-static constexpr int FORKS = 100;
-static pid_t children[FORKS];
-static std::atomic<int> forked{0};
-static volatile bool isChild = false;
+static constexpr int cs_iForks = 100;
+static pid_t cs_children[cs_iForks];
+static std::atomic<int> cs_iForked{0};
+static volatile bool cs_bChild = false;
 
-static void forkInHandler(int)
+static void fs_forkInHandler(int)
 {
-    if (isChild || forked == FORKS)
+    if (cs_bChild || cs_iForked == cs_iForks)
         return;
     const pid_t child = fork();
-    isChild = child == 0;
+    cs_bChild = child == 0;
     if (child != 0)
-        children[forked++] = child;
+        cs_children[cs_iForked++] = child;
 }
 
 // The child goes on with what the handler interrupted, and logs.
@@ -198,24 +191,24 @@ TEST_F(Host, AHandlerMayForkWhateverItInterrupted)
 {
     alarm(60); // ends a fork that waits for what its own thread holds
     ASSERT_EQ(ZEBU2_Initialize(ring(4096), "host"), 0);
-    (void)signal(SIGUSR1, forkInHandler);
+    (void)signal(SIGUSR1, fs_forkInHandler);
     std::thread sender([target = pthread_self()] {
-        for (int last = -1; forked < FORKS; std::this_thread::sleep_for(std::chrono::microseconds(50 + last)))
-            if (forked != last) { // one at a time: between two the thread gets somewhere
-                last = forked;
+        for (int iLast = -1; cs_iForked < cs_iForks; usleep(static_cast<useconds_t>(50 + iLast)))
+            if (cs_iForked != iLast) { // one at a time: between two the thread gets somewhere
+                iLast = cs_iForked;
                 (void)pthread_kill(target, SIGUSR1);
             }
     });
-    while (!isChild && forked < FORKS)
+    while (!cs_bChild && cs_iForked < cs_iForks)
         (void)ZEBU2_PutLine(0, "interrupted");
-    if (isChild) {
+    if (cs_bChild) {
         alarm(20);
         (void)ZEBU2_PutLine(0, "child");
         (void)ZEBU2_FileBufferFlush();
         _exit(0);
     }
     sender.join();
-    for (const pid_t child : children)
+    for (const pid_t child : cs_children)
         EXPECT_EQ(waitForChild(child), 0);
     putLine("after");
     stop();
@@ -223,20 +216,11 @@ TEST_F(Host, AHandlerMayForkWhateverItInterrupted)
 
 // ---- Full disks ----------------------------------------------------------------------------------
 
-class FullDisk : public Sandbox
+// A line that no longer fits leaves nothing behind, and the ring goes on when there is room.
+TEST_F(Host, RingAndAreaOnAFullDisk)
 {
-protected:
-    void SetUp() override
-    {
-        if (!enterPrivateOpt())
-            GTEST_SKIP() << "no mount namespaces here";
-        ASSERT_EQ(mkdir("/opt/full", 0777), 0);
-        ASSERT_EQ(mount("none", "/opt/full", "tmpfs", 0, "size=96k"), 0);
-    }
-};
-
-TEST_F(FullDisk, RingOfOneProcessReportsItAndGoesOnWhenThereIsRoom)
-{
+    if (!enterSmallDisk())
+        GTEST_SKIP() << "no mount namespaces here";
     writeFile("/opt/full/other", std::string(20'000, 'x'));
     const tagZEBU_LOGFILE_SPEC spec = {1 << 20, 1, "/opt/full/app"};
     ASSERT_EQ(ZEBU2_Initialize(&spec, "full"), 0);
@@ -248,23 +232,18 @@ TEST_F(FullDisk, RingOfOneProcessReportsItAndGoesOnWhenThereIsRoom)
             continue;
         }
         ++iFailed;
-        EXPECT_EQ(lastError(), 0x08000004);
-        EXPECT_EQ(lastCode(), ENOSPC);
+        EXPECT_EQ(failure(-1), Failure(-1, 0x08000004, ENOSPC));
     }
     ASSERT_EQ(unlink("/opt/full/other"), 0); // an operator makes room
     putLine("again");
     stop();
     acknowledged.push_back("again");
     EXPECT_EQ(bodies(traceLines(readFile("/opt/full/app1.log"))), acknowledged);
-}
 
-// Also when the file is there already, a hole that is short enough to be begun anew.
-TEST_F(FullDisk, AreaThatCannotHaveItsBlocksIsAnErrorAtOpen)
-{
+    // An area, also when its file is there already, a hole that is short enough to be begun anew.
     writeFile(configFile(), "LogFile = /opt/full/log\nMapSize = 200000\n");
     for (int i = 0; i < 2; ++i) {
-        EXPECT_EQ(result(ZEBU2_Initialize(ring(), "full")), Result(2, ZEBU_EPOS_WRITE));
-        EXPECT_EQ(lastCode(), ENOSPC);
+        EXPECT_EQ(failure(ZEBU2_Initialize(ring(), "full")), Failure(2, ZEBU_EPOS_WRITE, ENOSPC));
         stop();
         std::filesystem::resize_file("/opt/full/mmap/zebu2mmap.mm", 0);
         std::filesystem::resize_file("/opt/full/mmap/zebu2mmap.mm", 4096);

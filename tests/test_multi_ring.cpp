@@ -157,7 +157,7 @@ TEST_F(MultiRing, LaterProcessesAdoptOrGrowAndNarrowTheMode)
     poke(offsetof(tagZEBU_MANAGEMENT_DATA, mode), 0xFFFFFFFF);
     open(ZEBU2_OPT_GROW | ZEBU2_OPT_CURRENT_ONLY, 4096, 64); // as many as there can be
     open(ZEBU2_OPT_CURRENT_ONLY);
-    expect(16384, 64);
+    expect(8192, 64);
 }
 
 TEST_F(MultiRing, RebuildsItsPositionFromTheNewestFile)

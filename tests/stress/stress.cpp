@@ -22,139 +22,87 @@ private:
     void TestBody() override {}
 };
 
-// ---- Killed writers ------------------------------------------------------------------------------
-
 constexpr int cs_iWriters = 3;
 constexpr int cs_iLinesMax = 500; // of one writer, which then waits for its end: no ring comes round
 
-class KillRun
+// Opens what a writer before may have left in any state, puts lines and notes which were acknowledged.
+void write(const Place& place, const std::string& target, long lWriter, int iIncarnation,
+           unsigned char* pAcknowledged)
 {
-public:
-    KillRun(const std::string& target, int iKills)
-        : m_bShared(target == "shared"), m_bArea(target == "area"), m_iKills(iKills)
-    {
-        CHECK(m_pAcknowledged != MAP_FAILED);
+    const bool bShared = target == "shared", bArea = target == "area";
+    const std::string name = place.path(bShared ? "all" : "own" + std::to_string(lWriter) + "-");
+    const tagZEBU_LOGFILE_SPEC ring = {1 << 20, bShared ? 64 : 16, name.c_str()};
+    CHECK(ZEBU2_SetLockRetryTimes(5000) >= 0); // the attempts of three writers on two processors
+    CHECK((bShared ? ZEBU2_InitializeM(&ring, "stress", ZEBU2_OPT_NOFILL | ZEBU2_OPT_CURRENT_ONLY)
+                   : ZEBU2_Initialize(&ring, "stress")) == 0);
+    ZEBU2_SetShmThreshold(ZEBU2_LEVEL_OFF);
+    for (int i = 0; i < cs_iLinesMax; ++i) {
+        const std::string text = areaMessage(std::to_string(iIncarnation), i);
+        // Of the area, only the signal-safe put tells whether the line found room.
+        const int iResult = bArea ? ZEBU2_PutMsgSigSafe(text.c_str()) : ZEBU2_PutLine(0, text.c_str());
+        CHECK(bArea || iResult == 0);
+        pAcknowledged[i] = iResult == 0;
     }
+    for (;;)
+        pause();
+}
 
-    int run()
-    {
-        // The area exists before the consumer maps it.
-        CHECK(inChild([] { CHECK(ZEBU2_Initialize(nullptr, nullptr) == 1); }) == 0);
-        AreaConsumer consumer(m_place.areaFile());
-        pid_t writers[cs_iWriters];
-        for (int w = 0; w < cs_iWriters; ++w)
-            writers[w] = start(w);
-        std::mt19937 random(static_cast<unsigned int>(m_iKills));
-        using Clock = std::chrono::steady_clock;
-        for (int k = 0; k < m_iKills; ++k) {
-            const auto until = Clock::now() + std::chrono::microseconds(50 + random() % 1500);
-            while (Clock::now() < until)
-                consumer.drain();
-            const auto w = random() % cs_iWriters;
-            end(writers[w]);
-            writers[w] = start(static_cast<int>(w));
-        }
-        for (const pid_t writer : writers)
-            end(writer);
-        consumer.drain();
-        return check(consumer);
-    }
-
-private:
+int killWriters(const std::string& target, int iKills)
+{
     using Acknowledged = unsigned char[cs_iLinesMax]; // by line
-
-    static void end(pid_t iWriter)
-    {
-        CHECK(kill(iWriter, SIGKILL) == 0);
-        CHECK(waitForChild(iWriter) == 128 + SIGKILL); // not ended by itself, that is by a CHECK
+    const Place place;
+    void* const pShared = mmap(nullptr, static_cast<size_t>(iKills + cs_iWriters) * sizeof(Acknowledged),
+                               PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    CHECK(pShared != MAP_FAILED);
+    Acknowledged* const pAcknowledged = static_cast<Acknowledged*>(pShared);
+    // The area exists before the consumer maps it.
+    CHECK(inChild([] { CHECK(ZEBU2_Initialize(nullptr, nullptr) == 1); }) == 0);
+    AreaConsumer consumer(place.areaFile());
+    pid_t writers[cs_iWriters] = {};
+    std::mt19937 random(static_cast<unsigned int>(iKills));
+    for (int k = 0; k < iKills + 2 * cs_iWriters; ++k) { // each starts at first, and is not replaced at last
+        const bool bFirst = k < cs_iWriters, bLast = k >= iKills + cs_iWriters;
+        pid_t& writer =
+            writers[bFirst || bLast ? static_cast<unsigned>(k % cs_iWriters) : random() % cs_iWriters];
+        const auto until = std::chrono::steady_clock::now() + std::chrono::microseconds(50 + random() % 1500);
+        while (std::chrono::steady_clock::now() < until)
+            consumer.drain();
+        CHECK(bFirst || (kill(writer, SIGKILL) == 0 && waitForChild(writer) == 128 + SIGKILL)); // by no CHECK
+        if (!bLast)
+            writer = startChild([&] { write(place, target, &writer - writers, k, pAcknowledged[k]); });
     }
-
-    pid_t start(int w)
-    {
-        const int iIncarnation = m_iIncarnations++;
-        return startChild([this, w, iIncarnation] { write(w, iIncarnation); });
-    }
-
-    void write(int w, int iIncarnation) const
-    {
-        // The open works, whatever the writer before was doing when it died.
-        const std::string name = m_place.path(m_bShared ? "all" : "own" + std::to_string(w) + "-");
-        const tagZEBU_LOGFILE_SPEC ring = {1 << 20, m_bShared ? 64 : 16, name.c_str()};
-        const int iOption = ZEBU2_OPT_NOFILL | ZEBU2_OPT_CURRENT_ONLY;
-        CHECK(ZEBU2_SetLockRetryTimes(5000) >= 0); // the attempts of three writers on two processors
-        CHECK((m_bShared ? ZEBU2_InitializeM(&ring, "stress", iOption) : ZEBU2_Initialize(&ring, "stress")) ==
-              0);
-        ZEBU2_SetShmThreshold(ZEBU2_LEVEL_OFF);
-        for (int i = 0; i < cs_iLinesMax; ++i) {
-            const std::string text = areaMessage(std::to_string(iIncarnation), i);
-            // Of the area, only the signal-safe put tells whether the line found room.
-            const int iResult = m_bArea ? ZEBU2_PutMsgSigSafe(text.c_str()) : ZEBU2_PutLine(0, text.c_str());
-            CHECK(m_bArea || iResult == 0);
-            m_pAcknowledged[iIncarnation][i] = iResult == 0;
+    consumer.drain();
+    // The lines of the rings' files join those of the area.
+    for (const auto& entry : std::filesystem::directory_iterator(place.path(""))) {
+        const std::string bytes = entry.path().extension() == ".log" ? readFile(entry.path()) : "";
+        for (const std::string& line : traceLines(target == "shared" ? sharedData(bytes) : bytes)) {
+            const std::string whole = areaSender(body(line));
+            ++(whole.empty() ? consumer.m_torn : consumer.m_seen[whole]);
         }
-        for (;;)
-            pause();
     }
-
-    int check(AreaConsumer& consumer) const
-    {
-        // The lines of the rings' files join those of the area.
-        for (const auto& entry : std::filesystem::directory_iterator(m_place.path(""))) {
-            std::string bytes = entry.path().extension() == ".log" ? readFile(entry.path()) : "";
-            if (m_bShared)
-                bytes = sharedData(bytes);
-            for (const std::string& line : traceLines(bytes)) {
-                const std::string whole = areaSender(body(line));
-                ++(whole.empty() ? consumer.m_torn : consumer.m_seen[whole]);
-            }
-        }
-        int iLost = 0, iTwice = 0, iAcknowledged = 0;
-        for (int i = 0; i < m_iIncarnations; ++i) {
-            for (int n = 0; n < cs_iLinesMax; ++n) {
-                const int iCount = consumer.m_seen[std::to_string(i) + " " + std::to_string(n)];
-                iAcknowledged += m_pAcknowledged[i][n];
-                iLost += m_pAcknowledged[i][n] && iCount == 0;
-                iTwice += iCount > 1;
-            }
-        }
-        (void)printf("%d kills, %d lines acknowledged: %d lost, %d twice, %d torn\n", m_iKills, iAcknowledged,
-                     iLost, iTwice, consumer.m_torn);
-        // The kernel ends the write of a process that is killed at the next page, so each may leave the piece
-        // of one line that was never acknowledged. Lines of the others go through a mapping and a mark.
-        const int iTornMax = m_bShared || m_bArea ? 0 : m_iKills;
-        return iLost + iTwice == 0 && consumer.m_torn <= iTornMax && iAcknowledged > m_iKills ? 0 : 1;
+    int iLost = 0, iTwice = 0, iAcknowledged = 0;
+    for (int i = 0; i < (iKills + cs_iWriters) * cs_iLinesMax; ++i) {
+        const int iWriter = i / cs_iLinesMax, n = i % cs_iLinesMax;
+        const int iCount = consumer.m_seen[std::to_string(iWriter) + " " + std::to_string(n)];
+        iAcknowledged += pAcknowledged[iWriter][n];
+        iLost += pAcknowledged[iWriter][n] && iCount == 0;
+        iTwice += iCount > 1;
     }
+    (void)printf("%d kills, %d lines acknowledged: %d lost, %d twice, %d torn\n", iKills, iAcknowledged,
+                 iLost, iTwice, consumer.m_torn);
+    // The kernel ends the write of a process that is killed at the next page, so each may leave the piece of
+    // one line that was never acknowledged. Lines of the others go through a mapping and a mark.
+    const int iTornMax = target == "single" ? iKills + cs_iWriters : 0;
+    return iLost + iTwice == 0 && consumer.m_torn <= iTornMax && iAcknowledged > iKills ? 0 : 1;
+}
 
-    const bool m_bShared, m_bArea;
-    const int m_iKills;
-    const Place m_place;
-    Acknowledged* const m_pAcknowledged = static_cast<Acknowledged*>( // shared with the writers
-        mmap(nullptr, static_cast<size_t>(m_iKills + cs_iWriters) * sizeof(Acknowledged),
-             PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
-    int m_iIncarnations = 0;
-};
-
-// ---- What must not grow --------------------------------------------------------------------------
-
-// A sanitizer makes mappings of its own as it goes.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr long cs_lOwnMappings = 40;
-#else
-constexpr long cs_lOwnMappings = 0;
-#endif
-
-struct Usage
-{
-    long lMemory, lDescriptors, lMappings;
-};
-
-Usage usage()
+// Memory, descriptors and mappings in use.
+std::tuple<long, long, long> usage()
 {
     const struct mallinfo2 info = mallinfo2();
     const std::string maps = readFile("/proc/self/maps");
-    const std::filesystem::directory_iterator descriptors("/proc/self/fd");
-    return {static_cast<long>(info.uordblks + info.hblkhd),
-            std::distance(begin(descriptors), end(descriptors)), std::count(maps.begin(), maps.end(), '\n')};
+    return {static_cast<long>(info.uordblks + info.hblkhd), openDescriptors(),
+            std::count(maps.begin(), maps.end(), '\n')};
 }
 
 // All that a process does again and again: to its steady state, then `iTimes` times more.
@@ -178,16 +126,14 @@ int soak(int iTimes)
     for (int i = 0; i < iTimes / 10; ++i)
         once(i % 2);
     (void)usage(); // which leaves something behind itself
-    const Usage before = usage();
+    const auto [lMemory, lDescriptors, lMappings] = usage();
     for (int i = 0; i < iTimes; ++i)
         once(i % 2);
-    const Usage after = usage();
-    CHECK(ZEBU2_EndLibrary() == 0);
+    const auto [lMemoryThen, lDescriptorsThen, lMappingsThen] = usage();
     (void)printf("%d times: memory %ld to %ld, descriptors %ld to %ld, mappings %ld to %ld\n", iTimes,
-                 before.lMemory, after.lMemory, before.lDescriptors, after.lDescriptors, before.lMappings,
-                 after.lMappings);
-    CHECK(after.lMemory <= before.lMemory + 4096 && after.lDescriptors == before.lDescriptors);
-    CHECK(after.lMappings <= before.lMappings + cs_lOwnMappings);
+                 lMemory, lMemoryThen, lDescriptors, lDescriptorsThen, lMappings, lMappingsThen);
+    CHECK(ZEBU2_EndLibrary() == 0);
+    CHECK(lMemoryThen <= lMemory + 4096 && lDescriptorsThen == lDescriptors && lMappingsThen <= lMappings);
     return 0;
 }
 
@@ -199,7 +145,7 @@ int main(int argc, char** argv)
     if (what == "soak")
         return soak(1000 * (argc > 2 ? atoi(argv[2]) : 1));
     if (what == "kill" && (target == "single" || target == "shared" || target == "area"))
-        return KillRun(target, argc > 3 ? atoi(argv[3]) : 100).run();
+        return killWriters(target, argc > 3 ? atoi(argv[3]) : 100);
     (void)fprintf(stderr, "usage: %s kill (single|shared|area) [kills] | soak [times]\n", argv[0]);
     return 2;
 }

@@ -137,6 +137,14 @@ long openDescriptors()
     return std::distance(begin(descriptors), end(descriptors));
 }
 
+int descriptorOf(const std::string& path)
+{
+    for (const auto& entry : fs::directory_iterator("/proc/self/fd"))
+        if (fs::read_symlink(entry, cs_ignored) == path)
+            return std::stoi(entry.path().filename());
+    return -1;
+}
+
 int lockAsAnother(const std::string& path)
 {
     const int iFd = open(path.c_str(), O_RDWR | O_CLOEXEC);

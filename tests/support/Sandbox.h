@@ -103,7 +103,8 @@ bool enterPrivateOpt();
 // The same with a disk of 96 KiB at /opt/full.
 bool enterSmallDisk();
 
-long openDescriptors(); // of this process
+long openDescriptors();                    // of this process
+int descriptorOf(const std::string& path); // this process's; -1: none
 
 // Locks a file as another process does, until the descriptor that it returns is closed.
 int lockAsAnother(const std::string& path);
