@@ -105,9 +105,8 @@ TEST_F(ToolFiles, TellsTheRingsOfADirectoryApart)
     writeFile("app12.log", plainLines(8, 8));
     writeFile("notes.log", "x");
     const auto list = [] {
-        std::istringstream out(zebu2({"ls", "-o", "json"}).out);
         std::string rows;
-        for (std::string row; std::getline(out, row);) {
+        for (const std::string& row : outLines({"ls", "-o", "json"})) {
             const auto json = nlohmann::json::parse(row);
             rows += json["ring"].get<std::string>() + json["files"].dump() +
                     json["kind"].get<std::string>()[0] + " ";
@@ -119,7 +118,6 @@ TEST_F(ToolFiles, TellsTheRingsOfADirectoryApart)
     EXPECT_EQ(zebu2({"show", "--count", "app", "."}).out, "       8  app\n");
     writeRecord(2, 158, 2);
     EXPECT_EQ(list(), "./app2s ./app12r ");
-    EXPECT_EQ(splitLines(zebu2({"ls", path("")}).out).size(), 0u); // LF alone
     expectStatus(0, {"ls", "show app1.log mmap"}); // the directory of the management files holds no rings
     expectStatus(1, {"ls mmap"});
     expectStatus(2, {"ls none", "show mmap"});
@@ -141,11 +139,8 @@ TEST_F(ToolFiles, StatFindsTheEndOfTheDataAsTheLibraryDoes)
         writeRing({live}, 1);
         writeRecord(0, 0, 1);
         EXPECT_EQ(stat(prefix())["write_offset"], offset);
-        ASSERT_EQ(inChild([&] {
-                      const tagZEBU_LOGFILE_SPEC* spec = ring(4096, 1);
-                      CHECK(ZEBU2_InitializeM(spec, "app", ZEBU2_OPT_NOSTARTLINE | ZEBU2_OPT_NOHEADER) == 0);
-                  }),
-                  0);
+        ASSERT_EQ(ZEBU2_InitializeM(ring(4096, 1), "app", ZEBU2_OPT_NOSTARTLINE | ZEBU2_OPT_NOHEADER), 0);
+        stop();
         EXPECT_EQ(stat(prefix())["write_offset"], offset);
     }
 }
@@ -219,32 +214,22 @@ TEST_F(ToolFiles, BackupLeavesTheOldCopyUntilTheNewOneIsComplete)
     expectStatus(0, {"backup " + prefix() + " " + path("fifo")});
     EXPECT_EQ(waitForChild(reader), 0);
 
-    const auto fails = [&](
-                           const std::string& destination, const std::function<void()>& prepare = [] {}) {
-        EXPECT_EQ(inChild([&] {
-                      prepare();
-                      execl(zebu2Path, "zebu2", "backup", prefix().c_str(), destination.c_str(), nullptr);
-                  }),
-                  2);
-        EXPECT_EQ(readFile(copy), whole);
-    };
-    fails(copy, [] {
-        const rlimit small = {100, 100};
-        CHECK(setrlimit(RLIMIT_FSIZE, &small) == 0 && ::signal(SIGXFSZ, SIG_IGN) != SIG_ERR);
-    });
+    EXPECT_EQ(inChild([&] {
+                  const rlimit small = {100, 100};
+                  CHECK(setrlimit(RLIMIT_FSIZE, &small) == 0 && ::signal(SIGXFSZ, SIG_IGN) != SIG_ERR);
+                  execl(zebu2Path, "zebu2", "backup", prefix().c_str(), copy.c_str(), nullptr);
+              }),
+              2);
+    EXPECT_EQ(readFile(copy), whole);
     if (geteuid() != 0)
         GTEST_SKIP() << "links of strangers need root";
     ASSERT_EQ(symlink(copy.c_str(), path("link").c_str()) | lchown(path("link").c_str(), 65534, 65534), 0);
-    fails(path("link"));
-    writeFile(path("secret"), "secret");
+    expectStatus(2, {"backup " + prefix() + " " + path("link")});
     ASSERT_EQ(rename(path("link").c_str(), traceFile(1).c_str()), 0);
-    fails(path("other"));
-    fails(copy);
-    const auto files = std::filesystem::directory_iterator(path(""));
-    EXPECT_EQ(std::count_if(
-                  begin(files), end(files),
-                  [](const auto& entry) { return entry.path().string().find("copy.") != std::string::npos; }),
-              0);
+    expectStatus(2, {"backup " + prefix() + " " + path("other"), "backup " + prefix() + " " + copy});
+    EXPECT_EQ(readFile(copy), whole);
+    for (const auto& entry : std::filesystem::directory_iterator(path("")))
+        EXPECT_EQ(entry.path().string().find("copy."), std::string::npos);
 }
 
 TEST_F(ToolFiles, BackupRefusesAFileOfTheRing)
@@ -282,8 +267,7 @@ TEST_F(ToolFiles, CleanRemovesWhatItAnnounces)
     EXPECT_EQ(clean({"--keep", "1"}), "001");
     EXPECT_EQ(clean({"--keep", "9"}), "111");
     EXPECT_EQ(clean({"--keep", "3"}, 0), "111");
-    EXPECT_EQ(clean({"--keep", "1"}, 0).find("11"),
-              std::string::npos); // of one second: which, the library says
+    EXPECT_EQ(clean({"--keep", "1"}, 0).find("11"), std::string::npos); // which, the library says
     EXPECT_EQ(clean({"--older-than", "70h"}), "011");
     expectStatus(2, {"clean " + pattern, "clean --keep 1 --older-than 1d " + pattern,
                      "clean --older-than soon " + pattern});

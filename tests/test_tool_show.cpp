@@ -25,18 +25,14 @@ protected:
             found += (found.empty() ? "" : " ") + line.substr(0, 4);
         return found;
     }
+    // What a command line prints.
+    std::string shell(const std::string& command) const
+    {
+        EXPECT_NE(system(("(" + command + ") > " + path("shell")).c_str()), -1);
+        return readFile(path("shell"));
+    }
+    const std::string m_tool = std::string(zebu2Path) + " show ";
 };
-
-// What a command line prints.
-std::string shell(const std::string& command)
-{
-    std::string output;
-    FILE* pipe = popen(command.c_str(), "r");
-    for (int c; pipe && (c = fgetc(pipe)) != EOF;)
-        output += static_cast<char>(c);
-    EXPECT_NE(pipe ? pclose(pipe) : -1, -1);
-    return output;
-}
 
 const char* const cs_masked = "****/**/** **:**:**.***";
 } // namespace
@@ -47,15 +43,15 @@ TEST_F(Show, PrintsEveryKindOfRecordAsJson)
                        line(8, "10:00:01.000", "ID               INFO b") +
                        line(9, cs_masked, "text\nmore\r\nend") +
                        line(10, "----/--/-- --:--:--.---", "ABCDEFGHIJKLMNOPQRSTU x?", "", "FFFFFFFF", ""));
-    std::istringstream out(show({"-o", "json", "f"}));
     std::string keys, rows;
-    for (std::string object; std::getline(out, object); rows += "\n") {
-        const auto record = nlohmann::ordered_json::parse(object);
+    for (const std::string& object : outLines({"show", "-o", "json", "f"})) {
         keys.clear();
+        const auto record = nlohmann::ordered_json::parse(object);
         for (const auto& [key, value] : record.items()) {
             keys += key + " ";
             rows += " " + value.dump();
         }
+        rows += "\n";
     }
     EXPECT_EQ(keys, "kind time host source app pid tid counter form id type text file ");
     EXPECT_EQ(rows, R"( "text" null "host" "f" null null null null null null null "begins here" "f"
@@ -83,8 +79,8 @@ TEST_F(Show, PrintsEveryKindOfRecordAsJson)
         (void)snprintf(field, sizeof field, "%-32s", zone);
         writeFile("zone", fileHeader().replace(83, 32, field) + line(1, std::string("2026/") + time, "x") +
                               line(2, "2026/11/22 23:00:00.500", "x"));
-        const std::string shown = show({"-o", "json", "zone"});
-        EXPECT_EQ(nlohmann::json::parse(shown.substr(0, shown.find('\n')))["time"], expected) << zone;
+        EXPECT_EQ(nlohmann::json::parse(outLines({"show", "-o", "json", "zone"})[0])["time"], expected)
+            << zone;
     }
 }
 
@@ -96,19 +92,15 @@ TEST_F(Show, WritesHostileBytesAsAnyOtherJsonWriter)
         "\0\x1F \"\\az\x7F\x80\x8F\x90\x9F\xA0\xBF\xC0\xC1\xC2\xDF\xE0\xE1\xED\xEE\xEF\xF0\xF1\xF4\xF5"
         "\xFF\b\f\n\r\t",
         33);
-    const auto check = [](const std::string& text) {
-        std::string json;
+    const size_t count = edges.size();
+    for (size_t i = 0; i < count * count * count * count; i += 29) {
+        std::string json, text = {edges[i % count], edges[i / count % count],
+                                  edges[i / count / count % count], edges[i / count / count / count]};
+        if (i % 7 == 0)
+            text = std::string(i % 11, 'p') + text + std::string(i % 13, 'q') + text.substr(0, i % 4);
         ZEBU_AppendJsonText(&json, text);
         const auto replace = nlohmann::json::error_handler_t::replace;
         ASSERT_EQ(json, nlohmann::json(text).dump(-1, ' ', false, replace)) << ::testing::PrintToString(text);
-    };
-    const size_t count = edges.size();
-    for (size_t i = 0; i < count * count * count * count; i += 29) {
-        const std::string text = {edges[i % count], edges[i / count % count],
-                                  edges[i / count / count % count], edges[i / count / count / count]};
-        check(text);
-        if (i % 7 == 0)
-            check(std::string(i % 11, 'p') + text + std::string(i % 13, 'q') + text.substr(0, i % 4));
     }
 }
 
@@ -243,8 +235,8 @@ TEST_F(Show, TakesALoggedTextForNoMark)
     EXPECT_EQ(raw("app"), like + plainLines(3, 4) + "<said>");
     EXPECT_EQ(raw("app1.log"), like + "<said>");
     EXPECT_EQ(raw("-", like), like + "<said>");
-    EXPECT_EQ(shell("(head -c 170 app1.log; sleep 0.1; tail -c +171 app1.log) | " + std::string(zebu2Path) +
-                    " show -o raw - 2> /dev/null"),
+    EXPECT_EQ(shell("(head -c 170 app1.log; sleep 0.1; tail -c +171 app1.log) | " + m_tool +
+                    "-o raw - 2> /dev/null"),
               like);
     writeFile("one1.log", whole);
     EXPECT_EQ(raw("one"), whole);
@@ -293,28 +285,26 @@ TEST_F(Show, MergesSourcesByTime)
     const std::string b =
         line(2, "10:00:01.000", "x\r\ntail") + line(2, cs_masked, "x") + line(4, "10:00:03.000", "x");
     EXPECT_EQ(counters({"a", "-"}, b), "0001 0002 tail 0002 0003 0004");
-    EXPECT_EQ(shell("cat a | " + std::string(zebu2Path) + " show -"), asText(readFile("a")));
+    EXPECT_EQ(shell("cat a | " + m_tool + "-"), asText(readFile("a")));
 }
 
 TEST_F(Show, NeedsFewDescriptorsForManySources)
 {
-    std::string names;
+    std::string call = m_tool + "-o raw";
     for (int i = 0; i < 8; ++i) {
-        const bool shared = i % 2 != 0;
         const std::string name = "ring" + std::to_string(i);
-        const auto writeLines = [&] {
+        const auto write = [&] {
             const tagZEBU_LOGFILE_SPEC* spec = ring(4096, 3, name);
-            CHECK((shared ? ZEBU2_InitializeM(spec, "app", 0) : ZEBU2_Initialize(spec, "app")) == 0);
+            CHECK((i % 2 ? ZEBU2_InitializeM(spec, "app", 0) : ZEBU2_Initialize(spec, "app")) == 0);
             for (int n = 0; n < 50; ++n)
-                CHECK(ZEBU2_PutLine(0, (name + "." + std::to_string(n)).c_str()) == 0);
+                putLine(name + "." + std::to_string(n));
         };
-        ASSERT_EQ(inChild(writeLines), 0);
-        names += " " + name;
+        ASSERT_EQ(inChild(write), 0);
+        call += " " + name;
     }
-    const std::string call = std::string(zebu2Path) + " show -o raw ";
-    const Lines all = splitLines(shell(call + names));
+    const Lines all = splitLines(shell(call));
     EXPECT_EQ(all.size(), 400u);
-    EXPECT_EQ(splitLines(shell("ulimit -n 12; timeout 20 " + call + names + " 2>&1")), all);
+    EXPECT_EQ(splitLines(shell("ulimit -n 12; timeout 20 " + call + " 2>&1")), all);
 }
 
 // A time that somebody set, in the year 2267, which nanoseconds of 64 bits do not reach.
@@ -333,21 +323,18 @@ TEST_F(Show, IsHarmlessToATerminal)
         GTEST_SKIP() << "no terminals here, as in a bare chroot";
     const std::string text = line(1, "10:00:00.000", "\xC2\x9B \x7F \x1B[2J\xE2\x80\xAE");
     writeFile("a", text);
-    const auto onTerminal = [](const std::string& environment, const std::string& options) {
-        return shell("script -qec '" + environment + " " + std::string(zebu2Path) + " show " + options +
-                     " a' /dev/null");
+    const auto onTerminal = [&](const std::string& environment, const std::string& options) {
+        return shell("script -qec '" + environment + " " + m_tool + options + "' /dev/null");
     };
-    EXPECT_EQ(onTerminal("NO_COLOR=1 TERM=xterm", ""),
+    EXPECT_EQ(onTerminal("NO_COLOR=1 TERM=xterm", "a"),
               text.substr(0, 68) + "\\xC2\\x9B \\x7F \\x1B[2J\\xE2\\x80\\xAE\r\n");
-    EXPECT_NE(onTerminal("NO_COLOR= TERM=xterm", "").find("\x1B[36mapp "), std::string::npos);
+    EXPECT_NE(onTerminal("NO_COLOR= TERM=xterm", "a").find("\x1B[36mapp "), std::string::npos);
     std::string lines = plainLines(1, 1000);
     while (lines.size() < 70000000)
         lines += lines;
     writeFile("big", lines);
-    EXPECT_NE(shell("script -qec '" + std::string(zebu2Path) + " show big > /dev/null' /dev/null")
-                  .find("\rzebu2: 64 MiB"),
-              std::string::npos);
-    EXPECT_NE(onTerminal("", "-o json").find("\"\\u009b \\u007f \\u001b[2J\\u202e\""), std::string::npos);
+    EXPECT_NE(onTerminal("", "big > /dev/null").find("\rzebu2: 64 MiB"), std::string::npos);
+    EXPECT_NE(onTerminal("", "-o json a").find("\"\\u009b \\u007f \\u001b[2J\\u202e\""), std::string::npos);
 }
 
 // The fast way and the careful one must agree wherever the blocks they read happen to end.
@@ -368,24 +355,17 @@ TEST_F(Show, AgreesWithItselfOverBlocksAndRecordsOfAnySize)
     EXPECT_EQ(show({"-o", "raw", "--grep", "^y", "big"}).size(), 68 + 300002 + 200002u);
     EXPECT_EQ(counters({"--grep", "^end", "big"}), "0002");
     // From the end: of one source and of two, more and fewer lines than a look back reads.
-    const auto jsonLines = [](const Words& words) {
-        std::istringstream out(show(words));
-        Lines lines;
-        for (std::string object; std::getline(out, object);)
-            lines.push_back(object);
-        return lines;
-    };
-    for (const Words& sources : {Words{"big"}, Words{"big", "other"}}) {
-        writeFile("other", line(1, "10:00:00.000", "x") + line(2, "12:00:00.000", "x"));
-        Words words = {"-o", "json"};
-        words.insert(words.end(), sources.begin(), sources.end());
-        const Lines all = jsonLines(words);
+    writeFile("other", line(1, "10:00:00.000", "x") + line(2, "12:00:00.000", "x"));
+    for (const std::string second : {"big", "other"}) {
+        Words words = {"show", "-o", "json", "-n", "all", "big", second};
+        if (second == "big")
+            words.pop_back();
+        const Lines all = outLines(words);
         for (const size_t last :
              {size_t{0}, size_t{1}, size_t{3}, size_t{150}, all.size() - 1, all.size() + 9}) {
-            words.insert(words.end(), {"-n", std::to_string(last)});
-            EXPECT_EQ(jsonLines(words),
+            words[4] = std::to_string(last);
+            EXPECT_EQ(outLines(words),
                       Lines(all.end() - static_cast<long>(std::min(last, all.size())), all.end()));
-            words.resize(words.size() - 2);
         }
     }
 }

@@ -36,6 +36,15 @@ ToolResult zebu2(const Words& words, const std::string& input)
     return {status, readAll(out), readAll(err)};
 }
 
+Lines outLines(const Words& words)
+{
+    std::istringstream out(zebu2(words).out);
+    Lines lines;
+    for (std::string line; std::getline(out, line);)
+        lines.push_back(line);
+    return lines;
+}
+
 void expectStatus(int status, const std::vector<std::string>& calls)
 {
     for (const std::string& call : calls) {

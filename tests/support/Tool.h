@@ -18,7 +18,9 @@ extern const char* const zebu2Path;
 
 // Runs the tool to its end.
 ToolResult zebu2(const Words& words, const std::string& input = "");
-// The same of each command line, whose words are divided by blanks.
+// The lines that it prints.
+Lines outLines(const Words& words);
+// Its status for each command line, whose words are divided by blanks.
 void expectStatus(int status, const std::vector<std::string>& calls);
 
 // Lines as the tool prints them as text: they end with LF alone.
