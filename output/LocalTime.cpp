@@ -43,7 +43,7 @@ static bool fs_putSecond(char* pBuf, time_t lSecond)
 bool ZEBU_ConvertSecond(time_t lSecond, ZEBUCachedSecond& cached)
 {
     // Before the conversion: if another thread changes it meanwhile, the next line converts again.
-    const ZEBUZone zone = ZEBU_CurrentZone();
+    const ZEBUZoneMark zone = ZEBU_CurrentZone();
     char szSecond[ZEBU_SECOND_TEXT];
     if (!fs_putSecond(szSecond, lSecond)) // nothing is kept: the next line tries again
         return false;

@@ -10,12 +10,12 @@
 
 // What tells the zone that tzset found last, at hand without a call. A zone with the same offset and the same
 // name of its summer time differs at most in when that begins and ends.
-struct ZEBUZone
+struct ZEBUZoneMark
 {
     long lOffset;
     const char* pszSummerName; // never null once a time was converted
 
-    bool operator==(const ZEBUZone&) const = default;
+    bool operator==(const ZEBUZoneMark&) const = default;
 };
 
 // The local time of the last second that a thread printed, and the zone it was made for; kept because
@@ -23,11 +23,11 @@ struct ZEBUZone
 struct ZEBUCachedSecond
 {
     time_t lSecond;
-    ZEBUZone zone;
+    ZEBUZoneMark zone;
     char szSecond[ZEBU_SECOND_TEXT]; // "yyyy/mm/dd hh:mm:ss."
 };
 
-inline ZEBUZone ZEBU_CurrentZone()
+inline ZEBUZoneMark ZEBU_CurrentZone()
 {
     return {timezone, tzname[1]};
 }

@@ -3,18 +3,15 @@
 // signal after each.
 #include <sys/ucontext.h>
 
-#include <chrono>
-
 #include "mmap/AreaAppend.h"
 #include "mmap/MMap.h"
 #include "support/AreaConsumer.h"
 
-using Clock = std::chrono::steady_clock;
-using std::chrono::milliseconds;
-
-static long msSince(Clock::time_point begun)
+static long fs_ms()
 {
-    return std::chrono::duration_cast<milliseconds>(Clock::now() - begun).count();
+    timespec now = {};
+    (void)clock_gettime(CLOCK_MONOTONIC, &now);
+    return now.tv_sec * 1000 + now.tv_nsec / 1000000;
 }
 
 #if defined(__SANITIZE_THREAD__) // delivers signals later
@@ -153,13 +150,13 @@ TEST_F(Append, HoldersThatDoNotGoOnArePassedOver)
             const pid_t iChild = startChild([&, &act = act] { step(held, lAct, act); });
             siginfo_t info;
             ASSERT_EQ(waitid(P_PID, static_cast<id_t>(iChild), &info, WEXITED | WSTOPPED | WNOWAIT), 0);
-            const auto begun = Clock::now();
+            const long lBegun = fs_ms();
             EXPECT_EQ(inChild([&] {
                           m_pArea->put("after", 0);
                           m_pArea->put("after", 1);
                       }),
                       0);
-            lFastest = std::min(lFastest, msSince(begun));
+            lFastest = std::min(lFastest, fs_ms() - lBegun);
             m_pArea->drain(); // as a consumer does; who was passed over goes on after that
             if (info.si_code == CLD_STOPPED)
                 (void)kill(iChild, SIGCONT);
@@ -177,10 +174,10 @@ TEST_F(Append, WordsOfOthersAreNoHoldersAndStay)
     int n = 0;
     for (const uint32_t uWord : {1u, 7u, 0xFFFFFFFFu, 0xA5A5A5A5u, 0x5A5A5A5Au, 0xDEADBEEFu, 4194303u}) {
         m_pArea->setGuard(uWord);
-        const auto begun = Clock::now();
+        const long lBegun = fs_ms();
         for (int i = 0; i < 5; ++i)
             m_pArea->put("put", ++n);
-        EXPECT_LT(msSince(begun), 100) << uWord;
+        EXPECT_LT(fs_ms() - lBegun, 100) << uWord;
         EXPECT_EQ(m_pArea->guard(), uWord);
     }
     // Also while they are stored again and again.
@@ -205,16 +202,15 @@ TEST_F(Append, AHostileGuardCostsATenthOfTheTime)
     std::thread hostile([&] {
         for (uint32_t u = 0; !bDone; ++u) {
             m_pArea->setGuard(0xE9C30002 | (u & 0x1FFF) << 3);
-            std::this_thread::sleep_for(milliseconds(1));
+            usleep(1000);
         }
     });
-    const auto begun = Clock::now();
+    const long lBegun = fs_ms();
     long lWaited = 0;
-    for (int n = 0; msSince(begun) < 3000; ++n) {
-        const auto put = Clock::now();
+    for (int n = 0; fs_ms() - lBegun < 3000; ++n, usleep(1000)) {
+        const long lPut = fs_ms();
         m_pArea->put("put", n);
-        lWaited += msSince(put);
-        std::this_thread::sleep_for(milliseconds(1));
+        lWaited += fs_ms() - lPut;
         m_pArea->drain();
     }
     bDone = true;

@@ -50,10 +50,13 @@ TEST_F(Cleanup, RulesChooseByPatternAgeAndNumberWhatNobodyHolds)
     makeFile("held", 500);
     lockAsAnother(in("held"));
     for (const auto& [pattern, mode, value, left] : cases) {
-        for (const auto& [name, seconds] : {std::pair("a3", 300), {"a1", 100}, {"a2", 200}, {".a4", 400}})
+        for (const auto& [name, seconds] : {std::pair("a3", 300),
+                                            {"a1", 100},
+                                            {"a2", 200},
+                                            {".a4", 400},
+                                            {"b", 300},
+                                            {"a5", -1000}}) // from the future
             makeFile(name, seconds);
-        makeFile("a5", -1000); // from the future
-        makeFile("b", 300);
         EXPECT_EQ(clear(pattern, mode, value), Result(0, 0));
         EXPECT_EQ(names(), left) << pattern << ' ' << mode << ' ' << value;
     }

@@ -27,7 +27,7 @@ protected:
     // The messages of one run, which is ended when there are so many.
     Lines forward(const Words& words, size_t uCount, int iSignal = SIGTERM) const
     {
-        const RelpServer server;
+        const RelpServer server(path("relp"));
         RunningTool tool(command(server, words));
         (void)arrived(server, uCount);
         tool.signal(iSignal);
@@ -84,7 +84,8 @@ TEST_F(Forward, AcknowledgementsAloneMoveThePlaces)
         const bool bArea = iSignal == SIGTERM;
         const Words words = {"--cursor", path("cursor"), bArea ? pszSource : path(pszSource)};
         {
-            const RelpServer stingy({"open", "next", "take", "next", "take", "read"}, RelpServer::EACH);
+            const RelpServer stingy(path("relp"), {"open", "next", "take", "next", "take", "read"},
+                                    {"--each"});
             RunningTool tool(command(stingy, words));
             (void)arrived(stingy, 2);
             const std::string place = " " + std::to_string(uTaken) + " "; // stored a moment later

@@ -23,7 +23,7 @@ struct Put
 #define CALL(name, ...)                                                                                      \
     [](ZEBU2_HINSTANCE h, int level, const Texts& t) { return (void)h, ZEBU2_Put##name(__VA_ARGS__); }
 
-constexpr Put puts[] = {
+constexpr Put cs_puts[] = {
     {0x08000000, CALL(Line, level, t.text), false, true, true, 0},
     {0x09000000, CALL(WithId, level, t.id, t.text), false, true, true, 21},
     {0x0A000000, CALL(WithIdEx, level, t.app, t.id, t.text), false, false, true, 21},
@@ -37,7 +37,7 @@ constexpr Put puts[] = {
     {0x21000000, CALL(InstanceWithMsgType, h, level, t.app, t.id, t.type, t.text), true, false, true, 16},
 };
 
-constexpr Texts PLAIN = {"app", "tid", "id", "type", "text"};
+constexpr Texts cs_plain = {"app", "tid", "id", "type", "text"};
 
 // The line of the calling thread from the application name's column on.
 std::string expectedLine(const Put& put, const Texts& texts, const char* logName)
@@ -106,7 +106,7 @@ TEST_F(PutTest, EachPrintsItsColumnsToBothDestinations)
         {"sixteen--columns", "seventeen--columns", 1, "WET0WEST,0/0,365/23"},
         {nullptr, nullptr, 0, "IST-5:30"}};
     const std::string tooLong(5000, 'x');
-    const Texts rows[] = {PLAIN,
+    const Texts rows[] = {cs_plain,
                           {"sixteen--columns", "eight--8", "twenty-one--columns-x", "four", ""},
                           {"sixteen--columnsX", "eight--8X", "twenty-one--columns-xX", "fourX", "\t\xff%s"},
                           {nullptr, nullptr, nullptr, nullptr, tooLong.c_str()}};
@@ -117,7 +117,7 @@ TEST_F(PutTest, EachPrintsItsColumnsToBothDestinations)
             start(name, instanceName);
             ASSERT_EQ(ZEBU2_SetTimeStumpMode(mode), mode);
             for (const Texts& row : rows) {
-                for (const Put& put : puts) {
+                for (const Put& put : cs_puts) {
                     const std::string before = now();
                     EXPECT_EQ(put.call(hInstance, 0, row), 0);
                     const std::string line = linesOf(put).back(), time = line.substr(5, 23);
@@ -143,12 +143,13 @@ TEST_F(PutTest, LevelAndThresholdsChooseTheDestinations)
     start();
     for (const auto& [log, file, shm, level, inFile, inArea] : cases) {
         setLevels(log, file, shm);
-        for (const Put& put : puts) {
-            const size_t filed = linesOf(put).size() + static_cast<size_t>(inFile);
-            const size_t shared = areaLines().size() + static_cast<size_t>(inArea);
-            EXPECT_EQ(put.call(hInstance, level, PLAIN), 0);
-            EXPECT_EQ(linesOf(put).size(), filed) << put.function << " level " << level;
-            EXPECT_EQ(areaLines().size(), shared) << put.function << " level " << level;
+        for (const Put& put : cs_puts) {
+            const auto found = [&] { return std::pair(linesOf(put).size(), areaLines().size()); };
+            const auto [filed, shared] = found();
+            EXPECT_EQ(put.call(hInstance, level, cs_plain), 0);
+            EXPECT_EQ(found(),
+                      std::pair(filed + static_cast<size_t>(inFile), shared + static_cast<size_t>(inArea)))
+                << put.function << " level " << level;
         }
     }
 }
@@ -175,16 +176,13 @@ TEST_F(PutTest, CounterIsOneForAllThreadsAndLogsAndWraps)
 
 TEST_F(PutTest, ArgumentsAreCheckedBeforeTheLevel)
 {
-    for (const Put& put : puts)
+    for (const Put& put : cs_puts)
         EXPECT_EQ(result(put.call(nullptr, 1001, {})), Result(-1, put.function | (put.instance ? 1 : 11)));
     start();
     setLevels(-1, 0, 0);
-    for (const Put& put : puts) {
-        const Result refused = {-1, put.function | 1};
-        EXPECT_EQ(result(put.call(hInstance, -1, PLAIN)), refused);
-        EXPECT_EQ(result(put.call(hInstance, 1001, PLAIN)), refused);
-        EXPECT_EQ(result(put.call(hInstance, 0, {})), refused);
-    }
+    for (const Put& put : cs_puts)
+        for (const auto& [level, texts] : {std::pair(-1, cs_plain), {1001, cs_plain}, {0, Texts()}})
+            EXPECT_EQ(result(put.call(hInstance, level, texts)), Result(-1, put.function | 1));
     EXPECT_EQ(lines(1).size() + areaLines().size(), 0u);
 }
 
@@ -217,7 +215,7 @@ TEST_F(PutTest, ToShmCopiesRawBytesAsALine)
         {"ten\0by\0tes", 10}, {tooLong.data(), 5000}, {"ignored", 0}, {nullptr, 0}};
     for (const auto& [data, length] : cases) {
         EXPECT_EQ(result(ZEBU2_PutToShm(data, length)), Result(0, 0));
-        EXPECT_EQ(areaLines().back().substr(33), expectedLine(puts[0], {"", "", "", "", ""}, "process") +
+        EXPECT_EQ(areaLines().back().substr(33), expectedLine(cs_puts[0], {"", "", "", "", ""}, "process") +
                                                      std::string(data ? data : "", std::min(length, 4117ul)));
         EXPECT_NE(areaLines().back()[5], '*');
     }

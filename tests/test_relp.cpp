@@ -81,7 +81,7 @@ TEST_F(Relp, DeliversAllWhateverTheServerDoes)
     m_options.lTimeout = 500;
     for (const auto& [steps, said, iDoubles] : cases) {
         SCOPED_TRACE(::testing::PrintToString(steps).substr(0, 100));
-        RelpServer server(steps);
+        const RelpServer server(path("relp"), steps);
         deliver(server);
         expectAll(server, iDoubles);
         const size_t uName = m_said.find(": ");
@@ -93,8 +93,8 @@ TEST_F(Relp, TriesAgainUntilThereIsAServer)
 {
     m_host = "localhost"; // two addresses, one of them without a server
     m_lPatience = 600;
-    const int iGone = RelpServer().port();
-    const RelpServer server;
+    const int iGone = RelpServer(path("gone")).port();
+    const RelpServer server(path("relp"));
     deliver(server);
     expectAll(server, 0);
     EXPECT_EQ(m_said, "");
@@ -110,21 +110,21 @@ TEST_F(Relp, TriesAgainUntilThereIsAServer)
 
 TEST_F(Relp, GivesUpARefusedMessageOnlyWhenAskedTo)
 {
-    RelpServer server;
-    server.refuse("message 7");
+    const RelpServer server(path("relp"), {}, {"--refuse", "message 7"});
     m_lPatience = 1000;
     deliver(server);
     EXPECT_EQ(m_uDelivered, 7u);
-    EXPECT_EQ(server.refusals(), 3); // at once, after 250 and after 750 milliseconds
+    EXPECT_EQ(server.seen()["-message 7"], 3); // at once, after 250 and after 750 milliseconds
     m_options.bSkipRefused = true;
     deliver(server);
     EXPECT_EQ(m_uDelivered, 300u);
-    EXPECT_EQ(server.refusals(), 4);
+    EXPECT_EQ(server.seen()["-message 7"], 4);
 }
 
 TEST_F(Relp, TlsTrustsWhoItShould)
 {
     (void)::signal(SIGPIPE, SIG_IGN); // as the program does
+    const RelpServer other(path("other-"), {}, {"--name", "localhost"});
     m_options.server.bTls = true;
     // The name in the certificate, and that of the host; whether the client knows the authority and checks
     // the name; whether the server demands a certificate, and the client shows one.
@@ -140,10 +140,7 @@ TEST_F(Relp, TlsTrustsWhoItShould)
         {"localhost", "localhost", true, true, true, false, "certificate required"}};
     for (const auto& [pszName, pszHost, bKnown, bChecked, bDemands, bShows, pszRefused] : cases) {
         SCOPED_TRACE(std::string(pszName) + " at " + pszHost + ", " + pszRefused);
-        RelpServer server(pszName, path("its-"));
-        const RelpServer other(pszName, path("other-"));
-        if (bDemands)
-            server.demandCertificate();
+        const RelpServer server(path("its-"), {}, {"--name", pszName, bDemands ? "--demand" : "--each"});
         m_options.server.strCaFile = path(bKnown ? "its-cert.pem" : "other-cert.pem");
         m_options.server.strCertificate = bShows ? path("its-cert.pem") : "";
         m_options.server.strKey = path("its-key.pem");

@@ -81,8 +81,8 @@ TEST_F(Drain, RepeatsLinesButLosesNoneWhenItsOutputFails)
 TEST_F(Drain, FollowsAppendersAsTheOnlyConsumer)
 {
     const int count = 2000;
-    ASSERT_EQ(ZEBU2_Initialize(nullptr, "app"), 1);
-    ASSERT_EQ(ZEBU2_PutLine(0, "first"), 0);
+    startArea();
+    putLine("first");
     RunningTool tool({"drain", "-f", "-o", "raw", "--interval", "1"});
     EXPECT_NE(tool.readUntil("first\r\n").find("first"), std::string::npos);
     expectStatus(2, {"drain"});

@@ -40,24 +40,22 @@ protected:
 class CountedSource final : public ZEBUSource
 {
 public:
-    explicit CountedSource(const std::string& bytes, int* asked)
-        : ZEBUSource([](const std::string&) {}), m_bytes(bytes), m_asked(asked)
+    CountedSource(const std::string& bytes, int* piAsked)
+        : ZEBUSource([](const std::string&) {}), m_bytes(bytes), m_piAsked(piAsked)
     {
     }
-    ZEBURead read(char* buffer, size_t size, size_t* got) override
+    ZEBURead read(char* pBuffer, size_t uSize, size_t* puGot) override
     {
-        ++*m_asked;
-        *got = m_bytes.copy(buffer, std::min<size_t>(size, 4096), m_at);
-        m_at += *got;
-        return *got > 0 ? ZEBURead::Bytes : ZEBURead::Idle;
+        ++*m_piAsked;
+        *puGot = m_bytes.copy(pBuffer, std::min<size_t>(uSize, 4096));
+        m_bytes.erase(0, *puGot);
+        return *puGot > 0 ? ZEBURead::Bytes : ZEBURead::Idle;
     }
-    const std::string& file() const override { return m_file; }
+    const std::string& file() const override { return m_bytes; }
 
 private:
-    const std::string m_bytes;
-    const std::string m_file = "counted";
-    size_t m_at = 0;
-    int* m_asked;
+    std::string m_bytes;
+    int* m_piAsked;
 };
 } // namespace
 
@@ -116,6 +114,14 @@ TEST_F(Follow, SaysWhenTheRingOvertookItAndMixesNoCycles)
     // Round again, but not as far as the place that was read.
     writeRing({plainLines(32, 32), plainLines(30, 31)}, 1);
     EXPECT_EQ(readOn(), "<gap>" + plainLines(30, 32));
+    // A ring of one file that comes round, also over half a line: what was read of it was not whole.
+    writeRing({plainLines(1, 2)}, 1);
+    openRing();
+    EXPECT_EQ(readOn(), plainLines(1, 2));
+    writeRing({plainLines(1, 3)}, 1);
+    EXPECT_EQ(readOn(1), plainLines(3, 3));
+    writeRing({plainLines(50, 51)}, 1);
+    EXPECT_EQ(readOn(), "<gap>" + plainLines(50, 51));
 }
 
 TEST_F(Follow, GoesOnInARepairedOrReplacedRecord)
@@ -161,20 +167,35 @@ TEST_F(Follow, ReadsTheRingOfOneProcessOverItsSwitches)
     fill(1, 1, 2);
     openRing();
     EXPECT_EQ(readOn(), plainLines(1, 2));
-    fill(1, 1, 3);
-    fill(2, 4, 4);
-    fill(3, 5, 5);
-    EXPECT_EQ(readOn(), plainLines(3, 5));
-    fill(1, 6, 6);
-    EXPECT_EQ(readOn(), plainLines(6, 6));
-    fill(2, 7, 7);
-    fill(3, 8, 8);
-    fill(1, 9, 9);
-    EXPECT_EQ(readOn(), "<gap>" + plainLines(7, 9));
+    const std::pair<std::vector<std::array<int, 3>>, std::string> steps[] = {
+        {{{1, 1, 3}, {2, 4, 4}, {3, 5, 5}}, plainLines(3, 5)},
+        {{{1, 6, 6}}, plainLines(6, 6)},
+        {{{2, 7, 7}, {3, 8, 8}, {1, 9, 9}}, "<gap>" + plainLines(7, 9)}};
+    for (const auto& [files, expected] : steps) {
+        for (const auto& [n, iFirst, iLast] : files)
+            fill(n, iFirst, iLast);
+        EXPECT_EQ(readOn(), expected);
+    }
     EXPECT_EQ(m_warnings, 1);
     openRing();
     fill(2, 10, 10); // before it was read
     EXPECT_EQ(readOn(), "<gap>" + plainLines(8, 10));
+    // Half a line, and its rest is gone: it is no beginning of what comes then.
+    ZEBUMerge merge;
+    merge.add("ring", std::move(m_source));
+    const auto records = [&] {
+        std::string bytes;
+        for (ZEBURecord record; merge.next(&record) == ZEBUNext::Record;)
+            bytes.append(record.svBytes).append("|");
+        return bytes;
+    };
+    writeFile(traceFile(2), plainLines(10, 11) + plainLines(12, 12).substr(0, 40));
+    EXPECT_EQ(records(), plainLines(11, 11) + "|");
+    fill(3, 20, 20);
+    fill(1, 21, 21);
+    fill(2, 22, 22);
+    EXPECT_EQ(records(),
+              "|" + plainLines(20, 20) + "|" + plainLines(21, 21) + "|" + plainLines(22, 22) + "|");
 }
 
 // Nothing but the contents tells of it: the record stands where it stood, the files have the time they had.

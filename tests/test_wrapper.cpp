@@ -18,10 +18,10 @@ protected:
         return zebu2::ring(ring(65536, 3, name)->pszFilePath).files(3);
     }
     // The last bodies of the first file.
-    Lines tail(size_t count)
+    Lines tail(int iCount)
     {
         const Lines all = bodies(lines(1));
-        return {all.end() - static_cast<long>(count), all.end()};
+        return {all.end() - iCount, all.end()};
     }
 };
 
@@ -102,8 +102,8 @@ TEST_F(Wrapper, AnOwnerClosesOnce)
     zebu2::process_log second(std::move(first));
     EXPECT_EQ(first.close() | second.put(0, "still open") | second.close(), 0);
     EXPECT_EQ(ZEBU2_PutLine(0, "closed"), -1);
+    zebu2::instance none;
     for (const int level : {0, 1}) { // above the level or not, whatever the kind of text
-        zebu2::instance none;
         EXPECT_EQ(second.put(level, "closed") & second.put(level, "closed"sv) & second.putf(level, "%d", 1),
                   -1);
         EXPECT_EQ(none.put(level, "closed") & none.put(level, "closed"sv) & none.putf(level, "%d", 1), -1);

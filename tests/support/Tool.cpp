@@ -3,13 +3,13 @@
 const char* const zebu2Path = ZEBU2_TOOL;
 
 namespace {
-void runTool(const Words& words)
+void runTool(const Words& words, const char* pszProgram = zebu2Path)
 {
-    std::vector<char*> arguments = {const_cast<char*>("zebu2")};
+    std::vector<char*> arguments = {const_cast<char*>(pszProgram)};
     for (const std::string& word : words)
         arguments.push_back(const_cast<char*>(word.c_str()));
     arguments.push_back(nullptr);
-    execv(zebu2Path, arguments.data());
+    execv(pszProgram, arguments.data());
     CHECK(false);
 }
 
@@ -60,14 +60,14 @@ std::string asText(std::string bytes)
     return bytes;
 }
 
-RunningTool::RunningTool(const Words& words, int pipeSize)
+RunningTool::RunningTool(const Words& words, int iPipeSize, const char* pszProgram)
 {
     int ends[2];
     CHECK(pipe2(ends, O_CLOEXEC) == 0);
-    CHECK(pipeSize == 0 || fcntl(ends[1], F_SETPIPE_SZ, pipeSize) >= 0);
+    CHECK(iPipeSize == 0 || fcntl(ends[1], F_SETPIPE_SZ, iPipeSize) >= 0);
     m_child = startChild([&] {
         CHECK(dup2(ends[1], 1) == 1);
-        runTool(words);
+        runTool(words, pszProgram);
     });
     (void)close(ends[1]);
     m_output = ends[0];

@@ -30,8 +30,8 @@ std::string asText(std::string bytes);
 class RunningTool
 {
 public:
-    // `pipeSize`: of its output, 0 for the usual.
-    explicit RunningTool(const Words& words, int pipeSize = 0);
+    // `iPipeSize`: of its output, 0 for the usual.
+    explicit RunningTool(const Words& words, int iPipeSize = 0, const char* pszProgram = zebu2Path);
     ~RunningTool();
     RunningTool(const RunningTool&) = delete;
     RunningTool& operator=(const RunningTool&) = delete;
