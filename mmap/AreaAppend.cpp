@@ -106,13 +106,15 @@ static inline bool fs_readRing(tagZEBU_AREA_HEADER* pHeader, uint64_t uState, ta
     return sizeof(tagZEBU_AREA_HEADER) + uFurthest <= uMapLength;
 }
 
-// Stored: there is room for the line, as far as can be seen without the guard.
+// Stored: there is room for the line, as far as can be seen without the guard. Again: the state is no longer
+// the one that stands there. A consumer that has come past an older write offset looks as if the ring were
+// full.
 static inline ZEBUAppend fs_findRoom(Line line, uint64_t uState, tagZEBU_AREA_RING* pRing)
 {
     if (!fs_readRing(line.pHeader, uState, pRing)) [[unlikely]]
         return ZEBU_APPEND_DAMAGED;
     if (line.uLength >= pRing->free()) [[unlikely]]
-        return ZEBU_APPEND_NO_ROOM;
+        return ZEBU_LoadAreaState(line.pHeader) == uState ? ZEBU_APPEND_NO_ROOM : ZEBU_APPEND_AGAIN;
     const bool bWithin = uint64_t{pRing->uSize} + sizeof(tagZEBU_AREA_HEADER) <= line.uMapLength &&
                          line.uLength <= pRing->uSize;
     if (bWithin || fs_isMapped(*pRing, line.uMapLength, line.uLength)) [[likely]]
@@ -388,13 +390,13 @@ static ZEBUAppend fs_finishInterrupted(const Append& append, uint64_t uState)
         const uint64_t uState = ZEBU_LoadAreaState(append.line.pHeader);
         tagZEBU_AREA_RING ring;
         ZEBUAppend eResult = fs_findRoom(append.line, uState, &ring);
-        if (eResult != ZEBU_APPEND_STORED)
-            return eResult;
-        eResult = ZEBU_APPEND_AGAIN;
-        if (!ZEBU_IsHolder(ZEBU_GuardOf(uState)))
-            eResult = fs_storeAlone(append, append.line, uState, ring, ZEBU_GuardOf(uState));
-        else if (append.pOuter && fs_isHeldBelow(append, uState))
-            eResult = fs_storeWithin(append, uState, ring);
+        if (eResult == ZEBU_APPEND_STORED) {
+            eResult = ZEBU_APPEND_AGAIN;
+            if (!ZEBU_IsHolder(ZEBU_GuardOf(uState)))
+                eResult = fs_storeAlone(append, append.line, uState, ring, ZEBU_GuardOf(uState));
+            else if (append.pOuter && fs_isHeldBelow(append, uState))
+                eResult = fs_storeWithin(append, uState, ring);
+        }
         if (eResult != ZEBU_APPEND_AGAIN)
             return eResult;
         const ZEBUAreaWait::Turn eTurn = wait.turn(append.line.pHeader, uState);
@@ -416,9 +418,9 @@ __attribute__((no_stack_protector)) ZEBUAppend ZEBU_AppendToArea(void* pMap, uin
     const uint32_t uGuard = ZEBU_GuardOf(uState);
     tagZEBU_AREA_RING ring;
     ZEBUAppend eResult = fs_findRoom(line, uState, &ring); // a full area is not worth the guard
-    if (eResult != ZEBU_APPEND_STORED)
-        return eResult;
-    eResult = ZEBU_IsHolder(uGuard) ? ZEBU_APPEND_AGAIN : fs_storeAlone(append, line, uState, ring, uGuard);
+    if (eResult == ZEBU_APPEND_STORED) [[likely]]
+        eResult =
+            ZEBU_IsHolder(uGuard) ? ZEBU_APPEND_AGAIN : fs_storeAlone(append, line, uState, ring, uGuard);
     return eResult == ZEBU_APPEND_AGAIN ? fs_appendInTurn(append) : eResult;
 }
 

@@ -129,6 +129,30 @@ TEST_F(Append, HandlersThatInterruptAnyInstructionLoseAndTearNothing)
     EXPECT_EQ(m_pArea->guard(), 0u);
 }
 
+// At every instruction at which the guard is free another thread puts a line, and the consumer takes it: what
+// the append has seen of the header by then is of two times.
+TEST_F(Append, OthersThatGoOnMeanwhileTakeNoRoom)
+{
+    SKIP_STEPS();
+    step(lineOf("first", 0), 0, [] {});
+    const long lSteps = cs_lSteps, lStride = lSteps / 200 + 1;
+    size_t uLines = 1;
+    const std::function<void()> goOn = [&] {
+        if (m_pArea->guard() != 0)
+            return;
+        inThreads(1, [&](int) { m_pArea->put("other", static_cast<int>(uLines)); });
+        m_pArea->drain();
+        ++uLines;
+    };
+    for (long n = 1; n <= lSteps; n += lStride) {
+        step(lineOf("outer", 300 + static_cast<int>(n)), n, goOn);
+        ++uLines;
+        m_pArea->drain();
+    }
+    EXPECT_GT(uLines, 100U);
+    expectSeen(uLines);
+}
+
 // A child acts at one of the instructions at which it holds the guard; another one puts lines then.
 TEST_F(Append, HoldersThatDoNotGoOnArePassedOver)
 {

@@ -48,26 +48,32 @@ TEST_F(Signal, StaysInThePageOfTheText)
 
 static std::atomic<int> cs_iHandled{0}, cs_iStored{0};
 static const AreaConsumer* cs_pArea;
-static const std::string cs_handlerText = areaMessage("handler", 300);
+// Short, long and of the greatest length.
+static const std::string cs_handlerTexts[] = {areaMessage("handler", 5), areaMessage("handler", 300),
+                                              areaMessage("handler", 30)};
 
 static void fs_onSignal(int)
 {
-    ++cs_iHandled;
+    const std::string& text = cs_handlerTexts[cs_iHandled++ % 3];
     // What the interrupted put has found free stays free for it, however many handlers run before it goes on.
-    if (cs_pArea && !cs_pArea->hasRoom(30000))
+    if (cs_pArea && !cs_pArea->hasRoom(40000))
         return;
-    const int iResult = ZEBU2_PutMsgSigSafe(cs_handlerText.c_str());
+    const int iResult = ZEBU2_PutMsgSigSafe(text.c_str());
     CHECK(iResult == 0 || !cs_pArea); // also when it interrupted an append
     ++cs_iStored;
 }
 
-// Runs `body` while signals are sent to the calling thread as fast as it takes them.
-static void underFire(const std::function<void()>& body)
+static void startHandling()
 {
     struct sigaction action = {};
     action.sa_handler = fs_onSignal;
     action.sa_flags = SA_RESTART;
     (void)sigaction(SIGUSR1, &action, nullptr);
+}
+
+// Runs `body` while signals are sent to the calling thread as fast as it takes them.
+static void underFire(const std::function<void()>& body)
+{
     std::atomic<bool> bDone{false};
     std::thread sender([&, target = pthread_self()] {
         for (; !bDone; std::this_thread::yield())
@@ -78,10 +84,27 @@ static void underFire(const std::function<void()>& body)
     sender.join();
 }
 
+// Runs `body` while a timer interrupts the calling thread every 97 us.
+static void underTimer(const std::function<void()>& body)
+{
+    sigevent event = {};
+    event.sigev_notify = SIGEV_THREAD_ID;
+    event.sigev_signo = SIGUSR1;
+    event._sigev_un._tid = gettid();
+    timer_t timer;
+    const itimerspec every = {{0, 97000}, {0, 97000}};
+    CHECK(timer_create(CLOCK_MONOTONIC, &event, &timer) == 0);
+    CHECK(timer_settime(timer, 0, &every, nullptr) == 0);
+    body();
+    CHECK(timer_delete(timer) == 0);
+}
+
+// One thread under fire, and three that a timer interrupts, each beside a process that puts with two threads.
 TEST_F(Signal, HandlersThatInterruptPutsTearAndLoseNothing)
 {
-    constexpr int cs_iLines = 20000;
+    constexpr int cs_iLines = 5000, cs_iTimed = 3;
     startArea();
+    startHandling();
     AreaConsumer consumer(areaFile());
     cs_pArea = &consumer;
     const pid_t iOther = startChild([&] {
@@ -90,22 +113,27 @@ TEST_F(Signal, HandlersThatInterruptPutsTearAndLoseNothing)
                 consumer.put("other" + std::to_string(t), i);
         });
     });
-    int iPut = 0;
+    std::atomic<int> iPut{0};
+    const auto put = [&](int t) {
+        for (int i = 0; i < cs_iLines || cs_iStored < 100; ++i, ++iPut)
+            consumer.put("interrupted" + std::to_string(t), i);
+    };
     std::atomic<bool> bDone{false};
-    std::thread writer([&] {
-        underFire([&] {
-            for (; iPut < cs_iLines || cs_iStored < 100; ++iPut)
-                consumer.put("interrupted", iPut);
-        });
+    std::thread writers([&] {
+        underFire([&] { put(0); });
+        inThreads(cs_iTimed, [&](int t) { underTimer([&] { put(1 + t); }); });
         EXPECT_EQ(waitForChild(iOther), 0);
         bDone = true;
     });
     while (!bDone)
         consumer.drain();
-    writer.join();
+    writers.join();
     consumer.drain();
     EXPECT_EQ(consumer.m_torn, 0);
-    EXPECT_EQ(consumer.m_seen.extract("handler 300").mapped(), cs_iStored);
+    int iHandled = 0;
+    for (const char* pszHandled : {"handler 5", "handler 300", "handler 30"})
+        iHandled += consumer.m_seen.extract(pszHandled).mapped();
+    EXPECT_EQ(iHandled, cs_iStored);
     for (const auto& [message, iCount] : consumer.m_seen)
         EXPECT_EQ(iCount, 1) << message;
     EXPECT_EQ(consumer.m_seen.size(), 2 * cs_iLines + static_cast<size_t>(iPut));
@@ -113,6 +141,7 @@ TEST_F(Signal, HandlersThatInterruptPutsTearAndLoseNothing)
 
 TEST_F(Signal, HandlersMayInterruptStartAndStop)
 {
+    startHandling();
     std::thread other([] {
         for (int i = 0; i < 20000; ++i)
             (void)ZEBU2_PutMsgSigSafe("other");

@@ -4,8 +4,8 @@ static constexpr size_t cs_uSize = 65536;
 
 std::string areaMessage(const std::string& sender, int iNumber)
 {
-    return sender + " " + std::to_string(iNumber) + " " +
-           std::string(static_cast<size_t>(iNumber % 997), 'x');
+    const int iFiller = iNumber % 31 == 30 ? 4080 : iNumber % 997; // the longest texts among them
+    return sender + " " + std::to_string(iNumber) + " " + std::string(static_cast<size_t>(iFiller), 'x');
 }
 
 std::string areaSender(const std::string& message)
@@ -52,6 +52,8 @@ bool AreaConsumer::hasRoom(uint32_t uBytes) const
 {
     const uint32_t uRead = __atomic_load_n(&m_pHeader->uReadOffset, __ATOMIC_ACQUIRE);
     const uint32_t uWrite = __atomic_load_n(&m_pHeader->uWriteOffset, __ATOMIC_ACQUIRE);
+    if (__atomic_load_n(&m_pHeader->uReadOffset, __ATOMIC_ACQUIRE) != uRead)
+        return false; // perhaps
     return (uRead > uWrite ? uRead - uWrite : uRead + m_pHeader->uDataSize - uWrite) > uBytes;
 }
 
