@@ -17,7 +17,7 @@ extern const char ZEBU_szDigitPairs[];
 {
     auto uValue = static_cast<unsigned int>(iValue);
     for (; iWidth > 1; iWidth -= 2, uValue /= 100)
-        __builtin_memcpy(pBuf + iWidth - 2, &ZEBU_szDigitPairs[uValue % 100 * 2], 2);
+        __builtin_memcpy(pBuf + iWidth - 2, &ZEBU_szDigitPairs[2UL * (uValue % 100)], 2);
     if (iWidth == 1)
         pBuf[0] = static_cast<char>('0' + uValue % 10);
     return pBuf;
