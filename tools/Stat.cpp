@@ -14,7 +14,6 @@
 #include "ZEBULib2.h"
 
 using Json = nlohmann::ordered_json;
-using namespace std::string_view_literals;
 
 namespace {
 std::string fs_dump(const Json& value)
@@ -78,53 +77,61 @@ void fs_printText(ZEBUOutput& output, const Json& facts)
     }
 }
 
+struct Metric
+{
+    const char* pszFact;
+    const char* pszHelp;
+};
+constexpr Metric cs_metrics[] = {{"lines", "Lines in the source."},
+                                 {"oldest_seconds", "Time of the oldest line, seconds since the epoch."},
+                                 {"newest_seconds", "Time of the newest line, seconds since the epoch."},
+                                 {"fill_percent", "How far the current file or the trace area is filled."},
+                                 {"data_size", "Bytes that the trace area holds."},
+                                 {"unread", "Bytes of the trace area that wait for the consumer."},
+                                 {"drained", "Whether a process drains the trace area."},
+                                 {"warnings", "Number of things that are wrong."}};
+
+// A metric as a number; null when the source does not have it.
+Json fs_value(const ZEBUDescription& description, std::string_view svFact)
+{
+    time_t seconds;
+    if (svFact == "oldest_seconds" || svFact == "newest_seconds") {
+        const ZEBUTime lTime = svFact == "oldest_seconds" ? description.lOldest : description.lNewest;
+        return ZEBU_ToSeconds(lTime, &seconds) ? Json(seconds) : Json();
+    }
+    const Json value = description.facts.value(svFact, Json());
+    if (value.is_array())
+        return value.size();
+    if (value.is_boolean())
+        return value.get<bool>() ? 1 : 0;
+    return value.is_number() ? value : Json();
+}
+
+// The names that a sample carries.
+std::string fs_labels(const Json& facts)
+{
+    std::string strSource;
+    for (const char c : fs_text(facts[facts.contains("name") ? "name" : "path"])) {
+        strSource += c == '"' || c == '\\' || c == '\n' ? "\\" : "";
+        strSource += c == '\n' ? 'n' : c;
+    }
+    return "{source=\"" + strSource + "\",kind=\"" + fs_text(facts["kind"]) + "\"}";
+}
+
 // The text format that Prometheus reads: all samples of a metric together.
 void fs_printPrometheus(ZEBUOutput& output, const std::vector<ZEBUDescription>& descriptions)
 {
-    static constexpr struct
-    {
-        const char* pszFact;
-        const char* pszHelp;
-    } metrics[] = {{"lines", "Lines in the source."},
-                   {"oldest_seconds", "Time of the oldest line, seconds since the epoch."},
-                   {"newest_seconds", "Time of the newest line, seconds since the epoch."},
-                   {"fill_percent", "How far the current file or the trace area is filled."},
-                   {"data_size", "Bytes that the trace area holds."},
-                   {"unread", "Bytes of the trace area that wait for the consumer."},
-                   {"drained", "Whether a process drains the trace area."},
-                   {"warnings", "Number of things that are wrong."}};
-    const auto escaped = [](const std::string& strText) {
-        std::string strOut;
-        for (const char c : strText)
-            strOut += c == '\n' ? std::string("\\n") : std::string(c == '"' || c == '\\' ? 1 : 0, '\\') + c;
-        return strOut;
-    };
-    for (const auto& metric : metrics) {
+    for (const Metric& metric : cs_metrics) {
         const std::string strName = std::string("zebu2_") + metric.pszFact;
         std::string strSamples;
         for (const ZEBUDescription& description : descriptions) {
-            const Json& facts = description.facts;
-            time_t seconds;
-            Json value = facts.value(metric.pszFact, Json());
-            if (strName.ends_with("_seconds") &&
-                ZEBU_ToSeconds(strName == "zebu2_oldest_seconds" ? description.lOldest : description.lNewest,
-                               &seconds))
-                value = seconds;
-            if (value.is_array())
-                value = value.size();
-            if (value.is_boolean())
-                value = value.get<bool>() ? 1 : 0;
-            const char* pszSource = facts.contains("name") ? "name" : "path";
-            if (value.is_number())
-                strSamples += strName + "{source=\"" + escaped(fs_text(facts[pszSource])) + "\",kind=\"" +
-                              fs_text(facts["kind"]) + "\"} " + fs_dump(value) + "\n";
+            const Json value = fs_value(description, metric.pszFact);
+            if (!value.is_null())
+                strSamples += strName + fs_labels(description.facts) + " " + fs_dump(value) + "\n";
         }
-        if (strSamples.empty())
-            continue;
-        for (const std::string_view svText :
-             {"# HELP "sv, std::string_view(strName), " "sv, std::string_view(metric.pszHelp), "\n# TYPE "sv,
-              std::string_view(strName), " gauge\n"sv, std::string_view(strSamples)})
-            output.write(svText);
+        if (!strSamples.empty())
+            output.write("# HELP " + strName + " " + metric.pszHelp + "\n# TYPE " + strName + " gauge\n" +
+                         strSamples);
     }
 }
 
@@ -144,6 +151,37 @@ void fs_print(const ZEBUStatOptions& options, const std::vector<ZEBUDescription>
             output.write("\n");
     }
     output.flush();
+}
+
+// What a list tells of a ring.
+Json fs_row(const std::string& strRing)
+{
+    const Json facts = ZEBU_DescribeSource(strRing).facts;
+    long lSize = 0;
+    for (const Json& file : facts["files"])
+        lSize += file["size"].get<long>();
+    return {{"ring", strRing},
+            {"kind", facts["kind"]},
+            {"files", facts["files"].size()},
+            {"size", lSize},
+            {"fill_percent", facts.value("fill_percent", Json())},
+            {"writers", facts["writers"]},
+            {"oldest", facts["oldest"]},
+            {"newest", facts["newest"]}};
+}
+
+void fs_printRow(ZEBUOutput& output, const Json& row)
+{
+    const bool bShared = row["kind"] == "shared ring";
+    const std::string strFill = fs_text(row["fill_percent"]) + (bShared ? "%" : "");
+    char szRow[160];
+    (void)snprintf(szRow, sizeof szRow, "%-7s %5s %9s %5s %7s  %-24s %-24s ", bShared ? "shared" : "single",
+                   fs_text(row["files"]).c_str(), fs_text(row["size"]).c_str(), strFill.c_str(),
+                   fs_text(row["writers"]).c_str(), fs_text(row["oldest"]).c_str(),
+                   fs_text(row["newest"]).c_str());
+    output.write(szRow);
+    output.writeText(fs_text(row["ring"]));
+    output.write("\n");
 }
 } // namespace
 
@@ -191,33 +229,11 @@ int ZEBU_List(const ZEBUListOptions& options)
                      "  RING\n");
     for (const std::string& strRing : rings) {
         try {
-            const Json facts = ZEBU_DescribeSource(strRing).facts;
-            long lSize = 0;
-            for (const Json& file : facts["files"])
-                lSize += file["size"].get<long>();
-            const bool bShared = facts["kind"] == "shared ring";
-            const Json row = {{"ring", strRing},
-                              {"kind", facts["kind"]},
-                              {"files", facts["files"].size()},
-                              {"size", lSize},
-                              {"fill_percent", facts.value("fill_percent", Json())},
-                              {"writers", facts["writers"]},
-                              {"oldest", facts["oldest"]},
-                              {"newest", facts["newest"]}};
-            const std::string strFill = fs_text(row["fill_percent"]) + (bShared ? "%" : "");
-            char szRow[160];
-            (void)snprintf(szRow, sizeof szRow, "%-7s %5s %9ld %5s %7s  %-24s %-24s ",
-                           bShared ? "shared" : "single", fs_text(row["files"]).c_str(), lSize,
-                           strFill.c_str(), fs_text(row["writers"]).c_str(), fs_text(row["oldest"]).c_str(),
-                           fs_text(row["newest"]).c_str());
+            const Json row = fs_row(strRing);
             if (options.eFormat == ZEBUFormat::Json)
                 output.writeJson(fs_dump(row) + "\n");
             else
-                output.write(szRow);
-            if (options.eFormat == ZEBUFormat::Text)
-                output.writeText(strRing);
-            if (options.eFormat == ZEBUFormat::Text)
-                output.write("\n");
+                fs_printRow(output, row);
         } catch (const ZEBUFailure& failure) {
             ZEBU_Say(failure.strText);
             bFailed = true;
