@@ -7,6 +7,7 @@
 #include <inttypes.h>
 #include <stdio.h>
 #include <string.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include "tools/reader/TraceFile.h"
@@ -103,7 +104,9 @@ std::string ZEBUCursor::load(const std::string& strFile)
 {
     m_strFile = strFile;
     std::string strBytes;
-    std::string strError = fs_readAll(strFile, &strBytes);
+    std::string strError = lock();
+    if (strError.empty())
+        strError = fs_readAll(strFile, &strBytes);
     if (!strError.empty() || strBytes.empty())
         return strError;
     std::string strForeign = strFile + " is no cursor file of zebu2";
@@ -119,6 +122,18 @@ std::string ZEBUCursor::load(const std::string& strFile)
         u = uEnd + 1;
     }
     return "";
+}
+
+std::string ZEBUCursor::lock()
+{
+    const std::string strLock = m_strFile + ".lock";
+    *m_lock.out() = open(strLock.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY, 0600);
+    if (m_lock.get() == -1)
+        return strLock + ": " + strerror(errno);
+    if (flock(m_lock.get(), LOCK_EX | LOCK_NB) == 0)
+        return "";
+    return errno == EWOULDBLOCK ? m_strFile + " is the cursor of a run that goes on"
+                                : strLock + ": " + strerror(errno);
 }
 
 const ZEBUPlace* ZEBUCursor::find(const std::string& strSource) const

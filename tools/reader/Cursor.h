@@ -9,6 +9,7 @@
 #include <map>
 #include <string>
 
+#include "frame/Fd.h"
 #include "tools/reader/Place.h"
 
 // The places of any number of sources, each under its name. A name is kept as an absolute path.
@@ -16,7 +17,8 @@ class ZEBUCursor
 {
 public:
     // Takes the places that a file holds; one that does not exist or is empty holds none. Returns what is
-    // wrong, or an empty text. A file of any other content is refused: it is not overwritten.
+    // wrong, or an empty text. A file of any other content is refused: it is not overwritten. So is one that
+    // another process has loaded: both would store their places.
     std::string load(const std::string& strFile);
 
     // Where to go on in a source; null for one that was never read.
@@ -30,7 +32,10 @@ public:
     std::string save();
 
 private:
+    std::string lock();
+
     std::string m_strFile;
+    ZEBUFd m_lock; // of a file beside it, which is never replaced
     std::map<std::string, ZEBUPlace> m_places;
     bool m_bChanged = false;
 };
