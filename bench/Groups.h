@@ -51,4 +51,16 @@ struct Growth
 };
 std::vector<Growth> measureGrowth(Place& place, long lRounds);
 
+// One line of the table of the tool.
+struct ToolRow
+{
+    std::string what;
+    std::string unit;
+    Quartiles value;
+    double goal; // 0 for none
+    bool atLeast;
+};
+// `lLines`: of 170 bytes, that are shown.
+std::vector<ToolRow> measureTool(Place& place, long lRounds, long lLines);
+
 #endif

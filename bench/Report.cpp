@@ -166,7 +166,23 @@ static std::string growthTable(const std::vector<Growth>& growth)
     return text;
 }
 
-std::string tables(const std::vector<Group>& groups, const std::vector<Growth>& growth)
+static std::string toolTable(const std::vector<ToolRow>& rows)
+{
+    std::string text = "| what | median | quartiles | unit | goal | |\n|---|---:|---|---|---|---|\n";
+    for (const ToolRow& row : rows) {
+        const auto value = [&](double number) { return format(number < 100 ? "%.2f" : "%.0f", number); };
+        text += "| " + row.what + " | " + value(row.value.median) + " | " + value(row.value.low) + " to " +
+                value(row.value.high) + " | " + row.unit;
+        const bool met = row.atLeast ? row.value.median >= row.goal : row.value.median <= row.goal;
+        text += row.goal > 0 ? std::string(row.atLeast ? " | at least " : " | at most ") + value(row.goal) +
+                                   (met ? " | met |\n" : " | **missed** |\n")
+                             : " | | |\n";
+    }
+    return text;
+}
+
+std::string tables(const std::vector<Group>& groups, const std::vector<Growth>& growth,
+                   const std::vector<ToolRow>& tool)
 {
     std::string text = "### One thread\n\n" + table(groups, false);
     text += "\n### Several threads and processes\n\n" + table(groups, true);
@@ -177,6 +193,8 @@ std::string tables(const std::vector<Group>& groups, const std::vector<Growth>& 
     text += "\n### Pieces\n\n" + pieces(groups);
     if (!growth.empty())
         text += "\n### Growth\n\n" + growthTable(growth);
+    if (!tool.empty())
+        text += "\n### The tool\n\n" + toolTable(tool);
     return text;
 }
 

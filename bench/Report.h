@@ -11,7 +11,8 @@
 std::string describeMachine(const std::string& dir);
 
 // The tables as Markdown.
-std::string tables(const std::vector<Group>& groups, const std::vector<Growth>& growth);
+std::string tables(const std::vector<Group>& groups, const std::vector<Growth>& growth,
+                   const std::vector<ToolRow>& tool);
 
 // Bars of every path, as a multiple of the work by hand.
 std::string plot(const std::vector<Group>& groups);

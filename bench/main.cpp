@@ -1,8 +1,11 @@
 // bench/main.cpp -- what a put costs, beside its limit, the same work by hand and other loggers.
 //
-// Usage: zebu_bench [--rounds=N] [--growth=N] [--dir=D] [--page=FILE] [--plot=FILE] [--benchmark_...]
-// Runs every group for N rounds (201) and the growth table for N rounds (5; 0 leaves it out) with files in
-// D, prints the tables, writes them into a page and draws a plot. --benchmark_filter=REGEX chooses groups.
+// Usage: zebu_bench [--rounds=N] [--growth=N] [--tool=N] [--tool-lines=N] [--dir=D] [--page=FILE]
+// [--plot=FILE]
+//                   [--benchmark_...]
+// Runs every group for N rounds (201), the growth table and the tool for N rounds (5; 0 leaves them out),
+// with files in D, the tool with so many lines (1250000, 200 MB), prints the tables, writes them into a page
+// and draws a plot. --benchmark_filter=REGEX chooses groups.
 #include <benchmark/benchmark.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -20,6 +23,8 @@ struct Options
 {
     long lRounds = 201;
     long lGrowth = 5;
+    long lTool = 5;
+    long lToolLines = 1250000;
     std::string dir = "/tmp";
     std::string page;
     std::string plot;
@@ -45,6 +50,10 @@ static Options parse(int iCount, char** ppArguments)
             options.lRounds = std::max(1L, strtol(number.c_str(), nullptr, 10));
         } else if (take(ppArguments[i], "--growth=", &number)) {
             options.lGrowth = strtol(number.c_str(), nullptr, 10);
+        } else if (take(ppArguments[i], "--tool=", &number)) {
+            options.lTool = strtol(number.c_str(), nullptr, 10);
+        } else if (take(ppArguments[i], "--tool-lines=", &number)) {
+            options.lToolLines = std::max(1L, strtol(number.c_str(), nullptr, 10));
         } else if (!take(ppArguments[i], "--dir=", &options.dir) &&
                    !take(ppArguments[i], "--page=", &options.page) &&
                    !take(ppArguments[i], "--plot=", &options.plot)) {
@@ -101,10 +110,15 @@ int main(int iCount, char** ppArguments)
     benchmark::RunSpecifiedBenchmarks();
     const std::vector<Growth> growth =
         options.lGrowth > 0 ? measureGrowth(place, options.lGrowth) : std::vector<Growth>();
+    std::vector<ToolRow> tool;
+#ifdef ZEBU2_TOOL
+    if (options.lTool > 0)
+        tool = measureTool(place, options.lTool, options.lToolLines);
+#endif
 
     const std::string results = "Machine: " + describeMachine(options.dir) +
                                 ". Rounds: " + std::to_string(options.lRounds) + ".\n\n" +
-                                tables(groups, growth);
+                                tables(groups, growth, tool);
     (void)printf("\n%s", results.c_str());
     if (!options.page.empty() && !replaceBetweenMarks(options.page, results)) {
         (void)fprintf(stderr, "%s: no marks for the results in it\n", options.page.c_str());
