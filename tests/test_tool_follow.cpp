@@ -3,6 +3,7 @@
 
 #include "support/Tool.h"
 #include "tools/reader/Merge.h"
+#include "tools/reader/Newest.h"
 
 namespace {
 // A source that is read step by step.
@@ -122,6 +123,23 @@ TEST_F(Follow, SaysWhenTheRingOvertookItAndMixesNoCycles)
     EXPECT_EQ(readOn(1), plainLines(3, 3));
     writeRing({plainLines(50, 51)}, 1);
     EXPECT_EQ(readOn(), "<gap>" + plainLines(50, 51));
+}
+
+TEST_F(Follow, ReadsNewestFirstUntilTheRingComesRound)
+{
+    writeRing({plainLines(3, 4), plainLines(5, 6), plainLines(1, 2)}, 2);
+    writeFile(path("plain"), line(9, "10:00:04.500", "x"));
+    ZEBUNewestFirst newest(2, ZEBU_TIME_NONE);
+    EXPECT_EQ(newest.add(prefix(), [this](const std::string&) { ++m_warnings; }), 0);
+    EXPECT_EQ(newest.add(path("plain"), {}), 0);
+    std::string read;
+    for (ZEBURecord record; newest.next(&record);) {
+        if (record.line.iCounter == 3) // the ring comes to its oldest file, in which nothing was read
+            writeRing({plainLines(3, 4), plainLines(5, 6), plainLines(7, 7)}, 3);
+        read += record.eKind == ZEBURecordKind::Gap ? "<gap>" : std::to_string(record.line.iCounter);
+    }
+    EXPECT_EQ(read, "65943<gap>");
+    EXPECT_EQ(m_warnings, 1);
 }
 
 TEST_F(Follow, GoesOnInARepairedOrReplacedRecord)
@@ -322,6 +340,10 @@ TEST_F(Follow, GoesOnWhereTheCursorSays)
     writeFile(path("foreign"), "anything");
     expectStatus(2, {"show --cursor " + path("foreign") + " " + prefix(), "show --cursor x -"});
     EXPECT_EQ(readFile(path("foreign")), "anything");
+    RunningTool running({"show", "-f", "--cursor", path("cursor"), prefix(), path("plain")});
+    writeFile(path("plain"), line(3, "10:00:02.000", "z"));
+    (void)running.readUntil(" z\n");
+    expectStatus(2, {"show --cursor " + path("cursor") + " " + prefix()});
 }
 
 // Killed at any moment and started again: no line is missing, and at most what is between two places that are

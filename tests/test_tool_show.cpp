@@ -146,12 +146,28 @@ TEST_F(Show, PicksLinesByTheirFields)
         {{"--grep", "(second|fifth) ERROR", "-i"}, "0002 0005"},
         {{"--grep", "^with a"}, "0003 with"},
         {{"--headers", "--app", "two"}, "****      0002"},
+        {{"--app", "t*", "--app", "o?"}, "0002 0004 0005"},
+        {{"--grep", "first", "--grep", "f[io]"}, "0001 0004 0005"},
+        {{"--grep", "{}"}, ""},
+        {{"-v", "--grep", "error", "--grep", "third", "-i"}, "0004"},
+        {{"-C", "1", "--grep", "third"}, "0002 0003 with 0004"},
         {{"-n", "2"}, "0004 0005"},
+        {{"-r", "-n", "3"}, "0005 0004 0003 with"},
+        {{"-r", "-S", "2026-11-22 10:00:30", "-C", "1", "--app", "one"}, "0004 0003 with 0002"},
     };
     for (auto [words, expected] : cases) {
         words.push_back("plain");
         EXPECT_EQ(counters(words), expected) << ::testing::PrintToString(words);
     }
+    EXPECT_EQ(show({"-o", "short", "-C", "1", "--grep", "first", "--grep", "fifth", "plain"}),
+              "2026/11/22 10:00:00.000 one              first error\n"
+              "2026/11/22 10:00:30.000 two              OTHER 2          WARN second Error\n--\n"
+              "2026/11/22 11:00:00.500 three            LONGIDENTIFIER16 WARN fourth\n"
+              "2026/11/22 11:00:01.000 three            plain and fifth error\n");
+    EXPECT_EQ(show({"--columns", "counter,pid,tid,id,type,body,host,source", "--tid", "main", "plain"}),
+              "0003 00000010 main                                third host plain\n");
+    EXPECT_EQ(show({"--columns", "type,file,text", "--tid", "main", "plain"}),
+              "     plain third\nwith a tail\n");
     EXPECT_EQ(show({"--count", "app", "plain"}), "       2  one\n       2  three\n       1  two\n");
     EXPECT_EQ(show({"--count", "minute", "-S", "2026-11-22 11:00", "plain"}), "       2  2026/11/22 11:00\n");
     const std::string bars = show({"--histogram", "plain"});
@@ -191,7 +207,9 @@ TEST_F(Show, TellsByItsStatusWhatWasFound)
                      "show -S 2026-11-22T10:00 --grep y app"});
     expectStatus(3, {"show -S 2026-11-22T09:59 --grep y app", "show -S 2026-11-22T09:59 --grep y one"});
     expectStatus(2, {"show none", "show none app", "show " + path("mmap"), "show --grep ( app",
-                     "show --pid 12x app", "show -o xml app", "show --count app -f app", "", "nothing"});
+                     "show --pid 12x app", "show -o xml app", "show -v app", "show --columns app, app",
+                     "show --columns app -o json app", "show -r -f app", "show -r -", "show --columns x app",
+                     "show --count app -f app", "", "nothing"});
 }
 
 TEST_F(Show, ReadsASharedRingOldestFirstAndNothingBehindAMark)
@@ -273,6 +291,7 @@ TEST_F(Show, ReadsWhatTheLibraryWrote)
         for (const size_t last : {size_t{1}, size_t{30}, shown.size()})
             EXPECT_EQ(splitLines(show({"-o", "raw", "-n", std::to_string(last), name})),
                       Lines(shown.end() - static_cast<long>(last), shown.end()));
+        EXPECT_EQ(splitLines(show({"-o", "raw", "-r", name})), Lines(shown.rbegin(), shown.rend())) << option;
         EXPECT_EQ(body(shown.back()), "149");
         expectStatus(0, {"backup " + name + " copy"});
         EXPECT_EQ(readFile("copy"), readFile("backup"));
@@ -305,6 +324,27 @@ TEST_F(Show, NeedsFewDescriptorsForManySources)
     const Lines all = splitLines(shell(call));
     EXPECT_EQ(all.size(), 400u);
     EXPECT_EQ(splitLines(shell("ulimit -n 12; timeout 20 " + call + " 2>&1")), all);
+}
+
+// Its first line is hours older than what is asked for, and so is that of the next file: it is not read.
+TEST_F(Show, PassesOverFilesThatAreOlderThanSince)
+{
+    const std::string old = line(1, "10:00:00.000", "x") + line(2, "23:00:00.000", "set wrong");
+    const std::string next = line(4, "23:00:00.000", "x");
+    for (const bool shared : {false, true})
+        for (const auto& [time, expected] :
+             {std::pair("17:59:59.000", "0004"), std::pair("18:00:00.000", "0002 0004")}) {
+            const Lines files = {old, line(3, time, "x") + next, ""};
+            for (size_t n = 1; n <= 2 && !shared; ++n)
+                writeFile(traceFile(static_cast<int>(n)), files[n - 1]);
+            age(traceFile(1), 60);
+            if (shared)
+                writeRing(files, 2);
+            EXPECT_EQ(counters({"-S", "2026-11-22 20:00", "app"}), expected) << shared;
+            EXPECT_EQ(counters({"-r", "-S", "2026-11-22 20:00", "-n", "1", "app"}), "0004") << shared;
+        }
+    expectStatus(1,
+                 {"show -S 2026-11-22T20:00 --grep none app", "show -r -S 2026-11-22T20:00 --grep none app"});
 }
 
 // A time that somebody set, in the year 2267, which nanoseconds of 64 bits do not reach.
@@ -361,6 +401,15 @@ TEST_F(Show, AgreesWithItselfOverBlocksAndRecordsOfAnySize)
         if (second == "big")
             words.pop_back();
         const Lines all = outLines(words);
+        Lines newestFirst;
+        long behind = 0; // what continues a record stays behind it
+        for (const std::string& object : all) {
+            behind = object.starts_with("{\"kind\":\"text\"") ? behind + 1 : 0;
+            newestFirst.insert(newestFirst.begin() + behind, object);
+        }
+        words.push_back("-r");
+        EXPECT_EQ(outLines(words), newestFirst);
+        words.pop_back();
         for (const size_t last :
              {size_t{0}, size_t{1}, size_t{3}, size_t{150}, all.size() - 1, all.size() + 9}) {
             words[4] = std::to_string(last);

@@ -35,9 +35,7 @@ std::string ZEBUCount::keyOf(const ZEBULine& line) const
         return line.lTime == ZEBU_TIME_NONE
                    ? "-"
                    : std::string(line.svTime.substr(0, m_strKey == "hour" ? 13 : 16));
-    ZEBUBody body;
-    if (m_eForm == ZEBUForm::Unknown || !ZEBU_CutBody(line.svBody, m_eForm, &body))
-        body = ZEBU_ReadBody(line.svBody);
+    const ZEBUBody body = ZEBU_ReadBody(line.svBody, m_eForm);
     const std::string_view svKey = m_strKey == "id" ? body.svId : body.svType;
     return svKey.empty() ? "-" : std::string(svKey);
 }

@@ -40,7 +40,8 @@ private:
 };
 
 ZEBUDrain::ZEBUDrain(const ZEBUDrainOptions& options)
-    : m_options(options), m_filter(options.filter), m_output(options.eFormat, options.eColor),
+    : m_options(options), m_filter(options.filter),
+      m_output(options.eFormat, options.eColor, options.strColumns),
       m_strPath(options.strArea.empty() ? ZEBU_ConfiguredArea() : options.strArea), m_strHost(fs_hostName())
 {
 }

@@ -9,10 +9,26 @@
 #include "tools/When.h"
 
 namespace {
+// The hour that comes twice, in the lines and in the time that was asked for.
+constexpr long cs_lSetBack = 2 * 3600;
+
 void fs_freeRegex(regex_t* pRegex)
 {
     regfree(pRegex);
     delete pRegex;
+}
+
+std::unique_ptr<regex_t, void (*)(regex_t*)> fs_compile(const std::string& strGrep, bool bIgnoreCase)
+{
+    auto pRegex = std::make_unique<regex_t>();
+    const int iFlags = REG_EXTENDED | REG_NEWLINE | REG_NOSUB | (bIgnoreCase ? REG_ICASE : 0);
+    const int iError = regcomp(pRegex.get(), strGrep.c_str(), iFlags);
+    if (iError != 0) {
+        char szError[256];
+        (void)regerror(iError, pRegex.get(), szError, sizeof szError);
+        throw ZEBUFailure{"--grep \"" + strGrep + "\": " + szError};
+    }
+    return {pRegex.release(), fs_freeRegex};
 }
 
 ZEBUTime fs_when(const std::string& strText)
@@ -37,32 +53,28 @@ bool fs_contains(const List& list, const Value& value)
 {
     return list.empty() || std::find(list.begin(), list.end(), value) != list.end();
 }
+
+bool fs_fitsAny(const std::vector<std::string>& globs, std::string_view svText)
+{
+    const std::string strText(globs.empty() ? std::string_view() : svText);
+    const auto fits = [&](const std::string& strGlob) {
+        return fnmatch(strGlob.c_str(), strText.c_str(), 0) == 0;
+    };
+    return globs.empty() || std::any_of(globs.begin(), globs.end(), fits);
+}
 } // namespace
 
 ZEBUFilter::ZEBUFilter(const ZEBUFilterOptions& options)
-    : m_options(options), m_lSince(fs_when(options.strSince)), m_lUntil(fs_when(options.strUntil)),
-      m_pRegex(nullptr, fs_freeRegex)
+    : m_options(options), m_lSince(fs_when(options.strSince)), m_lOldest(ZEBU_Earlier(m_lSince, cs_lSetBack)),
+      m_lUntil(fs_when(options.strUntil))
 {
     for (const std::string& strPid : options.pids)
         m_pids.push_back(fs_pid(strPid));
-    if (options.strGrep.empty())
-        return;
-    auto pRegex = std::make_unique<regex_t>();
-    const int iFlags = REG_EXTENDED | REG_NEWLINE | REG_NOSUB | (options.bIgnoreCase ? REG_ICASE : 0);
-    const int iError = regcomp(pRegex.get(), options.strGrep.c_str(), iFlags);
-    if (iError != 0) {
-        char szError[256];
-        (void)regerror(iError, pRegex.get(), szError, sizeof szError);
-        throw ZEBUFailure{"--grep \"" + options.strGrep + "\": " + szError};
-    }
-    m_pRegex.reset(pRegex.release());
-}
-
-bool ZEBUFilter::isEmpty() const
-{
-    return m_lSince == ZEBU_TIME_NONE && m_lUntil == ZEBU_TIME_NONE && m_options.apps.empty() &&
-           m_pids.empty() && m_options.tids.empty() && m_options.idGlobs.empty() && m_options.types.empty() &&
-           !m_pRegex;
+    for (const std::string& strGrep : options.greps)
+        m_regexes.push_back(fs_compile(strGrep, options.bIgnoreCase));
+    m_bEmpty = m_lSince == ZEBU_TIME_NONE && m_lUntil == ZEBU_TIME_NONE && m_options.appGlobs.empty() &&
+               m_pids.empty() && m_options.tids.empty() && m_options.idGlobs.empty() &&
+               m_options.types.empty() && m_regexes.empty();
 }
 
 bool ZEBUFilter::matches(const ZEBURecord& record, bool bLast) const
@@ -71,6 +83,8 @@ bool ZEBUFilter::matches(const ZEBURecord& record, bool bLast) const
         return bLast;
     if (record.eKind == ZEBURecordKind::Gap)
         return true;
+    if (m_bEmpty)
+        return record.eKind != ZEBURecordKind::Header || m_options.bHeaders;
     if (!matchesTime(record.lTime))
         return false;
     if (record.eKind == ZEBURecordKind::Header)
@@ -78,7 +92,7 @@ bool ZEBUFilter::matches(const ZEBURecord& record, bool bLast) const
     if (record.eKind == ZEBURecordKind::Line)
         return matchesFields(record.line) && matchesForm(record.line.svBody) &&
                matchesGrep(record.line.svBody);
-    const bool bFields = !m_options.apps.empty() || !m_pids.empty() || !m_options.tids.empty() ||
+    const bool bFields = !m_options.appGlobs.empty() || !m_pids.empty() || !m_options.tids.empty() ||
                          !m_options.idGlobs.empty() || !m_options.types.empty();
     return !bFields && matchesGrep(ZEBU_WithoutLineEnd(record.svBytes));
 }
@@ -92,18 +106,13 @@ bool ZEBUFilter::matchesTime(ZEBUTime lTime) const
 
 bool ZEBUFilter::matchesFields(const ZEBULine& line) const
 {
-    return fs_contains(m_options.apps, line.svApp) && fs_contains(m_pids, line.uPid) &&
+    return fs_fitsAny(m_options.appGlobs, line.svApp) && fs_contains(m_pids, line.uPid) &&
            fs_contains(m_options.tids, line.svTid);
 }
 
 bool ZEBUFilter::matchesBody(const ZEBUBody& body) const
 {
-    const auto fits = [&](const std::string& strGlob) {
-        return fnmatch(strGlob.c_str(), std::string(body.svId).c_str(), 0) == 0;
-    };
-    const bool bId =
-        m_options.idGlobs.empty() || std::any_of(m_options.idGlobs.begin(), m_options.idGlobs.end(), fits);
-    return bId && fs_contains(m_options.types, body.svType);
+    return fs_fitsAny(m_options.idGlobs, body.svId) && fs_contains(m_options.types, body.svType);
 }
 
 // Where the form is not certain, a reading whose id looks like one is given the benefit of the doubt.
@@ -126,8 +135,9 @@ bool ZEBUFilter::matchesForm(std::string_view svBody) const
 
 bool ZEBUFilter::matchesGrep(std::string_view svText) const
 {
-    if (!m_pRegex)
-        return true;
-    regmatch_t range = {.rm_so = 0, .rm_eo = static_cast<regoff_t>(svText.size())};
-    return regexec(m_pRegex.get(), svText.data(), 1, &range, REG_STARTEND) == 0;
+    const auto fits = [svText](const auto& pRegex) {
+        regmatch_t range = {.rm_so = 0, .rm_eo = static_cast<regoff_t>(svText.size())};
+        return regexec(pRegex.get(), svText.data(), 1, &range, REG_STARTEND) == 0;
+    };
+    return m_regexes.empty() || std::any_of(m_regexes.begin(), m_regexes.end(), fits) != m_options.bInvert;
 }

@@ -14,13 +14,14 @@ struct ZEBUFilterOptions
 {
     std::string strSince;
     std::string strUntil;
-    std::vector<std::string> apps;
+    std::vector<std::string> appGlobs;
     std::vector<std::string> pids;
     std::vector<std::string> tids;
     std::vector<std::string> idGlobs;
     std::vector<std::string> types;
-    std::string strGrep;
-    bool bIgnoreCase = false;
+    std::vector<std::string> greps;
+    bool bIgnoreCase = false; // of greps, as the next
+    bool bInvert = false;     // none of them must match
     bool bHeaders = false;
     ZEBUForm eForm = ZEBUForm::Unknown;
 };
@@ -36,10 +37,14 @@ public:
     bool matches(const ZEBURecord& record, bool bLast) const;
 
     // Whether all records but headers match.
-    bool isEmpty() const;
+    bool isEmpty() const { return m_bEmpty; }
     bool hasHeaders() const { return m_options.bHeaders; }
     ZEBUForm form() const { return m_options.eForm; }
     ZEBUTime since() const { return m_lSince; }
+
+    // What was written before a line of this time does not match, unless clocks were set back by more than an
+    // hour. None when all times are asked for.
+    ZEBUTime oldest() const { return m_lOldest; }
 
 private:
     bool matchesTime(ZEBUTime lTime) const;
@@ -50,9 +55,11 @@ private:
 
     const ZEBUFilterOptions m_options;
     ZEBUTime m_lSince = ZEBU_TIME_NONE;
+    ZEBUTime m_lOldest = ZEBU_TIME_NONE;
     ZEBUTime m_lUntil = ZEBU_TIME_NONE;
     std::vector<unsigned> m_pids;
-    std::unique_ptr<regex_t, void (*)(regex_t*)> m_pRegex;
+    bool m_bEmpty = true;
+    std::vector<std::unique_ptr<regex_t, void (*)(regex_t*)>> m_regexes;
 };
 
 #endif

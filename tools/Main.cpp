@@ -13,8 +13,10 @@
 #include "ZEBULib2.h"
 
 namespace {
-const std::map<std::string, ZEBUFormat> cs_formats = {
-    {"text", ZEBUFormat::Text}, {"json", ZEBUFormat::Json}, {"raw", ZEBUFormat::Raw}};
+const std::map<std::string, ZEBUFormat> cs_formats = {{"text", ZEBUFormat::Text},
+                                                      {"json", ZEBUFormat::Json},
+                                                      {"raw", ZEBUFormat::Raw},
+                                                      {"short", ZEBUFormat::Short}};
 const std::map<std::string, ZEBUFormat> cs_statFormats = {
     {"text", ZEBUFormat::Text}, {"json", ZEBUFormat::Json}, {"prometheus", ZEBUFormat::Prometheus}};
 const std::map<std::string, ZEBUFormat> cs_listFormats = {{"text", ZEBUFormat::Text},
@@ -50,22 +52,35 @@ CLI::Option* fs_addText(CLI::App* pApp, const std::string& strName, Value& value
     return pApp->add_option_function<std::string>(strName, set, strHelp)->type_name("TEXT");
 }
 
+// An option that may be repeated. Its values are taken as they are: "{}" and "[x]" are no lists.
+CLI::Option* fs_addList(CLI::App* pApp, const std::string& strName, std::vector<std::string>& values,
+                        const std::string& strHelp)
+{
+    const auto take = [&values](const CLI::results_t& given) {
+        values = given;
+        return std::find(given.begin(), given.end(), "") == given.end();
+    };
+    return pApp->add_option(strName, take, strHelp)
+        ->type_name("TEXT")
+        ->allow_extra_args(false)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+}
+
 void fs_addFilter(CLI::App* pApp, ZEBUFilterOptions& filter)
 {
     fs_addText(pApp, "-S,--since", filter.strSince,
                "Lines of this time and later: \"2026-11-22 10:00\", 10:00, today, -15min, @epoch");
     fs_addText(pApp, "-U,--until", filter.strUntil, "Lines of this time and before");
-    pApp->add_option("--app", filter.apps, "Lines of this application; as the next four, may be repeated")
-        ->allow_extra_args(false);
-    pApp->add_option("--pid", filter.pids, "Lines of this process: the column's 8 digits, decimal or 0x...")
-        ->allow_extra_args(false);
-    pApp->add_option("--tid", filter.tids, "Lines of this thread, as the line shows it")
-        ->allow_extra_args(false);
-    pApp->add_option("--id", filter.idGlobs, "Lines whose message id matches a wildcard pattern")
-        ->allow_extra_args(false);
-    pApp->add_option("--type", filter.types, "Lines of this message type")->allow_extra_args(false);
-    fs_addText(pApp, "--grep", filter.strGrep, "Lines whose body matches an extended regular expression");
+    fs_addList(pApp, "--app", filter.appGlobs,
+               "Lines of applications that match a wildcard pattern; as the next five, may be repeated");
+    fs_addList(pApp, "--pid", filter.pids, "Lines of this process: the column's 8 digits, decimal or 0x...");
+    fs_addList(pApp, "--tid", filter.tids, "Lines of this thread, as the line shows it");
+    fs_addList(pApp, "--id", filter.idGlobs, "Lines whose message id matches a wildcard pattern");
+    fs_addList(pApp, "--type", filter.types, "Lines of this message type");
+    CLI::Option* pGrep =
+        fs_addList(pApp, "--grep", filter.greps, "Lines whose body matches an extended regular expression");
     pApp->add_flag("-i", filter.bIgnoreCase, "Let --grep ignore upper and lower case");
+    pApp->add_flag("-v,--invert", filter.bInvert, "Lines that no --grep matches")->needs(pGrep);
     pApp->add_flag("--headers", filter.bHeaders, "Show the headers of files and processes too");
     fs_addChoice(pApp, "--form", filter.eForm, cs_forms,
                  "Read bodies as plain, id or type instead of guessing");
@@ -75,7 +90,9 @@ template <typename Options>
 void fs_addOutput(CLI::App* pApp, Options& options)
 {
     fs_addChoice(pApp, "-o,--output", options.eFormat, cs_formats,
-                 "text, json (one object a line) or raw (exact bytes)");
+                 "text, short (time, app and text), json (one object a line) or raw (exact bytes)");
+    fs_addText(pApp, "--columns", options.strColumns,
+               "Instead of whole lines: any of counter,time,app,pid,tid,id,type,text,body,host,source,file");
     fs_addChoice(pApp, "--color", options.eColor, cs_colors, "auto, always or never");
     pApp->add_option("--interval", options.iInterval, "Milliseconds between two looks with -f (100)")
         ->check(CLI::Range(1, 3600000));
@@ -158,12 +175,22 @@ void ZEBUCommandLine::addShow()
     fs_addText(pApp, "--cursor", m_show.strCursor, "Begin where the last run with this FILE ended")
         ->excludes(pLast)
         ->excludes(pCount);
-    pApp->add_flag_callback(
-            "--histogram", [this] { m_show.strCount = "histogram"; },
-            "How many lines there are over time, as bars")
+    CLI::Option* pHistogram = pApp->add_flag_callback(
+        "--histogram", [this] { m_show.strCount = "histogram"; },
+        "How many lines there are over time, as bars");
+    pHistogram->excludes(pCount)->excludes(pLast)->excludes(pApp->get_option("--follow"));
+    CLI::Option* pCursor = pApp->get_option("--cursor");
+    pApp->add_flag("-r,--reverse", m_show.bReverse, "Newest lines first")
+        ->excludes(pApp->get_option("--follow"))
         ->excludes(pCount)
+        ->excludes(pHistogram)
+        ->excludes(pCursor);
+    pApp->add_option("-C,--context", m_show.iContext, "So many lines before and behind each that matches too")
+        ->check(CLI::Range(1, 100000))
         ->excludes(pLast)
-        ->excludes(pApp->get_option("--follow"));
+        ->excludes(pCount)
+        ->excludes(pHistogram)
+        ->excludes(pCursor);
     pApp->final_callback([this] { m_verb = [this] { return ZEBU_Show(m_show); }; });
 }
 

@@ -168,10 +168,15 @@ void ZEBUProgress::add(size_t uBytes)
     (void)!::write(STDERR_FILENO, strLine.data(), strLine.size());
 }
 
-ZEBUOutput::ZEBUOutput(ZEBUFormat eFormat, ZEBUColor eColor)
-    : m_eFormat(eFormat), m_bTerminal(isatty(STDOUT_FILENO) == 1),
-      m_bColored(fs_wantsColor(eFormat, eColor, m_bTerminal))
+ZEBUOutput::ZEBUOutput(ZEBUFormat eFormat, ZEBUColor eColor, const std::string& strColumns)
+    : m_eFormat(eFormat == ZEBUFormat::Short ? ZEBUFormat::Text : eFormat),
+      m_bTerminal(isatty(STDOUT_FILENO) == 1), m_bColored(fs_wantsColor(m_eFormat, eColor, m_bTerminal)),
+      m_columns(eFormat == ZEBUFormat::Short && strColumns.empty() ? "time,app,text" : strColumns)
 {
+    if (!m_columns.unknown().empty())
+        throw ZEBUFailure{m_columns.unknown() + " is none of the columns that --help shows"};
+    if (!strColumns.empty() && m_eFormat != ZEBUFormat::Text)
+        throw ZEBUFailure{"--columns is for text"};
     m_strBuffer.reserve(2 * cs_uBuffer);
 }
 
@@ -229,6 +234,8 @@ void ZEBUOutput::print(const ZEBURecord& record, ZEBUForm eForm, const ZEBUOrigi
         printJson(record, eForm, origin);
     } else if (record.eKind == ZEBURecordKind::Gap) {
         printGap(record, origin);
+    } else if (!m_columns.isEmpty() && record.eKind == ZEBURecordKind::Line) {
+        printColumns(record, eForm, origin);
     } else if (isEscaping()) {
         printText(record);
     } else {
@@ -268,6 +275,21 @@ void ZEBUOutput::colored(const char* pszColor, std::string_view svText)
     write(ZEBU_Escaped(svText));
     if (m_bColored)
         write("\x1B[0m");
+}
+
+void ZEBUOutput::printColumns(const ZEBURecord& record, ZEBUForm eForm, const ZEBUOrigin& origin)
+{
+    for (const ZEBUField& field : m_columns.cut(record.line, record.svBytes, eForm, origin)) {
+        if (field.bLast) {
+            isEscaping() ? printLines(field.svText) : writePlain(field.svText);
+            break;
+        }
+        const std::string_view svLine = field.svText.substr(0, field.svText.find_first_of("\r\n"));
+        m_bColored ? colored(field.pszColor, svLine) : write(isEscaping() ? ZEBU_Escaped(svLine) : svLine);
+        write(std::string(1 + field.uWidth - std::min(field.uWidth, svLine.size()), ' '));
+    }
+    if (!isEscaping())
+        write("\n");
 }
 
 void ZEBUOutput::printText(const ZEBURecord& record)

@@ -5,9 +5,9 @@
 #include <string>
 #include <string_view>
 
-#include "tools/reader/Json.h"
+#include "tools/Columns.h"
 
-enum class ZEBUFormat { Text, Json, Raw, Prometheus };
+enum class ZEBUFormat { Text, Short, Json, Raw, Prometheus };
 enum class ZEBUColor { Auto, Always, Never };
 
 // Thrown when nobody reads the output any more, or the user ended a tool that waits.
@@ -54,12 +54,17 @@ private:
 class ZEBUOutput
 {
 public:
-    ZEBUOutput(ZEBUFormat eFormat, ZEBUColor eColor);
+    // `strColumns`: what text shows of a line, or empty for all of it; Short is text with some columns.
+    // Throws ZEBUFailure for columns that there are not.
+    ZEBUOutput(ZEBUFormat eFormat, ZEBUColor eColor, const std::string& strColumns = "");
 
     bool isTerminal() const { return m_bTerminal; }
     bool isColored() const { return m_bColored; }
     // Whether bytes go out as they come in, but for line ends.
-    bool isPlain() const { return m_eFormat != ZEBUFormat::Json && !m_bColored && !isEscaping(); }
+    bool isPlain() const
+    {
+        return m_eFormat != ZEBUFormat::Json && !m_bColored && !isEscaping() && m_columns.isEmpty();
+    }
     bool isEscaping() const { return m_eFormat == ZEBUFormat::Text && (m_bTerminal || m_bColored); }
     ZEBUFormat format() const { return m_eFormat; }
 
@@ -77,6 +82,7 @@ public:
     void print(const ZEBURecord& record, ZEBUForm eForm, const ZEBUOrigin& origin);
 
 private:
+    void printColumns(const ZEBURecord& record, ZEBUForm eForm, const ZEBUOrigin& origin);
     void printText(const ZEBURecord& record);
     void printLines(std::string_view svText);
     void printGap(const ZEBURecord& record, const ZEBUOrigin& origin);
@@ -87,6 +93,7 @@ private:
     const ZEBUFormat m_eFormat;
     const bool m_bTerminal;
     const bool m_bColored;
+    const ZEBUColumns m_columns;
     ZEBUJson m_json;
     std::string m_strBuffer;
     bool m_bReturn = false;   // a CR was held back

@@ -5,23 +5,15 @@
 #include <utility>
 
 #include "tools/Count.h"
-#include "tools/reader/Backward.h"
+#include "tools/Kept.h"
 #include "tools/reader/Directory.h"
 #include "tools/reader/Merge.h"
+#include "tools/reader/Newest.h"
 #include "tools/Verbs.h"
 
 namespace {
 constexpr long cs_lFollowLast = 10;
 constexpr int cs_iSaveEvery = 1000; // records between two places that are stored
-
-// A record that outlives the buffer it was cut from.
-struct Kept
-{
-    ZEBURecord record;
-    std::string strBytes;
-    std::string strOrigin[4]; // what the four views of an origin point to
-    ZEBUOrigin origin() const { return {strOrigin[0], strOrigin[1], strOrigin[2], strOrigin[3]}; }
-};
 
 // How many of the last lines are asked for. Who follows wants to see what is going on now, unless there is a
 // place, a time or a stream to begin at.
@@ -47,10 +39,12 @@ private:
     void printGap(const ZEBUSource& source);
     size_t streamLines(std::string_view svBytes, bool bFileEnd);
     void merge();
+    void reverse();
     void openSources();
-    void addSource(const std::string& strSource);
-    std::optional<ZEBULast> findLast(const std::string& strSource) const;
-    void show(const ZEBURecord& record);
+    int addSource(const std::string& strSource);
+    std::optional<ZEBULast> findLast(const ZEBUSource& source) const;
+    void take(const ZEBURecord& record, bool bMatches, const ZEBUOrigin& origin);
+    void show(const ZEBURecord& record, const ZEBUOrigin& origin);
     void savePlaces();
     void printKept();
     int status() const;
@@ -62,12 +56,14 @@ private:
     ZEBUOutput m_output;
     ZEBUProgress m_progress;
     ZEBUMerge m_merge;
+    ZEBUNewestFirst m_newest; // instead, when that is asked for
     ZEBUCursor m_cursor;
     ZEBUPoll m_poll;
     bool m_bNew = false; // something came since the last pause
     int m_iUnsaved = 0;  // records since the places were stored
     ZEBUCount m_count;
-    std::deque<Kept> m_kept;
+    ZEBUContext m_context;
+    std::deque<ZEBUKept> m_kept;
     std::unique_ptr<ZEBUSource> m_pOnly; // of which the bytes are shown as they are
     bool m_bKeep = false;                // until the last ones are known, of what cannot be read backwards
     size_t m_uFound = 0;                 // of the last ones, in all sources together
@@ -78,9 +74,10 @@ private:
 
 ZEBUShow::ZEBUShow(const ZEBUShowOptions& options)
     : m_options(options), m_lLast(fs_last(options)), m_sources(ZEBU_WithoutDirectories(options.sources)),
-      m_filter(options.filter), m_output(options.eFormat, options.eColor),
-      m_merge(options.iInterval, !options.strCursor.empty()), m_poll(options.iInterval),
-      m_count(options.strCount, options.filter.eForm)
+      m_filter(options.filter), m_output(options.eFormat, options.eColor, options.strColumns),
+      m_merge(options.iInterval, !options.strCursor.empty()), m_newest(m_sources.size(), m_filter.oldest()),
+      m_poll(options.iInterval), m_count(options.strCount, options.filter.eForm),
+      m_context(static_cast<size_t>(options.iContext))
 {
 }
 
@@ -93,6 +90,8 @@ int ZEBUShow::run()
     if (m_pOnly) {
         stream(*m_pOnly);
         m_bFailed = m_pOnly->hasFailed();
+    } else if (m_options.bReverse) {
+        reverse();
     } else {
         merge();
     }
@@ -105,56 +104,65 @@ void ZEBUShow::openSources()
     for (const std::string& strSource : m_sources) {
         if (strSource == "-" && !m_options.strCursor.empty())
             throw ZEBUFailure{"the standard input has no place to go on at: --cursor needs files or rings"};
+        if (strSource == "-" && m_options.bReverse)
+            throw ZEBUFailure{"the standard input has no end to begin at: -r needs files or rings"};
         const bool bPlain = strSource != "-" && ZEBU_SourceKind(strSource) == ZEBUSourceKind::Plain;
         if (const std::string strUse = bPlain ? ZEBU_OtherUse(strSource) : ""; !strUse.empty()) {
             ZEBU_Say(std::string(strSource).append(" ").append(strUse));
             m_bFailed = true;
             continue;
         }
-        addSource(strSource);
+        const int iErrno = m_options.bReverse ? m_newest.add(strSource, ZEBU_Say) : addSource(strSource);
+        if (iErrno == 0)
+            continue;
+        ZEBU_Say(ZEBU_SourceFile(strSource) + ": " + strerror(iErrno));
+        m_bFailed = true;
     }
     m_merge.shareBuffer();
     m_uSkip = m_bKeep ? 0 : m_uFound - std::min(m_uFound, static_cast<size_t>(std::max(m_lLast, 0L)));
 }
 
-void ZEBUShow::addSource(const std::string& strSource)
+// Returns 0 or the errno.
+int ZEBUShow::addSource(const std::string& strSource)
 {
-    const std::optional<ZEBULast> last = findLast(strSource);
-    m_bKeep = m_bKeep || (m_lLast >= 0 && !last);
-    m_uFound += last ? last->uCount : 0;
     int iErrno = 0;
-    const ZEBUPlace* pFrom = last && last->bFromPlace ? &last->place : m_cursor.find(strSource);
-    auto pSource = ZEBU_OpenSource(strSource, m_options.bFollow, ZEBU_Say, &iErrno, pFrom);
-    if (!pSource) {
-        ZEBU_Say(ZEBU_SourceFile(strSource) + ": " + strerror(iErrno));
-        m_bFailed = true;
-    } else if (isStream()) {
-        m_pOnly = std::move(pSource);
-    } else {
-        m_merge.add(strSource, std::move(pSource), pFrom);
+    const ZEBUPlace* pFrom = m_cursor.find(strSource);
+    std::optional<ZEBULast> begin;
+    if (m_lLast >= 0 || (m_filter.oldest() != ZEBU_TIME_NONE && !pFrom)) {
+        const auto pLook = ZEBU_OpenSource(
+            strSource, false, [](const std::string&) {}, &iErrno);
+        begin = pLook ? findLast(*pLook) : std::nullopt;
+        m_bKeep = m_bKeep || (m_lLast >= 0 && !begin);
+        if (pLook && !begin)
+            begin = ZEBU_FindSince(*pLook, m_filter.oldest());
     }
+    m_uFound += begin ? begin->uCount : 0;
+    if (begin && begin->bFromPlace)
+        pFrom = &begin->place;
+    auto pSource = ZEBU_OpenSource(strSource, m_options.bFollow, ZEBU_Say, &iErrno, pFrom);
+    if (pSource && isStream())
+        m_pOnly = std::move(pSource);
+    else if (pSource)
+        m_merge.add(strSource, std::move(pSource), pFrom, begin ? begin->lBefore : ZEBU_TIME_NONE);
+    return iErrno;
 }
 
 // Where in a source the last lines begin. Lines without a time of their own have that of a line before them,
 // so with a filter by time all are read.
-std::optional<ZEBULast> ZEBUShow::findLast(const std::string& strSource) const
+std::optional<ZEBULast> ZEBUShow::findLast(const ZEBUSource& source) const
 {
-    int iErrno = 0;
     if (m_lLast < 0 || !m_options.filter.strSince.empty() || !m_options.filter.strUntil.empty())
         return {};
-    const auto pSource = ZEBU_OpenSource(
-        strSource, false, [](const std::string&) {}, &iErrno);
-    const auto counts = [this](const ZEBURecord& record, bool bLast) {
+    return ZEBU_FindLast(source, static_cast<size_t>(m_lLast), [this](const ZEBURecord& record, bool bLast) {
         return m_filter.matches(record, bLast);
-    };
-    return pSource ? ZEBU_FindLast(*pSource, static_cast<size_t>(m_lLast), counts) : std::nullopt;
+    });
 }
 
 // Whether the bytes of the one source are the output, but for the headers.
 bool ZEBUShow::isStream() const
 {
     return m_sources.size() == 1 && m_filter.isEmpty() && m_output.isPlain() && !m_options.bFollow &&
-           m_lLast < 0 && m_options.strCount.empty() && m_options.strCursor.empty();
+           m_lLast < 0 && m_options.strCount.empty() && m_options.strCursor.empty() && !m_options.bReverse;
 }
 
 void ZEBUShow::stream(ZEBUSource& source)
@@ -214,8 +222,7 @@ void ZEBUShow::merge()
             if (!m_options.bFollow)
                 m_progress.add(record.svBytes.size());
             m_merge.shown() = m_filter.matches(record, m_merge.shown());
-            if (m_merge.shown())
-                show(record);
+            take(record, m_merge.shown(), m_merge.origin());
             if (++m_iUnsaved >= cs_iSaveEvery)
                 savePlaces();
             continue;
@@ -229,6 +236,20 @@ void ZEBUShow::merge()
     }
     savePlaces();
     m_count.print(m_output);
+}
+
+void ZEBUShow::reverse()
+{
+    ZEBURecord record;
+    size_t uLeft = m_lLast < 0 ? SIZE_MAX : static_cast<size_t>(m_lLast);
+    while (!ZEBU_IsEnded() && m_newest.next(&record)) {
+        m_progress.add(record.svBytes.size());
+        m_newest.shown() = m_filter.matches(record, m_newest.shown());
+        const bool bCounts = m_newest.shown() && !record.bContinues && record.eKind != ZEBURecordKind::Gap;
+        if (bCounts && uLeft-- == 0)
+            break;
+        take(record, m_newest.shown(), m_newest.origin());
+    }
 }
 
 // Only when all is written is a place behind it stored: who is killed in between repeats lines and loses
@@ -245,11 +266,23 @@ void ZEBUShow::savePlaces()
         throw ZEBUFailure{strError};
 }
 
-void ZEBUShow::show(const ZEBURecord& record)
+void ZEBUShow::take(const ZEBURecord& record, bool bMatches, const ZEBUOrigin& origin)
+{
+    const bool bPlain = record.eKind == ZEBURecordKind::Gap || m_bKeep || m_uSkip > 0;
+    const bool bHidden = record.eKind == ZEBURecordKind::Header && !m_filter.hasHeaders();
+    if (m_context.isWanted() && !bPlain && bMatches)
+        m_context.begin(m_output, m_filter.form());
+    else if (m_context.isWanted() && !bPlain && !bHidden)
+        m_context.pass(m_output, m_filter.form(), record, origin);
+    if (bMatches)
+        show(record, origin);
+}
+
+void ZEBUShow::show(const ZEBURecord& record, const ZEBUOrigin& origin)
 {
     if (record.eKind == ZEBURecordKind::Gap) {
         if (!m_bKeep && m_options.strCount.empty())
-            m_output.print(record, m_filter.form(), m_merge.origin());
+            m_output.print(record, m_filter.form(), origin);
         return;
     }
     if (!m_bKeep && m_uSkip > 0) {
@@ -261,13 +294,9 @@ void ZEBUShow::show(const ZEBURecord& record)
     if (bCount) {
         m_count.add(record);
     } else if (!m_bKeep) {
-        m_output.print(record, m_filter.form(), m_merge.origin());
+        m_output.print(record, m_filter.form(), origin);
     } else {
-        const ZEBUOrigin origin = m_merge.origin();
-        m_kept.push_back({record,
-                          std::string(record.svBytes),
-                          {std::string(origin.svSource), std::string(origin.svFile),
-                           std::string(origin.svHost), std::string(origin.svZone)}});
+        m_kept.emplace_back(record, origin);
         if (m_kept.size() > static_cast<size_t>(m_lLast))
             m_kept.pop_front();
     }
@@ -275,22 +304,20 @@ void ZEBUShow::show(const ZEBURecord& record)
 
 void ZEBUShow::printKept()
 {
-    for (Kept& kept : m_kept) {
-        kept.record.svBytes = kept.strBytes;
-        (void)ZEBU_ParseLine(kept.record.svBytes, &kept.record.line);
-        m_output.print(kept.record, m_filter.form(), kept.origin());
-    }
+    for (const ZEBUKept& kept : m_kept)
+        kept.print(m_output, m_filter.form());
     m_kept.clear();
 }
 
 int ZEBUShow::status() const
 {
-    if (m_bFailed || m_merge.hasFailed())
+    if (m_bFailed || m_merge.hasFailed() || m_newest.hasFailed())
         return ZEBU_EXIT_ERROR;
     if (m_bShown || (m_options.bFollow && ZEBU_IsEnded()))
         return ZEBU_EXIT_OK;
-    const bool bTooYoung = m_filter.since() != ZEBU_TIME_NONE && !m_merge.reachesBackTo(m_filter.since());
-    return bTooYoung ? ZEBU_EXIT_TOO_YOUNG : ZEBU_EXIT_NOTHING;
+    const ZEBUTime lSince = m_filter.since();
+    const bool bReaches = m_options.bReverse ? m_newest.reachesBackTo(lSince) : m_merge.reachesBackTo(lSince);
+    return lSince != ZEBU_TIME_NONE && !bReaches ? ZEBU_EXIT_TOO_YOUNG : ZEBU_EXIT_NOTHING;
 }
 } // namespace
 

@@ -19,14 +19,17 @@ struct ZEBUShowOptions
 {
     std::vector<std::string> sources;
     bool bFollow = false;
-    long lLast = -1;   // -1: not given
-    bool bAll = false; // of the lines, also when following
+    long lLast = -1;       // -1: not given
+    bool bAll = false;     // of the lines, also when following
+    bool bReverse = false; // newest first
+    int iContext = 0;      // lines around each that matches
     ZEBUFilterOptions filter;
     ZEBUFormat eFormat = ZEBUFormat::Text;
     ZEBUColor eColor = ZEBUColor::Auto;
-    std::string strCount;  // key to count by, empty to show lines
-    int iInterval = 100;   // of polls, in milliseconds
-    std::string strCursor; // file of the places to go on at, empty for none
+    std::string strColumns; // divided by commas, empty for whole lines
+    std::string strCount;   // key to count by, empty to show lines
+    int iInterval = 100;    // of polls, in milliseconds
+    std::string strCursor;  // file of the places to go on at, empty for none
 };
 int ZEBU_Show(const ZEBUShowOptions& options);
 
@@ -38,6 +41,7 @@ struct ZEBUDrainOptions
     ZEBUFilterOptions filter;
     ZEBUFormat eFormat = ZEBUFormat::Text;
     ZEBUColor eColor = ZEBUColor::Auto;
+    std::string strColumns;
     int iInterval = 100;
 };
 int ZEBU_Drain(const ZEBUDrainOptions& options);

@@ -134,6 +134,14 @@ bool ZEBU_ToSeconds(ZEBUTime lTime, time_t* pSeconds)
     return *pSeconds != -1;
 }
 
+ZEBUTime ZEBU_Earlier(ZEBUTime lTime, long lSeconds)
+{
+    time_t seconds;
+    ZEBUTime lEarlier = ZEBU_TIME_NONE;
+    return ZEBU_ToSeconds(lTime, &seconds) && fs_packSeconds(seconds - lSeconds, &lEarlier) ? lEarlier
+                                                                                            : ZEBU_TIME_NONE;
+}
+
 bool ZEBU_ParseDuration(std::string_view svText, long* plSeconds)
 {
     *plSeconds = 0;

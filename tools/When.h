@@ -20,6 +20,9 @@ bool ZEBU_ParseWhen(const std::string& strText, ZEBUTime* plTime);
 // A point in local time in seconds since the epoch. False for none.
 bool ZEBU_ToSeconds(ZEBUTime lTime, time_t* pSeconds);
 
+// The point in time so many seconds earlier; none for none.
+ZEBUTime ZEBU_Earlier(ZEBUTime lTime, long lSeconds);
+
 // Reads a length of time such as 7d, 3d12h or "1 hour" in seconds, at most INT_MAX.
 bool ZEBU_ParseDuration(std::string_view svText, long* plSeconds);
 // The same. Throws ZEBUFailure.

@@ -59,9 +59,7 @@ std::string ZEBULines::format(const ZEBURecord& record, std::string_view svZone,
 {
     const ZEBULine& line = record.line;
     const bool bLine = record.eKind == ZEBURecordKind::Line;
-    ZEBUBody body;
-    if (bLine && (m_options.eForm == ZEBUForm::Unknown || !ZEBU_CutBody(line.svBody, m_options.eForm, &body)))
-        body = ZEBU_ReadBody(line.svBody);
+    const ZEBUBody body = bLine ? ZEBU_ReadBody(line.svBody, m_options.eForm) : ZEBUBody();
     std::string strTime;
     if (bLine && line.lTime != ZEBU_TIME_NONE)
         m_zone.append(&strTime, line.svTime, line.lTime, svZone);

@@ -1,5 +1,6 @@
 #include "tools/reader/Json.h"
 
+#include <algorithm>
 #include <charconv>
 #include <stdint.h>
 #include <string.h>
@@ -20,6 +21,11 @@ bool fs_isPlain(char c)
     return uByte >= 0x20 && uByte < 0x80 && c != '"' && c != '\\';
 }
 
+size_t fs_plainBytes(std::string_view svText)
+{
+    return static_cast<size_t>(std::find_if_not(svText.begin(), svText.end(), fs_isPlain) - svText.begin());
+}
+
 // How many bytes a text begins with that stand for themselves. Eight at a time: most of a line is such.
 size_t fs_plainLength(std::string_view svText)
 {
@@ -29,11 +35,9 @@ size_t fs_plainLength(std::string_view svText)
         const uint64_t uControl = (uWord - 0x20 * cs_uOnes) & ~uWord & cs_uHigh;
         if ((uControl | (uWord & cs_uHigh) | fs_zeroBytes(uWord ^ ('"' * cs_uOnes)) |
              fs_zeroBytes(uWord ^ ('\\' * cs_uOnes))) != 0)
-            break;
+            return u + fs_plainBytes(svText.substr(u));
     }
-    while (u < svText.size() && fs_isPlain(svText[u]))
-        ++u;
-    return u;
+    return u + fs_plainBytes(svText.substr(u));
 }
 
 // The length of the UTF-8 sequence that a text begins with; or, when it begins with none, of the longest
@@ -114,7 +118,6 @@ void ZEBU_AppendJsonText(std::string* pstrOut, std::string_view svText)
 void ZEBUJson::append(std::string* pstrOut, const ZEBURecord& record, ZEBUForm eForm,
                       const ZEBUOrigin& origin)
 {
-    static constexpr std::string_view svForms[] = {"", "plain", "id", "type"};
     static constexpr std::string_view svKinds[] = {"line", "header", "text", "gap"};
     pstrOut->append("{\"kind\":\"").append(svKinds[static_cast<int>(record.eKind)]).append("\"");
     if (record.eKind == ZEBURecordKind::Gap) {
@@ -125,31 +128,72 @@ void ZEBUJson::append(std::string* pstrOut, const ZEBURecord& record, ZEBUForm e
         return;
     }
     const bool bLine = record.eKind == ZEBURecordKind::Line;
-    const ZEBULine& line = record.line;
-    const std::string_view svBody = bLine ? line.svBody : ZEBU_WithoutLineEnd(record.svBytes);
-    ZEBUBody body;
-    if (bLine && (eForm == ZEBUForm::Unknown || !ZEBU_CutBody(svBody, eForm, &body)))
-        body = ZEBU_ReadBody(svBody);
-    if (bLine && line.lTime != ZEBU_TIME_NONE) {
-        pstrOut->append(",\"time\":\"");
-        m_zone.append(pstrOut, line.svTime, line.lTime, origin.svZone);
-        *pstrOut += '"';
-    } else {
+    noteOrigin(origin);
+    appendTime(pstrOut, bLine ? record.line : ZEBULine(), origin.svZone);
+    pstrOut->append(m_strOrigin);
+    if (bLine)
+        appendLine(pstrOut, record, ZEBU_ReadBody(record.line.svBody, eForm));
+    else
+        appendOther(pstrOut, record);
+    pstrOut->append(m_strEnd);
+}
+
+void ZEBUJson::appendTime(std::string* pstrOut, const ZEBULine& line, std::string_view svZone)
+{
+    if (line.lTime == ZEBU_TIME_NONE) {
         pstrOut->append(",\"time\":null");
+        return;
     }
-    fs_appendText(pstrOut, ",\"host\":", !origin.svHost.empty(), origin.svHost);
-    fs_appendText(pstrOut, ",\"source\":", true, origin.svSource);
-    fs_appendText(pstrOut, ",\"app\":", bLine, line.svApp);
-    pstrOut->append(",\"pid\":");
-    bLine ? fs_appendNumber(pstrOut, line.uPid) : (void)pstrOut->append("null");
-    fs_appendText(pstrOut, ",\"tid\":", bLine, line.svTid);
-    pstrOut->append(",\"counter\":");
-    bLine ? fs_appendNumber(pstrOut, static_cast<unsigned>(line.iCounter)) : (void)pstrOut->append("null");
+    pstrOut->append(",\"time\":\"");
+    m_zone.append(pstrOut, line.svTime, line.lTime, svZone);
+    *pstrOut += '"';
+}
+
+// Mostly it is that of the record before.
+void ZEBUJson::noteOrigin(const ZEBUOrigin& origin)
+{
+    if (!m_strEnd.empty() && origin.svFile == m_strFile && origin.svSource == m_strSource &&
+        origin.svHost == m_strHost)
+        return;
+    m_strHost = origin.svHost;
+    m_strSource = origin.svSource;
+    m_strFile = origin.svFile;
+    m_strOrigin.clear();
+    fs_appendText(&m_strOrigin, ",\"host\":", !m_strHost.empty(), m_strHost);
+    fs_appendText(&m_strOrigin, ",\"source\":", true, m_strSource);
+    m_strEnd.clear();
+    fs_appendText(&m_strEnd, ",\"file\":", true, m_strFile);
+    m_strEnd += "}\n";
+}
+
+// So are application, process and thread, which stand side by side in the line.
+void ZEBUJson::appendLine(std::string* pstrOut, const ZEBURecord& record, const ZEBUBody& body)
+{
+    static constexpr std::string_view svForms[] = {"", "plain", "id", "type"};
+    const ZEBULine& line = record.line;
+    const std::string_view svWriter = record.svBytes.substr(ZEBU_COL_APP, ZEBU_COL_BODY - ZEBU_COL_APP);
+    if (svWriter != m_strWriterColumns) {
+        m_strWriterColumns = svWriter;
+        m_strWriter.clear();
+        fs_appendText(&m_strWriter, ",\"app\":", true, line.svApp);
+        m_strWriter += ",\"pid\":";
+        fs_appendNumber(&m_strWriter, line.uPid);
+        fs_appendText(&m_strWriter, ",\"tid\":", true, line.svTid);
+        m_strWriter += ",\"counter\":";
+    }
+    pstrOut->append(m_strWriter);
+    fs_appendNumber(pstrOut, static_cast<unsigned>(line.iCounter));
+    const bool bType = body.eForm == ZEBUForm::Type;
     fs_appendText(pstrOut, ",\"form\":", body.eForm != ZEBUForm::Unknown,
                   svForms[static_cast<int>(body.eForm)]);
-    fs_appendText(pstrOut, ",\"id\":", body.eForm == ZEBUForm::Id || body.eForm == ZEBUForm::Type, body.svId);
-    fs_appendText(pstrOut, ",\"type\":", body.eForm == ZEBUForm::Type, body.svType);
-    fs_appendText(pstrOut, ",\"text\":", true, body.eForm == ZEBUForm::Unknown ? svBody : body.svText);
-    fs_appendText(pstrOut, ",\"file\":", true, origin.svFile);
-    pstrOut->append("}\n");
+    fs_appendText(pstrOut, ",\"id\":", body.eForm == ZEBUForm::Id || bType, body.svId);
+    fs_appendText(pstrOut, ",\"type\":", bType, body.svType);
+    fs_appendText(pstrOut, ",\"text\":", true, body.eForm == ZEBUForm::Unknown ? line.svBody : body.svText);
+}
+
+void ZEBUJson::appendOther(std::string* pstrOut, const ZEBURecord& record)
+{
+    pstrOut->append(
+        ",\"app\":null,\"pid\":null,\"tid\":null,\"counter\":null,\"form\":null,\"id\":null,\"type\":null");
+    fs_appendText(pstrOut, ",\"text\":", true, ZEBU_WithoutLineEnd(record.svBytes));
 }

@@ -27,7 +27,16 @@ public:
     void append(std::string* pstrOut, const ZEBURecord& record, ZEBUForm eForm, const ZEBUOrigin& origin);
 
 private:
+    void noteOrigin(const ZEBUOrigin& origin);
+    void appendTime(std::string* pstrOut, const ZEBULine& line, std::string_view svZone);
+    void appendLine(std::string* pstrOut, const ZEBURecord& record, const ZEBUBody& body);
+    static void appendOther(std::string* pstrOut, const ZEBURecord& record);
+
     ZEBUZone m_zone;
+    std::string m_strHost, m_strSource, m_strFile; // of the last record,
+    std::string m_strOrigin, m_strEnd;             // and what is written of them
+    std::string m_strWriterColumns;                // of the last line: application, process and thread,
+    std::string m_strWriter;                       // and what is written of them, up to the counter
 };
 
 #endif

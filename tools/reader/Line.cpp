@@ -120,10 +120,10 @@ bool ZEBU_ParseLine(std::string_view svText, ZEBULine* pLine)
     return true;
 }
 
-ZEBUPiece ZEBU_ClassifyPiece(std::string_view svPiece)
+ZEBUPiece ZEBU_ClassifyPiece(std::string_view svPiece, ZEBULine* pLine)
 {
     ZEBULine line;
-    if (ZEBU_ParseLine(svPiece, &line))
+    if (ZEBU_ParseLine(svPiece, pLine ? pLine : &line))
         return ZEBUPiece::Trace;
     if (svPiece.starts_with(ZEBU_CAPTION))
         return ZEBUPiece::Caption;
@@ -138,6 +138,16 @@ ZEBUPiece ZEBU_ClassifyPiece(std::string_view svPiece)
         fs_hasShape(svLine.substr(ZEBU_START_COL_PID - 1), " xxxxxxxx dddddddddd dddd xxxxxxxx"))
         return ZEBUPiece::StartHeader;
     return ZEBUPiece::Text;
+}
+
+std::string_view ZEBU_FindFileHeader(std::string_view svText)
+{
+    std::string_view svPiece = svText.substr(0, svText.find('\n') + 1);
+    if (ZEBU_ClassifyPiece(svPiece) == ZEBUPiece::StartHeader) {
+        svText.remove_prefix(svPiece.size());
+        svPiece = svText.substr(0, svText.find('\n') + 1);
+    }
+    return ZEBU_ClassifyPiece(svPiece) == ZEBUPiece::FileHeader ? svPiece : std::string_view();
 }
 
 ZEBUTime ZEBU_HeaderTime(std::string_view svPiece)
@@ -200,8 +210,11 @@ bool ZEBU_IsLikelyId(const ZEBUBody& body)
            (!body.svId.empty() && body.svId.size() < (bTyped ? cs_uTypedIdWidth : cs_uIdWidth));
 }
 
-ZEBUBody ZEBU_ReadBody(std::string_view svBody)
+ZEBUBody ZEBU_ReadBody(std::string_view svBody, ZEBUForm eForm)
 {
+    ZEBUBody told;
+    if (eForm != ZEBUForm::Unknown && ZEBU_CutBody(svBody, eForm, &told))
+        return told;
     ZEBUBody id;
     ZEBUBody typed;
     const bool bId = ZEBU_CutBody(svBody, ZEBUForm::Id, &id);

@@ -45,11 +45,14 @@ struct ZEBUBody
 // Parses a text that begins with a trace line. Returns false when it does not; `*pLine` is then undefined.
 bool ZEBU_ParseLine(std::string_view svText, ZEBULine* pLine);
 
-// Tells what a line is.
-ZEBUPiece ZEBU_ClassifyPiece(std::string_view svPiece);
+// Tells what a line is; of a Trace `*pLine`, if it is not null, is what was parsed.
+ZEBUPiece ZEBU_ClassifyPiece(std::string_view svPiece, ZEBULine* pLine = nullptr);
 
 // The time that stands in a file-start header line.
 ZEBUTime ZEBU_HeaderTime(std::string_view svPiece);
+
+// The file-start header line in a text that begins with a header; empty when there is none.
+std::string_view ZEBU_FindFileHeader(std::string_view svText);
 
 // The host of a file-start header line, and what TZ was set to when it was written; empty when unknown.
 std::string_view ZEBU_HeaderHost(std::string_view svPiece);
@@ -65,11 +68,11 @@ bool ZEBU_CutBody(std::string_view svBody, ZEBUForm eForm, ZEBUBody* pOut);
 // Whether what was cut out looks like an id: a single word, or a text that ends before its columns do.
 bool ZEBU_IsLikelyId(const ZEBUBody& body);
 
-// Reads a body without being told its form. An id is taken for one when it is a single word that ends
-// at least one blank before its column does, a type when it is a word or blank; a body that could as well
-// be a plain text (a first word that fills the id's columns to the last, an id of blanks or with some in it)
-// is Unknown.
-ZEBUBody ZEBU_ReadBody(std::string_view svBody);
+// Reads a body in a form, or, where it cannot be cut so or none is told, in the one that the columns tell of.
+// An id is taken for one when it is a single word that ends at least one blank before its column does, a type
+// when it is a word or blank; a body that could as well be a plain text (a first word that fills the id's
+// columns to the last, an id of blanks or with some in it) is Unknown.
+ZEBUBody ZEBU_ReadBody(std::string_view svBody, ZEBUForm eForm = ZEBUForm::Unknown);
 
 // The text without the line end (CR LF or LF) at its end.
 std::string_view ZEBU_WithoutLineEnd(std::string_view svText);

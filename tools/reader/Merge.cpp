@@ -2,25 +2,19 @@
 #include "tools/reader/Merge.h"
 
 #include <algorithm>
-#include <time.h>
 #include <utility>
 
 namespace {
 constexpr size_t cs_uBuffers = size_t{8} * 1024 * 1024; // for all sources together
 constexpr unsigned cs_uClockEvery = 64;                 // records between two looks at the clock
-
-long fs_milliseconds()
-{
-    timespec now = {};
-    (void)clock_gettime(CLOCK_MONOTONIC, &now);
-    return now.tv_sec * 1000 + now.tv_nsec / 1000000;
-}
 } // namespace
 
-void ZEBUMerge::add(const std::string& strName, std::unique_ptr<ZEBUSource> pSource, const ZEBUPlace* pFrom)
+void ZEBUMerge::add(const std::string& strName, std::unique_ptr<ZEBUSource> pSource, const ZEBUPlace* pFrom,
+                    ZEBUTime lBefore)
 {
     m_entries.push_back(std::make_unique<Entry>(strName, std::move(pSource), m_entries.size()));
     m_entries.back()->records.park();
+    m_entries.back()->lOldest = lBefore;
     if (pFrom)
         m_entries.back()->bShown = pFrom->bShown;
 }
@@ -58,7 +52,7 @@ ZEBUNext ZEBUMerge::next(ZEBURecord* pRecord)
         fetch(*m_pLast);
     }
     m_bTaken = false;
-    const bool bAsked = m_uSinceLook++ % cs_uClockEvery == 0 && fs_milliseconds() >= m_lNextLook;
+    const bool bAsked = m_uSinceLook++ % cs_uClockEvery == 0 && ZEBU_Milliseconds() >= m_lNextLook;
     if (bAsked)
         askIdle();
     Entry* pEntry = earliest();
@@ -92,7 +86,7 @@ void ZEBUMerge::askIdle()
     for (const auto& pEntry : m_entries)
         if (pEntry->eState == ZEBUNext::Idle)
             fetch(*pEntry);
-    m_lNextLook = fs_milliseconds() + m_iInterval;
+    m_lNextLook = ZEBU_Milliseconds() + m_iInterval;
 }
 
 // Mostly the same source goes on, so the earliest of the others is kept: that spares looking at all of them.

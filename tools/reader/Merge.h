@@ -19,9 +19,10 @@ public:
     {
     }
 
-    // Adds a source under a name. `pFrom`: the place that it was opened at, or null.
+    // Adds a source under a name. `pFrom`: the place that it was opened at, or null; `lBefore`: the time of a
+    // line in front of it, when that is known.
     void add(const std::string& strName, std::unique_ptr<ZEBUSource> pSource,
-             const ZEBUPlace* pFrom = nullptr);
+             const ZEBUPlace* pFrom = nullptr, ZEBUTime lBefore = ZEBU_TIME_NONE);
 
     // Notes in a cursor the places behind all records that were handed out.
     void notePlaces(ZEBUCursor* pCursor);

@@ -9,6 +9,28 @@ static constexpr size_t cs_uBuffer = size_t{256} * 1024;
 static constexpr size_t cs_uBufferMin = size_t{8} * 1024;
 static_assert(cs_uBuffer - 2 * ZEBU_RECORD_MAX >= cs_uBuffer / 4, "the largest leaves room to read on");
 
+namespace {
+// A text as a source.
+class ZEBUBytes final : public ZEBUSource
+{
+public:
+    explicit ZEBUBytes(std::string_view svBytes) : ZEBUSource([](const std::string&) {}), m_svBytes(svBytes)
+    {
+    }
+    ZEBURead read(char* pBuffer, size_t uSize, size_t* puRead) override
+    {
+        *puRead = m_svBytes.copy(pBuffer, uSize);
+        m_svBytes.remove_prefix(*puRead);
+        return *puRead > 0 ? ZEBURead::Bytes : ZEBURead::End;
+    }
+    const std::string& file() const override { return m_strFile; }
+
+private:
+    std::string_view m_svBytes;
+    const std::string m_strFile;
+};
+} // namespace
+
 ZEBURecords::ZEBURecords(std::unique_ptr<ZEBUSource> pSource, bool bForeign)
     : m_pSource(std::move(pSource)), m_bForeign(bForeign), m_buffer(cs_uBuffer + 1),
       m_bAfterLine(m_pSource->isResumed())
@@ -62,8 +84,10 @@ bool ZEBURecords::cut(ZEBURecord* pRecord)
             emit(m_uGathered, pRecord);
             return true;
         }
-        if (bEmpty)
+        if (bEmpty) {
             m_eFirst = m_ePiece;
+            m_firstLine = m_pieceLine;
+        }
         m_eLast = m_ePiece;
         m_uGathered = m_uPiece;
         if (m_uGathered - m_uBegin >= ZEBU_RECORD_MAX) {
@@ -91,7 +115,7 @@ bool ZEBURecords::findPiece()
         return false;
     m_uPiece = m_uLooked;
     const std::string_view svPiece = bytes(m_uGathered, m_uPiece);
-    m_ePiece = ZEBU_ClassifyPiece(svPiece);
+    m_ePiece = ZEBU_ClassifyPiece(svPiece, &m_pieceLine);
     if (!m_bForeign || m_ePiece != ZEBUPiece::Text)
         return true;
     const size_t uHeader = ZEBU_FindLineHeader(svPiece);
@@ -122,7 +146,11 @@ void ZEBURecords::emit(size_t uEnd, ZEBURecord* pRecord)
     ZEBUTime lTime = ZEBU_TIME_NONE;
     if (m_eFirst == ZEBUPiece::Trace) {
         pRecord->eKind = ZEBURecordKind::Line;
-        (void)ZEBU_ParseLine(pRecord->svBytes, &pRecord->line);
+        pRecord->line = m_firstLine;
+        if (m_firstLine.svTime.data() == pRecord->svBytes.data() + ZEBU_COL_TIME)
+            pRecord->line.svBody = ZEBU_WithoutLineEnd(pRecord->svBytes.substr(ZEBU_LINE_HEADER));
+        else // it was moved since it was parsed
+            (void)ZEBU_ParseLine(pRecord->svBytes, &pRecord->line);
         lTime = pRecord->line.lTime;
     } else if (m_eFirst != ZEBUPiece::Text) {
         pRecord->eKind = ZEBURecordKind::Header;
@@ -189,17 +217,11 @@ void ZEBURecords::noteFile()
 // beginning.
 void ZEBURecords::noteHeader(std::string_view svHeader)
 {
-    for (int i = 0; i < 2; ++i) {
-        const std::string_view svPiece = svHeader.substr(0, svHeader.find('\n') + 1);
-        const ZEBUPiece ePiece = ZEBU_ClassifyPiece(svPiece);
-        if (ePiece == ZEBUPiece::FileHeader) {
-            m_strHost = ZEBU_HeaderHost(svPiece);
-            m_strZone = ZEBU_HeaderZone(svPiece);
-        }
-        if (ePiece != ZEBUPiece::StartHeader)
-            return;
-        svHeader.remove_prefix(svPiece.size());
-    }
+    const std::string_view svLine = ZEBU_FindFileHeader(svHeader);
+    if (svLine.empty())
+        return;
+    m_strHost = ZEBU_HeaderHost(svLine);
+    m_strZone = ZEBU_HeaderZone(svLine);
 }
 
 ZEBUPlace ZEBURecords::place() const
@@ -217,4 +239,13 @@ ZEBUPlace ZEBURecords::place() const
     place.uRecordHash =
         ZEBU_Fingerprint(bytes(m_uBegin - m_uLastSize, m_uBegin).substr(0, ZEBU_PLACE_LINE_MAX));
     return place;
+}
+
+void ZEBU_ForEachRecord(std::string_view svText,
+                        const std::function<void(const ZEBURecord& record, size_t uOffset)>& take)
+{
+    ZEBURecords records(std::make_unique<ZEBUBytes>(svText));
+    ZEBURecord record;
+    for (size_t u = 0; records.next(&record) == ZEBUNext::Record; u += record.svBytes.size())
+        take(record, u);
 }

@@ -5,6 +5,7 @@
 #ifndef ZEBU_TOOLS_READER_RECORDS_H
 #define ZEBU_TOOLS_READER_RECORDS_H
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -82,10 +83,12 @@ private:
     ZEBUPiece m_eFirst = ZEBUPiece::Text; // first and last line of the record that is gathered
     ZEBUPiece m_eLast = ZEBUPiece::Text;
     ZEBUPiece m_ePiece = ZEBUPiece::Text; // the line behind it
-    bool m_bAfterLine = false;            // the record before it in the same file can be continued
-    bool m_bFileEnd = false;              // the buffer holds the rest of a file
-    bool m_bEnd = false;                  // and there is no other
-    unsigned m_uFilesLost = 0;            // a Gap is to be told of, before what the buffer gets next
+    ZEBULine m_firstLine;                 // as they were parsed, if they are trace lines
+    ZEBULine m_pieceLine;
+    bool m_bAfterLine = false; // the record before it in the same file can be continued
+    bool m_bFileEnd = false;   // the buffer holds the rest of a file
+    bool m_bEnd = false;       // and there is no other
+    unsigned m_uFilesLost = 0; // a Gap is to be told of, before what the buffer gets next
     ZEBUTime m_lTime = ZEBU_TIME_NONE;
     std::string m_strFile;
     std::string m_strHost;
@@ -96,5 +99,9 @@ private:
     std::string m_strBeginning;    // and how it begins
     uint64_t m_uBeginningHash = 0; // as a whole
 };
+
+// Cuts a text into records; each comes with its offset.
+void ZEBU_ForEachRecord(std::string_view svText,
+                        const std::function<void(const ZEBURecord& record, size_t uOffset)>& take);
 
 #endif

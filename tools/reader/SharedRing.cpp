@@ -72,7 +72,7 @@ private:
     bool openFile();
     ZEBURead readOld(char* pBuffer, size_t uSize, size_t* puRead);
     std::optional<ZEBURead> readCurrent(char* pBuffer, size_t uSize, size_t* puRead);
-    bool isAccepted(const ZEBUPosition& claim) const;
+    bool isAccepted(const ZEBUTraceFile& file, const ZEBUPosition& claim) const;
     std::optional<ZEBURead> notAccepted();
     bool holdsNewLines() const;
     ZEBURead setBack(unsigned uOffset);
@@ -127,11 +127,16 @@ std::vector<ZEBUSegment> ZEBUSharedRing::segments() const
 {
     std::vector<ZEBUSegment> segments;
     struct stat info;
+    bool bComplete = isAccepted(m_endFile, m_end); // else the last line is not there, and a mark is before it
+    for (int i = 0; i < cs_iPauses && !bComplete; ++i) {
+        ZEBU_Sleep(cs_iPause);
+        bComplete = isAccepted(m_endFile, m_end);
+    }
     for (unsigned u = 0; u < m_record.uFileNum; ++u) {
         const unsigned uFile = (m_end.uFile + u) % m_record.uFileNum + 1;
         const std::string strPath = ZEBU_RingFileName(m_strPrefix, uFile);
         if (stat(strPath.c_str(), &info) == 0)
-            segments.push_back({uFile, strPath, m_end.uOffset, uFile != m_end.uFile});
+            segments.push_back({uFile, strPath, m_end.uOffset, uFile != m_end.uFile || !bComplete});
     }
     return segments;
 }
@@ -313,7 +318,7 @@ std::optional<ZEBURead> ZEBUSharedRing::readCurrent(char* pBuffer, size_t uSize,
         return notAccepted();
     if (claim.uOffset == m_pFile->offset())
         return m_bFollow ? ZEBURead::Idle : ZEBURead::End;
-    if (claim == m_record.position && !isAccepted(claim))
+    if (claim == m_record.position && !isAccepted(*m_pFile, claim))
         return notAccepted();
     const size_t uLeft = claim.uOffset - m_pFile->offset();
     const long lRead = m_pFile->readAt(m_pFile->offset(), pBuffer, std::min(uSize, uLeft));
@@ -343,10 +348,10 @@ ZEBURead ZEBUSharedRing::take(const char* pBuffer, long lRead, size_t* puRead)
 
 // Whether the line in front of an offset is complete. It is when the mark stands there behind a line end,
 // or when the writers, who come one after another, have gone on from there.
-bool ZEBUSharedRing::isAccepted(const ZEBUPosition& claim) const
+bool ZEBUSharedRing::isAccepted(const ZEBUTraceFile& file, const ZEBUPosition& claim) const
 {
     for (int i = 0; i < cs_iLooks; ++i) {
-        if (m_pFile->hasMarkAt(claim.uOffset))
+        if (file.hasMarkAt(claim.uOffset))
             return true;
         ZEBURingRecord now;
         if (m_management.load(&now) &&

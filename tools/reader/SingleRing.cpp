@@ -19,6 +19,7 @@ constexpr int cs_iLooks = 16;               // until the files' times go togethe
 constexpr int cs_iWaits = 25;               // for the rest of a line
 constexpr long cs_lSecondsMax = 9000000000; // of a time in nanoseconds: anybody may set a file's
 constexpr int cs_iPause = 2;                // milliseconds of each
+constexpr int cs_iLookEvery = 100;          // milliseconds between two looks at all files of a ring
 
 // What shows that a file was written to. Neither its size nor its time need change when a fast ring comes to
 // it again, but its first line does.
@@ -81,8 +82,8 @@ private:
     ZEBURead readPresent(char* pBuffer, size_t uSize, size_t* puRead);
     bool isReused() const;
     size_t wholeLines(const char* pBuffer, size_t uRead);
-    unsigned nextNumber() const;
-    unsigned changedFile() const;
+    unsigned nextNumber();
+    unsigned changedFile();
     void enter(unsigned uNumber);
     ZEBURead lost();
     static unsigned after(unsigned uNumber) { return uNumber % ZEBU_RING_FILES_MAX + 1; }
@@ -96,6 +97,7 @@ private:
     bool m_bCaughtUp = false;                   // that one is reached
     bool m_bIsNewest = false;                   // it is the present one, for the first time
     int m_iWaits = 0;                           // for the rest of a line
+    long m_lNextLook = 0;                       // at all files
     unsigned m_uGone = 0;                       // the place to go on at is, with lines of so many files
     unsigned m_uNumber = 0;
     std::unique_ptr<ZEBUTraceFile> m_pFile = std::make_unique<ZEBUTraceFile>();
@@ -342,7 +344,7 @@ size_t ZEBUSingleRing::wholeLines(const char* pBuffer, size_t uRead)
 }
 
 // The file to read after the present one, or 0.
-unsigned ZEBUSingleRing::nextNumber() const
+unsigned ZEBUSingleRing::nextNumber()
 {
     if (m_bCaughtUp)
         return m_bFollow ? changedFile() : 0;
@@ -353,15 +355,27 @@ unsigned ZEBUSingleRing::nextNumber() const
 }
 
 // The file that the writer went on to, in ring order behind the present one, or 0. The present one counts
-// when its name stands for another file by now.
-unsigned ZEBUSingleRing::changedFile() const
+// when its name stands for another file by now. That is the next one, or the first behind the last, which
+// costs little to look at; what another process made of the ring is noticed a little later.
+unsigned ZEBUSingleRing::changedFile()
 {
-    for (unsigned u = after(m_uNumber); u != m_uNumber; u = after(u)) {
-        const Stamp now = stampOf(u);
-        if (now != m_left[u] && now.iSize >= 0)
+    const auto isChanged = [this](unsigned u, const Stamp& now) {
+        return now != m_left[u] && now.iSize >= 0;
+    };
+    const Stamp next = stampOf(after(m_uNumber));
+    const unsigned uNext = next.iSize >= 0 ? after(m_uNumber) : 1;
+    if (uNext != m_uNumber && isChanged(uNext, uNext == 1 ? stampOf(1) : next))
+        return uNext;
+    if (m_pFile->isReplaced())
+        return m_uNumber;
+    const long lNow = ZEBU_Milliseconds();
+    if (lNow < m_lNextLook)
+        return 0;
+    m_lNextLook = lNow + cs_iLookEvery;
+    for (unsigned u = after(m_uNumber); u != m_uNumber; u = after(u))
+        if (isChanged(u, stampOf(u)))
             return u;
-    }
-    return m_pFile->isReplaced() ? m_uNumber : 0;
+    return 0;
 }
 
 // The ring came round: what was not read yet begins behind its newest file.

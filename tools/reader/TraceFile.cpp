@@ -5,6 +5,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <poll.h>
+#include <time.h>
 #include <unistd.h>
 #include <vector>
 
@@ -46,6 +47,13 @@ bool ZEBU_IsReplaced(const struct stat& opened, const std::string& strPath)
 void ZEBU_Sleep(int iMilliseconds)
 {
     (void)poll(nullptr, 0, iMilliseconds);
+}
+
+long ZEBU_Milliseconds()
+{
+    timespec now = {};
+    (void)clock_gettime(CLOCK_MONOTONIC, &now);
+    return now.tv_sec * 1000 + now.tv_nsec / 1000000;
 }
 
 int ZEBUTraceFile::open(const std::string& strPath, bool bAnyKind)

@@ -23,6 +23,9 @@ bool ZEBU_IsReplaced(const struct stat& opened, const std::string& strPath);
 // One way to wait for what another process is about to do.
 void ZEBU_Sleep(int iMilliseconds);
 
+// A clock that is never set.
+long ZEBU_Milliseconds();
+
 // What is said of a file where bytes look like an end-of-data mark.
 constexpr char ZEBU_LIKENESS_TEXT[] =
     " holds bytes that look like an end-of-data mark and are none: a logged text";
