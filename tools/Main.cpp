@@ -363,10 +363,11 @@ void fs_onBus(int)
 }
 } // namespace
 
-void ZEBU_Pause(int iMilliseconds)
+void ZEBU_Pause(long lMicroseconds)
 {
     pollfd output = {.fd = STDOUT_FILENO, .events = 0, .revents = 0};
-    if (poll(&output, 1, iMilliseconds) > 0 && (output.revents & POLLERR) != 0)
+    const timespec pause = {lMicroseconds / 1000000, lMicroseconds % 1000000 * 1000};
+    if (ppoll(&output, 1, &pause, nullptr) > 0 && (output.revents & POLLERR) != 0)
         throw ZEBUEnded{}; // nobody reads any more
 }
 

@@ -123,23 +123,28 @@ std::string ZEBU_ExplainedError(unsigned uValue, int iCode);
 std::string ZEBU_ConfiguredArea();
 
 // Waits between two polls, or until the user ends the tool.
-void ZEBU_Pause(int iMilliseconds);
+void ZEBU_Pause(long lMicroseconds);
 
 // The pauses of one who polls: short behind something new, since more is likely, then longer up to the
 // interval.
 class ZEBUPoll
 {
 public:
-    explicit ZEBUPoll(int iInterval) : m_iInterval(iInterval) {}
+    // `iInterval`: in milliseconds; `lShortest`: in microseconds.
+    explicit ZEBUPoll(int iInterval, long lShortest = 1000)
+        : m_lInterval(iInterval * 1000L), m_lShortest(lShortest), m_lNext(lShortest)
+    {
+    }
     void pause(bool bNew)
     {
-        m_iNext = bNew ? 1 : std::min(2 * m_iNext, m_iInterval);
-        ZEBU_Pause(m_iNext);
+        m_lNext = bNew ? m_lShortest : std::min(2 * m_lNext, m_lInterval);
+        ZEBU_Pause(m_lNext);
     }
 
 private:
-    const int m_iInterval;
-    int m_iNext = 1; // milliseconds
+    const long m_lInterval;
+    const long m_lShortest;
+    long m_lNext;
 };
 
 #endif

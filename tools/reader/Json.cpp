@@ -1,19 +1,11 @@
 #include "tools/reader/Json.h"
 
-#include <algorithm>
 #include <charconv>
 #include <stdint.h>
 #include <string.h>
 
 namespace {
-constexpr uint64_t cs_uOnes = 0x0101010101010101;
-constexpr uint64_t cs_uHigh = 0x8080808080808080;
 constexpr char cs_szDigits[] = "0123456789abcdef";
-
-constexpr uint64_t fs_zeroBytes(uint64_t uWord)
-{
-    return (uWord - cs_uOnes) & ~uWord & cs_uHigh;
-}
 
 bool fs_isPlain(char c)
 {
@@ -21,23 +13,28 @@ bool fs_isPlain(char c)
     return uByte >= 0x20 && uByte < 0x80 && c != '"' && c != '\\';
 }
 
-size_t fs_plainBytes(std::string_view svText)
+// Bytes that are looked at at once.
+using Block [[gnu::vector_size(16)]] = unsigned char;
+
+bool fs_isPlainBlock(const char* pText)
 {
-    return static_cast<size_t>(std::find_if_not(svText.begin(), svText.end(), fs_isPlain) - svText.begin());
+    Block bytes;
+    memcpy(&bytes, pText, sizeof bytes);
+    const auto other = (bytes < 0x20) | (bytes >= 0x80) | (bytes == '"') | (bytes == '\\');
+    uint64_t uOther[2];
+    memcpy(uOther, &other, sizeof uOther);
+    return (uOther[0] | uOther[1]) == 0;
 }
 
-// How many bytes a text begins with that stand for themselves. Eight at a time: most of a line is such.
+// How many bytes a text begins with that stand for themselves: most of a line is such.
 size_t fs_plainLength(std::string_view svText)
 {
     size_t u = 0;
-    for (uint64_t uWord; u + sizeof uWord <= svText.size(); u += sizeof uWord) {
-        memcpy(&uWord, svText.data() + u, sizeof uWord);
-        const uint64_t uControl = (uWord - 0x20 * cs_uOnes) & ~uWord & cs_uHigh;
-        if ((uControl | (uWord & cs_uHigh) | fs_zeroBytes(uWord ^ ('"' * cs_uOnes)) |
-             fs_zeroBytes(uWord ^ ('\\' * cs_uOnes))) != 0)
-            return u + fs_plainBytes(svText.substr(u));
-    }
-    return u + fs_plainBytes(svText.substr(u));
+    while (u + sizeof(Block) <= svText.size() && fs_isPlainBlock(svText.data() + u))
+        u += sizeof(Block);
+    while (u < svText.size() && fs_isPlain(svText[u]))
+        ++u;
+    return u;
 }
 
 // The length of the UTF-8 sequence that a text begins with; or, when it begins with none, of the longest
@@ -169,7 +166,6 @@ void ZEBUJson::noteOrigin(const ZEBUOrigin& origin)
 // So are application, process and thread, which stand side by side in the line.
 void ZEBUJson::appendLine(std::string* pstrOut, const ZEBURecord& record, const ZEBUBody& body)
 {
-    static constexpr std::string_view svForms[] = {"", "plain", "id", "type"};
     const ZEBULine& line = record.line;
     const std::string_view svWriter = record.svBytes.substr(ZEBU_COL_APP, ZEBU_COL_BODY - ZEBU_COL_APP);
     if (svWriter != m_strWriterColumns) {
@@ -183,11 +179,15 @@ void ZEBUJson::appendLine(std::string* pstrOut, const ZEBURecord& record, const 
     }
     pstrOut->append(m_strWriter);
     fs_appendNumber(pstrOut, static_cast<unsigned>(line.iCounter));
-    const bool bType = body.eForm == ZEBUForm::Type;
-    fs_appendText(pstrOut, ",\"form\":", body.eForm != ZEBUForm::Unknown,
-                  svForms[static_cast<int>(body.eForm)]);
-    fs_appendText(pstrOut, ",\"id\":", body.eForm == ZEBUForm::Id || bType, body.svId);
-    fs_appendText(pstrOut, ",\"type\":", bType, body.svType);
+    if (body.eForm == ZEBUForm::Type || body.eForm == ZEBUForm::Id) {
+        const bool bType = body.eForm == ZEBUForm::Type;
+        pstrOut->append(bType ? ",\"form\":\"type\"" : ",\"form\":\"id\"");
+        fs_appendText(pstrOut, ",\"id\":", true, body.svId);
+        fs_appendText(pstrOut, ",\"type\":", bType, body.svType);
+    } else {
+        pstrOut->append(body.eForm == ZEBUForm::Plain ? ",\"form\":\"plain\",\"id\":null,\"type\":null"
+                                                      : ",\"form\":null,\"id\":null,\"type\":null");
+    }
     fs_appendText(pstrOut, ",\"text\":", true, body.eForm == ZEBUForm::Unknown ? line.svBody : body.svText);
 }
 

@@ -32,18 +32,20 @@ private:
 } // namespace
 
 ZEBURecords::ZEBURecords(std::unique_ptr<ZEBUSource> pSource, bool bForeign)
-    : m_pSource(std::move(pSource)), m_bForeign(bForeign), m_buffer(cs_uBuffer + 1),
+    : m_pSource(std::move(pSource)), m_bForeign(bForeign), m_uSize(cs_uBuffer),
       m_bAfterLine(m_pSource->isResumed())
 {
 }
 
 void ZEBURecords::setBuffer(size_t uSize)
 {
-    m_buffer = std::vector<char>(std::clamp(uSize, cs_uBufferMin, cs_uBuffer) + 1);
+    m_uSize = std::clamp(uSize, cs_uBufferMin, cs_uBuffer);
 }
 
 ZEBUNext ZEBURecords::next(ZEBURecord* pRecord)
 {
+    if (m_buffer.empty())
+        m_buffer.resize(m_uSize + 1);
     for (;;) {
         if (cut(pRecord))
             return ZEBUNext::Record;

@@ -39,7 +39,8 @@ public:
     // `bForeign`: bytes of other origin may stand between the lines, without a line end of their own.
     explicit ZEBURecords(std::unique_ptr<ZEBUSource> pSource, bool bForeign = false);
 
-    // How much is read at once, for those who have many; records are as long as ever.
+    // How much is read at once, for those who have many; records are as long as ever. Before the first is
+    // fetched.
     void setBuffer(size_t uSize);
 
     // Gives back the descriptors until more has to be read.
@@ -74,7 +75,8 @@ private:
 
     std::unique_ptr<ZEBUSource> m_pSource;
     const bool m_bForeign;
-    std::vector<char> m_buffer;
+    size_t m_uSize;
+    std::vector<char> m_buffer;           // made when it is needed
     size_t m_uBegin = 0;                  // of the record that is gathered
     size_t m_uGathered = 0;               // its end so far, the end of a line
     size_t m_uPiece = 0;                  // end of the line behind it, when that is not m_uGathered
