@@ -7,6 +7,7 @@
 #include <iterator>
 #include <string.h>
 #include <sys/stat.h>
+#include <time.h>
 #include <utility>
 
 #include "tools/reader/Line.h"
@@ -19,7 +20,7 @@ constexpr int cs_iLooks = 16;               // until the files' times go togethe
 constexpr int cs_iWaits = 25;               // for the rest of a line
 constexpr long cs_lSecondsMax = 9000000000; // of a time in nanoseconds: anybody may set a file's
 constexpr int cs_iPause = 2;                // milliseconds of each
-constexpr int cs_iLookEvery = 100;          // milliseconds between two looks at all files of a ring
+constexpr int cs_iLookEvery = 1000;         // milliseconds between two looks at all files of a ring
 
 // What shows that a file was written to. Neither its size nor its time need change when a fast ring comes to
 // it again, but its first line does.
@@ -80,6 +81,7 @@ private:
     Stamp stampOf(unsigned uNumber) const;
     unsigned newestFile() const;
     ZEBURead readPresent(char* pBuffer, size_t uSize, size_t* puRead);
+    bool isQuiet(const struct stat& now) const;
     bool isReused() const;
     size_t wholeLines(const char* pBuffer, size_t uRead);
     unsigned nextNumber();
@@ -97,6 +99,7 @@ private:
     bool m_bCaughtUp = false;                   // that one is reached
     bool m_bIsNewest = false;                   // it is the present one, for the first time
     int m_iWaits = 0;                           // for the rest of a line
+    struct stat m_quiet = {};                   // of the present file, when it was read to its end
     long m_lNextLook = 0;                       // at all files
     unsigned m_uGone = 0;                       // the place to go on at is, with lines of so many files
     unsigned m_uNumber = 0;
@@ -245,6 +248,7 @@ unsigned ZEBUSingleRing::newestFile() const
 void ZEBUSingleRing::enter(unsigned uNumber)
 {
     m_uNumber = uNumber;
+    m_quiet = {};
     m_bIsNewest = !m_bCaughtUp && uNumber == m_uNewest;
     m_bCaughtUp = m_bCaughtUp || m_bIsNewest;
     m_pLast = std::exchange(m_pFile, std::make_unique<ZEBUTraceFile>());
@@ -260,9 +264,13 @@ ZEBURead ZEBUSingleRing::read(char* pBuffer, size_t uSize, size_t* puRead)
         warn(m_strPrefix + ": the place to go on at is gone, lines may be missing");
         return gap(std::exchange(m_uGone, 0));
     }
-    const ZEBURead eFirst = readPresent(pBuffer, uSize, puRead);
+    struct stat now;
+    const bool bKnown = m_bFollow && stat(m_pFile->path().c_str(), &now) == 0;
+    const ZEBURead eFirst = bKnown && isQuiet(now) ? ZEBURead::Idle : readPresent(pBuffer, uSize, puRead);
     if (eFirst != ZEBURead::Idle)
         return eFirst;
+    if (bKnown && time(nullptr) > now.st_mtim.tv_sec + 1) // the next write will change it
+        m_quiet = now;
     const unsigned uNext = nextNumber();
     if (uNext == 0)
         return m_bFollow ? ZEBURead::Idle : ZEBURead::End;
@@ -278,6 +286,13 @@ ZEBURead ZEBUSingleRing::read(char* pBuffer, size_t uSize, size_t* puRead)
     }
     enter(uNext);
     return ZEBURead::FileEnd;
+}
+
+// Whether the present file was not written to since it was found to be read to its end, for a single call.
+bool ZEBUSingleRing::isQuiet(const struct stat& now) const
+{
+    return ZEBU_IsSameFile(now, m_quiet) && now.st_size == m_quiet.st_size &&
+           now.st_mtim.tv_sec == m_quiet.st_mtim.tv_sec && now.st_mtim.tv_nsec == m_quiet.st_mtim.tv_nsec;
 }
 
 // Reads on in the present file. Idle at its end.
