@@ -4,6 +4,7 @@
 #include <sys/ucontext.h>
 
 #include "mmap/AreaAppend.h"
+#include "mmap/AreaUse.h"
 #include "mmap/MMap.h"
 #include "support/AreaConsumer.h"
 
@@ -241,6 +242,27 @@ TEST_F(Append, AHostileGuardCostsATenthOfTheTime)
     hostile.join();
     EXPECT_LT(lWaited, 600);
     EXPECT_EQ(m_pArea->m_torn, 0);
+}
+
+// By threads with and without a context, which are counted in two ways.
+TEST_F(Append, TheAreaIsMappedUntilEverybodyHasLeftIt)
+{
+    for (const bool bContext : {false, true}) {
+        std::atomic<bool> bEntered{false}, bStopped{false};
+        std::thread user([&] {
+            (void)(bContext && ZEBU2_GetLogLevel());
+            const ZEBUAreaUse use;
+            bEntered = true;
+            usleep(50'000);
+            EXPECT_FALSE(bStopped) << bContext;
+        });
+        while (!bEntered)
+            std::this_thread::yield();
+        stop();
+        bStopped = true;
+        user.join();
+        startArea();
+    }
 }
 
 // Lines of one limit after the other, with whether they are dropped.
