@@ -4,7 +4,7 @@
 class Area : public Sandbox
 {
 protected:
-    static int putBytes(size_t count) { return ZEBU2_PutToShm(std::string(count, 'x').data(), count); }
+    static int putBytes(size_t uCount) { return ZEBU2_PutToShm(std::string(uCount, 'x').data(), uCount); }
     // A file with a hole behind its first bytes, and what of it has blocks.
     void makeArea(const std::string& bytes, size_t uSize) const
     {

@@ -88,7 +88,7 @@ protected:
     void expectSeen(size_t uCount)
     {
         m_pArea->drain();
-        EXPECT_EQ(m_pArea->m_torn, 0);
+        EXPECT_EQ(m_pArea->m_iTorn, 0);
         EXPECT_EQ(m_pArea->m_seen.size(), uCount);
         for (const auto& [message, iCount] : m_pArea->m_seen)
             EXPECT_EQ(iCount, 1) << message;
@@ -126,7 +126,7 @@ TEST_F(Append, HandlersThatInterruptAnyInstructionLoseAndTearNothing)
     }
     EXPECT_GT(uLines, 300U);
     expectSeen(uLines);
-    EXPECT_EQ(m_pArea->m_blank, 0); // nobody was passed over
+    EXPECT_EQ(m_pArea->m_iBlank, 0); // nobody was passed over
     EXPECT_EQ(m_pArea->guard(), 0u);
 }
 
@@ -187,8 +187,8 @@ TEST_F(Append, HoldersThatDoNotGoOnArePassedOver)
                 (void)kill(iChild, SIGCONT);
             (void)waitForChild(iChild);
             expectSeen(uLines);
-            EXPECT_LE(m_pArea->m_blank, 1) << pszWhat << ' ' << lAct;
-            m_pArea->m_blank = 0;
+            EXPECT_LE(m_pArea->m_iBlank, 1) << pszWhat << ' ' << lAct;
+            m_pArea->m_iBlank = 0;
         }
         EXPECT_TRUE(100 <= lFastest && lFastest < 150) << pszWhat << ' ' << lFastest;
     }
@@ -241,7 +241,7 @@ TEST_F(Append, AHostileGuardCostsATenthOfTheTime)
     bDone = true;
     hostile.join();
     EXPECT_LT(lWaited, 600);
-    EXPECT_EQ(m_pArea->m_torn, 0);
+    EXPECT_EQ(m_pArea->m_iTorn, 0);
 }
 
 // By threads with and without a context, which are counted in two ways.

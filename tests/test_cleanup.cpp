@@ -16,10 +16,10 @@ protected:
     std::string in(const std::string& name) const { return path("logs/") + name; }
 
     // A file that was last modified so many seconds ago.
-    void makeFile(const std::string& name, long seconds) const
+    void makeFile(const std::string& name, long lSeconds) const
     {
         writeFile(in(name), "content");
-        age(in(name), seconds);
+        age(in(name), lSeconds);
     }
     Result clear(const std::string& pattern, int iMode, int iValue) const
     {
@@ -49,16 +49,16 @@ TEST_F(Cleanup, RulesChooseByPatternAgeAndNumberWhatNobodyHolds)
     std::filesystem::create_directory(in("sub"));
     makeFile("held", 500);
     lockAsAnother(in("held"));
-    for (const auto& [pattern, mode, value, left] : cases) {
-        for (const auto& [name, seconds] : {std::pair("a3", 300),
-                                            {"a1", 100},
-                                            {"a2", 200},
-                                            {".a4", 400},
-                                            {"b", 300},
-                                            {"a5", -1000}}) // from the future
-            makeFile(name, seconds);
-        EXPECT_EQ(clear(pattern, mode, value), Result(0, 0));
-        EXPECT_EQ(names(), left) << pattern << ' ' << mode << ' ' << value;
+    for (const auto& [pszPattern, iMode, iValue, left] : cases) {
+        for (const auto& [pszName, iSeconds] : {std::pair("a3", 300),
+                                                {"a1", 100},
+                                                {"a2", 200},
+                                                {".a4", 400},
+                                                {"b", 300},
+                                                {"a5", -1000}}) // from the future
+            makeFile(pszName, iSeconds);
+        EXPECT_EQ(clear(pszPattern, iMode, iValue), Result(0, 0));
+        EXPECT_EQ(names(), left) << pszPattern << ' ' << iMode << ' ' << iValue;
     }
 }
 
@@ -112,9 +112,9 @@ TEST_F(Cleanup, ArgumentsAndEntriesAreChecked)
         {"a", NUMBER, 0, 0x0C000014, ENOENT},
         {"none", AGE, 0, 0x0C000014, ENOENT},
     };
-    for (const auto& [pattern, mode, value, error, code] : cases) {
-        EXPECT_EQ(clear(pattern, mode, value), Result(-1, error));
-        EXPECT_EQ(lastCode(), code);
+    for (const auto& [pszPattern, iMode, iValue, iError, iCode] : cases) {
+        EXPECT_EQ(clear(pszPattern, iMode, iValue), Result(-1, iError));
+        EXPECT_EQ(lastCode(), iCode);
     }
     EXPECT_EQ(result(ZEBU2_LogFileClear(nullptr, NUMBER, 0)), Result(-1, 0x0C000001));
     EXPECT_EQ(names(), (std::set<std::string>{"a", "link"}))

@@ -77,13 +77,13 @@ TEST_F(Config, StandardFileIsReadWithoutAUsableOverride)
     if (!bPrivateOpt)
         GTEST_SKIP() << "no mount namespace to be had";
     // What is read when the environment names this file.
-    const auto expect = [](const std::string& name, unsigned int mapSize, const std::string& message) {
+    const auto expect = [](const std::string& name, unsigned int uMapSize, const std::string& message) {
         setenv("ZEBU2_TRACECNF_FILE", name.c_str(), 1);
         const ZEBUConfigInf conf;
-        EXPECT_EQ(conf.uMapSize, mapSize) << name;
+        EXPECT_EQ(conf.uMapSize, uMapSize) << name;
         EXPECT_STREQ(conf.szMonPath, "") << "nothing of a refused file stays";
-        const char* area = mapSize == 6000 ? "/opt/kelvora/ZEBULib2/mmap/zebu2mmap.mm" : conf.szMMapFile;
-        EXPECT_STREQ(conf.szMMapFile, area) << name;
+        const char* pszArea = uMapSize == 6000 ? "/opt/kelvora/ZEBULib2/mmap/zebu2mmap.mm" : conf.szMMapFile;
+        EXPECT_STREQ(conf.szMMapFile, pszArea) << name;
         EXPECT_EQ(ZEBUConfigInf2().szMsgString, message) << name;
     };
     const std::string standard = "/opt/kelvora/ZEBULib2/etc/D002zebu2.cnf", far = path("far.cnf");
@@ -109,9 +109,9 @@ TEST_F(Config, StandardFileIsReadWithoutAUsableOverride)
 // A copy of this program runs with the rights of its owner, who is not its user.
 TEST_F(Config, AProgramWithOtherRightsThanItsUserIgnoresTheEnvironment)
 {
-    const bool isCopy = getenv("ZEBU_TEST_COPY");
-    EXPECT_EQ(ZEBU_GetCnfOverride() == nullptr, isCopy);
-    if (isCopy)
+    const bool bCopy = getenv("ZEBU_TEST_COPY");
+    EXPECT_EQ(ZEBU_GetCnfOverride() == nullptr, bCopy);
+    if (bCopy)
         _exit(HasFailure() ? 1 : 0); // a search for leaks is not allowed to it
     const std::string copy = path("copy");
     std::filesystem::copy_file("/proc/self/exe", copy);

@@ -12,12 +12,12 @@ protected:
     int everythingElse(int iOdd)
     {
         ZEBU2_SetLogLevel(iOdd);
-        ZEBU2_SetInstanceLogLevel(m_shared, iOdd);
+        ZEBU2_SetInstanceLogLevel(m_hShared, iOdd);
         ZEBU2_SetTimeStumpMode(iOdd);
         std::thread([] { (void)ZEBU2_GetLogLevel(); }).join();
-        return ZEBU2_FileBufferFlush() | ZEBU2_InstanceFileBufferFlush(m_shared) |
+        return ZEBU2_FileBufferFlush() | ZEBU2_InstanceFileBufferFlush(m_hShared) |
                ZEBU2_ChFileAttr(iOdd ? 0640 : 0644) | ZEBU2_TraceBackup(path("copy").c_str()) |
-               ZEBU2_InstanceTraceBackupM(m_shared, path("other").c_str(), iOdd * 16) | passing("own");
+               ZEBU2_InstanceTraceBackupM(m_hShared, path("other").c_str(), iOdd * 16) | passing("own");
     }
     // An instance with a ring of its own for one line.
     int passing(const std::string& own)
@@ -31,7 +31,7 @@ protected:
     {
         Host& host = *static_cast<Host*>(pHost);
         const int iFailed = ZEBU2_Initialize(host.ring(4096, 2), "host") | ZEBU2_PutLine(0, "first") |
-                            ZEBU2_CreateInstanceM(&host.m_shared, host.ring(4096, 2, "second"), "host", 0);
+                            ZEBU2_CreateInstanceM(&host.m_hShared, host.ring(4096, 2, "second"), "host", 0);
         return reinterpret_cast<void*>(uintptr_t(iFailed));
     }
     void expectOnce(int iCount) const
@@ -41,14 +41,14 @@ protected:
         EXPECT_EQ(std::set<std::string>(texts.begin(), texts.end()).size(), texts.size());
     }
 
-    ZEBU2_HINSTANCE m_shared = nullptr;
+    ZEBU2_HINSTANCE m_hShared = nullptr;
 };
 
 TEST_F(Host, ACancelledThreadLeavesNoLockBehind)
 {
     alarm(60); // ends a put that waits for a mutex that nobody gives back
     ASSERT_EQ(ZEBU2_Initialize(ring(4096), "host"), 0); // both move on again and again
-    ASSERT_EQ(ZEBU2_CreateInstanceM(&m_shared, ring(4096, 3, "shared"), "host", ZEBU2_OPT_NOFILL), 0);
+    ASSERT_EQ(ZEBU2_CreateInstanceM(&m_hShared, ring(4096, 3, "shared"), "host", ZEBU2_OPT_NOFILL), 0);
     const auto putForEver = [](void* hShared) -> void* {
         for (;; pthread_testcancel())
             (void)(ZEBU2_PutLine(0, "line") | ZEBU2_PutInstanceLine(ZEBU2_HINSTANCE(hShared), 0, "line") |
@@ -57,10 +57,10 @@ TEST_F(Host, ACancelledThreadLeavesNoLockBehind)
     const long lOpen = openDescriptors();
     for (int i = 0; i < 100; ++i) {
         pthread_t thread;
-        ASSERT_EQ(pthread_create(&thread, nullptr, putForEver, m_shared), 0);
+        ASSERT_EQ(pthread_create(&thread, nullptr, putForEver, m_hShared), 0);
         std::this_thread::sleep_for(std::chrono::microseconds(50 + i * 5)); // any moment will do
         ASSERT_EQ(pthread_cancel(thread) | pthread_join(thread, nullptr), 0);
-        EXPECT_EQ(ZEBU2_PutLine(0, "after") | ZEBU2_PutInstanceLine(m_shared, 0, "after"), 0);
+        EXPECT_EQ(ZEBU2_PutLine(0, "after") | ZEBU2_PutInstanceLine(m_hShared, 0, "after"), 0);
     }
     EXPECT_EQ(openDescriptors(), lOpen);
 }
@@ -79,10 +79,10 @@ TEST_F(Host, NoDescriptorIsAStandardOne)
                   const std::string text(900, 'x');
                   bool bFree = (close(0) | close(1) | close(2)) == 0 &&
                                ZEBU2_Initialize(ring(4096), "app") == 0 &&
-                               ZEBU2_CreateInstanceM(&m_shared, ring(4096, 3, "shared"), "app", 0) == 0;
+                               ZEBU2_CreateInstanceM(&m_hShared, ring(4096, 3, "shared"), "app", 0) == 0;
                   for (int i = 0; i < 10; ++i) // both move on
                       bFree = bFree && isFree() && ZEBU2_PutLine(0, text.c_str()) == 0 &&
-                              ZEBU2_PutInstanceLine(m_shared, 0, text.c_str()) == 0;
+                              ZEBU2_PutInstanceLine(m_hShared, 0, text.c_str()) == 0;
                   CHECK(dup2(iErrors, 2) == 2 && bFree);
               }),
               0);
@@ -95,9 +95,9 @@ TEST_F(Host, ChildrenLogAtOnceWhateverTheParentsThreadsDo)
     constexpr int iChildren = 60;
     ASSERT_GE(ZEBU2_SetInstanceLockRetryTimes(nullptr, 20'000), 0); // 1 ms each: no put gives up
     ASSERT_EQ(ZEBU2_Initialize(ring(4 << 20, 16), "host"), 0);
-    ASSERT_EQ(ZEBU2_CreateInstanceM(&m_shared, ring(1 << 20, 16, "shared"), "host", ZEBU2_OPT_NOFILL), 0);
+    ASSERT_EQ(ZEBU2_CreateInstanceM(&m_hShared, ring(1 << 20, 16, "shared"), "host", ZEBU2_OPT_NOFILL), 0);
     ZEBU2_SetShmThreshold(ZEBU2_LEVEL_OFF); // the area is the children's
-    ASSERT_EQ(ZEBU2_SetInstanceShmThreshold(m_shared, ZEBU2_LEVEL_OFF), 0);
+    ASSERT_EQ(ZEBU2_SetInstanceShmThreshold(m_hShared, ZEBU2_LEVEL_OFF), 0);
 
     std::atomic<int> iFailed{0}, iPut{0};
     std::atomic<bool> bStop{false};
@@ -107,7 +107,7 @@ TEST_F(Host, ChildrenLogAtOnceWhateverTheParentsThreadsDo)
                 const std::string text = std::to_string(t) + "." + std::to_string(n);
                 iFailed |= t == 8 ? everythingElse(n % 2)
                                   : ZEBU2_PutLine(0, text.c_str()) |
-                                        ZEBU2_PutInstanceLine(m_shared, 0, text.c_str());
+                                        ZEBU2_PutInstanceLine(m_hShared, 0, text.c_str());
                 iPut += t == 8 ? 0 : 1;
             }
         });
@@ -116,7 +116,7 @@ TEST_F(Host, ChildrenLogAtOnceWhateverTheParentsThreadsDo)
         const int iStatus = inChild([&] {
             alarm(30); // a mutex that stayed locked
             const std::string text = "child " + std::to_string(i);
-            CHECK(ZEBU2_PutInstanceLine(m_shared, 0, text.c_str()) == 0);
+            CHECK(ZEBU2_PutInstanceLine(m_hShared, 0, text.c_str()) == 0);
             CHECK(ZEBU2_PutToShm(text.data(), text.size()) == 0 && lastError() == 0);
             CHECK(result(ZEBU2_PutLine(0, text.c_str())) == Result(0, 0)); // through what it inherited
             CHECK(passing("childs") == 0);
@@ -128,10 +128,10 @@ TEST_F(Host, ChildrenLogAtOnceWhateverTheParentsThreadsDo)
     EXPECT_EQ(iFailed, 0);
     EXPECT_EQ(ZEBU2_TraceBackup(path("copy").c_str()), 0);
     expectOnce(iPut + iChildren);
-    EXPECT_EQ(ZEBU2_InstanceTraceBackupM(m_shared, path("copy").c_str(), 0), 0);
+    EXPECT_EQ(ZEBU2_InstanceTraceBackupM(m_hShared, path("copy").c_str(), 0), 0);
     expectOnce(iPut + iChildren);
     EXPECT_EQ(areaLines().size(), size_t{iChildren});
-    EXPECT_EQ(ZEBU2_DeleteInstance(m_shared), 0);
+    EXPECT_EQ(ZEBU2_DeleteInstance(m_hShared), 0);
     stop();
 }
 
@@ -147,12 +147,12 @@ TEST_F(Host, FirstCallsNeedLittleStack)
     memset(stack, '#', cs_uRoom);
     pthread_attr_t attributes;
     pthread_t thread;
-    void* failed = stack;
+    void* pFailed = stack;
     ASSERT_EQ(pthread_attr_init(&attributes) | pthread_attr_setstack(&attributes, stack, cs_uRoom), 0);
     ASSERT_EQ(pthread_create(&thread, &attributes, firstCalls, static_cast<Host*>(this)) |
-                  pthread_join(thread, &failed),
+                  pthread_join(thread, &pFailed),
               0);
-    EXPECT_EQ(failed, nullptr);
+    EXPECT_EQ(pFailed, nullptr);
     EXPECT_LT(cs_uRoom - std::string_view(stack, cs_uRoom).find_first_not_of('#'), size_t{16 << 10});
 }
 

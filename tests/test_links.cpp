@@ -89,11 +89,11 @@ TEST_F(Planted, LinkInPlaceOfTheDirectoryOfTheManagementFile)
         GTEST_SKIP() << "only root can plant what belongs to another";
     ASSERT_EQ(mkdir(path("ring").c_str(), 0777) | mkdir(path("elsewhere").c_str(), 0777), 0);
     ASSERT_EQ(symlink("../elsewhere", path("ring/mmap").c_str()), 0);
-    for (const uid_t owner : {65534u, 0u}) {
-        ASSERT_EQ(lchown(path("ring/mmap").c_str(), owner, owner), 0);
+    for (const uid_t uOwner : {65534u, 0u}) {
+        ASSERT_EQ(lchown(path("ring/mmap").c_str(), uOwner, uOwner), 0);
         EXPECT_EQ(result(ZEBU2_InitializeM(ring(4096, 3, "ring/app"), "links", 0)),
-                  owner ? Result(1, 0x27000002) : Result(0, 0));
-        EXPECT_EQ(exists(path("elsewhere/app.mm")), owner == 0);
+                  uOwner ? Result(1, 0x27000002) : Result(0, 0));
+        EXPECT_EQ(exists(path("elsewhere/app.mm")), uOwner == 0);
         stop();
     }
 }

@@ -7,31 +7,33 @@ using Logf = Sandbox;
 
 TEST_F(Logf, PutsWhatPassesAndEvaluatesNothingElse)
 {
-    ZEBU2_HINSTANCE instance = nullptr;
+    ZEBU2_HINSTANCE hInstance = nullptr;
     ASSERT_EQ(ZEBU2_Initialize(ring(), "app") |
-                  ZEBU2_CreateInstance(&instance, ring(65536, 1, "other"), "other"),
+                  ZEBU2_CreateInstance(&hInstance, ring(65536, 1, "other"), "other"),
               0);
     ZEBU2_SetLogLevel(ZEBU2_LEVEL_DEBUG);
     const std::string long5000(5000, 'x'), id = "ID                   ";
     EXPECT_EQ(ZEBU2_LOGF(0, "%s", long5000.c_str()) | ZEBU2_LOGF_ID(0, "ID", "x"), 0);
-    const int line = __LINE__ + 1;
+    const int iLine = __LINE__ + 1;
     EXPECT_EQ(ZEBU2_LOGF_AT(600, "%d", 1), 0);
-    EXPECT_EQ(ZEBU2_INSTANCE_LOGF(instance, 0, "%d", 1) | ZEBU2_INSTANCE_LOGF_ID(instance, 0, "ID", "y"), 0);
-    int evaluated = 0;
+    EXPECT_EQ(ZEBU2_INSTANCE_LOGF(hInstance, 0, "%d", 1) | ZEBU2_INSTANCE_LOGF_ID(hInstance, 0, "ID", "y"),
+              0);
+    int iEvaluated = 0;
     for (int i = 0; i < 7; ++i) {
         ZEBU2_LOGF_EVERY(3, 1, "every %d", i);
         ZEBU2_LOGF_ONCE(1, "once %d", i);
-        const int level = 601; // above the level; the next also above what is compiled
-        EXPECT_EQ(ZEBU2_LOGF(level, "%d", ++evaluated) | ZEBU2_LOGF(ZEBU2_LEVEL_TRACE, "%d", ++evaluated), 0);
-        EXPECT_EQ(ZEBU2_INSTANCE_LOGF_AT(instance, 1, "%d", ++evaluated), 0);
+        const int iLevel = 601; // above the level; the next also above what is compiled
+        EXPECT_EQ(ZEBU2_LOGF(iLevel, "%d", ++iEvaluated) | ZEBU2_LOGF(ZEBU2_LEVEL_TRACE, "%d", ++iEvaluated),
+                  0);
+        EXPECT_EQ(ZEBU2_INSTANCE_LOGF_AT(hInstance, 1, "%d", ++iEvaluated), 0);
     }
-    EXPECT_EQ(evaluated, 0);
+    EXPECT_EQ(iEvaluated, 0);
     const wchar_t notInThisLocale[] = {0x110000, 0};
     EXPECT_EQ(ZEBU2_LOGF(0, "%ls", notInThisLocale), -1);
     EXPECT_EQ(lastError(), ZEBU_FUNC_PUT_LINE << 24 | ZEBU_EPOS_PARAM);
-    EXPECT_EQ(ZEBU2_LOGF(ZEBU2_LEVEL_MAX + 1 + evaluated, "%d", 1), -1);
+    EXPECT_EQ(ZEBU2_LOGF(ZEBU2_LEVEL_MAX + 1 + iEvaluated, "%d", 1), -1);
     EXPECT_EQ(bodies(lines(1)),
-              (Lines{std::string(4117, 'x'), id + " x", "test_log.cpp:" + std::to_string(line) + ": 1",
+              (Lines{std::string(4117, 'x'), id + " x", "test_log.cpp:" + std::to_string(iLine) + ": 1",
                      "every 0", "once 0", "every 3", "every 6", "%ls"}));
     EXPECT_EQ(bodies(traceLines(readFile(path("other1.log")))), (Lines{"1", id + " y"}));
 }
@@ -40,13 +42,13 @@ TEST(LogLevels, HaveNamesAndNumbers)
 {
     const struct
     {
-        const char* name;
-        int level;
+        const char* pszName;
+        int iLevel;
     } cases[] = {{"fatal", 0},   {"Warning", 200}, {"TRACE", 800}, {"all", 1000}, {"off", -1}, {"-1", -1},
                  {"1000", 1000}, {"1001", 7},      {"-2", 7},      {"12x", 7},    {"", 7},     {nullptr, 7}};
     for (const auto& each : cases) {
-        each.name ? setenv("ZEBU_TEST_LEVEL", each.name, 1) : unsetenv("ZEBU_TEST_LEVEL");
+        each.pszName ? setenv("ZEBU_TEST_LEVEL", each.pszName, 1) : unsetenv("ZEBU_TEST_LEVEL");
         ZEBU2_SetLogLevelFromEnv("ZEBU_TEST_LEVEL", 7);
-        EXPECT_EQ(ZEBU2_GetLogLevel(), each.level) << (each.name ? each.name : "null");
+        EXPECT_EQ(ZEBU2_GetLogLevel(), each.iLevel) << (each.pszName ? each.pszName : "null");
     }
 }

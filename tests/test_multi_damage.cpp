@@ -13,11 +13,11 @@ TEST_F(MultiDamage, InvalidRecordIsRepairedByWhoeverMeetsItFirst)
                                                      {12, 65},        {20, 0},   {20, 4}};
     const Ring first = open();
     const Ring second = open(ZEBU2_OPT_NOSTARTLINE);
-    for (const auto& [offset, value] : cases) {
+    for (const auto& [uOffset, uValue] : cases) {
         const std::string before = data(1);
-        poke(offset, value);
+        poke(uOffset, uValue);
         ASSERT_EQ(put(second, "repaired") | put(first, "goes on"), 0);
-        EXPECT_EQ(data(1), before + "repaired\r\ngoes on\r\n") << offset << ' ' << value;
+        EXPECT_EQ(data(1), before + "repaired\r\ngoes on\r\n") << uOffset << ' ' << uValue;
         EXPECT_EQ(record().writeOffset, data(1).size());
         EXPECT_EQ(record().mode, 0xFFFFFFC0u);
     }
@@ -48,18 +48,18 @@ TEST_F(MultiDamage, ManagementFileRemovedReplacedOrEmptied)
 // file before.
 TEST_F(MultiDamage, TraceFileCutOrRemovedWhileItIsMapped)
 {
-    for (const int option : {0, ZEBU2_OPT_NOFILL}) {
-        for (const size_t length : {0UL, 200UL}) {
-            base = path("cut") + std::to_string(option) + std::to_string(length);
-            const Ring first = open(option);
-            const Ring second = open(option);
+    for (const int iOption : {0, ZEBU2_OPT_NOFILL}) {
+        for (const size_t uLength : {0UL, 200UL}) {
+            base = path("cut") + std::to_string(iOption) + std::to_string(uLength);
+            const Ring first = open(iOption);
+            const Ring second = open(iOption);
             fillTo(first, 4028);
-            const std::string kept = data(1).substr(0, length);
-            ASSERT_EQ(length ? truncate(traceName(1).c_str(), 200) : unlink(traceName(1).c_str()), 0);
+            const std::string kept = data(1).substr(0, uLength);
+            ASSERT_EQ(uLength ? truncate(traceName(1).c_str(), 200) : unlink(traceName(1).c_str()), 0);
             ASSERT_EQ(put(first, "1") | put(second, "2"), 0);
             EXPECT_EQ(trace(1).size(), 4096u);
-            EXPECT_EQ(data(1).substr(4028), "1\r\n2\r\n") << option << ' ' << length;
-            EXPECT_EQ(data(1).substr(0, length), kept);
+            EXPECT_EQ(data(1).substr(4028), "1\r\n2\r\n") << iOption << ' ' << uLength;
+            EXPECT_EQ(data(1).substr(0, uLength), kept);
         }
     }
 }
@@ -67,17 +67,17 @@ TEST_F(MultiDamage, TraceFileCutOrRemovedWhileItIsMapped)
 // Nobody saw the file shrink: what is lost is not marked, and the line goes where the record says.
 TEST_F(MultiDamage, TraceFileCutWhileNobodyHasItMapped)
 {
-    for (const int option : {0, ZEBU2_OPT_NOFILL}) {
+    for (const int iOption : {0, ZEBU2_OPT_NOFILL}) {
         base += "x";
         {
-            const Ring ring = open(option);
+            const Ring ring = open(iOption);
             fillTo(ring, 3000);
         }
         const std::string kept = trace(1).substr(0, 200);
         ASSERT_EQ(truncate(traceName(1).c_str(), 200), 0);
-        EXPECT_EQ(put(open(option | ZEBU2_OPT_NOSTARTLINE), "line"), 0);
-        const std::string lost(2800, option ? '\0' : ' ');
-        EXPECT_TRUE(trace(1).substr(0, 3006) == kept + lost + "line\r\n") << option;
+        EXPECT_EQ(put(open(iOption | ZEBU2_OPT_NOSTARTLINE), "line"), 0);
+        const std::string lost(2800, iOption ? '\0' : ' ');
+        EXPECT_TRUE(trace(1).substr(0, 3006) == kept + lost + "line\r\n") << iOption;
     }
 }
 
@@ -107,7 +107,7 @@ TEST_F(MultiDamage, FlushOfAnOffsetBehindTheMappingIsForTheKernelToJudge)
 // A daemon closes all it has, and opens what it needs. Without the lock, the mappings are enough.
 TEST_F(MultiDamage, DescriptorsClosedBehindTheLibrary)
 {
-    const auto of = [](int result) { return result == 0 ? Failure() : failure(result); };
+    const auto of = [](int iResult) { return iResult == 0 ? Failure() : failure(iResult); };
     const Failure good, locked = {-1, ZEBU_EPOS_LOCK, EBADF};
     // The option; whether the application takes the numbers; what a line and a flush give, and closing,
     // twice.
@@ -116,26 +116,26 @@ TEST_F(MultiDamage, DescriptorsClosedBehindTheLibrary)
         {0, false, locked, locked},
         {ZEBU2_OPT_NOLOCK, true, good, good},
         {0, true, {-1, ZEBU_EPOS_MISMATCH, 0}, good}};
-    for (const auto& [option, reused, written, closed] : cases) {
+    for (const auto& [iOption, bReused, written, closed] : cases) {
         base += "x";
-        EXPECT_EQ(inChild([&, option = option, reused = reused, written = written, closed = closed] {
-                      const Ring ring = open(option | ZEBU2_OPT_NOSTARTLINE);
-                      for (int fd = 3; fd < 100; ++fd)
-                          (void)close(fd);
+        EXPECT_EQ(inChild([&, iOption = iOption, bReused = bReused, written = written, closed = closed] {
+                      const Ring ring = open(iOption | ZEBU2_OPT_NOSTARTLINE);
+                      for (int iFd = 3; iFd < 100; ++iFd)
+                          (void)close(iFd);
                       writeFile(path("mine"), "mine");
-                      for (int i = 0; i < 20 && reused; ++i)
+                      for (int i = 0; i < 20 && bReused; ++i)
                           CHECK(::open(path("mine").c_str(), O_RDWR) == i + 3);
                       CHECK(of(put(ring, "line")) == written);
-                      if (option && !reused)
+                      if (iOption && !bReused)
                           CHECK(ring->bufferFlush() == 0 && ring->backupToFile(path("b").c_str(), 0) == 0 &&
                                 readFile(path("b")).ends_with("line\r\n"));
                       CHECK(of(ring->closeFile()) == closed && of(ring->closeFile()) == closed);
-                      CHECK(fcntl(4, F_GETFD) == (reused ? 0 : -1) && readFile(path("mine")) == "mine");
+                      CHECK(fcntl(4, F_GETFD) == (bReused ? 0 : -1) && readFile(path("mine")) == "mine");
                       _exit(0);
                   }),
                   0)
-            << option << reused;
-        EXPECT_EQ(data(1).ends_with("line\r\n"), written == good) << option << reused;
+            << iOption << bReused;
+        EXPECT_EQ(data(1).ends_with("line\r\n"), written == good) << iOption << bReused;
     }
 }
 
@@ -144,13 +144,13 @@ TEST_F(MultiDamage, FullDiskIsAFailureAndNoSignal)
 {
     if (!enterSmallDisk())
         GTEST_SKIP() << "no mount namespaces here";
-    const int option = ZEBU2_OPT_NOFILL | ZEBU2_OPT_CURRENT_ONLY;
+    const int iOption = ZEBU2_OPT_NOFILL | ZEBU2_OPT_CURRENT_ONLY;
     base = "/opt/full/app";
     const Failure full = {-1, ZEBU_EPOS_WRITE, ENOSPC};
     EXPECT_EQ(failure(make(0, 32768)->openFile()), full); // three files do not fit
     for (int n = 1; n <= 3; ++n)
         unlink(traceName(n).c_str());
-    const Ring ring = open(option, 32768);
+    const Ring ring = open(iOption, 32768);
     fillTo(ring, 32000);
     writeFile("/opt/full/rest", std::string(65536, 'x'));
     EXPECT_EQ(failure(put(ring, std::string(1000, 'x'))), full); // the next file, nothing but a hole

@@ -11,9 +11,9 @@ class MultiProcess : public SharedRing
 {
 protected:
     // A ring that waits for its turn as long as it takes.
-    Ring join(int option, long size, long count) const
+    Ring join(int iOption, long lSize, long lCount) const
     {
-        Ring ring = make(option, size, count);
+        Ring ring = make(iOption, lSize, lCount);
         ring->setLockWaitTime(0);
         ring->setLockRetryTimes(1000000);
         CHECK(ring->openFile() != -1);
@@ -26,9 +26,10 @@ protected:
     {
         std::map<int, std::pair<int, int>> found;
         for (const std::string& line : traceLines(text)) {
-            int writer = 0, number = 0;
-            EXPECT_EQ(sscanf(areaSender(line).c_str(), "%d %d", &writer, &number), 2) << line;
-            EXPECT_EQ(number, ++found.try_emplace(writer, number, number - 1).first->second.second) << writer;
+            int writer = 0, iNumber = 0;
+            EXPECT_EQ(sscanf(areaSender(line).c_str(), "%d %d", &writer, &iNumber), 2) << line;
+            EXPECT_EQ(iNumber, ++found.try_emplace(writer, iNumber, iNumber - 1).first->second.second)
+                << writer;
         }
         return found;
     }
@@ -40,14 +41,14 @@ protected:
 TEST_F(MultiProcess, LockHeldByAnotherFailsEveryOperationAndChangesNothing)
 {
     const Ring lockFree = open(ZEBU2_OPT_NOLOCK);
-    int held = lockAsAnother(manageName()); // lock-free operation does not mind
+    int iHeld = lockAsAnother(manageName()); // lock-free operation does not mind
     EXPECT_EQ(put(lockFree, "free"), 0);
-    close(held);
+    close(iHeld);
     const Ring ring = open();
     const Ring second = make();
     for (const Ring* each : {&lockFree, &ring, &second})
         (*each)->setLockRetryTimes(5);
-    held = lockAsAnother(manageName());
+    iHeld = lockAsAnother(manageName());
     const std::string before = trace(1);
     for (const Result& each :
          {result(put(lockFree, "x")), result(put(ring, "x")), result(ring->bufferFlush()),
@@ -66,7 +67,7 @@ TEST_F(MultiProcess, LockHeldByAnotherFailsEveryOperationAndChangesNothing)
     EXPECT_EQ(put(ring, "x"), -1);
     (void)setitimer(ITIMER_REAL, &never, nullptr);
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(4 * 20));
-    close(held);
+    close(iHeld);
     EXPECT_EQ(put(ring, "y") | put(lockFree, "z") | second->openFile(), 0);
     EXPECT_TRUE(data(1).starts_with(before.substr(0, before.find(mark())) + "y\r\nz\r\n"));
 }
@@ -90,21 +91,21 @@ TEST_F(MultiProcess, BackupHoldsTheLockForAsLongAsItTakes)
     fillTo(ring, 200000); // more than a pipe takes
     const std::string before = data(1), pipe = path("pipe");
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-    for (const int flag : {0, ZEBU2_BACKUP_NOLOCK}) {
+    for (const int iFlag : {0, ZEBU2_BACKUP_NOLOCK}) {
         const pid_t child = startChild([&] {
             const Ring own = open(ZEBU2_OPT_CURRENT_ONLY | ZEBU2_OPT_NOSTARTLINE, 1 << 20, 1);
-            CHECK(own->backupToFile(pipe.c_str(), flag) == 0);
+            CHECK(own->backupToFile(pipe.c_str(), iFlag) == 0);
             _exit(0);
         });
-        const int fd = ::open(pipe.c_str(), O_RDONLY | O_CLOEXEC); // when the child has opened it as well
-        EXPECT_EQ(put(ring, "meanwhile"), flag ? 0 : -1);
+        const int iFd = ::open(pipe.c_str(), O_RDONLY | O_CLOEXEC); // when the child has opened it as well
+        EXPECT_EQ(put(ring, "meanwhile"), iFlag ? 0 : -1);
         std::string copy(before.size() + 1, ' ');
-        size_t length = 0;
-        for (ssize_t n; (n = read(fd, copy.data() + length, copy.size() - length)) > 0;)
-            length += static_cast<size_t>(n);
-        close(fd);
+        size_t uLength = 0;
+        for (ssize_t n; (n = read(iFd, copy.data() + uLength, copy.size() - uLength)) > 0;)
+            uLength += static_cast<size_t>(n);
+        close(iFd);
         EXPECT_EQ(waitForChild(child), 0);
-        EXPECT_TRUE(copy.substr(0, length) == before) << length;
+        EXPECT_TRUE(copy.substr(0, uLength) == before) << uLength;
     }
 }
 
@@ -113,7 +114,7 @@ TEST_F(MultiProcess, BackupHoldsTheLockForAsLongAsItTakes)
 // Processes that joined the ring and others that inherited it over a fork; it moves on thousands of times.
 TEST_F(MultiProcess, EveryLineIsThereOnceAndWhole)
 {
-    constexpr int LINES = 15000;
+    constexpr int cs_iLines = 15000;
     const Ring ring = join(ZEBU2_OPT_CURRENT_ONLY, 16384, 8);
     const auto backup = [&] {
         EXPECT_EQ(ring->backupToFile(path("backup").c_str(), 0), 0);
@@ -123,19 +124,19 @@ TEST_F(MultiProcess, EveryLineIsThereOnceAndWhole)
     for (int w = 1; w <= 4; ++w) {
         writers.push_back(startChild([&, w] {
             const Ring own = w % 2 ? join(0, 4096, 3) : Ring();
-            for (int i = 0; i < LINES; ++i)
+            for (int i = 0; i < cs_iLines; ++i)
                 CHECK(put(own ? own : ring, areaMessage(std::to_string(w), i)) == 0);
         }));
     }
     (void)numbers(backup()); // what is there at one moment has no gaps
     for (const pid_t writer : writers)
         EXPECT_EQ(waitForChild(writer), 0);
-    int lines = 0;
+    int iLines = 0;
     for (const auto& [writer, range] : numbers(backup())) {
-        EXPECT_EQ(range.second, LINES - 1) << writer;
-        lines += range.second - range.first + 1;
+        EXPECT_EQ(range.second, cs_iLines - 1) << writer;
+        iLines += range.second - range.first + 1;
     }
-    EXPECT_GE(lines, 150);
+    EXPECT_GE(iLines, 150);
 }
 
 // ---- Killed writers ------------------------------------------------------------------------------
@@ -159,14 +160,14 @@ protected:
     {
         const tagZEBU_MANAGEMENT_DATA rec = record();
         expectWhole(data(1), kept);
-        ASSERT_TRUE(isValid(rec) || !recordValid);
+        ASSERT_TRUE(isValid(rec) || !bRecordValid);
         if (!isValid(rec))
             return;
-        const int file = static_cast<int>(rec.currentFile);
-        const std::string current = trace(file).substr(0, rec.writeOffset);
-        expectWhole(current, file == 1 ? kept : "");
+        const int iFile = static_cast<int>(rec.currentFile);
+        const std::string current = trace(iFile).substr(0, rec.writeOffset);
+        expectWhole(current, iFile == 1 ? kept : "");
         // Where the record says that lines are, they are found without it as well.
-        ASSERT_TRUE(data(file).starts_with(current));
+        ASSERT_TRUE(data(iFile).starts_with(current));
     }
     // Behind the text before: nothing, a header, the line, or both.
     void expectWhole(const std::string& text, const std::string& before) const
@@ -175,8 +176,8 @@ protected:
         std::string more = text.substr(before.size());
         if (more == unacknowledged)
             return;
-        if (more.ends_with(NEW_LINE))
-            more.resize(more.size() - NEW_LINE.size());
+        if (more.ends_with(m_newLine))
+            more.resize(more.size() - m_newLine.size());
         ASSERT_TRUE(more.empty() || (more.starts_with("**** ") && splitLines(more).size() == 2 &&
                                      more.find("message(LANG=") != more.npos && more.ends_with(")\r\n")))
             << more;
@@ -191,41 +192,41 @@ protected:
             CHECK(ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) == 0);
             damage();
             raise(SIGSTOP);
-            CHECK(ring->putMessage(NEW_LINE.data(), NEW_LINE.size()) == 0);
+            CHECK(ring->putMessage(m_newLine.data(), m_newLine.size()) == 0);
             _exit(0);
         });
-        int status = 0;
-        ASSERT_EQ(waitpid(writer, &status, 0), writer);
-        if (WIFEXITED(status))
+        int iStatus = 0;
+        ASSERT_EQ(waitpid(writer, &iStatus, 0), writer);
+        if (WIFEXITED(iStatus))
             GTEST_SKIP() << "no ptrace here";
-        recordValid = isValid(record());
+        bRecordValid = isValid(record());
         unacknowledged = data(1).substr(kept.size());
         std::string seen;
-        int changes = 0;
-        for (long still = 0; WIFSTOPPED(status) && !HasFatalFailure(); ++still) {
+        int iChanges = 0;
+        for (long lStill = 0; WIFSTOPPED(iStatus) && !HasFatalFailure(); ++lStill) {
             const std::string now = readFile(manageName()) + trace(1) + trace(2);
             if (now != seen) {
                 seen = now;
-                still = 0;
-                ++changes;
+                lStill = 0;
+                ++iChanges;
                 expectSound();
             }
             // Reading the clock repeats itself while it ticks, which a machine too busy to step fast never
             // leaves, and a long search changes nothing: go on from the next system call then.
-            const auto request = still < 3000 ? PTRACE_SINGLESTEP : PTRACE_SYSCALL;
-            if (request == PTRACE_SYSCALL)
-                still = 0;
-            ASSERT_EQ(ptrace(request, writer, nullptr, nullptr), 0);
-            ASSERT_EQ(waitpid(writer, &status, 0), writer);
+            const auto eRequest = lStill < 3000 ? PTRACE_SINGLESTEP : PTRACE_SYSCALL;
+            if (eRequest == PTRACE_SYSCALL)
+                lStill = 0;
+            ASSERT_EQ(ptrace(eRequest, writer, nullptr, nullptr), 0);
+            ASSERT_EQ(waitpid(writer, &iStatus, 0), writer);
         }
-        if (WIFSTOPPED(status))
+        if (WIFSTOPPED(iStatus))
             kill(writer, SIGKILL);
-        EXPECT_EQ(status, 0);
-        EXPECT_GT(changes, 5);
+        EXPECT_EQ(iStatus, 0);
+        EXPECT_GT(iChanges, 5);
     }
 
-    const std::string NEW_LINE = "0000 the new line with a text of its own\r\n";
-    bool recordValid = true;
+    const std::string m_newLine = "0000 the new line with a text of its own\r\n";
+    bool bRecordValid = true;
     std::string kept;
     std::string unacknowledged;
 };
@@ -235,7 +236,7 @@ TEST_F(MultiKillPoint, LineIntoTheCurrentFile)
     const std::function<void()> damages[] = {
         [] {},
         [&] { // the writer before was killed when its line was complete and the record not yet advanced
-            const std::string text = std::string(NEW_LINE.size(), 's') + "\r\nstale";
+            const std::string text = std::string(m_newLine.size(), 's') + "\r\nstale";
             EXPECT_EQ(put(open(ZEBU2_OPT_NOSTARTLINE, 4096, 2), text), 0);
             poke(offsetof(tagZEBU_MANAGEMENT_DATA, writeOffset), static_cast<unsigned int>(kept.size()));
         },
@@ -248,7 +249,7 @@ TEST_F(MultiKillPoint, LineIntoTheCurrentFile)
         base += "x";
         EXPECT_EQ(put(open(0, 4096, 2), "kept"), 0);
         stepThroughWrite(damage);
-        EXPECT_EQ(data(1), kept + NEW_LINE);
+        EXPECT_EQ(data(1), kept + m_newLine);
     }
 }
 
@@ -260,7 +261,7 @@ TEST_F(MultiKillPoint, LineThatMovesTheRingOnToAFileWithOldLines)
     EXPECT_EQ(put(ring, std::string(3500, 'n')), 0); // file 1
     fillTo(ring, 4040);
     stepThroughWrite();
-    EXPECT_TRUE(data(2).ends_with(NEW_LINE));
+    EXPECT_TRUE(data(2).ends_with(m_newLine));
 }
 
 } // namespace

@@ -11,13 +11,13 @@ TEST(MultiEndOfData, IsFoundWhereverTheBlocksAreCut)
                                                   {"\x1A", 0},
                                                   {"a\x1A\r\r\n\x1A", 5},
                                                   {"a\r\x1A\n\x1A\r\n\n\x1A", -1}};
-    for (const auto& [text, mark] : cases) {
-        for (size_t cut = 0; cut <= text.size(); ++cut) {
+    for (const auto& [text, lMark] : cases) {
+        for (size_t uCut = 0; uCut <= text.size(); ++uCut) {
             ZEBUEndOfDataScan scan;
-            size_t length = scan.examine(text.data(), cut);
+            size_t uLength = scan.examine(text.data(), uCut);
             if (!scan.found())
-                length += scan.examine(text.data() + cut, text.size() - cut);
-            EXPECT_EQ(scan.found() ? static_cast<long>(length) : -1, mark) << text << " cut at " << cut;
+                uLength += scan.examine(text.data() + uCut, text.size() - uCut);
+            EXPECT_EQ(scan.found() ? static_cast<long>(uLength) : -1, lMark) << text << " cut at " << uCut;
         }
     }
     ZEBUEndOfDataScan scan;
@@ -31,11 +31,11 @@ TEST_F(MultiRing, LinesOfSeveralProcessesAreInOneBackup)
 {
     ASSERT_EQ(chdir(path("").c_str()), 0);
     const tagZEBU_LOGFILE_SPEC ring = {65536, 3, "app"};
-    const auto write = [&](const char* text) {
-        CHECK(ZEBU2_InitializeM(&ring, text, ZEBU2_OPT_NOFILL) == 0 && ZEBU2_PutLine(0, text) == 0);
+    const auto write = [&](const char* pszText) {
+        CHECK(ZEBU2_InitializeM(&ring, pszText, ZEBU2_OPT_NOFILL) == 0 && ZEBU2_PutLine(0, pszText) == 0);
     };
-    for (const char* text : {"0", "1", "2"})
-        EXPECT_EQ(inChild([&] { write(text); }), 0);
+    for (const char* pszText : {"0", "1", "2"})
+        EXPECT_EQ(inChild([&] { write(pszText); }), 0);
     ASSERT_EQ(unlink(manageName().c_str()), 0);
     ASSERT_EQ(result(ZEBU2_InitializeM(&ring, "reader", 63)), Result(3, 0x2700001D));
     ASSERT_EQ(ZEBU2_TraceBackupM(path("backup").c_str(), ZEBU2_BACKUP_NOLOCK), 0);
@@ -51,18 +51,18 @@ TEST_F(MultiRing, NewFilesAndRecordLookAsTheOptionsSay)
         {0, mark() + std::string(4096 - 48, ' '), ' '},
         {ZEBU2_OPT_NOFILL, mark(), '\0'},
         {ZEBU2_OPT_CURRENT_ONLY, "", ' '}};
-    for (const auto& [option, others, rest] : cases) {
-        base = path("new" + std::to_string(option) + "/dir/ring");
-        const mode_t mask = umask(077);
-        const Ring ring = open(static_cast<int>(option));
-        umask(mask);
-        const auto length = static_cast<unsigned int>(data(1).size());
-        EXPECT_EQ(trace(1).substr(length), mark() + std::string(4096 - length - 48, rest));
+    for (const auto& [uOption, others, rest] : cases) {
+        base = path("new" + std::to_string(uOption) + "/dir/ring");
+        const mode_t uMask = umask(077);
+        const Ring ring = open(static_cast<int>(uOption));
+        umask(uMask);
+        const auto uLength = static_cast<unsigned int>(data(1).size());
+        EXPECT_EQ(trace(1).substr(uLength), mark() + std::string(4096 - uLength - 48, rest));
         for (int n = 2; n <= 3; ++n) {
-            EXPECT_EQ(exists(traceName(n)), option != ZEBU2_OPT_CURRENT_ONLY);
+            EXPECT_EQ(exists(traceName(n)), uOption != ZEBU2_OPT_CURRENT_ONLY);
             EXPECT_EQ(trace(n), others);
         }
-        const unsigned int words[16] = {0x5542455A, 0xEFBBBF00, 4096, 3, length, 1, 0xFFFFFFC0 + option, 1};
+        const unsigned int words[16] = {0x5542455A, 0xEFBBBF00, 4096, 3, uLength, 1, 0xFFFFFFC0 + uOption, 1};
         EXPECT_EQ(readFile(manageName()), std::string(reinterpret_cast<const char*>(words), sizeof words));
         EXPECT_EQ(fileMode(manageDir() + "/..") & fileMode(manageDir()), 0777);
         EXPECT_EQ(fileMode(manageName()) & fileMode(traceName(1)), 0666);
@@ -71,20 +71,20 @@ TEST_F(MultiRing, NewFilesAndRecordLookAsTheOptionsSay)
 
 TEST_F(MultiRing, FilesThatExistAreCompletedOrLeftAlone)
 {
-    constexpr size_t SIZE = 200000; // more than is written with one call, and no multiple of it
+    constexpr size_t cs_uSize = 200000; // more than is written with one call, and no multiple of it
     const std::string held = "held\r\n" + mark();
     const std::tuple<int, std::string, std::string> cases[] = {
-        {0, held, held + std::string(SIZE - held.size(), ' ')},
-        {0, "", std::string(SIZE, ' ')}, // blanks, and no mark: it existed
+        {0, held, held + std::string(cs_uSize - held.size(), ' ')},
+        {0, "", std::string(cs_uSize, ' ')}, // blanks, and no mark: it existed
         {ZEBU2_OPT_NOFILL, held, held},
         {ZEBU2_OPT_NOFILL, "", ""}};
-    for (const auto& [option, before, after] : cases) {
-        open(option, SIZE, 3);
+    for (const auto& [iOption, before, after] : cases) {
+        open(iOption, cs_uSize, 3);
         writeFile(traceName(2), before);
         unlink(traceName(3).c_str());
-        open(option, SIZE, 3);
-        EXPECT_TRUE(trace(2) == after) << option << before;
-        EXPECT_EQ(trace(3), option ? mark() : mark() + std::string(SIZE - 48, ' '));
+        open(iOption, cs_uSize, 3);
+        EXPECT_TRUE(trace(2) == after) << iOption << before;
+        EXPECT_EQ(trace(3), iOption ? mark() : mark() + std::string(cs_uSize - 48, ' '));
         base += "x";
     }
     open(ZEBU2_OPT_NOFILL);
@@ -133,9 +133,9 @@ TEST_F(MultiRing, LaterProcessesAdoptOrGrowAndNarrowTheMode)
 {
     const Ring first = open(0x0A, 8192, 2);
     open(0x2B, 16384, 4); // the record has no GROW any more when this one looks for it
-    const auto expect = [&](unsigned int fileSize, unsigned int fileNum) {
-        EXPECT_EQ(record().fileSize, fileSize);
-        EXPECT_EQ(record().fileNum, fileNum);
+    const auto expect = [&](unsigned int uFileSize, unsigned int uFileNum) {
+        EXPECT_EQ(record().fileSize, uFileSize);
+        EXPECT_EQ(record().fileNum, uFileNum);
     };
     expect(8192, 2);
     EXPECT_EQ(record().mode, 0xFFFFFFCAu);
@@ -170,19 +170,19 @@ TEST_F(MultiRing, RebuildsItsPositionFromTheNewestFile)
         {{40, 20, 0, 30}, "no mark", 2, 0},
         {{0, 0, 30, 20}, full, 1, 0}, // full: the next one from its start
         {{20, 0, 0, 0}, "y" + full, 2, 0}};
-    for (const auto& [ages, newest, file, offset] : cases) {
+    for (const auto& [ages, newest, uFile, uOffset] : cases) {
         unlink(manageName().c_str());
         for (int n = 1; n <= 4; ++n) {
-            const long seconds = ages[static_cast<size_t>(n) - 1];
-            writeFile(traceName(n), seconds == 20 ? newest : mark());
-            age(traceName(n), seconds);
-            if (seconds == 0)
+            const long lSeconds = ages[static_cast<size_t>(n) - 1];
+            writeFile(traceName(n), lSeconds == 20 ? newest : mark());
+            age(traceName(n), lSeconds);
+            if (lSeconds == 0)
                 unlink(traceName(n).c_str());
         }
         const Ring ring = open(ZEBU2_OPT_NOSTARTLINE, 4096, 4, 3);
         EXPECT_EQ(lastError(), ZEBU_EPOS_MISMATCH);
-        EXPECT_EQ(record().currentFile, file);
-        EXPECT_EQ(record().writeOffset, offset);
+        EXPECT_EQ(record().currentFile, uFile);
+        EXPECT_EQ(record().writeOffset, uOffset);
         EXPECT_EQ(put(ring, "usable"), 0);
     }
 }
@@ -190,7 +190,7 @@ TEST_F(MultiRing, RebuildsItsPositionFromTheNewestFile)
 // It closes the file that it saw last, which the ring has left.
 TEST_F(MultiRing, ProcessThatLagsBehindMisleadsNoRebuild)
 {
-    for (const bool damaged : {false, true}) {
+    for (const bool bDamaged : {false, true}) {
         base += "x";
         Ring idle = open();
         {
@@ -200,12 +200,12 @@ TEST_F(MultiRing, ProcessThatLagsBehindMisleadsNoRebuild)
         }
         for (int n = 1; n <= 3; ++n)
             age(traceName(n), n == 2 ? 10 : 20);
-        if (damaged)
+        if (bDamaged)
             poke(0, 0); // where the ring is cannot be told: as if it were there
         idle.reset();
         unlink(manageName().c_str());
         open(ZEBU2_OPT_NOSTARTLINE, 4096, 3, 3);
-        EXPECT_EQ(record().currentFile, damaged ? 1u : 2u);
+        EXPECT_EQ(record().currentFile, bDamaged ? 1u : 2u);
     }
 }
 
@@ -220,13 +220,13 @@ TEST_F(MultiRing, BackupHoldsTheDataOldestFirst)
     poke(offsetof(tagZEBU_MANAGEMENT_DATA, fileNum), 4); // a file that another process added
     writeFile(traceName(4), "oldest\r\n" + mark());
     unlink(traceName(3).c_str());
-    for (const int flag : {0, ZEBU2_BACKUP_NOLOCK}) {
-        ASSERT_EQ(ring->backupToFile(backup.c_str(), flag), 0);
+    for (const int iFlag : {0, ZEBU2_BACKUP_NOLOCK}) {
+        ASSERT_EQ(ring->backupToFile(backup.c_str(), iFlag), 0);
         EXPECT_EQ(readFile(backup), "oldest\r\n" + data(1) + data(2));
         // A line behind a hole, further on than a file of this ring can be.
-        const int fd = ::open(traceName(3).c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
-        EXPECT_EQ(pwrite(fd, "far\r\n", 5, 1 << 20), 5);
-        close(fd);
+        const int iFd = ::open(traceName(3).c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+        EXPECT_EQ(pwrite(iFd, "far\r\n", 5, 1 << 20), 5);
+        close(iFd);
     }
 }
 

@@ -8,52 +8,55 @@ namespace {
 // The texts of one put; an operation takes those that it knows.
 struct Texts
 {
-    const char *app, *thread, *id, *type, *text;
+    const char *pszApp, *pszThread, *pszId, *pszType, *pszText;
 };
 
 struct Put
 {
-    int function; // in the high 8 bits of its error values
-    int (*call)(ZEBU2_HINSTANCE h, int level, const Texts& t);
+    int iFunction; // in the high 8 bits of its error values
+    int (*call)(ZEBU2_HINSTANCE h, int iLevel, const Texts& t);
     // Goes through the instance, prints the log's own name, prints the calling thread.
-    bool instance, ownName, ownThread;
-    size_t idWidth; // 0 for a plain body, 21, or 16 beside a message type
+    bool bInstance, bOwnName, bOwnThread;
+    size_t uIdWidth; // 0 for a plain body, 21, or 16 beside a message type
 };
 
 #define CALL(name, ...)                                                                                      \
-    [](ZEBU2_HINSTANCE h, int level, const Texts& t) { return (void)h, ZEBU2_Put##name(__VA_ARGS__); }
+    [](ZEBU2_HINSTANCE h, int iLevel, const Texts& t) { return (void)h, ZEBU2_Put##name(__VA_ARGS__); }
 
 constexpr Put cs_puts[] = {
-    {0x08000000, CALL(Line, level, t.text), false, true, true, 0},
-    {0x09000000, CALL(WithId, level, t.id, t.text), false, true, true, 21},
-    {0x0A000000, CALL(WithIdEx, level, t.app, t.id, t.text), false, false, true, 21},
-    {0x20000000, CALL(WithMsgType, level, t.app, t.id, t.type, t.text), false, false, true, 16},
-    {0x23000000, CALL(WithIdAndTidEx, level, t.app, t.thread, t.id, t.text), false, false, false, 21},
-    {0x24000000, CALL(WithMsgTypeAndTid, level, t.app, t.thread, t.id, t.type, t.text), false, false, false,
-     16},
-    {0x15000000, CALL(InstanceLine, h, level, t.text), true, true, true, 0},
-    {0x16000000, CALL(InstanceWithId, h, level, t.id, t.text), true, true, true, 21},
-    {0x17000000, CALL(InstanceWithIdEx, h, level, t.app, t.id, t.text), true, false, true, 21},
-    {0x21000000, CALL(InstanceWithMsgType, h, level, t.app, t.id, t.type, t.text), true, false, true, 16},
+    {0x08000000, CALL(Line, iLevel, t.pszText), false, true, true, 0},
+    {0x09000000, CALL(WithId, iLevel, t.pszId, t.pszText), false, true, true, 21},
+    {0x0A000000, CALL(WithIdEx, iLevel, t.pszApp, t.pszId, t.pszText), false, false, true, 21},
+    {0x20000000, CALL(WithMsgType, iLevel, t.pszApp, t.pszId, t.pszType, t.pszText), false, false, true, 16},
+    {0x23000000, CALL(WithIdAndTidEx, iLevel, t.pszApp, t.pszThread, t.pszId, t.pszText), false, false, false,
+     21},
+    {0x24000000, CALL(WithMsgTypeAndTid, iLevel, t.pszApp, t.pszThread, t.pszId, t.pszType, t.pszText), false,
+     false, false, 16},
+    {0x15000000, CALL(InstanceLine, h, iLevel, t.pszText), true, true, true, 0},
+    {0x16000000, CALL(InstanceWithId, h, iLevel, t.pszId, t.pszText), true, true, true, 21},
+    {0x17000000, CALL(InstanceWithIdEx, h, iLevel, t.pszApp, t.pszId, t.pszText), true, false, true, 21},
+    {0x21000000, CALL(InstanceWithMsgType, h, iLevel, t.pszApp, t.pszId, t.pszType, t.pszText), true, false,
+     true, 16},
 };
 
 constexpr Texts cs_plain = {"app", "tid", "id", "type", "text"};
 
 // The line of the calling thread from the application name's column on.
-std::string expectedLine(const Put& put, const Texts& texts, const char* logName)
+std::string expectedLine(const Put& put, const Texts& texts, const char* pszLogName)
 {
     char line[100], own[9];
     (void)snprintf(own, sizeof own, "%08X", static_cast<unsigned int>(pthread_self()));
-    const char* name = put.ownName ? logName : texts.app;
-    const char* thread = put.ownThread ? own : texts.thread;
-    const char* id = texts.id ? texts.id : "";
-    int end = snprintf(line, sizeof line, "%-16.16s %08X %-8.8s ", name ? name : "",
-                       static_cast<unsigned int>(getpid()), thread ? thread : "");
-    if (put.idWidth == 21)
-        (void)snprintf(line + end, sizeof line, "%-21.21s ", id);
-    if (put.idWidth == 16)
-        (void)snprintf(line + end, sizeof line, "%-16.16s %-4.4s ", id, texts.type ? texts.type : "");
-    return line + std::string(texts.text).substr(0, put.idWidth == 0 ? 4117 : 4095);
+    const char* pszName = put.bOwnName ? pszLogName : texts.pszApp;
+    const char* pszThread = put.bOwnThread ? own : texts.pszThread;
+    const char* pszId = texts.pszId ? texts.pszId : "";
+    int iEnd = snprintf(line, sizeof line, "%-16.16s %08X %-8.8s ", pszName ? pszName : "",
+                        static_cast<unsigned int>(getpid()), pszThread ? pszThread : "");
+    if (put.uIdWidth == 21)
+        (void)snprintf(line + iEnd, sizeof line, "%-21.21s ", pszId);
+    if (put.uIdWidth == 16)
+        (void)snprintf(line + iEnd, sizeof line, "%-16.16s %-4.4s ", pszId,
+                       texts.pszType ? texts.pszType : "");
+    return line + std::string(texts.pszText).substr(0, put.uIdWidth == 0 ? 4117 : 4095);
 }
 
 std::string now()
@@ -71,27 +74,28 @@ class PutTest : public Sandbox
 protected:
     PutTest() { configure("MapSize = 800000\n"); }
 
-    void start(const char* name = "process", const char* instanceName = "instance", long size = 1000000)
+    void start(const char* pszName = "process", const char* pszInstanceName = "instance",
+               long lSize = 1000000)
     {
-        ASSERT_GE(ZEBU2_Initialize(ring(size, 1), name), 0);
-        ASSERT_GE(ZEBU2_CreateInstance(&hInstance, ring(size, 1, "inst"), instanceName), 0);
+        ASSERT_GE(ZEBU2_Initialize(ring(lSize, 1), pszName), 0);
+        ASSERT_GE(ZEBU2_CreateInstance(&hInstance, ring(lSize, 1, "inst"), pszInstanceName), 0);
         setLevels(1000, 0, 1000);
     }
     void stop() const { EXPECT_EQ(ZEBU2_DeleteInstance(hInstance) | ZEBU2_Finalize(), 0); }
 
-    void setLevels(int log, int file, int shm) const
+    void setLevels(int iLog, int iFile, int iShm) const
     {
-        ZEBU2_SetLogLevel(log);
-        ZEBU2_SetFileThreshold(file);
-        ZEBU2_SetShmThreshold(shm);
-        ZEBU2_SetInstanceLogLevel(hInstance, log);
-        ZEBU2_SetInstanceFileThreshold(hInstance, file);
-        ZEBU2_SetInstanceShmThreshold(hInstance, shm);
+        ZEBU2_SetLogLevel(iLog);
+        ZEBU2_SetFileThreshold(iFile);
+        ZEBU2_SetShmThreshold(iShm);
+        ZEBU2_SetInstanceLogLevel(hInstance, iLog);
+        ZEBU2_SetInstanceFileThreshold(hInstance, iFile);
+        ZEBU2_SetInstanceShmThreshold(hInstance, iShm);
     }
 
     Lines linesOf(const Put& put) const
     {
-        return traceLines(readFile(path(put.instance ? "inst1.log" : "app1.log")));
+        return traceLines(readFile(path(put.bInstance ? "inst1.log" : "app1.log")));
     }
 
     ZEBU2_HINSTANCE hInstance = nullptr;
@@ -111,21 +115,22 @@ TEST_F(PutTest, EachPrintsItsColumnsToBothDestinations)
                           {"sixteen--columnsX", "eight--8X", "twenty-one--columns-xX", "fourX", "\t\xff%s"},
                           {nullptr, nullptr, nullptr, nullptr, tooLong.c_str()}};
     inThreads(1, [&](int) { // which has its own column
-        for (const auto& [name, instanceName, mode, zone] : logs) {
-            (void)setenv("TZ", zone, 1);
+        for (const auto& [pszName, pszInstanceName, iMode, pszZone] : logs) {
+            (void)setenv("TZ", pszZone, 1);
             tzset();
-            start(name, instanceName);
-            ASSERT_EQ(ZEBU2_SetTimeStumpMode(mode), mode);
+            start(pszName, pszInstanceName);
+            ASSERT_EQ(ZEBU2_SetTimeStumpMode(iMode), iMode);
             for (const Texts& row : rows) {
                 for (const Put& put : cs_puts) {
                     const std::string before = now();
                     EXPECT_EQ(put.call(hInstance, 0, row), 0);
                     const std::string line = linesOf(put).back(), time = line.substr(5, 23);
-                    const bool masked = mode == 1 && !put.instance && put.ownThread;
-                    EXPECT_TRUE(masked ? time == "****/**/** **:**:**.***" : before <= time && time <= now());
+                    const bool bMasked = iMode == 1 && !put.bInstance && put.bOwnThread;
+                    EXPECT_TRUE(bMasked ? time == "****/**/** **:**:**.***"
+                                        : before <= time && time <= now());
                     EXPECT_EQ(line, areaLines().back());
                     EXPECT_EQ(line.substr(28),
-                              "     " + expectedLine(put, row, put.instance ? instanceName : name));
+                              "     " + expectedLine(put, row, put.bInstance ? pszInstanceName : pszName));
                 }
             }
             stop();
@@ -141,15 +146,15 @@ TEST_F(PutTest, LevelAndThresholdsChooseTheDestinations)
         {5, 3, 4, 5, 1, 0},          {5, 3, 4, 6, 0, 0},       {-1, 0, 1000, 0, 0, 0},
         {1000, -1, 1000, 500, 0, 1}, {1000, 0, -1, 500, 1, 0}, {1000, 1000, 1000, 1000, 1, 1}};
     start();
-    for (const auto& [log, file, shm, level, inFile, inArea] : cases) {
-        setLevels(log, file, shm);
+    for (const auto& [iLog, iFile, iShm, iLevel, iInFile, iInArea] : cases) {
+        setLevels(iLog, iFile, iShm);
         for (const Put& put : cs_puts) {
             const auto found = [&] { return std::pair(linesOf(put).size(), areaLines().size()); };
-            const auto [filed, shared] = found();
-            EXPECT_EQ(put.call(hInstance, level, cs_plain), 0);
-            EXPECT_EQ(found(),
-                      std::pair(filed + static_cast<size_t>(inFile), shared + static_cast<size_t>(inArea)))
-                << put.function << " level " << level;
+            const auto [uFiled, uShared] = found();
+            EXPECT_EQ(put.call(hInstance, iLevel, cs_plain), 0);
+            EXPECT_EQ(found(), std::pair(uFiled + static_cast<size_t>(iInFile),
+                                         uShared + static_cast<size_t>(iInArea)))
+                << put.iFunction << " level " << iLevel;
         }
     }
 }
@@ -177,12 +182,12 @@ TEST_F(PutTest, CounterIsOneForAllThreadsAndLogsAndWraps)
 TEST_F(PutTest, ArgumentsAreCheckedBeforeTheLevel)
 {
     for (const Put& put : cs_puts)
-        EXPECT_EQ(result(put.call(nullptr, 1001, {})), Result(-1, put.function | (put.instance ? 1 : 11)));
+        EXPECT_EQ(result(put.call(nullptr, 1001, {})), Result(-1, put.iFunction | (put.bInstance ? 1 : 11)));
     start();
     setLevels(-1, 0, 0);
     for (const Put& put : cs_puts)
-        for (const auto& [level, texts] : {std::pair(-1, cs_plain), {1001, cs_plain}, {0, Texts()}})
-            EXPECT_EQ(result(put.call(hInstance, level, texts)), Result(-1, put.function | 1));
+        for (const auto& [iLevel, texts] : {std::pair(-1, cs_plain), {1001, cs_plain}, {0, Texts()}})
+            EXPECT_EQ(result(put.call(hInstance, iLevel, texts)), Result(-1, put.iFunction | 1));
     EXPECT_EQ(lines(1).size() + areaLines().size(), 0u);
 }
 
@@ -213,10 +218,11 @@ TEST_F(PutTest, ToShmCopiesRawBytesAsALine)
     const std::string tooLong(5000, 'l');
     const std::pair<const char*, unsigned long> cases[] = {
         {"ten\0by\0tes", 10}, {tooLong.data(), 5000}, {"ignored", 0}, {nullptr, 0}};
-    for (const auto& [data, length] : cases) {
-        EXPECT_EQ(result(ZEBU2_PutToShm(data, length)), Result(0, 0));
-        EXPECT_EQ(areaLines().back().substr(33), expectedLine(cs_puts[0], {"", "", "", "", ""}, "process") +
-                                                     std::string(data ? data : "", std::min(length, 4117ul)));
+    for (const auto& [pszData, uLength] : cases) {
+        EXPECT_EQ(result(ZEBU2_PutToShm(pszData, uLength)), Result(0, 0));
+        EXPECT_EQ(areaLines().back().substr(33),
+                  expectedLine(cs_puts[0], {"", "", "", "", ""}, "process") +
+                      std::string(pszData ? pszData : "", std::min(uLength, 4117ul)));
         EXPECT_NE(areaLines().back()[5], '*');
     }
     EXPECT_EQ(result(ZEBU2_PutToShm(nullptr, 1)), Result(-1, 0x0D000001));

@@ -7,7 +7,7 @@
 class Ring : public Sandbox
 {
 protected:
-    void start(long count = 3) { ASSERT_EQ(ZEBU2_Initialize(ring(4096, count), "app"), 0); }
+    void start(long lCount = 3) { ASSERT_EQ(ZEBU2_Initialize(ring(4096, lCount), "app"), 0); }
     // Puts a line behind which a file with a header is full.
     static void fill() { putLine(std::string(4050, 'f')); }
 };
@@ -46,7 +46,7 @@ TEST_F(Ring, GoesOnInTheRightFile)
         {{"a", full, "c"}, {30, 10, 20}, 3, true},
         {{"a", "b", full}, {30, 20, 10}, 1, true},
     };
-    for (const auto& [contents, ages, chosen, bEmptied] : cases) {
+    for (const auto& [contents, ages, uChosen, bEmptied] : cases) {
         for (size_t i = 0; i < 3; ++i) {
             const std::string file = traceFile(static_cast<int>(i + 1));
             writeFile(file, contents[i]);
@@ -56,8 +56,8 @@ TEST_F(Ring, GoesOnInTheRightFile)
         }
         start();
         stop();
-        const std::string found = readFile(traceFile(static_cast<int>(chosen)));
-        EXPECT_EQ(found.find("**** "), bEmptied ? 0 : contents[chosen - 1].size()) << chosen;
+        const std::string found = readFile(traceFile(static_cast<int>(uChosen)));
+        EXPECT_EQ(found.find("**** "), bEmptied ? 0 : contents[uChosen - 1].size()) << uChosen;
     }
 }
 

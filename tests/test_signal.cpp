@@ -133,7 +133,7 @@ TEST_F(Signal, HandlersThatInterruptPutsTearAndLoseNothing)
         consumer.drain();
     writers.join();
     consumer.drain();
-    EXPECT_EQ(consumer.m_torn, 0);
+    EXPECT_EQ(consumer.m_iTorn, 0);
     int iHandled = 0;
     for (const char* pszHandled : {"handler 5", "handler 300", "handler 30"})
         iHandled += consumer.m_seen.extract(pszHandled).mapped();

@@ -8,21 +8,21 @@ namespace {
 
 Lines logged;
 
-void keep(int priority, const char* format, va_list arguments)
+void keep(int iPriority, const char* pszFormat, va_list arguments)
 {
     char message[1024];
-    vsnprintf(message, sizeof message, format, arguments);
-    logged.push_back(priority == LOG_INFO ? message : "another priority");
+    vsnprintf(message, sizeof message, pszFormat, arguments);
+    logged.push_back(iPriority == LOG_INFO ? message : "another priority");
 }
 
 } // namespace
 
 // Stands in for the system's, as a program may that collects what its libraries log.
-extern "C" void syslog(int priority, const char* format, ...)
+extern "C" void syslog(int iPriority, const char* pszFormat, ...)
 {
     va_list arguments;
-    va_start(arguments, format);
-    keep(priority, format, arguments);
+    va_start(arguments, pszFormat);
+    keep(iPriority, pszFormat, arguments);
     va_end(arguments);
 }
 

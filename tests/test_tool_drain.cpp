@@ -9,19 +9,19 @@ using Drain = ToolTest;
 TEST_F(Drain, TakesWhatIsUnreadWhereverItLies)
 {
     const std::string lines = plainLines(1, 3);
-    const auto size = static_cast<uint32_t>(lines.size());
+    const auto uSize = static_cast<uint32_t>(lines.size());
     const std::tuple<uint32_t, uint32_t, uint32_t> cases[] = {
-        {1000, 0, size},
-        {1000, 1000 - size, 1000},      // up to the end of the data
-        {1000, 900, 900 + size - 1000}, // over it
-        {1000, 1000, size}};            // a read offset that stands there
-    for (const auto& [dataSize, read, write] : cases) {
-        writeArea(dataSize, read, write, lines);
-        EXPECT_EQ(zebu2({"drain", "-o", "raw", "--peek"}).out, lines) << read;
+        {1000, 0, uSize},
+        {1000, 1000 - uSize, 1000},      // up to the end of the data
+        {1000, 900, 900 + uSize - 1000}, // over it
+        {1000, 1000, uSize}};            // a read offset that stands there
+    for (const auto& [uDataSize, uRead, uWrite] : cases) {
+        writeArea(uDataSize, uRead, uWrite, lines);
+        EXPECT_EQ(zebu2({"drain", "-o", "raw", "--peek"}).out, lines) << uRead;
         expectStatus(0, {"drain --peek"});
-        EXPECT_EQ(areaHeader().uReadOffset, read);
-        EXPECT_EQ(zebu2({"drain", "-o", "raw"}).out, lines) << read;
-        EXPECT_EQ(areaHeader().uReadOffset, write);
+        EXPECT_EQ(areaHeader().uReadOffset, uRead);
+        EXPECT_EQ(zebu2({"drain", "-o", "raw"}).out, lines) << uRead;
+        EXPECT_EQ(areaHeader().uReadOffset, uWrite);
         EXPECT_EQ(zebu2({"drain"}).status, 1);
     }
 }
@@ -42,11 +42,11 @@ TEST_F(Drain, FindsItsWayThroughForeignBytes)
 TEST_F(Drain, RefusesADamagedHeader)
 {
     const std::pair<long, uint32_t> damages[] = {{0, 1}, {8, 0}, {8, 1001}, {12, 1001}, {16, 0xFFFFFFFF}};
-    for (const auto& [offset, value] : damages) {
+    for (const auto& [lOffset, uValue] : damages) {
         writeArea(1000, 0, 100, plainLines(1, 1));
-        setAreaField(offset, value);
+        setAreaField(lOffset, uValue);
         const std::string before = readFile(areaFile());
-        EXPECT_EQ(zebu2({"drain"}).status, 2) << offset;
+        EXPECT_EQ(zebu2({"drain"}).status, 2) << lOffset;
         EXPECT_EQ(readFile(areaFile()), before);
     }
     expectStatus(1, {"stat --area --check"});
@@ -60,19 +60,19 @@ TEST_F(Drain, RepeatsLinesButLosesNoneWhenItsOutputFails)
 {
     const std::string lines = plainLines(1, 200);
     writeArea(20000, 0, static_cast<uint32_t>(lines.size()), lines);
-    for (const bool kill : {true, false}) {
+    for (const bool bKill : {true, false}) {
         RunningTool tool({"drain"}, 4096); // it can print only the beginning
         EXPECT_NE(tool.readUntil("message 3\n").find("message 3\n"), std::string::npos);
-        kill ? tool.signal(SIGKILL) : tool.closeOutput();
-        EXPECT_EQ(tool.wait(), kill ? 128 + SIGKILL : 0);
+        bKill ? tool.signal(SIGKILL) : tool.closeOutput();
+        EXPECT_EQ(tool.wait(), bKill ? 128 + SIGKILL : 0);
         EXPECT_EQ(areaHeader().uReadOffset, 0u);
     }
-    for (const char* output : {"/dev/full", ""}) {
-        const int full = inChild([&] {
-            CHECK(*output ? dup2(open(output, O_WRONLY), 1) == 1 : close(1) == 0);
+    for (const char* pszOutput : {"/dev/full", ""}) {
+        const int iFull = inChild([&] {
+            CHECK(*pszOutput ? dup2(open(pszOutput, O_WRONLY), 1) == 1 : close(1) == 0);
             execl(zebu2Path, "zebu2", "drain", nullptr);
         });
-        EXPECT_EQ(full, 2) << output;
+        EXPECT_EQ(iFull, 2) << pszOutput;
     }
     EXPECT_EQ(zebu2({"drain", "-o", "raw"}).out, lines);
 }
@@ -80,7 +80,7 @@ TEST_F(Drain, RepeatsLinesButLosesNoneWhenItsOutputFails)
 // Another application writes meanwhile, so much that the area goes round many times.
 TEST_F(Drain, FollowsAppendersAsTheOnlyConsumer)
 {
-    const int count = 2000;
+    const int iCount = 2000;
     startArea();
     putLine("first");
     RunningTool tool({"drain", "-f", "-o", "raw", "--interval", "1"});
@@ -89,14 +89,14 @@ TEST_F(Drain, FollowsAppendersAsTheOnlyConsumer)
     const pid_t appender = startChild([&] {
         CHECK(ZEBU2_Finalize() == 0 && ZEBU2_Initialize(nullptr, "other") == 1);
         const AreaConsumer area(areaFile());
-        for (int i = 0; i < count; ++i)
+        for (int i = 0; i < iCount; ++i)
             area.put("line", i);
         CHECK(ZEBU2_PutLine(0, "the end") == 0);
     });
     const Lines lines = bodies(splitLines(tool.readUntil("the end\r\n")));
     EXPECT_EQ(waitForChild(appender), 0);
-    ASSERT_EQ(lines.size(), count + 2u);
-    for (int i = 0; i < count; ++i)
+    ASSERT_EQ(lines.size(), iCount + 2u);
+    for (int i = 0; i < iCount; ++i)
         ASSERT_EQ(areaSender(lines[static_cast<size_t>(i) + 1]), "line " + std::to_string(i));
     tool.signal(SIGTERM);
     EXPECT_EQ(tool.wait(), 0);

@@ -59,12 +59,12 @@ TEST_F(ToolFiles, StatWarns)
              writeFile(traceFile(4), plainLines(2, 2));
          },
          "app3.log is missing inside the ring"}};
-    for (const auto& [damage, words] : cases) {
+    for (const auto& [damage, pszWords] : cases) {
         writeSample();
         damage();
-        EXPECT_EQ(zebu2({"stat", "--check", prefix()}).status, *words ? 1 : 0) << words;
+        EXPECT_EQ(zebu2({"stat", "--check", prefix()}).status, *pszWords ? 1 : 0) << pszWords;
         const std::string warnings = stat(prefix())["warnings"].dump();
-        EXPECT_NE(warnings.find(words), std::string::npos) << warnings;
+        EXPECT_NE(warnings.find(pszWords), std::string::npos) << warnings;
     }
     // What the library's own modes allow is told when it is asked for, once for a ring.
     ASSERT_EQ(unlink(traceFile(4).c_str()), 0);
@@ -135,13 +135,13 @@ TEST_F(ToolFiles, StatFindsTheEndOfTheDataAsTheLibraryDoes)
     const std::pair<std::string, unsigned> cases[] = {{plainLines(1, 2), 158},
                                                       {std::string(1, '\0') + plainLines(1, 2), 0},
                                                       {"a\r\n\x1A" + plainLines(1, 2), 3}};
-    for (const auto& [live, offset] : cases) {
+    for (const auto& [live, uOffset] : cases) {
         writeRing({live}, 1);
         writeRecord(0, 0, 1);
-        EXPECT_EQ(stat(prefix())["write_offset"], offset);
+        EXPECT_EQ(stat(prefix())["write_offset"], uOffset);
         ASSERT_EQ(ZEBU2_InitializeM(ring(4096, 1), "app", ZEBU2_OPT_NOSTARTLINE | ZEBU2_OPT_NOHEADER), 0);
         stop();
-        EXPECT_EQ(stat(prefix())["write_offset"], offset);
+        EXPECT_EQ(stat(prefix())["write_offset"], uOffset);
     }
 }
 
@@ -176,9 +176,9 @@ TEST_F(ToolFiles, PutWritesWhatWasAskedFor)
     EXPECT_EQ(body(areaLines().back()) + body(lines(1).back()), "alonethree");
 
     {
-        const int lock = lockAsAnother(traceFile(1));
+        const int iLock = lockAsAnother(traceFile(1));
         EXPECT_NE(put({"x"}).err.find("locked by another process"), std::string::npos);
-        (void)close(lock);
+        (void)close(iLock);
     }
     // A ring of the other kind is left alone; a shared one that exists knows its size, and is known by its
     // marks.
@@ -188,8 +188,8 @@ TEST_F(ToolFiles, PutWritesWhatWasAskedFor)
     writeSample();
     expectStatus(0, {"put --ring " + prefix() + " --shared more"});
     EXPECT_NE(zebu2({"show", "-n", "1", prefix()}).out.find(" more\n"), std::string::npos);
-    for (const bool lost : {false, true}) {
-        EXPECT_NE(put({"x"}).err.find("give --shared"), std::string::npos) << lost;
+    for (const bool bLost : {false, true}) {
+        EXPECT_NE(put({"x"}).err.find("give --shared"), std::string::npos) << bLost;
         (void)unlink(managementFile().c_str());
     }
     EXPECT_NE(put({"--shared", "again"}).err.find("was made anew"), std::string::npos);
@@ -247,12 +247,12 @@ TEST_F(ToolFiles, BackupRefusesAFileOfTheRing)
 TEST_F(ToolFiles, CleanRemovesWhatItAnnounces)
 {
     const std::string pattern = path("app*.log");
-    const auto clean = [&](const Words& rule, long apart = 86400) {
+    const auto clean = [&](const Words& rule, long lApart = 86400) {
         Words words = {"clean", "--dry-run", pattern};
         words.insert(words.end(), rule.begin(), rule.end());
         for (int n = 1; n <= 3; ++n) {
             writeFile(traceFile(n), "x");
-            age(traceFile(n), apart * (4 - n));
+            age(traceFile(n), lApart * (4 - n));
         }
         const std::string announced = zebu2(words).out;
         words.erase(words.begin() + 1);

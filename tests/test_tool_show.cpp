@@ -34,14 +34,14 @@ protected:
     const std::string m_tool = std::string(zebu2Path) + " show ";
 };
 
-const char* const cs_masked = "****/**/** **:**:**.***";
+const char* const cs_pszMasked = "****/**/** **:**:**.***";
 } // namespace
 
 TEST_F(Show, PrintsEveryKindOfRecordAsJson)
 {
     writeFile("f", fileHeader() + "begins here\r\n" + line(7, "10:00:00.123", "ID-1                  a") +
                        line(8, "10:00:01.000", "ID               INFO b") +
-                       line(9, cs_masked, "text\nmore\r\nend") +
+                       line(9, cs_pszMasked, "text\nmore\r\nend") +
                        line(10, "----/--/-- --:--:--.---", "ABCDEFGHIJKLMNOPQRSTU x?", "", "FFFFFFFF", ""));
     std::string keys, rows;
     for (const std::string& object : outLines({"show", "-o", "json", "f"})) {
@@ -74,13 +74,13 @@ TEST_F(Show, PrintsEveryKindOfRecordAsJson)
         {"Unknown", "11/22 23:00:00.000", "2026-11-22T23:00:00.000+05:00"},
         {"TZ=/dev/stdin", "11/22 23:00:00.000", "2026-11-22T23:00:00.000+05:00"}};
     CHECK(setenv("TZ", "ABC-5", 1) == 0);
-    for (const auto& [zone, time, expected] : zones) {
+    for (const auto& [pszZone, pszTime, pszExpected] : zones) {
         char field[33];
-        (void)snprintf(field, sizeof field, "%-32s", zone);
-        writeFile("zone", fileHeader().replace(83, 32, field) + line(1, std::string("2026/") + time, "x") +
+        (void)snprintf(field, sizeof field, "%-32s", pszZone);
+        writeFile("zone", fileHeader().replace(83, 32, field) + line(1, std::string("2026/") + pszTime, "x") +
                               line(2, "2026/11/22 23:00:00.500", "x"));
-        EXPECT_EQ(nlohmann::json::parse(outLines({"show", "-o", "json", "zone"})[0])["time"], expected)
-            << zone;
+        EXPECT_EQ(nlohmann::json::parse(outLines({"show", "-o", "json", "zone"})[0])["time"], pszExpected)
+            << pszZone;
     }
 }
 
@@ -92,15 +92,16 @@ TEST_F(Show, WritesHostileBytesAsAnyOtherJsonWriter)
         "\0\x1F \"\\az\x7F\x80\x8F\x90\x9F\xA0\xBF\xC0\xC1\xC2\xDF\xE0\xE1\xED\xEE\xEF\xF0\xF1\xF4\xF5"
         "\xFF\b\f\n\r\t",
         33);
-    const size_t count = edges.size();
-    for (size_t i = 0; i < count * count * count * count; i += 29) {
-        std::string json, text = {edges[i % count], edges[i / count % count],
-                                  edges[i / count / count % count], edges[i / count / count / count]};
+    const size_t uCount = edges.size();
+    for (size_t i = 0; i < uCount * uCount * uCount * uCount; i += 29) {
+        std::string json, text = {edges[i % uCount], edges[i / uCount % uCount],
+                                  edges[i / uCount / uCount % uCount], edges[i / uCount / uCount / uCount]};
         if (i % 7 == 0)
             text = std::string(i % 11, 'p') + text + std::string(i % 13, 'q') + text.substr(0, i % 4);
         ZEBU_AppendJsonText(&json, text);
-        const auto replace = nlohmann::json::error_handler_t::replace;
-        ASSERT_EQ(json, nlohmann::json(text).dump(-1, ' ', false, replace)) << ::testing::PrintToString(text);
+        const auto eReplace = nlohmann::json::error_handler_t::replace;
+        ASSERT_EQ(json, nlohmann::json(text).dump(-1, ' ', false, eReplace))
+            << ::testing::PrintToString(text);
     }
 }
 
@@ -126,7 +127,7 @@ TEST_F(Show, PicksLinesByTheirFields)
 {
     writeFile("plain", fileHeader() + line(1, "10:00:00.000", "MSG-1                 first error", "one") +
                            line(2, "10:00:30.000", "OTHER 2          WARN second Error", "two", "00000010") +
-                           line(3, cs_masked, "third\r\nwith a tail", "one", "00000010", "main") +
+                           line(3, cs_pszMasked, "third\r\nwith a tail", "one", "00000010", "main") +
                            line(4, "11:00:00.500", "LONGIDENTIFIER16 WARN fourth", "three") +
                            line(5, "11:00:01.000", "plain and fifth error", "three"));
     const std::pair<Words, const char*> cases[] = {
@@ -155,9 +156,9 @@ TEST_F(Show, PicksLinesByTheirFields)
         {{"-r", "-n", "3"}, "0005 0004 0003 with"},
         {{"-r", "-S", "2026-11-22 10:00:30", "-C", "1", "--app", "one"}, "0004 0003 with 0002"},
     };
-    for (auto [words, expected] : cases) {
+    for (auto [words, pszExpected] : cases) {
         words.push_back("plain");
-        EXPECT_EQ(counters(words), expected) << ::testing::PrintToString(words);
+        EXPECT_EQ(counters(words), pszExpected) << ::testing::PrintToString(words);
     }
     EXPECT_EQ(show({"-o", "short", "-C", "1", "--grep", "first", "--grep", "fifth", "plain"}),
               "2026/11/22 10:00:00.000 one              first error\n"
@@ -179,10 +180,10 @@ TEST_F(Show, PicksLinesByTheirFields)
 
 TEST_F(Show, UnderstandsTimesRelativeToNow)
 {
-    const auto at = [](long secondsAgo) {
-        const time_t then = time(nullptr) - secondsAgo;
+    const auto at = [](long lSecondsAgo) {
+        const time_t lThen = time(nullptr) - lSecondsAgo;
         char text[32];
-        (void)strftime(text, sizeof text, "%Y/%m/%d %H:%M:%S.000", localtime(&then));
+        (void)strftime(text, sizeof text, "%Y/%m/%d %H:%M:%S.000", localtime(&lThen));
         return std::string(text);
     };
     writeFile("plain", line(1, at(200000), "x") + line(2, at(7000), "x") + line(3, at(60), "x"));
@@ -190,9 +191,9 @@ TEST_F(Show, UnderstandsTimesRelativeToNow)
     EXPECT_EQ(counters({"-S", "@" + std::to_string(time(nullptr) - 7200), "plain"}), "0002 0003");
     EXPECT_EQ(counters({"-S", "2d12h ago", "-U", "yesterday", "plain"}), "0001");
     EXPECT_EQ(counters({"-S", "1 hour 59 minutes ago", "-U", "1 second ago", "plain"}), "0002 0003");
-    for (const char* when : {"", "noon", "25:00", "2026-13-01", "2026-11-22T10", "-5", "@x", "10:00x",
-                             "@60000000000000", "9999999w ago"})
-        EXPECT_EQ(zebu2({"show", "--since", when, "plain"}).status, 2) << when;
+    for (const char* pszWhen : {"", "noon", "25:00", "2026-13-01", "2026-11-22T10", "-5", "@x", "10:00x",
+                                "@60000000000000", "9999999w ago"})
+        EXPECT_EQ(zebu2({"show", "--since", pszWhen, "plain"}).status, 2) << pszWhen;
     EXPECT_EQ(zebu2({"show", "--grep", "", "plain"}).status, 2);
 }
 
@@ -223,16 +224,16 @@ TEST_F(Show, ReadsASharedRingOldestFirstAndNothingBehindAMark)
     // The record is damaged: its place is worked out from the files.
     for (int n = 1; n <= 3; ++n)
         age(traceFile(n), n == 1 ? 0 : 60 - n);
-    for (const size_t offset : {0UL, 8UL, 12UL, 20UL}) {
+    for (const size_t uOffset : {0UL, 8UL, 12UL, 20UL}) {
         writeRecord(1, 4000);
-        writeFile(managementFile(), readFile(managementFile()).replace(offset, 4, 4, '\0'));
-        EXPECT_EQ(show({"app"}), asText(plainLines(1, 8))) << offset;
+        writeFile(managementFile(), readFile(managementFile()).replace(uOffset, 4, 4, '\0'));
+        EXPECT_EQ(show({"app"}), asText(plainLines(1, 8))) << uOffset;
     }
     // The record is valid but its offset is wrong, and a file is missing.
     ASSERT_EQ(unlink(traceFile(2).c_str()), 0);
-    for (const unsigned offset : {0u, 300u, 4000u, 70000u}) {
-        writeRecord(1, offset);
-        EXPECT_EQ(show({"app"}), asText(plainLines(4, 8))) << offset;
+    for (const unsigned uOffset : {0u, 300u, 4000u, 70000u}) {
+        writeRecord(1, uOffset);
+        EXPECT_EQ(show({"app"}), asText(plainLines(4, 8))) << uOffset;
     }
 }
 
@@ -275,23 +276,24 @@ TEST_F(Show, ReadsAsManyFilesAsASharedRingCanHave)
 
 TEST_F(Show, ReadsWhatTheLibraryWrote)
 {
-    for (const int option : {-1, 0, ZEBU2_OPT_NOFILL, ZEBU2_OPT_NOFILL | ZEBU2_OPT_CURRENT_ONLY}) {
-        const std::string name = "ring" + std::to_string(option);
-        const int child = inChild([&] {
-            const tagZEBU_LOGFILE_SPEC* spec = ring(4096, 3, name);
-            CHECK((option < 0 ? ZEBU2_Initialize(spec, "app") : ZEBU2_InitializeM(spec, "app", option)) == 0);
+    for (const int iOption : {-1, 0, ZEBU2_OPT_NOFILL, ZEBU2_OPT_NOFILL | ZEBU2_OPT_CURRENT_ONLY}) {
+        const std::string name = "ring" + std::to_string(iOption);
+        const int iChild = inChild([&] {
+            const tagZEBU_LOGFILE_SPEC* pSpec = ring(4096, 3, name);
+            CHECK((iOption < 0 ? ZEBU2_Initialize(pSpec, "app") : ZEBU2_InitializeM(pSpec, "app", iOption)) ==
+                  0);
             for (int i = 0; i < 150; ++i)
                 CHECK(ZEBU2_PutLine(0, std::to_string(i).c_str()) == 0);
             CHECK(ZEBU2_TraceBackup(path("backup").c_str()) == 0);
             CHECK(ZEBU2_Finalize() == 0);
         });
-        ASSERT_EQ(child, 0);
+        ASSERT_EQ(iChild, 0);
         const Lines shown = splitLines(show({"-o", "raw", name}));
-        EXPECT_EQ(shown, traceLines(readFile("backup"))) << option;
-        for (const size_t last : {size_t{1}, size_t{30}, shown.size()})
-            EXPECT_EQ(splitLines(show({"-o", "raw", "-n", std::to_string(last), name})),
-                      Lines(shown.end() - static_cast<long>(last), shown.end()));
-        EXPECT_EQ(splitLines(show({"-o", "raw", "-r", name})), Lines(shown.rbegin(), shown.rend())) << option;
+        EXPECT_EQ(shown, traceLines(readFile("backup"))) << iOption;
+        for (const size_t uLast : {size_t{1}, size_t{30}, shown.size()})
+            EXPECT_EQ(splitLines(show({"-o", "raw", "-n", std::to_string(uLast), name})),
+                      Lines(shown.end() - static_cast<long>(uLast), shown.end()));
+        EXPECT_EQ(splitLines(show({"-o", "raw", "-r", name})), Lines(shown.rbegin(), shown.rend())) << iOption;
         EXPECT_EQ(body(shown.back()), "149");
         expectStatus(0, {"backup " + name + " copy"});
         EXPECT_EQ(readFile("copy"), readFile("backup"));
@@ -302,7 +304,7 @@ TEST_F(Show, MergesSourcesByTime)
 {
     writeFile("a", line(1, "10:00:00.000", "x") + line(3, "10:00:02.000", "x"));
     const std::string b =
-        line(2, "10:00:01.000", "x\r\ntail") + line(2, cs_masked, "x") + line(4, "10:00:03.000", "x");
+        line(2, "10:00:01.000", "x\r\ntail") + line(2, cs_pszMasked, "x") + line(4, "10:00:03.000", "x");
     EXPECT_EQ(counters({"a", "-"}, b), "0001 0002 tail 0002 0003 0004");
     EXPECT_EQ(shell("cat a | " + m_tool + "-"), asText(readFile("a")));
 }
@@ -313,8 +315,8 @@ TEST_F(Show, NeedsFewDescriptorsForManySources)
     for (int i = 0; i < 8; ++i) {
         const std::string name = "ring" + std::to_string(i);
         const auto write = [&] {
-            const tagZEBU_LOGFILE_SPEC* spec = ring(4096, 3, name);
-            CHECK((i % 2 ? ZEBU2_InitializeM(spec, "app", 0) : ZEBU2_Initialize(spec, "app")) == 0);
+            const tagZEBU_LOGFILE_SPEC* pSpec = ring(4096, 3, name);
+            CHECK((i % 2 ? ZEBU2_InitializeM(pSpec, "app", 0) : ZEBU2_Initialize(pSpec, "app")) == 0);
             for (int n = 0; n < 50; ++n)
                 putLine(name + "." + std::to_string(n));
         };
@@ -402,19 +404,19 @@ TEST_F(Show, AgreesWithItselfOverBlocksAndRecordsOfAnySize)
             words.pop_back();
         const Lines all = outLines(words);
         Lines newestFirst;
-        long behind = 0; // what continues a record stays behind it
+        long lBehind = 0; // what continues a record stays behind it
         for (const std::string& object : all) {
-            behind = object.starts_with("{\"kind\":\"text\"") ? behind + 1 : 0;
-            newestFirst.insert(newestFirst.begin() + behind, object);
+            lBehind = object.starts_with("{\"kind\":\"text\"") ? lBehind + 1 : 0;
+            newestFirst.insert(newestFirst.begin() + lBehind, object);
         }
         words.push_back("-r");
         EXPECT_EQ(outLines(words), newestFirst);
         words.pop_back();
-        for (const size_t last :
+        for (const size_t uLast :
              {size_t{0}, size_t{1}, size_t{3}, size_t{150}, all.size() - 1, all.size() + 9}) {
-            words[4] = std::to_string(last);
+            words[4] = std::to_string(uLast);
             EXPECT_EQ(outLines(words),
-                      Lines(all.end() - static_cast<long>(std::min(last, all.size())), all.end()));
+                      Lines(all.end() - static_cast<long>(std::min(uLast, all.size())), all.end()));
         }
     }
 }

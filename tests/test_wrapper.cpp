@@ -56,10 +56,10 @@ TEST_F(Wrapper, PutsEveryKindOfTextInEveryForm)
     const wchar_t notInThisLocale[] = {0x110000, 0};
     EXPECT_EQ(log.putf_id(0, "ID", "%ls", notInThisLocale), -1);
     EXPECT_EQ(zebu2::last_error().failure(), ZEBU_EPOS_PARAM);
-    const int line = __LINE__ + 1;
+    const int iLine = __LINE__ + 1;
     EXPECT_EQ(log.put(0, zebu2::here(), long5000) | log.putf(0, zebu2::here(), "%s", "printed"), 0);
     EXPECT_EQ(log.put(0, zebu2::last_error().text()), 0);
-    const std::string place = "test_wrapper.cpp:" + std::to_string(line) + ": ";
+    const std::string place = "test_wrapper.cpp:" + std::to_string(iLine) + ": ";
     EXPECT_EQ(tail(4), (Lines{id + "%ls", place + std::string(4117 - place.size(), 'x'), place + "printed",
                               "no failure (0)"}));
 }
@@ -68,9 +68,9 @@ TEST_F(Wrapper, FormatsNothingAboveTheLevel)
 {
     zebu2::process_log log(files(), "app");
     zebu2::instance other(files("other"), "other");
-    const char* unreadable = reinterpret_cast<const char*>(8);
-    EXPECT_EQ(log.putf(1, "%s", unreadable) | other.putf_id(1, "ID", "%s", unreadable), 0);
-    EXPECT_EQ(log.put(1, std::string_view(unreadable, 10)), 0);
+    const char* pszUnreadable = reinterpret_cast<const char*>(8);
+    EXPECT_EQ(log.putf(1, "%s", pszUnreadable) | other.putf_id(1, "ID", "%s", pszUnreadable), 0);
+    EXPECT_EQ(log.put(1, std::string_view(pszUnreadable, 10)), 0);
     EXPECT_EQ(ZEBU2_SetLogLevel(1), 0); // behind the wrapper's back
     EXPECT_EQ(log.putf(1, "%s", "seen"), 0);
     EXPECT_EQ(bodies(lines(1)), Lines{"seen"});
@@ -103,19 +103,19 @@ TEST_F(Wrapper, AnOwnerClosesOnce)
     EXPECT_EQ(first.close() | second.put(0, "still open") | second.close(), 0);
     EXPECT_EQ(ZEBU2_PutLine(0, "closed"), -1);
     zebu2::instance none;
-    for (const int level : {0, 1}) { // above the level or not, whatever the kind of text
-        EXPECT_EQ(second.put(level, "closed") & second.put(level, "closed"sv) & second.putf(level, "%d", 1),
-                  -1);
-        EXPECT_EQ(none.put(level, "closed") & none.put(level, "closed"sv) & none.putf(level, "%d", 1), -1);
-        EXPECT_EQ(second.with_label("x").put(level, "closed"sv), -1);
+    for (const int iLevel : {0, 1}) { // above the level or not, whatever the kind of text
+        EXPECT_EQ(
+            second.put(iLevel, "closed") & second.put(iLevel, "closed"sv) & second.putf(iLevel, "%d", 1), -1);
+        EXPECT_EQ(none.put(iLevel, "closed") & none.put(iLevel, "closed"sv) & none.putf(iLevel, "%d", 1), -1);
+        EXPECT_EQ(second.with_label("x").put(iLevel, "closed"sv), -1);
         EXPECT_EQ(zebu2::last_error().failure(), ZEBU_EPOS_NOTREADY);
     }
 
     zebu2::instance a(files("a"), "a");
     zebu2::instance b(files("b"), "b");
-    const ZEBU2_HINSTANCE gone = b.handle();
+    const ZEBU2_HINSTANCE hGone = b.handle();
     b = std::move(a);
-    EXPECT_EQ(ZEBU2_PutInstanceLine(gone, 0, "deleted"), -1);
+    EXPECT_EQ(ZEBU2_PutInstanceLine(hGone, 0, "deleted"), -1);
     EXPECT_EQ(b.put(0, "alive"), 0);
 }
 

@@ -148,10 +148,11 @@ public:
             put();
         bool bFired = false;
         const auto change = [&] {
-            return bInstance ? ZEBU2_ChInstanceFileAttr(m_handle, 0640) : ZEBU2_ChFileAttr(0640);
+            return bInstance ? ZEBU2_ChInstanceFileAttr(m_hInstance, 0640) : ZEBU2_ChFileAttr(0640);
         };
         m_bModeChanged = call(change, &bFired) == 0 && !bFired; // what cannot be looked at is passed over
-        call([&] { return bInstance ? ZEBU2_InstanceFileBufferFlush(m_handle) : ZEBU2_FileBufferFlush(); });
+        call(
+            [&] { return bInstance ? ZEBU2_InstanceFileBufferFlush(m_hInstance) : ZEBU2_FileBufferFlush(); });
         stop();
         if (bRebuild)
             CHECK(unlink(manageFile().c_str()) == 0 || m_bHit);
@@ -159,7 +160,7 @@ public:
         put();
         const std::string to = path("backup/all.log");
         const auto copy = [&] {
-            return bInstance ? ZEBU2_InstanceTraceBackup(m_handle, to.c_str())
+            return bInstance ? ZEBU2_InstanceTraceBackup(m_hInstance, to.c_str())
                              : ZEBU2_TraceBackup(to.c_str());
         };
         if (call(copy, &bFired) == 0)
@@ -225,8 +226,8 @@ private:
         const tagZEBU_LOGFILE_SPEC ring = {4096, cs_iFiles, m_prefix.c_str()};
         const int iResult = call([&] {
             if (bInstance)
-                return bShared ? ZEBU2_CreateInstanceM(&m_handle, &ring, "fault", iOption)
-                               : ZEBU2_CreateInstance(&m_handle, &ring, "fault");
+                return bShared ? ZEBU2_CreateInstanceM(&m_hInstance, &ring, "fault", iOption)
+                               : ZEBU2_CreateInstance(&m_hInstance, &ring, "fault");
             return bShared ? ZEBU2_InitializeM(&ring, "fault", iOption) : ZEBU2_Initialize(&ring, "fault");
         });
         m_bOpen = iResult != -1;
@@ -237,7 +238,7 @@ private:
         std::string text = "line " + std::to_string(m_put.size()) + " ";
         text.resize(uLength, '.');
         const int iResult = call([&] {
-            return bInstance ? ZEBU2_PutInstanceLine(m_handle, 0, text.c_str())
+            return bInstance ? ZEBU2_PutInstanceLine(m_hInstance, 0, text.c_str())
                              : ZEBU2_PutLine(0, text.c_str());
         });
         m_put.push_back({text, iResult == 0, iResult == 0 && lastError() == 0});
@@ -247,9 +248,10 @@ private:
         if (!m_bOpen)
             return;
         const int iResult =
-            call([&] { return bInstance ? ZEBU2_DeleteInstance(m_handle) : ZEBU2_Finalize(); });
+            call([&] { return bInstance ? ZEBU2_DeleteInstance(m_hInstance) : ZEBU2_Finalize(); });
         // A close of its files that failed leaves an instance alive.
-        m_bOpen = iResult != 0 && bInstance && ZEBU2_GetInstanceLogLevel(m_handle) != -2 && lastError() == 0;
+        m_bOpen =
+            iResult != 0 && bInstance && ZEBU2_GetInstanceLogLevel(m_hInstance) != -2 && lastError() == 0;
     }
 
     // Makes a call under the plan, and checks what came of it.
@@ -290,7 +292,7 @@ private:
                               {iAfter, fails, {ZEBU_EPOS_FLUSH}, {EBADF, EINVAL}},
                               {iAfter, fails, {ZEBU_EPOS_NOTREADY, ZEBU_EPOS_MISMATCH}, {0}},
                               {bLasting ? NOW : 0, fails, {ZEBU_EPOS_NOTREADY, ZEBU_EPOS_MISMATCH}, {}},
-                              {bInstance && !m_handle ? iAfter : 0, {-1}, {ZEBU_EPOS_PARAM}, {0}},
+                              {bInstance && !m_hInstance ? iAfter : 0, {-1}, {ZEBU_EPOS_PARAM}, {0}},
                               {m_failing.failures.empty() ? 0 : NOW, fails, m_failing.failures, {iFault}},
                               // The configuration could not be read, so that no area directory is known; or
                               // the area is missing too, and its number comes over the file's.
@@ -316,7 +318,7 @@ private:
 
     const Failing& m_failing;
     const std::string m_prefix = path("ring/app"), m_oldFiles = path("old*.log");
-    ZEBU2_HINSTANCE m_handle = nullptr;
+    ZEBU2_HINSTANCE m_hInstance = nullptr;
     std::vector<Put> m_put;
     bool m_bOpen = false; // also an instance whose deletion failed
     bool m_bHit = false;

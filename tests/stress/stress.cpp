@@ -77,7 +77,7 @@ int killWriters(const std::string& target, int iKills)
         const std::string bytes = entry.path().extension() == ".log" ? readFile(entry.path()) : "";
         for (const std::string& line : traceLines(target == "shared" ? sharedData(bytes) : bytes)) {
             const std::string whole = areaSender(body(line));
-            ++(whole.empty() ? consumer.m_torn : consumer.m_seen[whole]);
+            ++(whole.empty() ? consumer.m_iTorn : consumer.m_seen[whole]);
         }
     }
     int iLost = 0, iTwice = 0, iAcknowledged = 0;
@@ -89,11 +89,11 @@ int killWriters(const std::string& target, int iKills)
         iTwice += iCount > 1;
     }
     (void)printf("%d kills, %d lines acknowledged: %d lost, %d twice, %d torn\n", iKills, iAcknowledged,
-                 iLost, iTwice, consumer.m_torn);
+                 iLost, iTwice, consumer.m_iTorn);
     // The kernel ends the write of a process that is killed at the next page, so each may leave the piece of
     // one line that was never acknowledged. Lines of the others go through a mapping and a mark.
     const int iTornMax = target == "single" ? iKills + cs_iWriters : 0;
-    return iLost + iTwice == 0 && consumer.m_torn <= iTornMax && iAcknowledged > iKills ? 0 : 1;
+    return iLost + iTwice == 0 && consumer.m_iTorn <= iTornMax && iAcknowledged > iKills ? 0 : 1;
 }
 
 // Memory, descriptors and mappings in use.

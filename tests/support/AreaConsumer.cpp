@@ -39,11 +39,11 @@ void AreaConsumer::drain()
     __atomic_store_n(&m_pHeader->uReadOffset, uWrite, __ATOMIC_RELEASE);
     for (const std::string& line : splitLines(m_rest)) {
         if (line.find_first_not_of(' ') == std::string::npos) {
-            ++m_blank;
+            ++m_iBlank;
             continue;
         }
         const std::string whole = areaSender(body(line));
-        ++(whole.empty() ? m_torn : m_seen[whole]);
+        ++(whole.empty() ? m_iTorn : m_seen[whole]);
     }
     m_rest.erase(0, m_rest.rfind('\n') + 1);
 }

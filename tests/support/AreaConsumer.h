@@ -28,8 +28,8 @@ public:
     void setGuard(uint32_t uGuard) const { __atomic_store_n(&m_pHeader->uGuard, uGuard, __ATOMIC_RELEASE); }
 
     std::map<std::string, int> m_seen; // "sender number", how often
-    int m_torn = 0;
-    int m_blank = 0; // in place of a writer that was passed over
+    int m_iTorn = 0;
+    int m_iBlank = 0; // in place of a writer that was passed over
 
 private:
     AreaHeader* m_pHeader;

@@ -32,24 +32,24 @@ int fileMode(const std::string& path)
     return static_cast<int>(fs::status(path, cs_ignored).permissions());
 }
 
-void age(const std::string& path, long seconds)
+void age(const std::string& path, long lSeconds)
 {
-    const auto then = std::chrono::system_clock::from_time_t(time(nullptr) - seconds);
+    const auto then = std::chrono::system_clock::from_time_t(time(nullptr) - lSeconds);
     fs::last_write_time(path, std::chrono::file_clock::from_sys(then));
 }
 
 std::string sharedData(const std::string& bytes)
 {
-    const size_t mark = ("\r\n" + bytes).find("\r\n\x1A");
-    return mark == std::string::npos ? "" : bytes.substr(0, mark);
+    const size_t uMark = ("\r\n" + bytes).find("\r\n\x1A");
+    return uMark == std::string::npos ? "" : bytes.substr(0, uMark);
 }
 
 Lines splitLines(const std::string& bytes)
 {
     Lines found;
-    size_t start = 0;
-    for (size_t end; (end = bytes.find("\r\n", start)) != std::string::npos; start = end + 2)
-        found.push_back(bytes.substr(start, end - start));
+    size_t uStart = 0;
+    for (size_t uEnd; (uEnd = bytes.find("\r\n", uStart)) != std::string::npos; uStart = uEnd + 2)
+        found.push_back(bytes.substr(uStart, uEnd - uStart));
     return found;
 }
 
@@ -93,10 +93,10 @@ void Sandbox::configure(const std::string& extra)
     writeFile(configFile(), "LogFile = " + m_dir + "/log\n" + extra);
 }
 
-const tagZEBU_LOGFILE_SPEC* Sandbox::ring(long size, long count, const std::string& name)
+const tagZEBU_LOGFILE_SPEC* Sandbox::ring(long lSize, long lCount, const std::string& name)
 {
     m_prefix = path(name);
-    m_ring = {size, count, m_prefix.c_str()};
+    m_ring = {lSize, lCount, m_prefix.c_str()};
     return &m_ring;
 }
 
@@ -126,10 +126,10 @@ std::string Sandbox::areaBytes() const
     return uRead <= uWrite ? data.substr(uRead, uWrite - uRead) : data.substr(uRead) + data.substr(0, uWrite);
 }
 
-void Sandbox::setAreaField(long offset, uint32_t value) const
+void Sandbox::setAreaField(long lOffset, uint32_t uValue) const
 {
     std::fstream file(areaFile(), std::ios::binary | std::ios::in | std::ios::out);
-    EXPECT_TRUE(file.seekp(offset).write(reinterpret_cast<const char*>(&value), sizeof value));
+    EXPECT_TRUE(file.seekp(lOffset).write(reinterpret_cast<const char*>(&uValue), sizeof uValue));
 }
 
 long openDescriptors()

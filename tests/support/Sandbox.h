@@ -38,9 +38,9 @@ using Lines = std::vector<std::string>;
 
 std::string readFile(const std::string& path);
 void writeFile(const std::string& path, const std::string& bytes);
-bool exists(const std::string& path);            // a link too that leads nowhere
-int fileMode(const std::string& path);           // permission bits
-void age(const std::string& path, long seconds); // sets the modification time that far back
+bool exists(const std::string& path);             // a link too that leads nowhere
+int fileMode(const std::string& path);            // permission bits
+void age(const std::string& path, long lSeconds); // sets the modification time that far back
 
 // What a file of a shared ring holds before its mark; nothing without one.
 std::string sharedData(const std::string& bytes);
@@ -73,7 +73,7 @@ protected:
     std::string configFile() const { return path("test.cnf"); }
 
     // A ring in this directory. Valid until the next call.
-    const tagZEBU_LOGFILE_SPEC* ring(long size = 65536, long count = 3, const std::string& name = "app");
+    const tagZEBU_LOGFILE_SPEC* ring(long lSize = 65536, long lCount = 3, const std::string& name = "app");
 
     // Starts the process log with the trace area alone; puts a line into it; stops it. All must work.
     static void startArea();
@@ -88,7 +88,7 @@ protected:
     std::string areaBytes() const;
     Lines areaLines() const { return splitLines(areaBytes()); }
     // Writes one 32-bit field of the area's header.
-    void setAreaField(long offset, uint32_t value) const;
+    void setAreaField(long lOffset, uint32_t uValue) const;
 
 private:
     std::string m_dir;

@@ -13,10 +13,10 @@
 // The ring as one process has it; closed when the test is done with it.
 struct RingCloser
 {
-    void operator()(ZebuMultiLogFile* ring) const
+    void operator()(ZebuMultiLogFile* pRing) const
     {
-        (void)ring->closeFile();
-        delete ring;
+        (void)pRing->closeFile();
+        delete pRing;
     }
 };
 using Ring = std::unique_ptr<ZebuMultiLogFile, RingCloser>;
@@ -26,18 +26,18 @@ class SharedRing : public Sandbox
 protected:
     SharedRing() { ZEBU_InitializeGrobalVar(); } // headers carry the process id
 
-    Ring make(int option = 0, long size = 4096, long count = 3) const
+    Ring make(int iOption = 0, long lSize = 4096, long lCount = 3) const
     {
-        const tagZEBU_LOGFILE_SPEC spec = {size, count, base.c_str()};
+        const tagZEBU_LOGFILE_SPEC spec = {lSize, lCount, base.c_str()};
         Ring ring(new ZebuMultiLogFile(&spec));
-        ring->setOption(option);
+        ring->setOption(iOption);
         return ring;
     }
-    Ring open(int option = 0, long size = 4096, long count = 3, int expected = 0) const
+    Ring open(int iOption = 0, long lSize = 4096, long lCount = 3, int iExpected = 0) const
     {
-        Ring ring = make(option, size, count);
+        Ring ring = make(iOption, lSize, lCount);
         SetErrPos(0, 0);
-        EXPECT_EQ(ring->openFile(), expected) << "failure " << lastError();
+        EXPECT_EQ(ring->openFile(), iExpected) << "failure " << lastError();
         return ring;
     }
 
@@ -47,12 +47,12 @@ protected:
         const std::string line = text + "\r\n";
         return ring->putMessage(line.data(), line.size());
     }
-    // Writes one line that brings the write offset to `offset`.
-    void fillTo(const Ring& ring, unsigned int offset) const
+    // Writes one line that brings the write uOffset to `uOffset`.
+    void fillTo(const Ring& ring, unsigned int uOffset) const
     {
-        ASSERT_LT(record().writeOffset + 2, offset);
-        ASSERT_EQ(put(ring, std::string(offset - record().writeOffset - 2, 'f')), 0);
-        ASSERT_EQ(record().writeOffset, offset);
+        ASSERT_LT(record().writeOffset + 2, uOffset);
+        ASSERT_EQ(put(ring, std::string(uOffset - record().writeOffset - 2, 'f')), 0);
+        ASSERT_EQ(record().writeOffset, uOffset);
     }
 
     std::string traceName(int n) const { return base + std::to_string(n) + ".log"; }
@@ -66,8 +66,8 @@ protected:
     {
         ZEBUEndOfDataScan scan;
         const std::string text = trace(n);
-        const size_t length = scan.examine(text.data(), text.size());
-        return scan.found() ? text.substr(0, length) : "no mark";
+        const size_t uLength = scan.examine(text.data(), text.size());
+        return scan.found() ? text.substr(0, uLength) : "no mark";
     }
 
     tagZEBU_MANAGEMENT_DATA record() const
@@ -78,11 +78,11 @@ protected:
         return rec;
     }
     // Stores a word into the record behind everybody's back.
-    void poke(size_t offset, unsigned int value) const
+    void poke(size_t uOffset, unsigned int uValue) const
     {
-        const int fd = ::open(manageName().c_str(), O_WRONLY | O_CLOEXEC);
-        ASSERT_EQ(pwrite(fd, &value, sizeof value, static_cast<off_t>(offset)), 4);
-        close(fd);
+        const int iFd = ::open(manageName().c_str(), O_WRONLY | O_CLOEXEC);
+        ASSERT_EQ(pwrite(iFd, &uValue, sizeof uValue, static_cast<off_t>(uOffset)), 4);
+        close(iFd);
     }
 
     std::string base = prefix();

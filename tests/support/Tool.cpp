@@ -14,26 +14,26 @@ void runTool(const Words& words, const char* pszProgram = zebu2Path)
 }
 
 // What was written to a file without a name.
-std::string readAll(int file)
+std::string readAll(int iFile)
 {
-    const std::string bytes = readFile("/proc/self/fd/" + std::to_string(file));
-    (void)close(file);
+    const std::string bytes = readFile("/proc/self/fd/" + std::to_string(iFile));
+    (void)close(iFile);
     return bytes;
 }
 } // namespace
 
 ToolResult zebu2(const Words& words, const std::string& input)
 {
-    const int in = memfd_create("in", MFD_CLOEXEC);
-    const int out = memfd_create("out", MFD_CLOEXEC);
-    const int err = memfd_create("err", MFD_CLOEXEC);
-    CHECK(pwrite(in, input.data(), input.size(), 0) == static_cast<ssize_t>(input.size()));
-    const int status = inChild([&] {
-        CHECK(dup2(in, 0) == 0 && dup2(out, 1) == 1 && dup2(err, 2) == 2);
+    const int iIn = memfd_create("in", MFD_CLOEXEC);
+    const int iOut = memfd_create("out", MFD_CLOEXEC);
+    const int iErr = memfd_create("err", MFD_CLOEXEC);
+    CHECK(pwrite(iIn, input.data(), input.size(), 0) == static_cast<ssize_t>(input.size()));
+    const int iStatus = inChild([&] {
+        CHECK(dup2(iIn, 0) == 0 && dup2(iOut, 1) == 1 && dup2(iErr, 2) == 2);
         runTool(words);
     });
-    (void)close(in);
-    return {status, readAll(out), readAll(err)};
+    (void)close(iIn);
+    return {iStatus, readAll(iOut), readAll(iErr)};
 }
 
 Lines outLines(const Words& words)
@@ -45,18 +45,18 @@ Lines outLines(const Words& words)
     return lines;
 }
 
-void expectStatus(int status, const std::vector<std::string>& calls)
+void expectStatus(int iStatus, const std::vector<std::string>& calls)
 {
     for (const std::string& call : calls) {
         std::istringstream words(call);
-        EXPECT_EQ(zebu2({std::istream_iterator<std::string>(words), {}}).status, status) << call;
+        EXPECT_EQ(zebu2({std::istream_iterator<std::string>(words), {}}).status, iStatus) << call;
     }
 }
 
 std::string asText(std::string bytes)
 {
-    for (size_t at = 0; (at = bytes.find("\r\n", at)) != std::string::npos;)
-        bytes.erase(at, 1);
+    for (size_t uAt = 0; (uAt = bytes.find("\r\n", uAt)) != std::string::npos;)
+        bytes.erase(uAt, 1);
     return bytes;
 }
 
@@ -70,7 +70,7 @@ RunningTool::RunningTool(const Words& words, int iPipeSize, const char* pszProgr
         runTool(words, pszProgram);
     });
     (void)close(ends[1]);
-    m_output = ends[0];
+    m_iOutput = ends[0];
 }
 
 RunningTool::~RunningTool()
@@ -99,28 +99,28 @@ const std::string& RunningTool::readUntil(const std::string& text)
 {
     char block[4096];
     while (m_read.find(text) == std::string::npos) {
-        const ssize_t got = read(m_output, block, sizeof block);
-        if (got <= 0)
+        const ssize_t lGot = read(m_iOutput, block, sizeof block);
+        if (lGot <= 0)
             break;
-        m_read.append(block, static_cast<size_t>(got));
+        m_read.append(block, static_cast<size_t>(lGot));
     }
     return m_read;
 }
 
-std::string ToolTest::line(int counter, const std::string& time, const std::string& body,
+std::string ToolTest::line(int iCounter, const std::string& time, const std::string& body,
                            const std::string& app, const std::string& pid, const std::string& tid)
 {
     char header[128];
     const std::string day = time.size() < 23 ? "2026/11/22 " + time : time;
-    (void)snprintf(header, sizeof header, "%04d %s     %-16s %s %-8s ", counter, day.c_str(), app.c_str(),
+    (void)snprintf(header, sizeof header, "%04d %s     %-16s %s %-8s ", iCounter, day.c_str(), app.c_str(),
                    pid.c_str(), tid.c_str());
     return header + body + "\r\n";
 }
 
-std::string ToolTest::plainLines(int first, int last)
+std::string ToolTest::plainLines(int iFirst, int iLast)
 {
     std::string lines;
-    for (int i = first; i <= last; ++i) {
+    for (int i = iFirst; i <= iLast; ++i) {
         char time[16];
         (void)snprintf(time, sizeof time, "10:%02d:%02d.000", i / 60 % 60, i % 60);
         lines += line(i, time, "message " + std::to_string(i));
@@ -155,30 +155,30 @@ void ToolTest::writeShared(int n, const std::string& live, const std::string& be
     writeFile(traceFile(n), bytes);
 }
 
-void ToolTest::writeRecord(unsigned current, unsigned offset, unsigned files) const
+void ToolTest::writeRecord(unsigned uCurrent, unsigned uOffset, unsigned uFiles) const
 {
-    const uint32_t words[16] = {0x5542455A, 0xEFBBBF00, 4096, files, offset, current, 0xFFFFFFC0, 1};
+    const uint32_t words[16] = {0x5542455A, 0xEFBBBF00, 4096, uFiles, uOffset, uCurrent, 0xFFFFFFC0, 1};
     (void)mkdir(path("mmap").c_str(), 0777);
     // Written in place: the tool may have it mapped.
-    const int fd = open(managementFile().c_str(), O_WRONLY | O_CREAT, 0644);
-    ASSERT_EQ(pwrite(fd, words, sizeof words, 0), ssize_t{sizeof words});
-    (void)close(fd);
+    const int iFd = open(managementFile().c_str(), O_WRONLY | O_CREAT, 0644);
+    ASSERT_EQ(pwrite(iFd, words, sizeof words, 0), ssize_t{sizeof words});
+    (void)close(iFd);
 }
 
-void ToolTest::writeRing(const Lines& files, size_t current) const
+void ToolTest::writeRing(const Lines& files, size_t uCurrent) const
 {
     for (size_t n = 1; n <= files.size(); ++n)
         writeShared(static_cast<int>(n), files[n - 1]);
-    writeRecord(static_cast<unsigned>(current), static_cast<unsigned>(files[current - 1].size()),
+    writeRecord(static_cast<unsigned>(uCurrent), static_cast<unsigned>(files[uCurrent - 1].size()),
                 static_cast<unsigned>(files.size()));
 }
 
-void ToolTest::writeArea(uint32_t dataSize, uint32_t read, uint32_t write, const std::string& unread) const
+void ToolTest::writeArea(uint32_t uDataSize, uint32_t uRead, uint32_t uWrite, const std::string& unread) const
 {
-    const uint32_t words[6] = {0x5542455A, 0, dataSize, read, write, 0};
-    std::string data(dataSize, '\xEE');
+    const uint32_t words[6] = {0x5542455A, 0, uDataSize, uRead, uWrite, 0};
+    std::string data(uDataSize, '\xEE');
     for (size_t i = 0; i < unread.size(); ++i)
-        data[(read + i) % dataSize] = unread[i];
+        data[(uRead + i) % uDataSize] = unread[i];
     (void)mkdir(path("mmap").c_str(), 0777);
     writeFile(areaFile(), std::string(reinterpret_cast<const char*>(words), sizeof words) + data);
 }

@@ -21,7 +21,7 @@ ToolResult zebu2(const Words& words, const std::string& input = "");
 // The lines that it prints.
 Lines outLines(const Words& words);
 // Its status for each command line, whose words are divided by blanks.
-void expectStatus(int status, const std::vector<std::string>& calls);
+void expectStatus(int iStatus, const std::vector<std::string>& calls);
 
 // Lines as the tool prints them as text: they end with LF alone.
 std::string asText(std::string bytes);
@@ -38,16 +38,16 @@ public:
 
     // Reads on until the output contains a text, or ends. Returns all of it.
     const std::string& readUntil(const std::string& text);
-    void closeOutput() { (void)close(std::exchange(m_output, -1)); }
+    void closeOutput() { (void)close(std::exchange(m_iOutput, -1)); }
     // Sends SIGTERM when the tool waits for it.
     void end() const;
-    void signal(int number) const { (void)kill(m_child, number); }
+    void signal(int iNumber) const { (void)kill(m_child, iNumber); }
     // Its exit status, or 128 and the signal that killed it.
     int wait() { return waitForChild(std::exchange(m_child, -1)); }
 
 private:
     pid_t m_child;
-    int m_output;
+    int m_iOutput;
     std::string m_read;
 };
 
@@ -55,24 +55,24 @@ class ToolTest : public Sandbox
 {
 protected:
     // A trace line of the day 2026/11/22 with its line end: 0007 2026/11/22 10:00:00.000 ...
-    static std::string line(int counter, const std::string& time, const std::string& body,
+    static std::string line(int iCounter, const std::string& time, const std::string& body,
                             const std::string& app = "app", const std::string& pid = "00001A2B",
                             const std::string& tid = "0000ABCD");
     // Any number of plain lines, one a second from 10:00:00 on, with the counters first to last.
-    static std::string plainLines(int first, int last);
+    static std::string plainLines(int iFirst, int iLast);
     static std::string fileHeader();
     static std::string startHeader();
     static std::string mark();
 
     // Writes file n of a shared ring: live data, the mark, and what else is there.
     void writeShared(int n, const std::string& live, const std::string& behind = "") const;
-    void writeRecord(unsigned current, unsigned offset, unsigned files = 3) const;
+    void writeRecord(unsigned uCurrent, unsigned uOffset, unsigned uFiles = 3) const;
     // Writes a shared ring of these live data, with its record at the end of the current file's.
-    void writeRing(const Lines& files, size_t current) const;
+    void writeRing(const Lines& files, size_t uCurrent) const;
     std::string managementFile() const { return path("mmap/app.mm"); }
 
     // Writes an area of a data size, with bytes from the read offset on.
-    void writeArea(uint32_t dataSize, uint32_t read, uint32_t write, const std::string& unread) const;
+    void writeArea(uint32_t uDataSize, uint32_t uRead, uint32_t uWrite, const std::string& unread) const;
 };
 
 #endif
