@@ -78,7 +78,8 @@ inline void ZEBU_LoadPosition(const tagZEBU_MANAGEMENT_DATA* pMap, tagZEBU_MANAG
     pOut->currentFile = static_cast<unsigned int>(uPosition >> 32);
 }
 
-// Loads every field of a mapped record once. Returns what the check of the copy says.
+// Loads every field of a mapped record once but its format, for which nobody asks. Returns what the check of
+// the copy says.
 inline int ZEBU_ReadAndCheckManagementFile(const tagZEBU_MANAGEMENT_DATA* pMap, tagZEBU_MANAGEMENT_DATA* pOut)
 {
     ZEBU_LoadPosition(pMap, pOut);
@@ -87,7 +88,6 @@ inline int ZEBU_ReadAndCheckManagementFile(const tagZEBU_MANAGEMENT_DATA* pMap, 
     pOut->fileSize = ZEBU_LoadField(pMap->fileSize);
     pOut->fileNum = ZEBU_LoadField(pMap->fileNum);
     pOut->mode = ZEBU_LoadField(pMap->mode);
-    pOut->format = ZEBU_LoadField(pMap->format);
     return ZEBU_CheckManagementFile(*pOut);
 }
 

@@ -49,16 +49,18 @@ TEST_F(MultiDamage, ManagementFileRemovedReplacedOrEmptied)
 TEST_F(MultiDamage, TraceFileCutOrRemovedWhileItIsMapped)
 {
     for (const int iOption : {0, ZEBU2_OPT_NOFILL}) {
-        for (const size_t uLength : {0UL, 200UL}) {
+        for (const size_t uLength : {0UL, 200UL, 4026UL}) {
             base = path("cut") + std::to_string(iOption) + std::to_string(uLength);
             const Ring first = open(iOption);
             const Ring second = open(iOption);
             fillTo(first, 4028);
             const std::string kept = data(1).substr(0, uLength);
-            ASSERT_EQ(uLength ? truncate(traceName(1).c_str(), 200) : unlink(traceName(1).c_str()), 0);
+            ASSERT_EQ(uLength ? truncate(traceName(1).c_str(), static_cast<off_t>(uLength))
+                              : unlink(traceName(1).c_str()),
+                      0);
             ASSERT_EQ(put(first, "1") | put(second, "2"), 0);
             EXPECT_EQ(trace(1).size(), 4096u);
-            EXPECT_EQ(data(1).substr(4028), "1\r\n2\r\n") << iOption << ' ' << uLength;
+            EXPECT_EQ(data(1).substr(4026), "\r\n1\r\n2\r\n") << iOption << ' ' << uLength;
             EXPECT_EQ(data(1).substr(0, uLength), kept);
         }
     }

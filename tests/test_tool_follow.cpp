@@ -203,8 +203,10 @@ TEST_F(Follow, ReadsTheRingOfOneProcessOverItsSwitches)
     merge.add("ring", std::move(m_source));
     const auto records = [&] {
         std::string bytes;
-        for (ZEBURecord record; merge.next(&record) == ZEBUNext::Record;)
+        for (ZEBURecord record; merge.next(&record) == ZEBUNext::Record;) {
             bytes.append(record.svBytes).append("|");
+            EXPECT_NE(record.lTime, ZEBU_TIME_NONE); // a gap has that of the line before
+        }
         return bytes;
     };
     writeFile(traceFile(2), plainLines(10, 11) + plainLines(12, 12).substr(0, 40));
