@@ -320,6 +320,8 @@ TEST_F(ToolFiles, ConfigTellsWhereEachValueComesFrom)
     expectStatus(0, {"config --check"});
     setenv("ZEBU2_TRACECNF_FILE", "relative", 1);
     EXPECT_NE(zebu2({"config"}).out.find("is no absolute path"), std::string::npos);
+    setenv("ZEBU2_TRACECNF_FILE", (configFile() + "/x").c_str(), 1);
+    EXPECT_NE(zebu2({"config"}).out.find("cannot be examined (Not a directory)"), std::string::npos);
 }
 
 TEST_F(ToolFiles, ExplainNamesFunctionFailureAndCode)

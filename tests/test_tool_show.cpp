@@ -293,7 +293,8 @@ TEST_F(Show, ReadsWhatTheLibraryWrote)
         for (const size_t uLast : {size_t{1}, size_t{30}, shown.size()})
             EXPECT_EQ(splitLines(show({"-o", "raw", "-n", std::to_string(uLast), name})),
                       Lines(shown.end() - static_cast<long>(uLast), shown.end()));
-        EXPECT_EQ(splitLines(show({"-o", "raw", "-r", name})), Lines(shown.rbegin(), shown.rend())) << iOption;
+        EXPECT_EQ(splitLines(show({"-o", "raw", "-r", name})), Lines(shown.rbegin(), shown.rend()))
+            << iOption;
         EXPECT_EQ(body(shown.back()), "149");
         expectStatus(0, {"backup " + name + " copy"});
         EXPECT_EQ(readFile("copy"), readFile("backup"));
