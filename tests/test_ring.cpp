@@ -171,7 +171,7 @@ TEST_F(Ring, LeavesADescriptorAloneThatIsNotItsAnyMore)
     };
     for (const auto& [pszName, call, expected] : calls) {
         SCOPED_TRACE(pszName);
-        EXPECT_EQ(inChild([&, call = call, expected = expected] {
+        EXPECT_EQ(inChild([&, pszName = pszName, call = call, expected = expected] {
                       (void)ZEBU2_Initialize(ring(4096, 3, pszName), "app");
                       fill();
                       const int iLost = descriptorOf(path(pszName) + "1.log");
