@@ -10,31 +10,31 @@ namespace {
 class Follow : public ToolTest
 {
 protected:
-    void openRing(bool follow = true)
+    void openRing(bool bFollow = true)
     {
-        int error = 0;
+        int iError = 0;
         m_source = ZEBU_OpenSource(
-            prefix(), follow, [this](const std::string&) { ++m_warnings; }, &error);
-        ASSERT_TRUE(m_source) << error;
+            prefix(), bFollow, [this](const std::string&) { ++m_iWarnings; }, &iError);
+        ASSERT_TRUE(m_source) << iError;
     }
     // What can be read now, in that many reads; a gap shows as "<gap>".
-    std::string readOn(int reads = INT_MAX)
+    std::string readOn(int iReads = INT_MAX)
     {
         std::string bytes;
         char block[1000];
-        ZEBURead read = ZEBURead::Gap;
-        for (; reads > 0 && read != ZEBURead::Idle && read != ZEBURead::End; --reads) {
-            size_t got = 0;
-            read = m_source->read(block, sizeof block, &got);
-            bytes.append(block, got).append(read == ZEBURead::Gap ? "<gap>" : "");
+        ZEBURead eRead = ZEBURead::Gap;
+        for (; iReads > 0 && eRead != ZEBURead::Idle && eRead != ZEBURead::End; --iReads) {
+            size_t uGot = 0;
+            eRead = m_source->read(block, sizeof block, &uGot);
+            bytes.append(block, uGot).append(eRead == ZEBURead::Gap ? "<gap>" : "");
         }
         return bytes;
     }
     // File n of a ring of one process, with lines of these counters.
-    void fill(int n, int first, int last) const { writeFile(traceFile(n), plainLines(first, last)); }
+    void fill(int n, int iFirst, int iLast) const { writeFile(traceFile(n), plainLines(iFirst, iLast)); }
 
     std::unique_ptr<ZEBUSource> m_source;
-    int m_warnings = 0;
+    int m_iWarnings = 0;
 };
 
 // A source that hands out a text, then nothing new, and counts how often it is asked.
@@ -62,20 +62,20 @@ private:
 
 TEST_F(Follow, AsksIdleSourcesSeldomWhileOthersAreBusy)
 {
-    int busy = 0, idle = 0;
+    int iBusy = 0, iIdle = 0;
     ZEBUMerge merge(1000000);
-    merge.add("idle", std::make_unique<CountedSource>("", &idle));
-    merge.add("busy", std::make_unique<CountedSource>(plainLines(1, 3000), &busy));
+    merge.add("idle", std::make_unique<CountedSource>("", &iIdle));
+    merge.add("busy", std::make_unique<CountedSource>(plainLines(1, 3000), &iBusy));
     ZEBURecord record;
     for (int i = 1; i <= 3000; ++i) {
         ASSERT_EQ(merge.next(&record), ZEBUNext::Record);
         ASSERT_EQ(record.line.iCounter, i);
     }
-    EXPECT_LE(idle, 2);
+    EXPECT_LE(iIdle, 2);
     EXPECT_EQ(merge.next(&record), ZEBUNext::Idle);
-    const int before = idle;
+    const int iBefore = iIdle;
     EXPECT_EQ(merge.next(&record), ZEBUNext::Idle);
-    EXPECT_EQ(idle, before + 1); // when nobody has anything, all are asked
+    EXPECT_EQ(iIdle, iBefore + 1); // when nobody has anything, all are asked
 }
 
 TEST_F(Follow, WaitsForALineThatIsOnItsWay)
@@ -87,16 +87,16 @@ TEST_F(Follow, WaitsForALineThatIsOnItsWay)
         {"line without its mark", all, all.size()},
         {"mark without its line", old + "\x1A" + std::string(next.size() - 1, 'x') + mark(), all.size()},
         {"everything but the offset", all + mark(), old.size()}};
-    for (const auto& [name, live, offset] : states) {
+    for (const auto& [pszName, live, uOffset] : states) {
         writeRing({old}, 1);
         openRing();
         EXPECT_EQ(readOn(), old);
         writeFile(traceFile(1), live);
-        writeRecord(1, static_cast<unsigned>(offset), 1);
-        EXPECT_EQ(readOn(), "") << name;
+        writeRecord(1, static_cast<unsigned>(uOffset), 1);
+        EXPECT_EQ(readOn(), "") << pszName;
         writeRing({all}, 1);
-        EXPECT_EQ(readOn(), next) << name;
-        EXPECT_EQ(m_warnings, 0);
+        EXPECT_EQ(readOn(), next) << pszName;
+        EXPECT_EQ(m_iWarnings, 0);
     }
 }
 
@@ -111,7 +111,7 @@ TEST_F(Follow, SaysWhenTheRingOvertookItAndMixesNoCycles)
     EXPECT_EQ(readOn(), plainLines(1, 3));
     writeRing({plainLines(25, 29), plainLines(20, 24)}, 1);
     EXPECT_EQ(readOn(), "<gap>" + plainLines(20, 29));
-    EXPECT_EQ(m_warnings, 1);
+    EXPECT_EQ(m_iWarnings, 1);
     // Round again, but not as far as the place that was read.
     writeRing({plainLines(32, 32), plainLines(30, 31)}, 1);
     EXPECT_EQ(readOn(), "<gap>" + plainLines(30, 32));
@@ -130,7 +130,7 @@ TEST_F(Follow, ReadsNewestFirstUntilTheRingComesRound)
     writeRing({plainLines(3, 4), plainLines(5, 6), plainLines(1, 2)}, 2);
     writeFile(path("plain"), line(9, "10:00:04.500", "x"));
     ZEBUNewestFirst newest(2, ZEBU_TIME_NONE);
-    EXPECT_EQ(newest.add(prefix(), [this](const std::string&) { ++m_warnings; }), 0);
+    EXPECT_EQ(newest.add(prefix(), [this](const std::string&) { ++m_iWarnings; }), 0);
     EXPECT_EQ(newest.add(path("plain"), {}), 0);
     std::string read;
     for (ZEBURecord record; newest.next(&record);) {
@@ -139,7 +139,7 @@ TEST_F(Follow, ReadsNewestFirstUntilTheRingComesRound)
         read += record.eKind == ZEBURecordKind::Gap ? "<gap>" : std::to_string(record.line.iCounter);
     }
     EXPECT_EQ(read, "65943<gap>");
-    EXPECT_EQ(m_warnings, 1);
+    EXPECT_EQ(m_iWarnings, 1);
 }
 
 TEST_F(Follow, GoesOnInARepairedOrReplacedRecord)
@@ -157,13 +157,13 @@ TEST_F(Follow, GoesOnInARepairedOrReplacedRecord)
 TEST_F(Follow, GoesOnWithASharedRingThatIsMadeAnew)
 {
     // The new ring has fewer or more bytes than were read of the old one, and stands in another file of it.
-    for (const auto& [old, files, current, last] :
+    for (const auto& [iOld, iFiles, iCurrent, iLast] :
          {std::tuple(3, 3, 1, 11), std::tuple(3, 3, 1, 30), std::tuple(3, 1, 1, 12), std::tuple(2, 2, 2, 14),
           std::tuple(1, 3, 1, 11), std::tuple(1, 3, 1, 30)}) {
-        const auto writeOld = [&, number = old](int lines) {
+        const auto writeOld = [&, iNumber = iOld](int iLines) {
             Lines contents(3);
-            contents[static_cast<size_t>(number) - 1] = plainLines(1, lines);
-            writeRing(contents, static_cast<size_t>(number));
+            contents[static_cast<size_t>(iNumber) - 1] = plainLines(1, iLines);
+            writeRing(contents, static_cast<size_t>(iNumber));
         };
         writeOld(9);
         openRing();
@@ -172,11 +172,11 @@ TEST_F(Follow, GoesOnWithASharedRingThatIsMadeAnew)
         for (const std::string& name : {traceFile(1), traceFile(2), traceFile(3), managementFile()})
             EXPECT_EQ(rename(name.c_str(), (name + ".old").c_str()), 0);
         EXPECT_EQ(readOn(), plainLines(10, 10));
-        Lines anew(static_cast<size_t>(files));
-        anew[static_cast<size_t>(current) - 1] = plainLines(11, last);
-        writeRing(anew, static_cast<size_t>(current));
-        EXPECT_EQ(readOn() + readOn(), "<gap>" + plainLines(11, last)) << old << files << last;
-        EXPECT_EQ(std::exchange(m_warnings, 0), 1);
+        Lines anew(static_cast<size_t>(iFiles));
+        anew[static_cast<size_t>(iCurrent) - 1] = plainLines(11, iLast);
+        writeRing(anew, static_cast<size_t>(iCurrent));
+        EXPECT_EQ(readOn() + readOn(), "<gap>" + plainLines(11, iLast)) << iOld << iFiles << iLast;
+        EXPECT_EQ(std::exchange(m_iWarnings, 0), 1);
     }
 }
 
@@ -194,7 +194,7 @@ TEST_F(Follow, ReadsTheRingOfOneProcessOverItsSwitches)
             fill(n, iFirst, iLast);
         EXPECT_EQ(readOn(), expected);
     }
-    EXPECT_EQ(m_warnings, 1);
+    EXPECT_EQ(m_iWarnings, 1);
     openRing();
     fill(2, 10, 10); // before it was read
     EXPECT_EQ(readOn(), "<gap>" + plainLines(8, 10));
@@ -221,44 +221,45 @@ TEST_F(Follow, ReadsTheRingOfOneProcessOverItsSwitches)
 // Nothing but the contents tells of it: the record stands where it stood, the files have the time they had.
 TEST_F(Follow, NoticesThatTheRingCameWholeTimesRound)
 {
-    const auto writeCycle = [&](bool shared, int first) {
-        const Lines files = {plainLines(first, first + 8), plainLines(first + 9, first + 17),
-                             plainLines(first + 18, first + 26)};
-        if (shared)
+    const auto writeCycle = [&](bool bShared, int iFirst) {
+        const Lines files = {plainLines(iFirst, iFirst + 8), plainLines(iFirst + 9, iFirst + 17),
+                             plainLines(iFirst + 18, iFirst + 26)};
+        if (bShared)
             writeRing(files, 3);
         for (int n = 1; n <= 3; ++n) {
-            if (!shared)
+            if (!bShared)
                 writeFile(traceFile(n), files[static_cast<size_t>(n) - 1]);
             age(traceFile(n), 60);
         }
     };
     for (int i = 0; i < 8; ++i) {
-        const bool shared = i >= 4; // from then on there is a management file
-        writeCycle(shared, 100);
+        const bool bShared = i >= 4; // from then on there is a management file
+        writeCycle(bShared, 100);
         openRing(i & 1);
         (void)readOn(i & 2 ? 8 : 1);
-        writeCycle(shared, 200);
+        writeCycle(bShared, 200);
         EXPECT_EQ(readOn(), "<gap>" + plainLines(200, 226)) << i;
     }
 }
 
 TEST_F(Follow, ShowsEveryLineOfTwoWritersOnceInOrderOverManySwitches)
 {
-    const int count = 500;
+    const int iCount = 500;
     const auto text = [](char writer, int i) {
         return writer + std::to_string(i) + std::string(static_cast<size_t>(i % 60), '.');
     };
-    const auto write = [&](char writer, int lines) {
+    const auto write = [&](char writer, int iLines) {
         CHECK(ZEBU2_InitializeM(ring(16384, 12), "writer", 0) >= 0);
         ZEBU2_SetLockRetryTimes(1000);
-        for (int i = 0; i < lines; ++i)
+        for (int i = 0; i < iLines; ++i)
             CHECK(ZEBU2_PutLine(0, text(writer, i).c_str()) == 0);
         CHECK(ZEBU2_Finalize() == 0);
     };
     ASSERT_EQ(inChild([&] { write('-', 0); }), 0);
     RunningTool tool(
         {"show", "-f", "-n", "all", "-o", "raw", "--interval", "1", "--grep", "^[abz]", prefix()});
-    const pid_t writers[] = {startChild([&] { write('a', count); }), startChild([&] { write('b', count); })};
+    const pid_t writers[] = {startChild([&] { write('a', iCount); }),
+                             startChild([&] { write('b', iCount); })};
     EXPECT_EQ(waitForChild(writers[0]) | waitForChild(writers[1]), 0);
     expectStatus(0, {"put --ring " + prefix() + " --size 16384 --files 12 --shared z"});
     int next[2] = {0, 0};
@@ -266,7 +267,7 @@ TEST_F(Follow, ShowsEveryLineOfTwoWritersOnceInOrderOverManySwitches)
     shown.pop_back();
     for (const std::string& line : shown)
         ASSERT_EQ(line, text(line[0], next[line[0] == 'b']++));
-    EXPECT_EQ(next[0] + next[1], 2 * count);
+    EXPECT_EQ(next[0] + next[1], 2 * iCount);
     EXPECT_TRUE(exists(traceFile(6)));
     tool.signal(SIGTERM);
     EXPECT_EQ(tool.wait(), 0);
@@ -293,13 +294,13 @@ TEST_F(Follow, EndsQuietlyWithItsReader)
 
 TEST_F(Follow, GoesOnWhereTheCursorSays)
 {
-    const auto gap = [&](const char* files) {
-        return "---- " + prefix() + ": lines of " + files + " or more may be missing here ----\n";
+    const auto gap = [&](const char* pszFiles) {
+        return "---- " + prefix() + ": lines of " + pszFiles + " or more may be missing here ----\n";
     };
     struct Step
     {
         Lines files;
-        size_t current;
+        size_t uCurrent;
         std::string shown;
     };
     const Step steps[] = {
@@ -317,18 +318,18 @@ TEST_F(Follow, GoesOnWhereTheCursorSays)
         {{fileHeader() + plainLines(30, 30) + plainLines(41, 41)},
          1,
          gap("1 file") + plainLines(30, 30) + plainLines(41, 41)}};
-    for (const bool shared : {false, true})
+    for (const bool bShared : {false, true})
         for (const Step& step : steps) {
             for (int n = 1; n <= 3; ++n)
                 (void)unlink(traceFile(n).c_str());
-            for (size_t n = 1; n <= step.files.size() && !shared; ++n) {
+            for (size_t n = 1; n <= step.files.size() && !bShared; ++n) {
                 writeFile(traceFile(static_cast<int>(n)), step.files[n - 1]);
-                age(traceFile(static_cast<int>(n)), static_cast<long>((step.current + 3 - n) % 3) * 10);
+                age(traceFile(static_cast<int>(n)), static_cast<long>((step.uCurrent + 3 - n) % 3) * 10);
             }
-            if (shared)
-                writeRing(step.files, step.current);
-            const std::string cursor = path(shared ? "cursor" : "cursor1");
-            EXPECT_EQ(zebu2({"show", "--cursor", cursor, prefix()}).out, asText(step.shown)) << shared;
+            if (bShared)
+                writeRing(step.files, step.uCurrent);
+            const std::string cursor = path(bShared ? "cursor" : "cursor1");
+            EXPECT_EQ(zebu2({"show", "--cursor", cursor, prefix()}).out, asText(step.shown)) << bShared;
         }
     // A continued line goes with its beginning, a file of its own counts too, and what is no cursor stays.
     const std::string more = "and more\r\n";
@@ -352,67 +353,67 @@ TEST_F(Follow, GoesOnWhereTheCursorSays)
 // stored comes twice.
 TEST_F(Follow, LosesNothingWithACursorHoweverOftenItIsKilled)
 {
-    const int kills = 12, total = 14000, ahead = 2500, interval = 1000;
-    for (const bool shared : {false, true}) {
-        const std::string name = shared ? "shared" : "single", out = path(name + ".out");
+    const int iKills = 12, iTotal = 14000, iAhead = 2500, iInterval = 1000;
+    for (const bool bShared : {false, true}) {
+        const std::string name = bShared ? "shared" : "single", out = path(name + ".out");
         int order[2], done[2];
         CHECK(pipe(order) == 0 && pipe(done) == 0);
         const pid_t writer = startChild([&] {
-            const tagZEBU_LOGFILE_SPEC* spec = ring(65536, 8, name);
-            CHECK((shared ? ZEBU2_InitializeM(spec, "app", 0) : ZEBU2_Initialize(spec, "app")) >= 0);
-            int target = 0;
-            for (int i = 1; read(order[0], &target, sizeof target) > 0 && target > 0;
-                 (void)!write(done[1], &target, sizeof target))
-                for (; i <= target; ++i)
+            const tagZEBU_LOGFILE_SPEC* pSpec = ring(65536, 8, name);
+            CHECK((bShared ? ZEBU2_InitializeM(pSpec, "app", 0) : ZEBU2_Initialize(pSpec, "app")) >= 0);
+            int iTarget = 0;
+            for (int i = 1; read(order[0], &iTarget, sizeof iTarget) > 0 && iTarget > 0;
+                 (void)!write(done[1], &iTarget, sizeof iTarget))
+                for (; i <= iTarget; ++i)
                     CHECK(ZEBU2_PutLine(0, ("#" + std::to_string(i) + ";").c_str()) == 0);
             CHECK(ZEBU2_Finalize() == 0);
         });
-        const auto follow = [&](const char* option) {
+        const auto follow = [&](const char* pszOption) {
             CHECK(dup2(open(out.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644), 1) == 1);
-            execl(zebu2Path, "zebu2", "show", option, "--interval=1", "--cursor", path("cursor").c_str(),
+            execl(zebu2Path, "zebu2", "show", pszOption, "--interval=1", "--cursor", path("cursor").c_str(),
                   path(name).c_str(), nullptr);
         };
-        std::vector<int> seen(total + 1);
-        int last = 0;
+        std::vector<int> seen(iTotal + 1);
+        int iLast = 0;
         const auto look = [&] {
-            seen.assign(total + 1, 0);
+            seen.assign(iTotal + 1, 0);
             const std::string bytes = readFile(out);
-            for (size_t at = bytes.find('#'); at != std::string::npos; at = bytes.find('#', at + 1)) {
-                char* end;
-                const long number = strtol(bytes.c_str() + at + 1, &end, 10);
-                if (*end == ';' && number >= 1 && number <= total)
-                    ++seen[static_cast<size_t>(last = static_cast<int>(number))];
+            for (size_t uAt = bytes.find('#'); uAt != std::string::npos; uAt = bytes.find('#', uAt + 1)) {
+                char* pszEnd;
+                const long lNumber = strtol(bytes.c_str() + uAt + 1, &pszEnd, 10);
+                if (*pszEnd == ';' && lNumber >= 1 && lNumber <= iTotal)
+                    ++seen[static_cast<size_t>(iLast = static_cast<int>(lNumber))];
             }
             EXPECT_EQ(bytes.find("----"), std::string::npos);
         };
-        int target = 500, killed = 0;
-        CHECK(write(order[1], &target, sizeof target) > 0 && read(done[0], &target, sizeof target) > 0);
-        for (; last < total || killed < kills; ++killed) {
+        int iTarget = 500, iKilled = 0;
+        CHECK(write(order[1], &iTarget, sizeof iTarget) > 0 && read(done[0], &iTarget, sizeof iTarget) > 0);
+        for (; iLast < iTotal || iKilled < iKills; ++iKilled) {
             const auto size = [&] { return exists(out) ? std::filesystem::file_size(out) : 0; };
-            const auto before = size(); // the tool may be done before this process runs again
+            const auto uBefore = size(); // the tool may be done before this process runs again
             const pid_t tool = startChild([&] { follow("-f"); });
-            target = std::min(last + ahead, total);
-            CHECK(write(order[1], &target, sizeof target) > 0);
-            for (int i = 0; last < target && size() == before; ++i) {
-                ASSERT_LT(i, 200000) << last;
+            iTarget = std::min(iLast + iAhead, iTotal);
+            CHECK(write(order[1], &iTarget, sizeof iTarget) > 0);
+            for (int i = 0; iLast < iTarget && size() == uBefore; ++i) {
+                ASSERT_LT(i, 200000) << iLast;
                 (void)usleep(100);
             }
-            (void)usleep(static_cast<unsigned>(killed * 7919 % 5000)); // any moment
+            (void)usleep(static_cast<unsigned>(iKilled * 7919 % 5000)); // any moment
             (void)kill(tool, SIGKILL);
             EXPECT_EQ(waitForChild(tool), 128 + SIGKILL);
-            CHECK(read(done[0], &target, sizeof target) > 0);
+            CHECK(read(done[0], &iTarget, sizeof iTarget) > 0);
             look();
-            ASSERT_LT(killed, 2000);
+            ASSERT_LT(iKilled, 2000);
         }
-        CHECK(write(order[1], &(target = 0), sizeof target) > 0);
+        CHECK(write(order[1], &(iTarget = 0), sizeof iTarget) > 0);
         EXPECT_EQ(waitForChild(writer), 0);
         (void)inChild([&] { follow("--color=never"); });
         look();
-        int doubles = 0;
-        for (int i = 1; i <= total; ++i) {
+        int iDoubles = 0;
+        for (int i = 1; i <= iTotal; ++i) {
             ASSERT_GE(seen[static_cast<size_t>(i)], 1) << i;
-            doubles += seen[static_cast<size_t>(i)] - 1;
+            iDoubles += seen[static_cast<size_t>(i)] - 1;
         }
-        EXPECT_LE(doubles, killed * interval);
+        EXPECT_LE(iDoubles, iKilled * iInterval);
     }
 }
