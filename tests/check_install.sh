@@ -54,12 +54,12 @@ grep -q ' hello  *[0-9A-F]\{8\} [0-9A-F]\{8\} hello' "$work/c1.log" || fail "no 
 # C++: a project that knows nothing but the name of the package.
 mkdir "$work/project"
 cp "$source/examples/wrapper.cpp" "$work/project"
-cat > "$work/project/CMakeLists.txt" << 'EOF'
+cat > "$work/project/CMakeLists.txt" << EOF
 cmake_minimum_required(VERSION 3.16)
 project(consumer CXX)
 set(CMAKE_CXX_STANDARD 17)
 find_package(Threads REQUIRED)
-find_package(ZEBULib2 2.3 REQUIRED)
+find_package(ZEBULib2 ${version%.*} REQUIRED)
 add_executable(consumer wrapper.cpp)
 target_link_libraries(consumer ZEBULib2::ZEBULib2 Threads::Threads)
 EOF
