@@ -4,6 +4,7 @@
 //   zebu_stress kill (single|shared|area) [kills]   writers that are killed at any moment
 //   zebu_stress soak [times]                        nothing may grow, however long it runs
 #include <malloc.h>
+#include <sys/time.h>
 
 #include <random>
 
@@ -25,23 +26,47 @@ private:
 constexpr int cs_iWriters = 3;
 constexpr int cs_iLinesMax = 500; // of one writer, which then waits for its end: no ring comes round
 
+// The lines of a writer of the area. It is interrupted by a handler that puts the next of them.
+Lines cs_texts;
+unsigned char* cs_pAcknowledged;
+std::atomic<int> cs_iNext{0};
+
+void putNext(int = 0)
+{
+    const int i = cs_iNext++;
+    if (i < cs_iLinesMax)
+        cs_pAcknowledged[i] = ZEBU2_PutMsgSigSafe(cs_texts[static_cast<size_t>(i)].c_str()) == 0;
+}
+
+// Of the area, only the signal-safe put tells whether the line found room.
+void writeToArea()
+{
+    (void)signal(SIGALRM, putNext);
+    const itimerval every = {{0, 97}, {0, 97}};
+    CHECK(setitimer(ITIMER_REAL, &every, nullptr) == 0);
+    while (cs_iNext < cs_iLinesMax)
+        putNext();
+}
+
 // Opens what a writer before may have left in any state, puts lines and notes which were acknowledged.
 void write(const Place& place, const std::string& target, long lWriter, int iIncarnation,
            unsigned char* pAcknowledged)
 {
-    const bool bShared = target == "shared", bArea = target == "area";
+    const bool bShared = target == "shared";
     const std::string name = place.path(bShared ? "all" : "own" + std::to_string(lWriter) + "-");
     const tagZEBU_LOGFILE_SPEC ring = {1 << 20, bShared ? 64 : 16, name.c_str()};
     CHECK(ZEBU2_SetLockRetryTimes(5000) >= 0); // the attempts of three writers on two processors
     CHECK((bShared ? ZEBU2_InitializeM(&ring, "stress", ZEBU2_OPT_NOFILL | ZEBU2_OPT_CURRENT_ONLY)
                    : ZEBU2_Initialize(&ring, "stress")) == 0);
     ZEBU2_SetShmThreshold(ZEBU2_LEVEL_OFF);
-    for (int i = 0; i < cs_iLinesMax; ++i) {
-        const std::string text = areaMessage(std::to_string(iIncarnation), i);
-        // Of the area, only the signal-safe put tells whether the line found room.
-        const int iResult = bArea ? ZEBU2_PutMsgSigSafe(text.c_str()) : ZEBU2_PutLine(0, text.c_str());
-        CHECK(bArea || iResult == 0);
-        pAcknowledged[i] = iResult == 0;
+    for (int i = 0; i < cs_iLinesMax; ++i)
+        cs_texts.push_back(areaMessage(std::to_string(iIncarnation), i));
+    cs_pAcknowledged = pAcknowledged;
+    if (target == "area")
+        writeToArea();
+    for (int i = 0; target != "area" && i < cs_iLinesMax; ++i) {
+        CHECK(ZEBU2_PutLine(0, cs_texts[static_cast<size_t>(i)].c_str()) == 0);
+        pAcknowledged[i] = 1;
     }
     for (;;)
         pause();
