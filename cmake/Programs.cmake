@@ -17,6 +17,10 @@ function(zebu_summary)
   message(STATUS "${PROJECT_NAME} ${PROJECT_VERSION}, ${CMAKE_BUILD_TYPE}\n  library: built\n${lines}")
 endfunction()
 
+# The command lines of the programs: most of what the compiler does there is the library that parses them, and
+# that runs once.
+set(ZEBU_PARSED_ONCE $<$<NOT:$<CONFIG:Debug>>:-O$<NOT:$<BOOL:${ZEBU_SANITIZED}>>>)
+
 # The objects of the library for the tests of internals; never installed.
 add_library(zebu_internal STATIC)
 target_link_libraries(zebu_internal PUBLIC zebu_objects)

@@ -16,7 +16,7 @@ int ZebuMultiLogFile::initializeLock()
 
 constexpr long cs_lSecond = 1000000; // in microseconds, as all here
 
-static void fs_pause(long lPause)
+static void fs_pauseMicroseconds(long lPause)
 {
     if (lPause < cs_lSecond) {
         (void)usleep(static_cast<useconds_t>(lPause));
@@ -39,7 +39,7 @@ static void fs_wait(int iMilliseconds)
     long lLeft = iMilliseconds * 1000L;
     const long lEnd = fs_clock() + lLeft;
     do
-        fs_pause(lLeft);
+        fs_pauseMicroseconds(lLeft);
     while ((lLeft = lEnd - fs_clock()) > 0);
 }
 

@@ -21,12 +21,12 @@ constexpr ZEBUClock cs_lFirstLook = 1; // after a record a source may have more 
 constexpr size_t cs_uTurn = 64;        // records of one source before the next one has its turn
 
 int cs_iWake = -1;
-volatile sig_atomic_t cs_bEnded = 0;
+volatile sig_atomic_t cs_bSignalled = 0;
 
-void fs_onSignal(int)
+void fs_onEndSignal(int)
 {
     const uint64_t uOne = 1;
-    cs_bEnded = 1;
+    cs_bSignalled = 1;
     (void)alarm(cs_uHardEnd);
     (void)!write(cs_iWake, &uOne, sizeof uOne);
 }
@@ -41,7 +41,7 @@ void fs_endOnSignals()
 {
     cs_iWake = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     struct sigaction action = {};
-    action.sa_handler = fs_onSignal;
+    action.sa_handler = fs_onEndSignal;
     (void)sigaction(SIGTERM, &action, nullptr);
     (void)sigaction(SIGINT, &action, nullptr);
     action.sa_handler = fs_onHardEnd;
@@ -110,7 +110,7 @@ void ZEBUForward::run()
     ZEBUClock lEnd = -1; // not known yet
     for (;;) {
         const ZEBUClock lNow = ZEBU_Clock();
-        if (cs_bEnded && lEnd < 0)
+        if (cs_bSignalled && lEnd < 0)
             lEnd = lNow + cs_lEndTime;
         if (lEnd >= 0 && (m_relp.isEmpty() || lNow >= lEnd))
             break;
