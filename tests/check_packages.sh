@@ -1,9 +1,10 @@
 #!/bin/sh
-# Builds the Debian packages twice, in folders of different names, compares them byte by byte, unpacks
-# them, and uses what they hold. The interface is compared with its description on the way.
-# Usage: check_packages.sh <source folder> <version>
+# Makes the Debian packages of two builds in folders of different names, compares them byte by byte, unpacks
+# them, and uses what they hold. The interface is compared with its description on the way. The build that is tested
+# is one of the two where it has the flags and the prefix of the preset "package" (scripts/test sees to that).
+# Usage: check_packages.sh <source folder> <version> <build folder>
 set -eu
-source=$1 version=$2
+source=$1 version=$2 build=$3
 for tool in cpack dpkg-deb dpkg-shlibdeps ninja; do
     command -v $tool > /dev/null || { echo "skipped: no $tool"; exit 77; }
 done
@@ -12,15 +13,26 @@ trap 'rm -rf "$work"' EXIT
 
 fail() { echo "$*"; exit 1; }
 
-# packages FOLDER
+# packages BUILD FOLDER
 packages() {
     (umask 022 && # the members of a package have modes
-        cmake -S "$source" --preset package -B "$work/$1" && cmake --build "$work/$1" &&
-        cd "$work/$1" && cpack --config CPackConfig.cmake) > "$work/log" 2>&1 || { tail -n 50 "$work/log"; exit 1; }
+        cpack --config "$1/CPackConfig.cmake" -B "$work/$2") > "$work/log" 2>&1 || { tail -n 50 "$work/log"; exit 1; }
 }
 
-packages one
-packages another-folder
+# build FOLDER
+build() {
+    (umask 022 && cmake -S "$source" --preset package -B "$work/$1" && cmake --build "$work/$1") > "$work/log" 2>&1 ||
+        { tail -n 50 "$work/log"; exit 1; }
+}
+
+flags=$(grep -e '^CMAKE_BUILD_TYPE:' -e '^CMAKE_CXX_FLAGS:' -e '^CMAKE_INSTALL_PREFIX:' "$build/CMakeCache.txt" | sed 's/.*=//' | tr '\n' ' ')
+if [ "$flags" != "Release -g /usr " ]; then
+    build=$work/first-build
+    build first-build
+fi
+build another-build
+packages "$build" one
+packages "$work/another-build" another-folder
 for package in "$work"/another-folder/*.*deb; do
     cmp "$package" "$work/one/$(basename "$package")"
 done
@@ -29,7 +41,7 @@ for package in "$work"/one/*.deb; do
 done
 
 if command -v abidiff > /dev/null; then
-    abidiff --exported-interfaces-only --headers-dir2 "$source/include" "$source/abi/ZEBULib2.abi" "$work/one/libZEBULib2.so.$version" ||
+    abidiff --exported-interfaces-only --headers-dir2 "$source/include" "$source/abi/ZEBULib2.abi" "$build/libZEBULib2.so.$version" ||
         fail "the interface is not the one in abi/ZEBULib2.abi"
 fi
 
@@ -75,7 +87,7 @@ if command -v lintian > /dev/null; then
 fi
 
 # The package of the sources has what the repository has.
-(cd "$work/one" && cpack --config CPackSourceConfig.cmake > "$work/log" 2>&1) || fail "$(cat "$work/log")"
+cpack --config "$build/CPackSourceConfig.cmake" -B "$work/one" > "$work/log" 2>&1 || fail "$(cat "$work/log")"
 tar tf "$work/one/zebulib2-$version.tar.xz" > "$work/packed"
 grep -q '/frame/TLS.cpp$' "$work/packed" || fail "no sources in the package of the sources"
 if grep -e '/build' -e '/\.git/' "$work/packed"; then fail "build folders in the package of the sources"; fi
