@@ -10,7 +10,7 @@
 
 namespace {
 // The hour that comes twice, in the lines and in the time that was asked for.
-constexpr long cs_lSetBack = 2 * 3600;
+constexpr long cs_lSetBack = 2 * 3600L;
 
 void fs_freeRegex(regex_t* pRegex)
 {

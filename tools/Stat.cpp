@@ -123,15 +123,16 @@ void fs_printPrometheus(ZEBUOutput& output, const std::vector<ZEBUDescription>& 
 {
     for (const Metric& metric : cs_metrics) {
         const std::string strName = std::string("zebu2_") + metric.pszFact;
-        std::string strSamples;
+        std::string strText = "# HELP " + strName + " ";
+        strText.append(metric.pszHelp).append("\n# TYPE ").append(strName).append(" gauge\n");
+        const size_t uHeader = strText.size();
         for (const ZEBUDescription& description : descriptions) {
             const Json value = fs_value(description, metric.pszFact);
             if (!value.is_null())
-                strSamples += strName + fs_labels(description.facts) + " " + fs_dump(value) + "\n";
+                strText += strName + fs_labels(description.facts) + " " + fs_dump(value) + "\n";
         }
-        if (!strSamples.empty())
-            output.write("# HELP " + strName + " " + metric.pszHelp + "\n# TYPE " + strName + " gauge\n" +
-                         strSamples);
+        if (strText.size() > uHeader)
+            output.write(strText);
     }
 }
 
