@@ -136,7 +136,7 @@ TEST_F(MultiProcess, EveryLineIsThereOnceAndWhole)
         EXPECT_EQ(range.second, cs_iLines - 1) << writer;
         iLines += range.second - range.first + 1;
     }
-    EXPECT_GE(iLines, 150);
+    EXPECT_GE(iLines, 100); // of 600 bytes on average, in seven or eight files of 16 KiB
 }
 
 // ---- Killed writers ------------------------------------------------------------------------------
