@@ -70,7 +70,7 @@ protected:
         (void)ZEBU2_SetShmThreshold(bArea ? 0 : ZEBU2_LEVEL_OFF);
         const AreaConsumer room(areaFile());
         for (int i = 0; i < cs_iLines; ++i, usleep(3000)) {
-            while (bArea && !room.hasRoom(2000))
+            while (bArea && !room.hasRoom(5000))
                 usleep(1000);
             while (ZEBU2_PutLine(0, areaMessage("w" + std::to_string(iNumber), i).c_str()) != 0)
                 CHECK(bShared); // nobody else holds a lock
