@@ -2,11 +2,9 @@
 # No circle of modules, a module being a header with its source: none needs, over whatever others, one that needs
 # it. Computed from the includes; what stands in a circle is named.
 # Usage: check_circles.sh <source folder> <folder>...
-set -eu
+. "$(dirname "$0")/support/work.sh"
 cd "$1"
 shift
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
 
 # Wrapper and C header of one name are two.
 find "$@" -name '*.h' -o -name '*.hpp' -o -name '*.cpp' > "$work/files"

@@ -1,10 +1,8 @@
 #!/bin/sh
 # Runs every example into a directory of its own and looks at what it left there.
 # Usage: [RUN=emulator] check_examples.sh <directory of the built examples>
-set -eu
+. "$(dirname "$0")/support/work.sh"
 examples=$1
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
 
 # run STATUS NAME ARGUMENT...: runs an example in $work/NAME.
 run() {
@@ -14,16 +12,14 @@ run() {
     cd "$work/$name"
     echo "LogFile = $work/$name/trace" > ../cnf
     status=0
-    ZEBU2_TRACECNF_FILE=$work/cnf ${RUN:-} "$examples/$name" "$@" 2> ../stderr || status=$?
-    [ "$status" -eq "$expected" ] || fail "status $status: $(cat ../stderr)"
+    ${RUN:-} "$examples/$name" "$@" 2> ../stderr || status=$?
+    [ "$status" -eq "$expected" ] || fail "$name: status $status: $(cat ../stderr)"
 }
-
-fail() { echo "$name: $*"; exit 1; }
 
 # has COUNT FILES TEXT: so many lines of the files, the trace area among them, hold the text.
 has() {
     found=$(cat $2 | tr '\000' '\n' | grep -c -- "$3") || true
-    [ "$found" -eq "$1" ] || fail "$found lines with '$3' in $2 instead of $1"
+    [ "$found" -eq "$1" ] || fail "$name: $found lines with '$3' in $2 instead of $1"
 }
 
 area=mmap/zebu2mmap.mm
@@ -31,7 +27,7 @@ area=mmap/zebu2mmap.mm
 for name in "$examples"/*; do
     [ -f "$name" ] && [ -x "$name" ] || continue
     run 2 "$(basename "$name")"
-    grep -q '^usage: ' "$work/stderr" || fail "does not say what it wants"
+    grep -q '^usage: ' "$work/stderr" || fail "$name does not say what it wants"
 done
 
 run 0 hello app
@@ -39,19 +35,15 @@ has 1 app1.log 'NET-17                a line with a message id'
 
 run 0 levels app
 has 6 app1.log 'level [0-6] with log level 5, files 0'
-has 0 "app1.log $area" 'log level -1'
 
 run 0 logf app
 has 5 app1.log 'turn [0-9]*.$'
-has 1 app1.log 'no answer after 2.5 s'
-has 0 app1.log 'seen with APP_LEVEL'
 
 run 0 threads app /usr/include/linux 3
 has 6 $area 'a thread '
 
 run 0 instances .
 has 1 audit1.log ' audit .* LOGIN  *user 4711'
-has 0 $area LOGIN
 
 run 139 crash_handler app
 has 1 app1.log 'about to crash'
@@ -72,5 +64,4 @@ run 0 cleanup .
 
 run 0 wrapper .
 has 2 wrapper1.log ' \(reader\|writer\)   WORK '
-has 0 wrapper1.log 'never formatted'
 has 1 audit1.log 'owners stop'

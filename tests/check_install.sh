@@ -2,15 +2,11 @@
 # Installs the build into a directory of its own, moves it, and uses it as an application would: from C
 # through pkg-config, from C++ through find_package. Needs pkg-config.
 # Usage: check_install.sh <source folder> <build folder> <version>
-set -eu
+. "$(dirname "$0")/support/work.sh"
 source=$1 build=$2 version=$3
-command -v pkg-config > /dev/null || { echo "skipped: no pkg-config"; exit 77; }
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
+needs pkg-config
 
-fail() { echo "$*"; exit 1; }
-
-cmake --install "$build" --prefix "$work/first" > "$work/log"
+logged cmake --install "$build" --prefix "$work/first"
 mv "$work/first" "$work/moved"
 root=$work/moved
 if grep -rIl -e "$work/first" -e "$source" -e "$build" "$root"; then fail "have paths of the build"; fi
@@ -22,26 +18,21 @@ libdir=$(dirname "$(find "$root" -name libZEBULib2.so)")
 [ "$(readlink "$libdir/libZEBULib2.so.2")" = "libZEBULib2.so.$version" ]
 
 # The standard configuration only when it is asked for. What it shows as defaults is commented out.
-DESTDIR=$work/config cmake --install "$build" --component config >> "$work/log"
-[ -d "$work/config/opt/kelvora/ZEBULib2/mmap" ]
+standard=$work/config/opt/kelvora/ZEBULib2
+logged env DESTDIR="$work/config" cmake --install "$build" --component config
+if grep '^[^#]' "$standard/etc/D002zebu2.cnf"; then fail "is set as standard"; fi
 # What an operator has edited stays, and a directory that was there gets its sticky bit.
-echo 'MapSize = 99999' > "$work/config/opt/kelvora/ZEBULib2/etc/D002zebu2.cnf"
-chmod 0777 "$work/config/opt/kelvora/ZEBULib2/mmap"
-DESTDIR=$work/config cmake --install "$build" --component config >> "$work/log"
-grep -q 99999 "$work/config/opt/kelvora/ZEBULib2/etc/D002zebu2.cnf" || fail "overwrites the configuration"
-[ "$(stat -c %a "$work/config/opt/kelvora/ZEBULib2/mmap")" = 1777 ] || fail "no sticky bit"
-rm -r "$work/config"
-DESTDIR=$work/config cmake --install "$build" --component config >> "$work/log"
-if grep '^[^#]' "$work/config/opt/kelvora/ZEBULib2/etc/D002zebu2.cnf"; then fail "is set as standard"; fi
+echo 'MapSize = 99999' > "$standard/etc/D002zebu2.cnf"
+chmod 0777 "$standard/mmap"
+logged env DESTDIR="$work/config" cmake --install "$build" --component config
+grep -q 99999 "$standard/etc/D002zebu2.cnf" || fail "overwrites the configuration"
+[ "$(stat -c %a "$standard/mmap")" = 1777 ] || fail "no sticky bit"
 
-echo "LogFile = $work/trace" > "$work/cnf"
-export ZEBU2_TRACECNF_FILE="$work/cnf" LD_LIBRARY_PATH="$libdir"
-PKG_CONFIG_PATH=$libdir/pkgconfig
-export PKG_CONFIG_PATH
+export LD_LIBRARY_PATH="$libdir" PKG_CONFIG_PATH="$libdir/pkgconfig"
 
 # A place of the libraries that is given as an absolute path.
-cmake -S "$source" -B "$work/absolute" -G Ninja -DZEBU_TOOL=OFF -DBUILD_TESTING=OFF -DCMAKE_INSTALL_LIBDIR=/opt/elsewhere \
-    -DCMAKE_DISABLE_FIND_PACKAGE_benchmark=ON -DCMAKE_INSTALL_PREFIX=/opt/here >> "$work/log"
+logged cmake -S "$source" -B "$work/absolute" -G Ninja -DZEBU_TOOL=OFF -DBUILD_TESTING=OFF \
+    -DCMAKE_INSTALL_LIBDIR=/opt/elsewhere -DCMAKE_DISABLE_FIND_PACKAGE_benchmark=ON -DCMAKE_INSTALL_PREFIX=/opt/here
 [ "$(pkg-config --cflags --libs "$work/absolute/ZEBULib2.pc" | sed "s/ *$//")" = \
     "-I/opt/here/include -L/opt/elsewhere -lZEBULib2" ] || fail "the .pc file: $(cat "$work/absolute/ZEBULib2.pc")"
 
@@ -53,18 +44,17 @@ grep -q ' hello  *[0-9A-F]\{8\} [0-9A-F]\{8\} hello' "$work/c1.log" || fail "no 
 
 # C++: a project that knows nothing but the name of the package.
 mkdir "$work/project"
-cp "$source/examples/wrapper.cpp" "$work/project"
 cat > "$work/project/CMakeLists.txt" << EOF
 cmake_minimum_required(VERSION 3.16)
 project(consumer CXX)
 set(CMAKE_CXX_STANDARD 17)
 find_package(Threads REQUIRED)
 find_package(ZEBULib2 ${version%.*} REQUIRED)
-add_executable(consumer wrapper.cpp)
+add_executable(consumer "$source/examples/wrapper.cpp")
 target_link_libraries(consumer ZEBULib2::ZEBULib2 Threads::Threads)
 EOF
-cmake -S "$work/project" -B "$work/project/build" -DCMAKE_PREFIX_PATH="$root" >> "$work/log"
-cmake --build "$work/project/build" >> "$work/log"
+logged cmake -S "$work/project" -B "$work/project/build" -DCMAKE_PREFIX_PATH="$root"
+logged cmake --build "$work/project/build"
 "$work/project/build/consumer" "$work"
 grep -q 'with id and type' "$work/wrapper1.log" || fail "no line from C++"
 

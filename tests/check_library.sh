@@ -3,10 +3,8 @@
 # header and the object itself, all under one version; it needs nothing but libc; its name is stable. And what
 # runs in signal handlers calls nothing that may not.
 # Usage: check_library.sh <library> <list of exports> <public header> <folder of objects> [sanitized]
-set -eu
+. "$(dirname "$0")/support/work.sh"
 library=$1 exports=$2 header=$3 objects=$4
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
 
 grep -v '^#' "$exports" | sort > "$work/exports"
 grep '^\(extern \)\?ZEBU2_API' "$header" | grep -o 'ZEBU2_[A-Za-z_]*[([]' | tr -d '([' | sort > "$work/header"

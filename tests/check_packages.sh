@@ -3,26 +3,18 @@
 # them, and uses what they hold. The interface is compared with its description on the way. The build that is tested
 # is one of the two where it has the flags and the prefix of the preset "package" (scripts/test sees to that).
 # Usage: check_packages.sh <source folder> <version> <build folder>
-set -eu
+. "$(dirname "$0")/support/work.sh"
 source=$1 version=$2 build=$3
-for tool in cpack dpkg-deb dpkg-shlibdeps ninja; do
-    command -v $tool > /dev/null || { echo "skipped: no $tool"; exit 77; }
-done
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-
-fail() { echo "$*"; exit 1; }
+needs cpack dpkg-deb dpkg-shlibdeps ninja
+umask 022 # the members of a package have modes
 
 # packages BUILD FOLDER
-packages() {
-    (umask 022 && # the members of a package have modes
-        cpack --config "$1/CPackConfig.cmake" -B "$work/$2") > "$work/log" 2>&1 || { tail -n 50 "$work/log"; exit 1; }
-}
+packages() { logged cpack --config "$1/CPackConfig.cmake" -B "$work/$2"; }
 
 # build FOLDER
 build() {
-    (umask 022 && cmake -S "$source" --preset package -B "$work/$1" && cmake --build "$work/$1") > "$work/log" 2>&1 ||
-        { tail -n 50 "$work/log"; exit 1; }
+    logged cmake -S "$source" --preset package -B "$work/$1"
+    logged cmake --build "$work/$1"
 }
 
 flags=$(grep -e '^CMAKE_BUILD_TYPE:' -e '^CMAKE_CXX_FLAGS:' -e '^CMAKE_INSTALL_PREFIX:' "$build/CMakeCache.txt" | sed 's/.*=//' | tr '\n' ' ')
@@ -68,8 +60,7 @@ if command -v systemd-analyze > /dev/null; then
     for unit in "$work"/root/usr/lib/systemd/system/*; do
         sed 's|/usr/bin/zebu2[a-z-]*|/bin/true|' "$unit" > "$work/$(basename "$unit")"
         systemd-analyze verify --man=no "$work/$(basename "$unit")" 2>&1 | grep . && fail "$unit"
-        systemd-analyze security --offline=true --threshold=20 "$work/$(basename "$unit")" > "$work/log" 2>&1 ||
-            { cat "$work/log"; fail "$unit is open"; }
+        logged systemd-analyze security --offline=true --threshold=20 "$work/$(basename "$unit")"
     done
 fi
 
@@ -87,15 +78,14 @@ if command -v lintian > /dev/null; then
 fi
 
 # The package of the sources has what the repository has.
-cpack --config "$build/CPackSourceConfig.cmake" -B "$work/one" > "$work/log" 2>&1 || fail "$(cat "$work/log")"
+logged cpack --config "$build/CPackSourceConfig.cmake" -B "$work/one"
 tar tf "$work/one/zebulib2-$version.tar.xz" > "$work/packed"
 grep -q '/frame/TLS.cpp$' "$work/packed" || fail "no sources in the package of the sources"
 if grep -e '/build' -e '/\.git/' "$work/packed"; then fail "build folders in the package of the sources"; fi
 
 # What they hold, built against and run.
 libdir=$(dirname "$(find "$work/root" -name libZEBULib2.so)")
-echo "LogFile = $work/trace" > "$work/cnf"
-export ZEBU2_TRACECNF_FILE="$work/cnf" LD_LIBRARY_PATH="$libdir"
+export LD_LIBRARY_PATH="$libdir"
 ${CC:-cc} "$source/examples/hello.c" -I"$work/root/usr/include" -L"$libdir" -lZEBULib2 -o "$work/hello"
 "$work/hello" "$work/app"
 grep -q NET-17 "$work/app1.log"

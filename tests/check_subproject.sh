@@ -2,12 +2,8 @@
 # The library as a part of another project, which has names and settings of its own: it brings its library
 # and nothing else, and builds under the parent's flags.
 # Usage: check_subproject.sh <source folder>
-set -eu
+. "$(dirname "$0")/support/work.sh"
 source=$1
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-
-fail() { echo "$*"; cat "$work/log"; exit 1; }
 
 cat > "$work/CMakeLists.txt" << END
 cmake_minimum_required(VERSION 3.25)
@@ -22,18 +18,17 @@ get_property(tests DIRECTORY "$source" PROPERTY TESTS)
 get_property(type CACHE CMAKE_BUILD_TYPE PROPERTY VALUE)
 message(STATUS "got <\${type}\${tests}\${BUILD_TESTING}\${CPACK_PACKAGE_NAME}\${CMAKE_CXX_STANDARD}>")
 END
-cmake -G Ninja -S "$work" -B "$work/build" -DCMAKE_CXX_FLAGS="-O1 -D_FORTIFY_SOURCE=3" \
-    -DCMAKE_LIBRARY_OUTPUT_DIRECTORY="$work/lib" > "$work/log" 2>&1 || fail "configuring"
-grep -q 'got <>' "$work/log" || fail "sets something for its parent"
-cmake --build "$work/build" > "$work/log" 2>&1 || fail "building"
+logged cmake -G Ninja -S "$work" -B "$work/build" -DCMAKE_CXX_FLAGS="-O1 -D_FORTIFY_SOURCE=3" \
+    -DCMAKE_LIBRARY_OUTPUT_DIRECTORY="$work/lib"
+grep -q 'got <>' "$work/log" || fail "sets something for its parent: $(grep got "$work/log")"
+logged cmake --build "$work/build"
 if grep -i warning "$work/log"; then fail "warnings"; fi
-echo "LogFile = $work/trace" > "$work/cnf"
-ZEBU2_TRACECNF_FILE=$work/cnf "$work/build/consumer" "$work/app"
+"$work/build/consumer" "$work/app"
 grep -q NET-17 "$work/app1.log"
 
 # Of the targets in `all`: objects, the library, its links and the consumer. Nothing is installed.
 find "$work" -type f \( -name '*.so*' -o -name '*.a' -o -perm /111 \) ! -path '*/CMakeFiles/*' |
     sed "s|^$work/||" | sort > "$work/built"
 [ "$(sed 's/[.0-9]*$//' "$work/built" | tr '\n' ' ')" = "build/consumer lib/libZEBULib2.so " ] || fail "built: $(cat "$work/built")"
-DESTDIR=$work/installed cmake --install "$work/build" > "$work/log"
+logged env DESTDIR="$work/installed" cmake --install "$work/build"
 [ ! -e "$work/installed" ] || fail "installs itself"

@@ -1,14 +1,8 @@
 // tests/test_config.cpp -- the configuration file: which one is read, its lines, and the paths in it.
-#include <stdlib.h>
-
 #include "config/Conf2Unix.h"
 #include "config/ConfFile.h"
 #include "config/ConfUnix.h"
 #include "support/Sandbox.h"
-
-using namespace std::string_literals;
-
-namespace {
 
 // ---- Values --------------------------------------------------------------------------------------
 
@@ -23,7 +17,6 @@ TEST_F(Config, LinesGiveTheValues)
 {
     // Size of the area, interval and number of the rate limit, template of the notice.
     const std::pair<std::string, std::tuple<unsigned int, int, int, std::string>> cases[] = {
-        {"", {65536, 0, 0, ""}},
         {"Release = 3\nMonPath = /mon\nLogSize = 5\nLogFNum = 6\nWatchDog = 7\nMapSize = 8\nIntervalSec = 9\n"
          "MaxMsgNum = 10\nMsgString=Switched %f\n",
          {8, 9, 10, "Switched %f\n"}},
@@ -60,7 +53,6 @@ TEST_F(Config, AreaLiesBesideTheLogFile)
         {longest + "p/t", ""},
         {"/" + std::string(5000, 'l'), ""},
         {"relative/trace", ""},
-        {"", ""},
     };
     for (const auto& [logFile, directory] : cases) {
         writeFile(configFile(), "MapSize = 5000\nLogFile = " + logFile + "\n");
@@ -82,8 +74,8 @@ TEST_F(Config, StandardFileIsReadWithoutAUsableOverride)
         const ZEBUConfigInf conf;
         EXPECT_EQ(conf.uMapSize, uMapSize) << name;
         EXPECT_STREQ(conf.szMonPath, "") << "nothing of a refused file stays";
-        const char* pszArea = uMapSize == 6000 ? "/opt/kelvora/ZEBULib2/mmap/zebu2mmap.mm" : conf.szMMapFile;
-        EXPECT_STREQ(conf.szMMapFile, pszArea) << name;
+        const std::string area = conf.szMMapFile;
+        EXPECT_TRUE(area == "/opt/kelvora/ZEBULib2/mmap/zebu2mmap.mm" || uMapSize != 6000) << name << area;
         EXPECT_EQ(ZEBUConfigInf2().szMsgString, message) << name;
     };
     const std::string standard = "/opt/kelvora/ZEBULib2/etc/D002zebu2.cnf", far = path("far.cnf");
@@ -94,8 +86,8 @@ TEST_F(Config, StandardFileIsReadWithoutAUsableOverride)
     writeFile(far, "LogFile = /l/f\nMapSize = 1\nMsgString = far\n");
     ASSERT_EQ(mkfifo(path("fifo").c_str(), 0600) | chdir(path("").c_str()), 0);
     for (const std::string& name :
-         {""s, "far.cnf"s, path(""), path("missing"), path("fifo"),
-          "/opt/kelvora//ZEBULib2/etc/../etc/D002zebu2.cnf"s, "/opt/kelvora/ZEBULib/./etc/D001zebu.cnf"s})
+         Lines{"", "far.cnf", path(""), path("missing"), path("fifo"),
+               "/opt/kelvora//ZEBULib2/etc/../etc/D002zebu2.cnf", "/opt/kelvora/ZEBULib/./etc/D001zebu.cnf"})
         expect(name, 6000, "standard\n");
     expect(std::string(4095 - far.size(), '/') + far, 1, "far\n"); // the longest path there is
     writeFile(far, "MapSize = 1\nMonPath = /mon\nMsgString = far\n");
@@ -120,5 +112,3 @@ TEST_F(Config, AProgramWithOtherRightsThanItsUserIgnoresTheEnvironment)
     setenv("ZEBU_TEST_COPY", "1", 1);
     EXPECT_EQ(system((copy + " --gtest_filter='*IgnoresTheEnvironment'").c_str()), 0);
 }
-
-} // namespace

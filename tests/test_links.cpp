@@ -2,8 +2,6 @@
 // made writable through them, and nothing waits for them.
 #include "support/Sandbox.h"
 
-namespace {
-
 using Planted = Sandbox;
 
 TEST_F(Planted, NothingIsDoneThroughThem)
@@ -97,5 +95,3 @@ TEST_F(Planted, LinkInPlaceOfTheDirectoryOfTheManagementFile)
         stop();
     }
 }
-
-} // namespace

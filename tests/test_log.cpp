@@ -40,15 +40,14 @@ TEST_F(Logf, PutsWhatPassesAndEvaluatesNothingElse)
 
 TEST(LogLevels, HaveNamesAndNumbers)
 {
-    const struct
-    {
-        const char* pszName;
-        int iLevel;
-    } cases[] = {{"fatal", 0},   {"Warning", 200}, {"TRACE", 800}, {"all", 1000}, {"off", -1}, {"-1", -1},
-                 {"1000", 1000}, {"1001", 7},      {"-2", 7},      {"12x", 7},    {"", 7},     {nullptr, 7}};
-    for (const auto& each : cases) {
-        each.pszName ? setenv("ZEBU_TEST_LEVEL", each.pszName, 1) : unsetenv("ZEBU_TEST_LEVEL");
+    ZEBU2_SetLogLevelFromEnv("ZEBU_TEST_LEVEL", 7); // which is not set
+    EXPECT_EQ(ZEBU2_GetLogLevel(), 7);
+    const std::pair<const char*, int> cases[] = {
+        {"fatal", 0},   {"Warning", 200}, {"TRACE", 800}, {"all", 1000}, {"off", -1}, {"-1", -1},
+        {"1000", 1000}, {"1001", 7},      {"-2", 7},      {"12x", 7},    {"", 7}};
+    for (const auto& [pszName, iLevel] : cases) {
+        (void)setenv("ZEBU_TEST_LEVEL", pszName, 1);
         ZEBU2_SetLogLevelFromEnv("ZEBU_TEST_LEVEL", 7);
-        EXPECT_EQ(ZEBU2_GetLogLevel(), each.iLevel) << (each.pszName ? each.pszName : "null");
+        EXPECT_EQ(ZEBU2_GetLogLevel(), iLevel) << pszName;
     }
 }

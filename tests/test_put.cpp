@@ -1,9 +1,5 @@
 // The put operations: columns and limits of the line, levels and thresholds, destinations and failures.
-#include <time.h>
-
 #include "support/Sandbox.h"
-
-namespace {
 
 // The texts of one put; an operation takes those that it knows.
 struct Texts
@@ -14,35 +10,34 @@ struct Texts
 struct Put
 {
     int iFunction; // in the high 8 bits of its error values
-    int (*call)(ZEBU2_HINSTANCE h, int iLevel, const Texts& t);
     // Goes through the instance, prints the log's own name, prints the calling thread.
     bool bInstance, bOwnName, bOwnThread;
     size_t uIdWidth; // 0 for a plain body, 21, or 16 beside a message type
+    int (*call)(ZEBU2_HINSTANCE h, int iLevel, const Texts& t);
 };
 
 #define CALL(name, ...)                                                                                      \
-    [](ZEBU2_HINSTANCE h, int iLevel, const Texts& t) { return (void)h, ZEBU2_Put##name(__VA_ARGS__); }
+    [](ZEBU2_HINSTANCE h, int i, const Texts& t) { return (void)h, ZEBU2_Put##name(__VA_ARGS__); }
 
 constexpr Put cs_puts[] = {
-    {0x08000000, CALL(Line, iLevel, t.pszText), false, true, true, 0},
-    {0x09000000, CALL(WithId, iLevel, t.pszId, t.pszText), false, true, true, 21},
-    {0x0A000000, CALL(WithIdEx, iLevel, t.pszApp, t.pszId, t.pszText), false, false, true, 21},
-    {0x20000000, CALL(WithMsgType, iLevel, t.pszApp, t.pszId, t.pszType, t.pszText), false, false, true, 16},
-    {0x23000000, CALL(WithIdAndTidEx, iLevel, t.pszApp, t.pszThread, t.pszId, t.pszText), false, false, false,
-     21},
-    {0x24000000, CALL(WithMsgTypeAndTid, iLevel, t.pszApp, t.pszThread, t.pszId, t.pszType, t.pszText), false,
-     false, false, 16},
-    {0x15000000, CALL(InstanceLine, h, iLevel, t.pszText), true, true, true, 0},
-    {0x16000000, CALL(InstanceWithId, h, iLevel, t.pszId, t.pszText), true, true, true, 21},
-    {0x17000000, CALL(InstanceWithIdEx, h, iLevel, t.pszApp, t.pszId, t.pszText), true, false, true, 21},
-    {0x21000000, CALL(InstanceWithMsgType, h, iLevel, t.pszApp, t.pszId, t.pszType, t.pszText), true, false,
-     true, 16},
+    {0x08000000, false, true, true, 0, CALL(Line, i, t.pszText)},
+    {0x09000000, false, true, true, 21, CALL(WithId, i, t.pszId, t.pszText)},
+    {0x0A000000, false, false, true, 21, CALL(WithIdEx, i, t.pszApp, t.pszId, t.pszText)},
+    {0x20000000, false, false, true, 16, CALL(WithMsgType, i, t.pszApp, t.pszId, t.pszType, t.pszText)},
+    {0x23000000, false, false, false, 21, CALL(WithIdAndTidEx, i, t.pszApp, t.pszThread, t.pszId, t.pszText)},
+    {0x24000000, false, false, false, 16,
+     CALL(WithMsgTypeAndTid, i, t.pszApp, t.pszThread, t.pszId, t.pszType, t.pszText)},
+    {0x15000000, true, true, true, 0, CALL(InstanceLine, h, i, t.pszText)},
+    {0x16000000, true, true, true, 21, CALL(InstanceWithId, h, i, t.pszId, t.pszText)},
+    {0x17000000, true, false, true, 21, CALL(InstanceWithIdEx, h, i, t.pszApp, t.pszId, t.pszText)},
+    {0x21000000, true, false, true, 16,
+     CALL(InstanceWithMsgType, h, i, t.pszApp, t.pszId, t.pszType, t.pszText)},
 };
 
 constexpr Texts cs_plain = {"app", "tid", "id", "type", "text"};
 
 // The line of the calling thread from the application name's column on.
-std::string expectedLine(const Put& put, const Texts& texts, const char* pszLogName)
+static std::string expectedLine(const Put& put, const Texts& texts, const char* pszLogName)
 {
     char line[100], own[9];
     (void)snprintf(own, sizeof own, "%08X", static_cast<unsigned int>(pthread_self()));
@@ -59,7 +54,7 @@ std::string expectedLine(const Put& put, const Texts& texts, const char* pszLogN
     return line + std::string(texts.pszText).substr(0, put.uIdWidth == 0 ? 4117 : 4095);
 }
 
-std::string now()
+static std::string now()
 {
     timespec time;
     char second[32];
@@ -141,20 +136,19 @@ TEST_F(PutTest, EachPrintsItsColumnsToBothDestinations)
 TEST_F(PutTest, LevelAndThresholdsChooseTheDestinations)
 {
     // The log level and the two thresholds, the message's level, and what gets it.
-    const int cases[][6] = {
+    const std::tuple<int, int, int, int, size_t, size_t> cases[] = {
         {5, 3, 4, 2, 0, 1},          {5, 3, 4, 3, 1, 1},       {5, 3, 4, 4, 1, 1},
         {5, 3, 4, 5, 1, 0},          {5, 3, 4, 6, 0, 0},       {-1, 0, 1000, 0, 0, 0},
         {1000, -1, 1000, 500, 0, 1}, {1000, 0, -1, 500, 1, 0}, {1000, 1000, 1000, 1000, 1, 1}};
     start();
-    for (const auto& [iLog, iFile, iShm, iLevel, iInFile, iInArea] : cases) {
+    for (const auto& [iLog, iFile, iShm, iLevel, uInFile, uInArea] : cases) {
         setLevels(iLog, iFile, iShm);
         for (const Put& put : cs_puts) {
             const auto found = [&] { return std::pair(linesOf(put).size(), areaLines().size()); };
             const auto [uFiled, uShared] = found();
             EXPECT_EQ(put.call(hInstance, iLevel, cs_plain), 0);
-            EXPECT_EQ(found(), std::pair(uFiled + static_cast<size_t>(iInFile),
-                                         uShared + static_cast<size_t>(iInArea)))
-                << put.iFunction << " level " << iLevel;
+            EXPECT_EQ(found(), std::pair(uFiled + uInFile, uShared + uInArea))
+                << put.iFunction << ' ' << iLevel;
         }
     }
 }
@@ -229,5 +223,3 @@ TEST_F(PutTest, ToShmCopiesRawBytesAsALine)
     EXPECT_EQ(areaLines().size(), std::size(cases));
     EXPECT_EQ(lines(1).size(), 0u);
 }
-
-} // namespace

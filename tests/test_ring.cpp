@@ -8,6 +8,14 @@ class Ring : public Sandbox
 {
 protected:
     void start(long lCount = 3) { ASSERT_EQ(ZEBU2_Initialize(ring(4096, lCount), "app"), 0); }
+    // Of this process; -1: none.
+    static int descriptorOf(const std::string& path)
+    {
+        for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd"))
+            if (std::error_code ignored; std::filesystem::read_symlink(entry, ignored) == path)
+                return std::stoi(entry.path().filename());
+        return -1;
+    }
     // Puts a line behind which a file with a header is full.
     static void fill() { putLine(std::string(4050, 'f')); }
 };
@@ -19,9 +27,8 @@ TEST_F(Ring, HeaderHasItsColumns)
     start();
     stop();
     const Lines header = splitLines(readFile(traceFile(1)));
-    ASSERT_EQ(header.size(), 2u);
     utsname info;
-    ASSERT_EQ(uname(&info), 0);
+    ASSERT_TRUE(header.size() == 2 && uname(&info) == 0);
     char szExpected[200];
     (void)snprintf(szExpected, sizeof szExpected, "**** %-60.60s %-17sTZ=Europe/Berlin-and-more-charac ",
                    (std::string(info.sysname) + " " + info.release + " " + info.version).c_str(),
@@ -38,21 +45,19 @@ TEST_F(Ring, HeaderHasItsColumns)
 TEST_F(Ring, GoesOnInTheRightFile)
 {
     const std::string full(4096, 'x');
-    // The files, empty where there is none, their ages, the file that is chosen, whether it is emptied.
+    // The files, their ages, the file that is chosen, whether it begins anew.
     const std::tuple<Lines, std::vector<long>, size_t, bool> cases[] = {
-        {{"", "", ""}, {0, 0, 0}, 1, false},
+        {{}, {}, 1, true},
         {{"a", "b", "c"}, {10, 10, 10}, 3, false}, // of the same second: highest number
         {{"a", full.substr(1), "c"}, {30, 10, 20}, 2, false},
         {{"a", full, "c"}, {30, 10, 20}, 3, true},
         {{"a", "b", full}, {30, 20, 10}, 1, true},
     };
     for (const auto& [contents, ages, uChosen, bEmptied] : cases) {
-        for (size_t i = 0; i < 3; ++i) {
+        for (size_t i = 0; i < contents.size(); ++i) {
             const std::string file = traceFile(static_cast<int>(i + 1));
             writeFile(file, contents[i]);
             age(file, ages[i]);
-            if (contents[i].empty())
-                (void)unlink(file.c_str());
         }
         start();
         stop();
@@ -90,31 +95,23 @@ TEST_F(Ring, BelongsToOneProcessUntilItLeaves)
         CHECK(ZEBU2_PutLine(0, "refused") == -1);
         CHECK(ZEBU2_Finalize() == 0);
     };
-    EXPECT_EQ(inChild([&] {
-                  putLine("child"); // through what it inherited
-                  CHECK(ZEBU2_TraceBackup(path("copy").c_str()) == 0);
-                  rival();
-              }),
-              0);
-    int left[2][2], written[2];
-    ASSERT_EQ(pipe(left[0]) | pipe(left[1]) | pipe(written), 0);
-    const auto daemon = [&](int i, const auto& body) {
-        return startChild([&, i] {
-            alarm(60);
-            char c;
-            CHECK(read(left[i][0], &c, 1) == 1); // the parent goes, its child goes on
-            body();
-        });
-    };
-    const pid_t iFirst = daemon(0, [&] {
+    passInChild([&] {
+        putLine("child"); // through what it inherited
+        CHECK(ZEBU2_TraceBackup(path("copy").c_str()) == 0);
+        rival();
+    });
+    const auto untilItStops = [](pid_t iChild) { EXPECT_EQ(waitpid(iChild, nullptr, WUNTRACED), iChild); };
+    const pid_t iFirst = startChild([&] {
+        (void)raise(SIGSTOP); // the parent goes, its child goes on
         putLine("daemon");
         CHECK(inChild(rival) == 0);
         fill();
         putLine("next");
         CHECK(ZEBU2_Finalize() == 0);
     });
+    untilItStops(iFirst);
     stop();
-    EXPECT_EQ(write(left[0][1], "", 1), 1);
+    EXPECT_EQ(kill(iFirst, SIGCONT), 0);
     EXPECT_EQ(waitForChild(iFirst), 0);
     EXPECT_EQ(bodies(lines(1)), (Lines{"parent", "child", "daemon", std::string(4050, 'f')}));
     EXPECT_EQ(splitLines(readFile(traceFile(1))).size(), 6u) << "one header";
@@ -123,26 +120,25 @@ TEST_F(Ring, BelongsToOneProcessUntilItLeaves)
     // The newest file is full: the next one is not for the taking. Nor does a child go back to a file that
     // the ring has left.
     start();
-    const pid_t iSecond = daemon(1, [&] {
-        char c;
+    const pid_t iSecond = startChild([&] {
+        (void)raise(SIGSTOP);
         putLine("left behind");
-        CHECK(write(written[1], "", 1) == 1 && read(left[1][0], &c, 1) == 1);
+        (void)raise(SIGSTOP);
         putLine("goes on after it");
     });
     fill();
-    EXPECT_EQ(inChild([&] {
-                  CHECK(result(ZEBU2_PutLine(0, "refused")) == Result(-1, 0x08000016));
-                  rival();
-              }),
-              0);
+    passInChild([&] {
+        CHECK(result(ZEBU2_PutLine(0, "refused")) == Result(-1, 0x08000016));
+        rival();
+    });
     putLine("in file 3");
     for (int n = 1; n <= 3; ++n)
         age(traceFile(n), 10 - n);
-    EXPECT_EQ(write(left[1][1], "", 1), 1);
-    char c;
-    EXPECT_EQ(read(written[0], &c, 1), 1);
+    untilItStops(iSecond);
+    EXPECT_EQ(kill(iSecond, SIGCONT), 0);
+    untilItStops(iSecond);
     stop();
-    EXPECT_EQ(write(left[1][1], "", 1), 1);
+    EXPECT_EQ(kill(iSecond, SIGCONT), 0);
     EXPECT_EQ(waitForChild(iSecond), 0);
     EXPECT_EQ(bodies(lines(2)).back(), "left behind");
     EXPECT_EQ(bodies(lines(3)), (Lines{"in file 3", "goes on after it"}));
@@ -150,42 +146,43 @@ TEST_F(Ring, BelongsToOneProcessUntilItLeaves)
     start(1); // the next file is the same one
     fill();
     putLine("emptied before it");
-    EXPECT_EQ(inChild(rival), 0);
+    passInChild(rival);
     EXPECT_EQ(bodies(lines(1)), Lines{"emptied before it"});
 }
 
 TEST_F(Ring, LeavesADescriptorAloneThatIsNotItsAnyMore)
 {
+    // A close that fails leaves the instance alive; it is a user of the process's objects no more, once and
+    // for all.
+    startArea();
     ZEBU2_HINSTANCE hInstance = nullptr;
     ASSERT_EQ(ZEBU2_CreateInstance(&hInstance, ring(4096), "app"), 0);
     EXPECT_EQ(close(descriptorOf(traceFile(1))), 0);
-    for (int i = 0; i < 2; ++i) // it stays as it was
+    for (int i = 0; i < 2; ++i)
         EXPECT_EQ(failure(ZEBU2_DeleteInstance(hInstance)), Failure(-1, 0x14000003, EBADF));
+    putLine("the process log goes on");
+    stop();
     // What the application does then with the number: a line, a flush, a copy, a line that moves the ring on,
     // the end.
-    const std::tuple<const char*, int (*)(const std::string&), Result> calls[] = {
-        {"flush", [](const std::string&) { return ZEBU2_FileBufferFlush(); }, {-1, 0x0B00000C}},
-        {"copy", [](const std::string& to) { return ZEBU2_TraceBackup(to.c_str()); }, {-1, 0x0E00000C}},
-        {"switch", [](const std::string&) { return ZEBU2_PutLine(0, "next"); }, {0, 0}},
-        {"end", [](const std::string&) { return ZEBU2_Finalize(); }, {0, 0}},
+    const std::tuple<std::string, int (*)(const char*), Result> calls[] = {
+        {"flush", [](const char*) { return ZEBU2_FileBufferFlush(); }, {-1, 0x0B00000C}},
+        {"copy", ZEBU2_TraceBackup, {-1, 0x0E00000C}},
+        {"switch", [](const char*) { return ZEBU2_PutLine(0, "next"); }, {0, 0}},
+        {"end", [](const char*) { return ZEBU2_Finalize(); }, {0, 0}},
     };
-    for (const auto& [pszName, call, expected] : calls) {
-        SCOPED_TRACE(pszName);
-        EXPECT_EQ(inChild([&, pszName = pszName, call = call, expected = expected] {
-                      (void)ZEBU2_Initialize(ring(4096, 3, pszName), "app");
-                      fill();
-                      const int iLost = descriptorOf(path(pszName) + "1.log");
-                      writeFile(path("own"), "own");
-                      const int iOwn = open(path("own").c_str(), O_RDWR);
-                      CHECK(dup2(iOwn, iLost) == iLost && result(call(path("copy"))) == expected);
-                      CHECK(fcntl(iLost, F_GETFD) != -1 && readFile(path("own")) == "own");
-                      if (pszName == std::string("end"))
-                          return;
-                      CHECK(ZEBU2_PutLine(0, "goes on") == 0 && ZEBU2_Finalize() == 0);
-                      CHECK(fcntl(iLost, F_GETFD) != -1 && readFile(path("own")) == "own");
-                      CHECK(bodies(traceLines(readFile(path(pszName) + "2.log"))).back() == "goes on");
-                  }),
-                  0);
+    for (const auto& each : calls) {
+        SCOPED_TRACE(std::get<0>(each));
+        passInChild([&] {
+            const auto& [name, call, expected] = each;
+            (void)ZEBU2_Initialize(ring(4096, 3, name), "app");
+            fill();
+            writeFile(path("own"), "own");
+            const int iLost = descriptorOf(path(name) + "1.log"), iOwn = open(path("own").c_str(), O_RDWR);
+            const auto isOwn = [&] { return fcntl(iLost, F_GETFD) != -1 && readFile(path("own")) == "own"; };
+            CHECK(dup2(iOwn, iLost) == iLost && result(call(path("copy").c_str())) == expected && isOwn());
+            CHECK(name == "end" || (ZEBU2_PutLine(0, "goes on") == 0 && ZEBU2_Finalize() == 0 && isOwn()));
+            CHECK(name == "end" || bodies(traceLines(readFile(path(name) + "2.log"))).back() == "goes on");
+        });
     }
 }
 
@@ -311,10 +308,10 @@ TEST_F(Ring, FilesAreAsOpenAsTheyAreMeantToBe)
 // As where a server has changed its root directory.
 TEST_F(Ring, ModesAreSetWithoutProc)
 {
-    constexpr int iSkip = 77;
-    const int iStatus = inChild([&] { // not in this process: a search for leaks needs /proc
-        if (!enterPrivateOpt() || umount2("/proc", MNT_DETACH) != 0)
-            _exit(iSkip);
+    if (!enterPrivateOpt())
+        GTEST_SKIP() << "no mount namespaces here";
+    passInChild([&] { // not in this process: a search for leaks needs /proc
+        CHECK(enterPrivateOpt() && umount2("/proc", MNT_DETACH) == 0);
         (void)umask(077);
         CHECK(ZEBU2_Initialize(ring(4096, 3, "deep/down/app"), "app") == 0);
         writeFile(path("deep/down/app2.log"), "");
@@ -326,7 +323,4 @@ TEST_F(Ring, ModesAreSetWithoutProc)
                   CHECK(ZEBU2_Initialize(ring(4096, 3, "deep/down/app"), "rival") == 1);
               }) == 0);
     });
-    if (iStatus == iSkip)
-        GTEST_SKIP() << "no mount namespaces here";
-    EXPECT_EQ(iStatus, 0);
 }

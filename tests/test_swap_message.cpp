@@ -4,29 +4,18 @@
 
 #include "support/Sandbox.h"
 
-namespace {
-
-Lines logged;
-
-void keep(int iPriority, const char* pszFormat, va_list arguments)
-{
-    char message[1024];
-    vsnprintf(message, sizeof message, pszFormat, arguments);
-    logged.push_back(iPriority == LOG_INFO ? message : "another priority");
-}
-
-} // namespace
+static Lines cs_logged;
 
 // Stands in for the system's, as a program may that collects what its libraries log.
 extern "C" void syslog(int iPriority, const char* pszFormat, ...)
 {
+    char message[1024];
     va_list arguments;
     va_start(arguments, pszFormat);
-    keep(iPriority, pszFormat, arguments);
+    vsnprintf(message, sizeof message, pszFormat, arguments);
     va_end(arguments);
+    cs_logged.push_back(iPriority == LOG_INFO ? message : "another priority");
 }
-
-namespace {
 
 using SwapMessage = Sandbox;
 
@@ -38,7 +27,7 @@ TEST_F(SwapMessage, FillsTheTemplateForTheFileJustLeft)
         for (int i = 0; i < iFiles; ++i)
             putLine(std::string(4000, 'x'));
         stop();
-        return std::exchange(logged, {});
+        return std::exchange(cs_logged, {});
     };
     configure("MsgString = %a left %f, %i%%%q\n");
     EXPECT_EQ(fill(2), Lines()) << "off at first";
@@ -53,5 +42,3 @@ TEST_F(SwapMessage, FillsTheTemplateForTheFileJustLeft)
     configure();
     EXPECT_EQ(fill(2), Lines()) << "no template";
 }
-
-} // namespace

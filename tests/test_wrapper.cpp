@@ -1,6 +1,4 @@
 // The C++ wrapper: what it adds to the C functions.
-#include <string_view>
-
 #define FMT_HEADER_ONLY
 #include "support/Sandbox.h"
 #include "ZEBULib2.hpp"
@@ -8,15 +6,10 @@
 using namespace std::string_literals;
 using namespace std::string_view_literals;
 
-namespace {
-
 class Wrapper : public Sandbox
 {
 protected:
-    zebu2::ring files(const std::string& name = "app")
-    {
-        return zebu2::ring(ring(65536, 3, name)->pszFilePath).files(3);
-    }
+    zebu2::ring files(const std::string& name = "app") { return zebu2::ring(ring(0, 0, name)->pszFilePath); }
     // The last bodies of the first file.
     Lines tail(int iCount)
     {
@@ -24,8 +17,6 @@ protected:
         return {all.end() - iCount, all.end()};
     }
 };
-
-} // namespace
 
 TEST_F(Wrapper, PutsEveryKindOfTextInEveryForm)
 {
@@ -81,12 +72,10 @@ TEST_F(Wrapper, FormatsNothingAboveTheLevel)
 
 TEST_F(Wrapper, KeepsPartialSuccessAndItsReason)
 {
-    {
-        const zebu2::process_log log(zebu2::ring("/proc/none/x").size(4096), "app");
-        EXPECT_TRUE(log && log.state().has_area() && !log.state().has_files());
-        EXPECT_STREQ(log.state().why().text().c_str(),
-                     "ZEBU2_Initialize: a missing directory cannot be made (21): No such file or directory");
-    }
+    const zebu2::status part = zebu2::process_log(zebu2::ring("/proc/none/x").size(4096), "app").state();
+    EXPECT_TRUE(part && part.has_area() && !part.has_files());
+    EXPECT_STREQ(part.why().text().c_str(),
+                 "ZEBU2_Initialize: a missing directory cannot be made (21): No such file or directory");
     EXPECT_STREQ(zebu2::process_log(files().permissions(0640), "app").state().why().text().c_str(),
                  "no failure (0)");
     EXPECT_EQ(fileMode(traceFile(1)), 0640);
@@ -138,15 +127,25 @@ TEST_F(Wrapper, AfterForkTheChildHasItsOwnRingAndProcessId)
 
 TEST_F(Wrapper, ReachesTheSettingsThatAreNotOfOneLog)
 {
+    // The lock parameters belong to shared rings.
+    EXPECT_EQ(zebu2::process_log::set_lock_wait_time(-5), 1); // of the next one
     zebu2::process_log log(files().shared(), "app");
+    EXPECT_EQ(log.lock_wait_time(), 0);
+    EXPECT_EQ(log.set_lock_retry_times(0), 20);
+    EXPECT_EQ(log.close(), 0);
+    EXPECT_EQ(log.lock_retry_times(), 1);
     zebu2::instance none;
-    EXPECT_EQ(log.set_lock_wait_time(5), 1);
-    EXPECT_EQ(log.set_lock_retry_times(7), 20);
-    EXPECT_EQ(log.lock_wait_time() * 100 + log.lock_retry_times(), 507);
     EXPECT_EQ(none.set_lock_wait_time(6), 1);
     EXPECT_EQ(none.set_lock_retry_times(8), 20);
-    zebu2::instance later(files("later").shared(), "later");
-    EXPECT_EQ(later.lock_wait_time() * 100 + later.lock_retry_times(), 608);
+    const zebu2::instance shared(files("shared").shared(), "shared");
+    EXPECT_EQ(none.set_lock_retry_times(9), 8); // of the next one
+    EXPECT_EQ(shared.lock_wait_time() * 100 + shared.lock_retry_times(), 608);
+
+    EXPECT_TRUE(log.open(files("single"), "app"));
+    EXPECT_EQ(result(log.lock_wait_time()), Result(-1, 0x2900001C));
+    EXPECT_EQ(result(log.set_lock_retry_times(10)), Result(-1, 0x2C00001C));
+    zebu2::instance single(files("other"), "single");
+    EXPECT_EQ(result(single.set_lock_wait_time(1)), Result(-1, 0x2E00001C));
 
     zebu2::mask_time(true);
     EXPECT_TRUE(zebu2::time_is_masked() && log.put(0, "masked") == 0);

@@ -1,20 +1,16 @@
-#!/usr/bin/env bash
+#!/bin/sh
 # count.sh DRIVER PATH PINNED: counts the instructions of one put and fails when they are more than 10 %
 # above the pinned number. The count of 1,000 puts is taken from that of 3,000, so what starts and stops the
 # process does not matter. Status 77: it could not be counted.
-set -euo pipefail
+. "$(dirname "$0")/../support/work.sh"
 driver=$1 path=$2 pinned=$3
-
-command -v valgrind >/dev/null || { echo "skipped: valgrind is not installed"; exit 77; }
-dir=$(mktemp -d)
-trap 'rm -rf "$dir"' EXIT
+needs valgrind
+echo 'MapSize = 16777216' >> "$work/cnf" # room for all lines
 
 count() {
-    rm -rf "$dir"/*
-    printf 'LogFile = %s\nMapSize = 16777216\n' "$dir/log" > "$dir/cnf" # room for all lines
-    ZEBU2_TRACECNF_FILE=$dir/cnf valgrind --tool=callgrind --callgrind-out-file=/dev/null \
-        "$driver" "$path" "$1" "$dir/app" 2> "$dir/err" || { cat "$dir/err"; exit 1; }
-    sed -n 's/.*Collected : //p' "$dir/err"
+    rm -rf "$work/mmap" # each run makes the area
+    logged valgrind --tool=callgrind --callgrind-out-file=/dev/null "$driver" "$path" "$1" "$work/app$1"
+    sed -n 's/.*Collected : //p' "$work/log"
 }
 
 few=$(count 1000)

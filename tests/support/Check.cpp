@@ -39,9 +39,7 @@ int inChild(const std::function<void()>& body)
 
 void inThreads(int iCount, const std::function<void(int)>& body)
 {
-    std::vector<std::thread> threads;
+    std::vector<std::jthread> threads;
     for (int t = 0; t < iCount; ++t)
         threads.emplace_back(body, t);
-    for (std::thread& thread : threads)
-        thread.join();
 }

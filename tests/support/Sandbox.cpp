@@ -1,7 +1,6 @@
 #include "support/Sandbox.h"
 
 #include <sched.h>
-#include <stdlib.h>
 #include <sys/mount.h>
 
 #include <fstream>
@@ -88,11 +87,6 @@ Sandbox::~Sandbox()
     fs::remove_all(m_dir, cs_ignored);
 }
 
-void Sandbox::configure(const std::string& extra)
-{
-    writeFile(configFile(), "LogFile = " + m_dir + "/log\n" + extra);
-}
-
 const tagZEBU_LOGFILE_SPEC* Sandbox::ring(long lSize, long lCount, const std::string& name)
 {
     m_prefix = path(name);
@@ -100,14 +94,16 @@ const tagZEBU_LOGFILE_SPEC* Sandbox::ring(long lSize, long lCount, const std::st
     return &m_ring;
 }
 
-void Sandbox::startArea()
-{
-    ASSERT_EQ(result(ZEBU2_Initialize(nullptr, "app")), Result(1, 0x06000000));
-}
-
 void Sandbox::putLine(const std::string& text)
 {
     EXPECT_EQ(result(ZEBU2_PutLine(0, text.c_str())), Result(0, 0));
+}
+
+Failure Sandbox::failure(int iReturned)
+{
+    int iCode = 0;
+    const int iValue = ZEBU2_GetLastError(&iCode);
+    return {iReturned, iValue, iCode};
 }
 
 AreaHeader Sandbox::areaHeader() const
@@ -119,10 +115,8 @@ AreaHeader Sandbox::areaHeader() const
 
 std::string Sandbox::areaBytes() const
 {
-    const AreaHeader header = areaHeader();
-    std::string data = readFile(areaFile());
-    data = data.substr(std::min(data.size(), sizeof header), header.uDataSize);
-    const auto [uRead, uWrite] = std::pair(header.uReadOffset, header.uWriteOffset);
+    const auto [uMagic, uReserved, uDataSize, uRead, uWrite, uGuard] = areaHeader();
+    const std::string data = readFile(areaFile()).erase(0, sizeof(AreaHeader)).substr(0, uDataSize);
     return uRead <= uWrite ? data.substr(uRead, uWrite - uRead) : data.substr(uRead) + data.substr(0, uWrite);
 }
 
@@ -136,14 +130,6 @@ long openDescriptors()
 {
     const fs::directory_iterator descriptors("/proc/self/fd");
     return std::distance(begin(descriptors), end(descriptors));
-}
-
-int descriptorOf(const std::string& path)
-{
-    for (const auto& entry : fs::directory_iterator("/proc/self/fd"))
-        if (fs::read_symlink(entry, cs_ignored) == path)
-            return std::stoi(entry.path().filename());
-    return -1;
 }
 
 int lockAsAnother(const std::string& path)
@@ -165,11 +151,4 @@ bool enterSmallDisk()
 {
     return enterPrivateOpt() && mkdir("/opt/full", 0777) == 0 &&
            mount("none", "/opt/full", "tmpfs", 0, "size=96k") == 0;
-}
-
-int lastCode()
-{
-    int iCode = 0;
-    (void)ZEBU2_GetLastError(&iCode);
-    return iCode;
 }

@@ -3,14 +3,10 @@
 #ifndef ZEBU_TESTS_SUPPORT_SANDBOX_H
 #define ZEBU_TESTS_SUPPORT_SANDBOX_H
 
-// What several tests need.
+// What several tests need, beside the containers, strings and streams that gtest brings.
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <pthread.h>
 #include <signal.h>
-#include <stdint.h>
-#include <stdio.h>
-#include <string.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -21,15 +17,7 @@
 #include <algorithm>
 #include <atomic>
 #include <filesystem>
-#include <map>
-#include <memory>
-#include <set>
-#include <sstream>
-#include <string>
 #include <thread>
-#include <tuple>
-#include <utility>
-#include <vector>
 
 #include "support/Check.h"
 #include "ZEBULib2.h"
@@ -52,6 +40,10 @@ Lines traceLines(const std::string& bytes);
 std::string body(const std::string& line);
 Lines bodies(Lines lines);
 
+// What a call returned, and the error value that it left; the same with the code.
+using Result = std::pair<int, int>;
+using Failure = std::tuple<int, int, int>;
+
 struct AreaHeader
 {
     uint32_t uMagic, uReserved, uDataSize, uReadOffset, uWriteOffset, uGuard;
@@ -63,22 +55,30 @@ protected:
     Sandbox();
     ~Sandbox() override;
 
-    // Writes the configuration anew: the trace area in this directory, and `extra` lines.
-    void configure(const std::string& extra = "");
-
     std::string path(const std::string& name) const { return m_dir + "/" + name; }
     std::string prefix() const { return path("app"); }
     std::string traceFile(int n) const { return prefix() + std::to_string(n) + ".log"; }
     std::string areaFile() const { return path("mmap/zebu2mmap.mm"); }
     std::string configFile() const { return path("test.cnf"); }
+    // Writes the configuration anew: the trace area in this directory, and `extra` lines.
+    void configure(const std::string& extra = "")
+    {
+        writeFile(configFile(), "LogFile = " + path("log\n") + extra);
+    }
 
     // A ring in this directory. Valid until the next call.
     const tagZEBU_LOGFILE_SPEC* ring(long lSize = 65536, long lCount = 3, const std::string& name = "app");
 
     // Starts the process log with the trace area alone; puts a line into it; stops it. All must work.
-    static void startArea();
+    static void startArea() { ASSERT_EQ(result(ZEBU2_Initialize(nullptr, "app")), Result(1, 0x06000000)); }
     static void putLine(const std::string& text);
     static void stop() { EXPECT_EQ(ZEBU2_Finalize(), 0); }
+
+    static int lastError() { return ZEBU2_GetLastError(nullptr); }
+    static Result result(int iReturned) { return {iReturned, lastError()}; }
+    static Failure failure(int iReturned);
+    // In a child process, which comes to its end.
+    static void passInChild(const std::function<void()>& body) { EXPECT_EQ(inChild(body), 0); }
 
     // The trace lines of file n.
     Lines lines(int n) const { return traceLines(readFile(traceFile(n))); }
@@ -103,30 +103,9 @@ bool enterPrivateOpt();
 // The same with a disk of 96 KiB at /opt/full.
 bool enterSmallDisk();
 
-long openDescriptors();                    // of this process
-int descriptorOf(const std::string& path); // this process's; -1: none
+long openDescriptors(); // of this process
 
 // Locks a file as another process does, until the descriptor that it returns is closed.
 int lockAsAnother(const std::string& path);
-
-// The calling thread's error value, and its code.
-inline int lastError()
-{
-    return ZEBU2_GetLastError(nullptr);
-}
-int lastCode();
-
-// What a call returned, and the error value that it left.
-using Result = std::pair<int, int>;
-inline Result result(int iReturned)
-{
-    return {iReturned, lastError()};
-}
-// The same with the code.
-using Failure = std::tuple<int, int, int>;
-inline Failure failure(int iReturned)
-{
-    return {iReturned, lastError(), lastCode()};
-}
 
 #endif
