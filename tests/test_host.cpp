@@ -1,9 +1,6 @@
-// What a host does to the library it loads: threads that do everything at once, forks in the middle of it,
-// disks that are full.
-
+// What a host does to the library it loads: threads that do everything at once, and forks in the middle of
+// it. Full disks are the injector's.
 #include "support/Sandbox.h"
-
-// ---- Threads and forks ---------------------------------------------------------------------------
 
 class Host : public Sandbox
 {
@@ -199,39 +196,4 @@ TEST_F(Host, AHandlerMayForkWhateverItInterrupted)
         EXPECT_TRUE(wait(&iStatus) > 0 && iStatus == 0);
     putLine("after");
     stop();
-}
-
-// ---- Full disks ----------------------------------------------------------------------------------
-
-// A line that no longer fits leaves nothing behind, and the ring goes on when there is room.
-TEST_F(Host, RingAndAreaOnAFullDisk)
-{
-    if (!enterSmallDisk())
-        GTEST_SKIP() << "no mount namespaces here";
-    writeFile("/opt/full/other", std::string(20'000, 'x'));
-    const tagZEBU_LOGFILE_SPEC spec = {1 << 20, 1, "/opt/full/app"};
-    ASSERT_EQ(ZEBU2_Initialize(&spec, "full"), 0);
-    Lines acknowledged;
-    for (size_t u = 0; u < 120; ++u) {
-        const std::string text = std::to_string(u) + std::string(u * 37 % 3000, '.');
-        if (ZEBU2_PutLine(0, text.c_str()) == 0)
-            acknowledged.push_back(text);
-        else
-            EXPECT_EQ(failure(-1), Failure(-1, 0x08000004, ENOSPC));
-    }
-    EXPECT_LT(acknowledged.size(), 115u);
-    ASSERT_EQ(unlink("/opt/full/other"), 0); // an operator makes room
-    putLine("again");
-    stop();
-    acknowledged.push_back("again");
-    EXPECT_EQ(bodies(traceLines(readFile("/opt/full/app1.log"))), acknowledged);
-
-    // An area, also when its file is there already, a hole that is short enough to be begun anew.
-    writeFile(configFile(), "LogFile = /opt/full/log\nMapSize = 200000\n");
-    for (int i = 0; i < 2; ++i) {
-        EXPECT_EQ(failure(ZEBU2_Initialize(ring(), "full")), Failure(2, ZEBU_EPOS_WRITE, ENOSPC));
-        stop();
-        std::filesystem::resize_file("/opt/full/mmap/zebu2mmap.mm", 0);
-        std::filesystem::resize_file("/opt/full/mmap/zebu2mmap.mm", 4096);
-    }
 }
