@@ -8,9 +8,6 @@ source=$1 version=$2 build=$3
 needs cpack dpkg-deb dpkg-shlibdeps ninja
 umask 022 # the members of a package have modes
 
-# packages BUILD FOLDER
-packages() { logged cpack --config "$1/CPackConfig.cmake" -B "$work/$2"; }
-
 # build FOLDER
 build() {
     logged cmake -S "$source" --preset package -B "$work/$1"
@@ -23,8 +20,8 @@ if [ "$flags" != "Release -g /usr " ]; then
     build first-build
 fi
 build another-build
-packages "$build" one
-packages "$work/another-build" another-folder
+logged cpack --config "$build/CPackConfig.cmake" -B "$work/one"
+logged cpack --config "$work/another-build/CPackConfig.cmake" -B "$work/another-folder"
 for package in "$work"/another-folder/*.*deb; do
     cmp "$package" "$work/one/$(basename "$package")"
 done

@@ -1,7 +1,6 @@
 /* The public header alone, twice, in every language it is for. */
 #include "ZEBULib2.h"
 
-int take(ZEBU2_HINSTANCE hInstance);
 int take(ZEBU2_HINSTANCE hInstance)
 {
     const tagZEBU_LOGFILE_SPEC spec = {ZEBU2_FILE_SIZE_MIN, ZEBU2_FILE_COUNT_MAX, "prefix"};

@@ -11,10 +11,6 @@ protected:
         return hInstance;
     }
     static ZEBU2_HINSTANCE createForArea() { return create(nullptr, {1, 0x13000000}); }
-    static void putTo(ZEBU2_HINSTANCE hInstance, const char* pszText, int iLevel = 0)
-    {
-        EXPECT_EQ(result(ZEBU2_PutInstanceLine(hInstance, iLevel, pszText)), Result(0, 0));
-    }
     static void remove(ZEBU2_HINSTANCE hInstance) { EXPECT_EQ(ZEBU2_DeleteInstance(hInstance), 0); }
 };
 
@@ -72,7 +68,7 @@ TEST_F(Instance, TheAreaStaysWhileSomebodyUsesIt)
     startArea();
     stop();
     remove(hFirst);
-    putTo(hSecond, "still attached");
+    EXPECT_EQ(result(ZEBU2_PutInstanceLine(hSecond, 0, "still attached")), Result(0, 0));
     remove(hSecond);
     EXPECT_EQ(result(ZEBU2_PutToShm("x", 1)), Result(0, 11)); // the last user has closed it
     EXPECT_EQ(bodies(lines(1)), Lines{"file only"});
@@ -93,7 +89,7 @@ TEST_F(Instance, HasLevelsPermissionsAndBackupsOfItsOwn)
             EXPECT_EQ(result(set(hInstance, iRefused)), Result(iValue, iFunction << 24 | 1));
     }
     EXPECT_EQ(ZEBU2_GetLogLevel(), 0);
-    putTo(hInstance, "kept", 4);
+    EXPECT_EQ(result(ZEBU2_PutInstanceLine(hInstance, 4, "kept")), Result(0, 0));
 
     EXPECT_EQ(result(ZEBU2_ChFileAttr(0644)), Result(-1, 0x2500000B));
     EXPECT_EQ(result(ZEBU2_TraceBackupM(copy.c_str(), 0)), Result(-1, 0x3100000B));

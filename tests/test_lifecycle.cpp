@@ -29,28 +29,27 @@ TEST_F(Lifecycle, StartsWritesAndStops)
 
 TEST_F(Lifecycle, ChecksTheDescription)
 {
-    const std::string plain = prefix();
     const auto longPath = [&](size_t u) { return path(std::string(u - path("").size() - 1, '/')) + "p"; };
     // The description, the options, and the failures of a ring of one process and of a shared one.
     const std::tuple<long, long, std::string, int, int, int> cases[] = {
-        {4095, 3, plain, 0, 1, 1},
-        {4096, 0, plain, 0, 1, 1},
-        {4096, 17, plain, 0, 1, 0},
-        {4096, 65, plain, 0, 1, 1},
-        {16777217, 1, plain, 0, 0, 1},
-        {2147483648, 1, plain, 0, 1, 1},
-        {4096, 3, plain, 64, 0, 1},
+        {4095, 3, prefix(), 0, 1, 1},
+        {4096, 0, prefix(), 0, 1, 1},
+        {4096, 17, prefix(), 0, 1, 0},
+        {4096, 65, prefix(), 0, 1, 1},
+        {16777217, 1, prefix(), 0, 0, 1},
+        {2147483648, 1, prefix(), 0, 1, 1},
+        {4096, 3, prefix(), 64, 0, 1},
         {4096, 1, longPath(4090), 0, 0, 1},
         {4096, 1, longPath(4091), 0, 1, 1},
         {4096, 1, longPath(4088), 0, 0, 2}, // its management file has too long a name
     };
-    for (const auto& [lSize, lCount, prefix, iOption, iSingle, iShared] : cases) {
-        SCOPED_TRACE(std::to_string(lSize) + " " + std::to_string(lCount) + " " + prefix);
-        tagZEBU_LOGFILE_SPEC spec = {lSize, lCount, prefix.c_str()};
+    for (const auto& [lSize, lCount, path, iOption, iSingle, iShared] : cases) {
+        SCOPED_TRACE(std::to_string(lSize) + " " + std::to_string(lCount) + " " + path);
+        tagZEBU_LOGFILE_SPEC spec = {lSize, lCount, path.c_str()};
         EXPECT_EQ(result(ZEBU2_Initialize(&spec, "app")),
                   iSingle ? Result(1, 0x06000000 | iSingle) : Result(0, 0));
         stop();
-        const std::string other = prefix.substr(0, prefix.size() - 1) + "S";
+        const std::string other = path.substr(0, path.size() - 1) + "S";
         spec.pszFilePath = other.c_str();
         EXPECT_EQ(result(ZEBU2_InitializeM(&spec, "app", iOption)),
                   iShared ? Result(1, 0x27000000 | iShared) : Result(0, 0));
@@ -74,9 +73,8 @@ TEST_F(Lifecycle, GoesWithoutWhatCannotBeOpened)
     std::filesystem::remove_all(path("shared/mmap"));
     std::filesystem::remove_all(path("mmap"));
     writeFile(path("mmap"), "in the way");
-    EXPECT_EQ(result(ZEBU2_InitializeM(ring(4096, 3, "shared/app"), "app", 0)),
-              Result(2, 0x27000002)); // rebuilt
-    stop();
+    EXPECT_EQ(result(ZEBU2_InitializeM(ring(4096, 3, "shared/app"), "app", 0)), Result(2, 0x27000002));
+    stop(); // it was rebuilt
     EXPECT_EQ(result(ZEBU2_InitializeM(ring(4095), "app", 0)), Result(-1, 0x27000002));
     EXPECT_EQ(result(ZEBU2_Initialize(ring(4095), "app")), Result(-1, 0x06000002));
     EXPECT_EQ(result(ZEBU2_PutLine(0, "nothing is kept")), Result(-1, 0x0800000B));

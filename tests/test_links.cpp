@@ -67,8 +67,8 @@ TEST_F(Planted, NothingIsDoneThroughThem)
         }
         if (pszOwn) {
             const std::string target = pszOwn;
-            const size_t uRoom =
-                4095 - planted.rfind('/') - 1; // up to the longest path that the kernel takes
+            // Up to the longest path that the kernel takes.
+            const size_t uRoom = 4095 - planted.rfind('/') - 1;
             const std::string longest = "./" + std::string(uRoom - 2 - target.size(), '/') + target;
             for (const std::string& own : {target, longest, longest + "l"}) {
                 ASSERT_EQ(symlink(own.c_str(), planted.c_str()), 0);

@@ -11,12 +11,10 @@ TEST(Unload, ThreadThatLoggedEndsAfterTheLibraryWasClosed)
         void* const pLibrary = dlopen(ZEBU_LIBRARY, RTLD_NOW | RTLD_LOCAL);
         ASSERT_NE(pLibrary, nullptr) << dlerror();
         const auto put = reinterpret_cast<int (*)(int, const char*)>(dlsym(pLibrary, "ZEBU2_PutLine"));
-        const auto setLevel = reinterpret_cast<int (*)(int)>(dlsym(pLibrary, "ZEBU2_SetLogLevel"));
-        ASSERT_TRUE(put && setLevel);
+        ASSERT_NE(put, nullptr);
         std::promise<void> logged, closed;
         std::thread thread([&] {
             EXPECT_EQ(put(0, "not initialised, but the thread has a context now"), -1);
-            setLevel(0);
             logged.set_value();
             closed.get_future().wait();
         });

@@ -26,11 +26,6 @@ bool exists(const std::string& path)
     return fs::exists(fs::symlink_status(path, cs_ignored));
 }
 
-int fileMode(const std::string& path)
-{
-    return static_cast<int>(fs::status(path, cs_ignored).permissions());
-}
-
 void age(const std::string& path, long lSeconds)
 {
     const auto then = std::chrono::system_clock::from_time_t(time(nullptr) - lSeconds);

@@ -27,7 +27,6 @@ using Lines = std::vector<std::string>;
 std::string readFile(const std::string& path);
 void writeFile(const std::string& path, const std::string& bytes);
 bool exists(const std::string& path);             // a link too that leads nowhere
-int fileMode(const std::string& path);            // permission bits
 void age(const std::string& path, long lSeconds); // sets the modification time that far back
 
 // What a file of a shared ring holds before its mark; nothing without one.
@@ -60,6 +59,8 @@ protected:
     std::string traceFile(int n) const { return prefix() + std::to_string(n) + ".log"; }
     std::string areaFile() const { return path("mmap/zebu2mmap.mm"); }
     std::string configFile() const { return path("test.cnf"); }
+    // Permission bits.
+    static int fileMode(const std::string& file) { return int(std::filesystem::status(file).permissions()); }
     // Writes the configuration anew: the trace area in this directory, and `extra` lines.
     void configure(const std::string& extra = "")
     {
