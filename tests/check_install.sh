@@ -10,9 +10,7 @@ logged cmake --install "$build" --prefix "$work/first"
 mv "$work/first" "$work/moved"
 root=$work/moved
 if grep -rIl -e "$work/first" -e "$source" -e "$build" "$root"; then fail "have paths of the build"; fi
-if find "$root" -name '*.a' | grep -q . || [ -e "$root/opt" ]; then
-    fail "an archive, or the standard configuration, came along"
-fi
+[ -z "$(find "$root" -name '*.a')" ] && [ ! -e "$root/opt" ] || fail "an archive, or the standard configuration, came along"
 libdir=$(dirname "$(find "$root" -name libZEBULib2.so)")
 [ "$(readlink "$libdir/libZEBULib2.so")" = libZEBULib2.so.2 ]
 [ "$(readlink "$libdir/libZEBULib2.so.2")" = "libZEBULib2.so.$version" ]

@@ -5,17 +5,6 @@
 class Host : public Sandbox
 {
 protected:
-    // Everything that is not a put of its own line. Returns 0.
-    int everythingElse(int iOdd)
-    {
-        ZEBU2_SetLogLevel(iOdd);
-        ZEBU2_SetInstanceLogLevel(m_hShared, iOdd);
-        ZEBU2_SetTimeStumpMode(iOdd);
-        std::thread([] { (void)ZEBU2_GetLogLevel(); }).join();
-        return ZEBU2_FileBufferFlush() | ZEBU2_InstanceFileBufferFlush(m_hShared) |
-               ZEBU2_ChFileAttr(iOdd ? 0640 : 0644) | ZEBU2_TraceBackup(path("copy").c_str()) |
-               ZEBU2_InstanceTraceBackupM(m_hShared, path("other").c_str(), iOdd * 16) | passing("own");
-    }
     // An instance with a ring of its own for one line.
     int passing(const std::string& own)
     {
@@ -78,6 +67,15 @@ TEST_F(Host, ChildrenLogAtOnceWhateverTheParentsThreadsDo)
     ZEBU2_SetShmThreshold(ZEBU2_LEVEL_OFF); // the area is the children's
     ASSERT_EQ(ZEBU2_SetInstanceShmThreshold(m_hShared, ZEBU2_LEVEL_OFF), 0);
 
+    const auto everythingElse = [&](int iOdd) { // 0 when it succeeds
+        ZEBU2_SetLogLevel(iOdd);
+        ZEBU2_SetInstanceLogLevel(m_hShared, iOdd);
+        ZEBU2_SetTimeStumpMode(iOdd);
+        std::thread([] { (void)ZEBU2_GetLogLevel(); }).join();
+        return ZEBU2_FileBufferFlush() | ZEBU2_InstanceFileBufferFlush(m_hShared) |
+               ZEBU2_ChFileAttr(iOdd ? 0640 : 0644) | ZEBU2_TraceBackup(path("copy").c_str()) |
+               ZEBU2_InstanceTraceBackupM(m_hShared, path("other").c_str(), iOdd * 16) | passing("own");
+    };
     std::atomic<int> iFailed{0}, iPut{0};
     std::atomic<bool> bStop{false};
     std::thread parent([&] {

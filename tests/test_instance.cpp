@@ -19,7 +19,6 @@ TEST_F(Instance, CreationAndHandlesAreChecked)
     EXPECT_EQ(result(ZEBU2_CreateInstance(nullptr, ring(), "x")), Result(-1, 0x13000001));
     EXPECT_EQ(result(ZEBU2_CreateInstanceM(nullptr, ring(), "x", 0)), Result(-1, 0x28000001));
     remove(create(ring(4096, 17), {1, 0x13000001}));
-    remove(createForArea());
 
     ZEBU2_HINSTANCE hInstance = create(ring());
     remove(hInstance);

@@ -8,22 +8,22 @@ TEST_F(Planted, NothingIsDoneThroughThem)
 {
     // The name, below the test's directory, that the start of a log, its backup or a change of its modes
     // comes upon, the first result that is not 0 and its failure, and where a link of the caller leads to;
-    // null: it is not followed or leads nowhere.
-    const std::tuple<const char*, bool, int, int, const char*> ways[] = {
+    // empty: it is not followed or leads nowhere.
+    const std::tuple<const char*, bool, int, int, std::string> ways[] = {
         {"ring/app1.log", false, 1, 0x06000002, "../real"},
         {"ring/app1.log", true, 1, 0x27000002, "../real"},
         {"ring/app2.log", true, 1, 0x27000002, "../real"},
         {"ring/mmap/app.mm", true, 1, 0x27000002, "../../real"},
-        {"mmap/zebu2mmap.mm", false, 2, ZEBU_EPOS_MMAP, nullptr},
+        {"mmap/zebu2mmap.mm", false, 2, ZEBU_EPOS_MMAP, ""},
         {"ring/copy", false, -1, 0x0E000002, "../real"},
-        {"ring/app3.log", false, -1, 0x2500001B, nullptr}};
+        {"ring/app3.log", false, -1, 0x2500001B, ""}};
     if (geteuid() != 0)
         GTEST_SKIP() << "only root can plant what belongs to another";
     alarm(60);
     writeFile(path("victim"), "not a trace file");
     ASSERT_EQ(chmod(path("victim").c_str(), 0600), 0);
     age(path("victim"), 1000);
-    for (const auto& [pszPlanted, bShared, iResult, iFailure, pszOwn] : ways) {
+    for (const auto& [pszPlanted, bShared, iResult, iFailure, target] : ways) {
         SCOPED_TRACE(pszPlanted);
         const std::string planted = path(pszPlanted);
         for (const char* pszDirectory : {"ring", "ring/mmap", "mmap"}) {
@@ -59,14 +59,13 @@ TEST_F(Planted, NothingIsDoneThroughThem)
             (void)call();
             ASSERT_EQ(lchown(planted.c_str(), 65534, 65534), 0); // would take the lines away
             const int iReader = open(planted.c_str(), O_RDONLY | O_NONBLOCK);
-            EXPECT_TRUE(pszOwn == nullptr || call() == Result(iResult, iFailure));
+            EXPECT_TRUE(target.empty() || call() == Result(iResult, iFailure));
             char c;
             EXPECT_LE(read(iReader, &c, 1), 0);
             (void)close(iReader);
             ASSERT_EQ(unlink(planted.c_str()), 0);
         }
-        if (pszOwn) {
-            const std::string target = pszOwn;
+        if (!target.empty()) {
             // Up to the longest path that the kernel takes.
             const size_t uRoom = 4095 - planted.rfind('/') - 1;
             const std::string longest = "./" + std::string(uRoom - 2 - target.size(), '/') + target;

@@ -3,7 +3,6 @@
 #include "support/Sandbox.h"
 #include "ZEBULib2.hpp"
 
-using namespace std::string_literals;
 using namespace std::string_view_literals;
 
 class Wrapper : public Sandbox
@@ -23,7 +22,7 @@ TEST_F(Wrapper, PutsEveryKindOfTextInEveryForm)
     zebu2::process_log log(files(), "app");
     const std::string long5000(5000, 'x');
     const std::string_view view = "viewed, not terminated";
-    EXPECT_EQ(log.put(0, "literal") | log.put(0, "string"s) | log.put(0, view.substr(0, 6)), 0);
+    EXPECT_EQ(log.put(0, "literal") | log.put(0, std::string("string")) | log.put(0, view.substr(0, 6)), 0);
     EXPECT_EQ(log.put(0, std::string_view()) | log.put(0, std::string_view(long5000)), 0);
     EXPECT_EQ(log.put(0, "ID", std::string_view(long5000)), 0);
     EXPECT_EQ(log.put(0, view.substr(0, 4), "typeX"sv, "text"), 0);

@@ -52,7 +52,7 @@ class Sandbox : public ::testing::Test
 {
 protected:
     Sandbox();
-    ~Sandbox() override;
+    ~Sandbox() override { std::filesystem::remove_all(m_dir, m_ignored); }
 
     std::string path(const std::string& name) const { return m_dir + "/" + name; }
     std::string prefix() const { return path("app"); }
@@ -68,16 +68,29 @@ protected:
     }
 
     // A ring in this directory. Valid until the next call.
-    const tagZEBU_LOGFILE_SPEC* ring(long lSize = 65536, long lCount = 3, const std::string& name = "app");
+    const tagZEBU_LOGFILE_SPEC* ring(long lSize = 65536, long lCount = 3, const std::string& name = "app")
+    {
+        m_prefix = path(name);
+        m_ring = {lSize, lCount, m_prefix.c_str()};
+        return &m_ring;
+    }
 
     // Starts the process log with the trace area alone; puts a line into it; stops it. All must work.
     static void startArea() { ASSERT_EQ(result(ZEBU2_Initialize(nullptr, "app")), Result(1, 0x06000000)); }
-    static void putLine(const std::string& text);
+    static void putLine(const std::string& text)
+    {
+        EXPECT_EQ(result(ZEBU2_PutLine(0, text.c_str())), Result(0, 0));
+    }
     static void stop() { EXPECT_EQ(ZEBU2_Finalize(), 0); }
 
     static int lastError() { return ZEBU2_GetLastError(nullptr); }
     static Result result(int iReturned) { return {iReturned, lastError()}; }
-    static Failure failure(int iReturned);
+    static Failure failure(int iReturned)
+    {
+        int iCode = 0;
+        const int iValue = ZEBU2_GetLastError(&iCode);
+        return {iReturned, iValue, iCode};
+    }
     // In a child process, which comes to its end.
     static void passInChild(const std::function<void()>& body) { EXPECT_EQ(inChild(body), 0); }
 
@@ -93,6 +106,7 @@ protected:
 
 private:
     std::string m_dir;
+    std::error_code m_ignored;
     std::string m_prefix;
     tagZEBU_LOGFILE_SPEC m_ring;
 };
