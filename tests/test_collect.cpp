@@ -33,24 +33,10 @@ protected:
         startServer();
         startForwarder();
     }
-    void TearDown() override
-    {
-        if (m_server > 0)
-            (void)stopServer(SIGTERM);
-    }
-
     void startServer()
     {
-        m_server = startChild([this] {
-            (void)execl("/usr/sbin/rsyslogd", "rsyslogd", "-n", "-iNONE", "-f", path("rsyslog.conf").c_str(),
-                        nullptr);
-            CHECK(false);
-        });
-    }
-    int stopServer(int iSignal)
-    {
-        (void)kill(m_server, iSignal);
-        return waitForChild(std::exchange(m_server, -1));
+        m_server = std::make_unique<RunningTool>(Words{"-n", "-iNONE", "-f", path("rsyslog.conf")}, 0,
+                                                 "/usr/sbin/rsyslogd");
     }
     void startForwarder()
     {
@@ -83,9 +69,7 @@ protected:
     {
         std::map<std::string, int> seen;
         for (const std::string& line : splitLines(text)) {
-            const size_t uSender = line.rfind(" w");
-            const std::string whole =
-                uSender == std::string::npos ? "" : areaSender(line.substr(uSender + 1));
+            const std::string whole = areaSender(line.substr(line.rfind(" w") + 1));
             if (!whole.empty())
                 ++seen[whole];
         }
@@ -109,8 +93,7 @@ protected:
     }
 
     std::string m_port;
-    pid_t m_server = -1;
-    std::unique_ptr<RunningTool> m_forwarder;
+    std::unique_ptr<RunningTool> m_server, m_forwarder;
 };
 
 TEST_F(Collect, EveryLineArrivesWhoeverIsKilled)
@@ -130,7 +113,7 @@ TEST_F(Collect, EveryLineArrivesWhoeverIsKilled)
         if (random() % 2 == 0) {
             startForwarder();
         } else {
-            (void)stopServer(SIGKILL);
+            m_server.reset();
             usleep(static_cast<useconds_t>(random() % 300'000));
             startServer();
         }
@@ -140,7 +123,9 @@ TEST_F(Collect, EveryLineArrivesWhoeverIsKilled)
     for (int i = 0; i < 60 && arrived().size() < cs_iWriters * cs_iLines; ++i)
         sleep(1);
     m_forwarder->signal(SIGTERM);
-    EXPECT_EQ(m_forwarder->wait() | stopServer(SIGTERM), 0);
+    EXPECT_EQ(m_forwarder->wait(), 0);
+    m_server->signal(SIGTERM);
+    EXPECT_EQ(m_server->wait(), 0);
 
     const std::map<std::string, int> seen = arrived();
     EXPECT_EQ(seen.size(), size_t{cs_iWriters * cs_iLines});

@@ -6,21 +6,17 @@ namespace {
 class Forward : public ToolTest
 {
 protected:
-    Words command(const RelpServer& server, const Words& more) const
+    static Words command(const RelpServer& server, Words words)
     {
-        Words words = {"forward", "--to", "relp://127.0.0.1:" + std::to_string(server.port())};
-        words.insert(words.end(), more.begin(), more.end());
+        words.insert(words.begin(), {"forward", "--to", "relp://127.0.0.1:" + server.port()});
         return words;
     }
     // The messages that the server has, as soon as there are so many.
     static Lines arrived(const RelpServer& server, size_t uCount)
     {
         Lines messages;
-        for (int i = 0; i < 1000 && messages.size() < uCount; ++i, usleep(10'000)) {
-            messages.clear();
-            for (const auto& [message, iTimes] : server.seen())
-                messages.insert(messages.end(), static_cast<size_t>(iTimes), message);
-        }
+        for (int i = 0; i < 1000 && messages.size() < uCount; ++i, usleep(10'000))
+            messages = server.messages();
         EXPECT_EQ(messages.size(), uCount);
         return messages;
     }
@@ -36,9 +32,8 @@ protected:
     }
     static bool has(const Lines& messages, const std::string& part)
     {
-        return std::any_of(messages.begin(), messages.end(), [&](const std::string& message) {
-            return message.find(part) != std::string::npos;
-        });
+        return std::ranges::any_of(
+            messages, [&](const std::string& message) { return message.find(part) != std::string::npos; });
     }
 };
 
@@ -51,7 +46,7 @@ TEST_F(Forward, DeliversRingsAndTheAreaAndGoesOnWhereItStopped)
     std::string header = fileHeader(); // another host's, in another zone
     header.replace(header.find("TZ=UTC"), 9, "TZ=UTC-01");
     writeFile(path("one1.log"), header + typed);
-    writeArea(4000, 0, static_cast<uint32_t>(inArea.size()), inArea);
+    writeArea(4000, 0, inArea.size(), inArea);
     const Words sources = {"--cursor", path("cursor"), "--area",     "--wait",
                            prefix(),   path("one"),    path("later")};
     const pid_t later = startChild([&] { // appears when the others are read
@@ -78,11 +73,9 @@ TEST_F(Forward, AcknowledgementsAloneMoveThePlaces)
     const std::string all = plainLines(1, 6);
     const auto uTaken = static_cast<uint32_t>(all.size() / 3);
     writeFile(path("one1.log"), all);
-    writeArea(4000, 3900, static_cast<uint32_t>(all.size()) - 100, all);
-    for (const auto& [pszSource, iSignal, iStatus] :
-         {std::tuple("--area", SIGTERM, 0), {"one", SIGKILL, 128 + SIGKILL}}) {
-        const bool bArea = iSignal == SIGTERM;
-        const Words words = {"--cursor", path("cursor"), bArea ? pszSource : path(pszSource)};
+    writeArea(4000, 3900, all.size() - 100, all);
+    for (const bool bArea : {true, false}) {
+        const Words words = {"--cursor", path("cursor"), bArea ? "--area" : path("one")};
         {
             const RelpServer stingy(path("relp"), {"open", "next", "take", "next", "take", "read"},
                                     {"--each"});
@@ -92,8 +85,8 @@ TEST_F(Forward, AcknowledgementsAloneMoveThePlaces)
             while (!bArea && readFile(path("cursor")).find(place) == std::string::npos)
                 usleep(1000);
             EXPECT_TRUE(!bArea || RunningTool(command(stingy, words)).wait() == 2); // refused
-            tool.signal(iSignal);
-            EXPECT_EQ(tool.wait(), iStatus); // though its window is not empty
+            tool.signal(bArea ? SIGTERM : SIGKILL);
+            EXPECT_EQ(tool.wait(), bArea ? 0 : 128 + SIGKILL); // though its window is not empty
         }
         EXPECT_EQ(areaHeader().uReadOffset, uTaken - 100);
         EXPECT_FALSE(has(forward(words, 4), "message 2"));

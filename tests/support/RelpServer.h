@@ -8,34 +8,31 @@ class RelpServer
 {
 public:
     // Where its files are, and the steps and options that relp_server.py knows.
-    explicit RelpServer(const std::string& files, Words words = {}, const Words& options = {})
-        : m_files(begun(files)), m_process((words.insert(words.begin(), m_files),
-                                            words.insert(words.end(), options.begin(), options.end()), words),
-                                           0, ZEBU_RELP_SERVER),
-          m_iPort(std::stoi(m_process.readUntil("\n")))
+    explicit RelpServer(const std::string& files, const Words& steps = {}, Words words = {}) : m_files(files)
     {
+        writeFile(files, "");
+        words.push_back(files);
+        words.insert(words.end(), steps.begin(), steps.end());
+        m_process = std::make_unique<RunningTool>(words, 0, ZEBU_RELP_SERVER);
+        m_port = m_process->readUntil("\n");
+        m_port.pop_back();
     }
 
-    int port() const { return m_iPort; }
-    // How often each message was acknowledged; those that were refused begin with "-".
-    std::map<std::string, int> seen() const
+    const std::string& port() const { return m_port; }
+    // The messages that were acknowledged, each time; those that were refused begin with "-".
+    Lines messages() const
     {
-        std::map<std::string, int> found;
+        Lines found;
         std::istringstream in(readFile(m_files));
         for (std::string message; std::getline(in, message, '\0');)
-            ++found[message];
+            found.push_back(message);
         return found;
     }
 
 private:
-    static std::string begun(const std::string& files)
-    {
-        writeFile(files, "");
-        return files;
-    }
     const std::string m_files;
-    RunningTool m_process;
-    const int m_iPort;
+    std::unique_ptr<RunningTool> m_process;
+    std::string m_port;
 };
 
 #endif

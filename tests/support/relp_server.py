@@ -1,14 +1,14 @@
 #!/usr/bin/env python3
-"""A RELP server on the loopback, connection after connection. It prints its port, and appends to a file, with a
-zero byte behind it, every message that it acknowledged, with "-" before those that it refused.
-
-STEP: what happens in the first connection, or in each; otherwise the server does what it should.
-  open, next   takes the first frame and agrees; reads a frame
-  take         acknowledges the frame that was read
-  reverse N    reads N frames, and acknowledges them from the last one on
-  answer TEXT  answers the frame
-  send BYTES   sends that
-  read, serve  reads on until the client is gone; goes on as it should"""
+# A RELP server on the loopback, connection after connection. It prints its port, and appends to a file, with a
+# zero byte behind it, every message that it acknowledged, with "-" before those that it refused.
+#
+# STEP: what happens in the first connection, or in each; otherwise the server does what it should.
+#   open, next   takes the first frame and agrees; reads a frame
+#   take         acknowledges the frame that was read
+#   reverse N    reads N frames, and acknowledges them from the last one on
+#   answer TEXT  answers the frame
+#   send BYTES   sends that
+#   read, serve  reads on until the client is gone; goes on as it should
 import argparse
 import socket
 import ssl
@@ -67,13 +67,8 @@ class Session:
             self.next()
         self.send(f"{self.frame[0].decode()} rsp 0\n")
 
-    def play(self, steps):
-        for step in steps:
-            verb, _, text = step.partition(" ")
-            getattr(self, verb)(text)
 
-
-parser = argparse.ArgumentParser(description=__doc__)
+parser = argparse.ArgumentParser()
 parser.add_argument("--each", action="store_true")
 parser.add_argument("--refuse", help="a message that is refused, each time")
 parser.add_argument("--name", help="with TLS, and a certificate made out to that")
@@ -100,7 +95,10 @@ while True:
     try:
         if arguments.name:
             connection = tls.wrap_socket(connection, server_side=True)
-        Session(connection).play(steps or ["open", "serve"])
+        session = Session(connection)
+        for step in steps or ["open", "serve"]:
+            verb, _, text = step.partition(" ")
+            getattr(session, verb)(text)
     except (EOFError, OSError):
         pass
     steps = arguments.steps if arguments.each else []
