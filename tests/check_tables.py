@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Renders manual pages with man and mandoc at several widths and finds every row of their tables whole: no
-cell runs into the next, and only the last one is broken. Usage: check_tables.py <page>..."""
+# Renders manual pages with man and mandoc at several widths and finds every row of their tables whole: no
+# cell runs into the next, and only the last one is broken. Usage: check_tables.py <page>...
 import os
 import re
 import subprocess
