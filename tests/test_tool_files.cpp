@@ -12,11 +12,11 @@ protected:
         return nlohmann::json::parse(zebu2({"stat", "-o", "json", what}).out, nullptr, false);
     }
     // Two files with five lines.
-    void writeSample() const
+    void writeSample(mode_t uMode = 0640) const
     {
         writeRing({fileHeader() + plainLines(1, 3), plainLines(4, 5)}, 2);
         for (const std::string& file : {traceFile(1), traceFile(2), managementFile()})
-            ASSERT_EQ(chmod(file.c_str(), 0640), 0);
+            ASSERT_EQ(chmod(file.c_str(), uMode), 0);
     }
 };
 } // namespace
@@ -44,7 +44,6 @@ TEST_F(ToolFiles, StatWarns)
     const std::pair<std::function<void()>, const char*> cases[] = {
         {[] {}, ""},
         {[&] { CHECK(truncate(traceFile(1).c_str(), 4000) == 0); }, "shorter"},
-        {[&] { CHECK(truncate(traceFile(2).c_str(), 100) == 0); }, "shorter"},
         {[&] { CHECK(unlink(traceFile(1).c_str()) == 0); }, "app1.log is missing inside the ring"},
         {[&] { writeRecord(2, 100, 2); }, "replaced or damaged"},
         {[&] { writeRecord(3, 0, 2); }, "no valid record"},
@@ -68,9 +67,7 @@ TEST_F(ToolFiles, StatWarns)
     }
     // What the library's own modes allow is told when it is asked for, once for a ring.
     ASSERT_EQ(unlink(traceFile(4).c_str()), 0);
-    writeSample();
-    for (const std::string& file : {traceFile(1), traceFile(2), managementFile()})
-        ASSERT_EQ(chmod(file.c_str(), 0666), 0);
+    writeSample(0666);
     expectStatus(0, {"stat --check " + prefix()});
     expectStatus(1, {"stat --check=modes " + prefix()});
     expectStatus(2, {"stat --check=more " + prefix()});
@@ -214,12 +211,8 @@ TEST_F(ToolFiles, BackupLeavesTheOldCopyUntilTheNewOneIsComplete)
     expectStatus(0, {"backup " + prefix() + " " + path("fifo")});
     EXPECT_EQ(waitForChild(reader), 0);
 
-    EXPECT_EQ(inChild([&] {
-                  const rlimit small = {100, 100};
-                  CHECK(setrlimit(RLIMIT_FSIZE, &small) == 0 && ::signal(SIGXFSZ, SIG_IGN) != SIG_ERR);
-                  execl(zebu2Path, "zebu2", "backup", prefix().c_str(), copy.c_str(), nullptr);
-              }),
-              2);
+    const std::string limited = "ulimit -f 1; trap '' XFSZ; " + std::string(zebu2Path) + " backup ";
+    EXPECT_EQ(system((limited + prefix() + " " + copy).c_str()), 2 << 8);
     EXPECT_EQ(readFile(copy), whole);
     if (geteuid() != 0)
         GTEST_SKIP() << "links of strangers need root";
@@ -234,13 +227,12 @@ TEST_F(ToolFiles, BackupLeavesTheOldCopyUntilTheNewOneIsComplete)
 
 TEST_F(ToolFiles, BackupRefusesAFileOfTheRing)
 {
+    const std::string backup = "backup " + prefix() + " ";
     writeSample();
-    const std::string before = readFile(traceFile(1));
     EXPECT_EQ(link(traceFile(1).c_str(), path("alias").c_str()), 0);
-    for (const std::string& destination : {traceFile(1), path("alias"), managementFile(), path("none/x")})
-        expectStatus(2, {"backup " + prefix() + " " + destination});
-    EXPECT_EQ(readFile(traceFile(1)), before);
-    expectStatus(2, {"backup " + path("nothing") + " " + path("copy")});
+    expectStatus(2, {backup + traceFile(1), backup + path("alias"), backup + managementFile(),
+                     backup + path("none/x"), "backup " + path("nothing") + " " + path("copy")});
+    EXPECT_EQ(readFile(traceFile(1)).find(plainLines(1, 3) + mark()), fileHeader().size());
     EXPECT_FALSE(exists(path("copy")));
 }
 

@@ -13,6 +13,11 @@ void runTool(const Words& words, const char* pszProgram = zebu2Path)
     CHECK(false);
 }
 
+uint32_t word(size_t uValue)
+{
+    return static_cast<uint32_t>(uValue);
+}
+
 // What was written to a file without a name.
 std::string readAll(int iFile)
 {
@@ -53,13 +58,6 @@ void expectStatus(int iStatus, const std::vector<std::string>& calls)
     }
 }
 
-std::string asText(std::string bytes)
-{
-    for (size_t uAt = 0; (uAt = bytes.find("\r\n", uAt)) != std::string::npos;)
-        bytes.erase(uAt, 1);
-    return bytes;
-}
-
 RunningTool::RunningTool(const Words& words, int iPipeSize, const char* pszProgram)
 {
     int ends[2];
@@ -86,12 +84,11 @@ RunningTool::~RunningTool()
 void RunningTool::end() const
 {
     const std::string status = "/proc/" + std::to_string(m_child) + "/status";
-    const auto isCaught = [&] {
+    uint64_t uCaught = 0;
+    while ((uCaught >> (SIGTERM - 1) & 1) == 0) {
         const std::string text = readFile(status);
-        return std::stoull(text.substr(text.find("SigCgt:") + 8, 16), nullptr, 16) >> (SIGTERM - 1) & 1;
-    };
-    while (!isCaught())
-        (void)usleep(1000);
+        uCaught = std::stoull(text.substr(text.find("SigCgt:") + 8, 16), nullptr, 16);
+    }
     signal(SIGTERM);
 }
 
@@ -155,9 +152,10 @@ void ToolTest::writeShared(int n, const std::string& live, const std::string& be
     writeFile(traceFile(n), bytes);
 }
 
-void ToolTest::writeRecord(unsigned uCurrent, unsigned uOffset, unsigned uFiles) const
+void ToolTest::writeRecord(size_t uCurrent, size_t uOffset, size_t uFiles) const
 {
-    const uint32_t words[16] = {0x5542455A, 0xEFBBBF00, 4096, uFiles, uOffset, uCurrent, 0xFFFFFFC0, 1};
+    const uint32_t words[16] = {0x5542455A,    0xEFBBBF00,     4096,       word(uFiles),
+                                word(uOffset), word(uCurrent), 0xFFFFFFC0, 1};
     (void)mkdir(path("mmap").c_str(), 0777);
     // Written in place: the tool may have it mapped.
     const int iFd = open(managementFile().c_str(), O_WRONLY | O_CREAT, 0644);
@@ -165,20 +163,24 @@ void ToolTest::writeRecord(unsigned uCurrent, unsigned uOffset, unsigned uFiles)
     (void)close(iFd);
 }
 
-void ToolTest::writeRing(const Lines& files, size_t uCurrent) const
+void ToolTest::writeRing(const Lines& files, size_t uCurrent, bool bShared) const
 {
-    for (size_t n = 1; n <= files.size(); ++n)
-        writeShared(static_cast<int>(n), files[n - 1]);
-    writeRecord(static_cast<unsigned>(uCurrent), static_cast<unsigned>(files[uCurrent - 1].size()),
-                static_cast<unsigned>(files.size()));
+    const size_t uCount = files.size();
+    for (size_t u = 1; u <= uCount; ++u) {
+        const int n = static_cast<int>(u);
+        bShared ? writeShared(n, files[u - 1]) : writeFile(traceFile(n), files[u - 1]);
+        age(traceFile(n), static_cast<long>((uCurrent + uCount - u) % uCount) * 10);
+    }
+    if (bShared)
+        writeRecord(uCurrent, files[uCurrent - 1].size(), uCount);
 }
 
-void ToolTest::writeArea(uint32_t uDataSize, uint32_t uRead, uint32_t uWrite, const std::string& unread) const
+void ToolTest::writeArea(size_t uDataSize, size_t uRead, size_t uWrite, const std::string& unread) const
 {
-    const uint32_t words[6] = {0x5542455A, 0, uDataSize, uRead, uWrite, 0};
+    const AreaHeader header = {0x5542455A, 0, word(uDataSize), word(uRead), word(uWrite), 0};
     std::string data(uDataSize, '\xEE');
     for (size_t i = 0; i < unread.size(); ++i)
         data[(uRead + i) % uDataSize] = unread[i];
     (void)mkdir(path("mmap").c_str(), 0777);
-    writeFile(areaFile(), std::string(reinterpret_cast<const char*>(words), sizeof words) + data);
+    writeFile(areaFile(), std::string(reinterpret_cast<const char*>(&header), sizeof header) + data);
 }

@@ -24,7 +24,11 @@ Lines outLines(const Words& words);
 void expectStatus(int iStatus, const std::vector<std::string>& calls);
 
 // Lines as the tool prints them as text: they end with LF alone.
-std::string asText(std::string bytes);
+inline std::string asText(std::string bytes)
+{
+    std::erase(bytes, '\r');
+    return bytes;
+}
 
 // The tool while it runs; killed with the object.
 class RunningTool
@@ -66,13 +70,14 @@ protected:
 
     // Writes file n of a shared ring: live data, the mark, and what else is there.
     void writeShared(int n, const std::string& live, const std::string& behind = "") const;
-    void writeRecord(unsigned uCurrent, unsigned uOffset, unsigned uFiles = 3) const;
-    // Writes a shared ring of these live data, with its record at the end of the current file's.
-    void writeRing(const Lines& files, size_t uCurrent) const;
+    void writeRecord(size_t uCurrent, size_t uOffset, size_t uFiles = 3) const;
+    // Writes a ring of these live data, the current file last: a shared one with its record at the end of
+    // that file's, or one of one process.
+    void writeRing(const Lines& files, size_t uCurrent, bool bShared = true) const;
     std::string managementFile() const { return path("mmap/app.mm"); }
 
     // Writes an area of a data size, with bytes from the read offset on.
-    void writeArea(uint32_t uDataSize, uint32_t uRead, uint32_t uWrite, const std::string& unread) const;
+    void writeArea(size_t uDataSize, size_t uRead, size_t uWrite, const std::string& unread) const;
 };
 
 #endif
