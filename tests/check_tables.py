@@ -17,10 +17,8 @@ def plain(cell):
 def rows(page):
     inside = False
     for line in open(page, encoding="utf-8"):
-        if line.startswith(".Bl"):
+        if line.startswith((".Bl", ".El")):
             inside = "-column" in line
-        elif line.startswith(".El"):
-            inside = False
         elif inside and line.startswith(".It "):
             yield [plain(cell) for cell in re.split(r"\bTa\b", line[4:].strip())]
 
@@ -29,18 +27,15 @@ status = 0
 for page in sys.argv[1:]:
     table = list(rows(page))
     for width in (80, 100, 120) if table else ():
-        viewers = {
-            "man": (["man", "-l", page], {"MANWIDTH": str(width), "MANPAGER": "cat", "LC_ALL": "C.UTF-8"}),
-            "mandoc": (["mandoc", "-T", "utf8", "-O", f"width={width}", page], {}),
-        }
-        for viewer, (command, environment) in viewers.items():
-            shown = subprocess.run(command, env=os.environ | environment, check=True, text=True,
-                                   encoding="utf-8", stdout=subprocess.PIPE, stderr=subprocess.DEVNULL).stdout
+        environment = os.environ | {"MANWIDTH": str(width), "MANPAGER": "cat", "LC_ALL": "C.UTF-8"}
+        for command in (["man", "-l", page], ["mandoc", "-T", "utf8", "-O", f"width={width}", page]):
+            shown = subprocess.run(command, env=environment, check=True, text=True, encoding="utf-8",
+                                   stdout=subprocess.PIPE, stderr=subprocess.DEVNULL).stdout
             shown = re.sub(".\b", "", shown).replace("\u2212", "-").replace("\u2010", "-")
             for row in table:
                 full = [cell for cell in row if cell]
                 cells = [re.escape(cell) for cell in full[:-1]] + [re.escape(full[-1].split()[0])]
                 if not re.search(r"(?m)^ +" + " +".join(cells), shown):
-                    print(f"{page}: {viewer} at {width} columns: {' | '.join(row)}")
+                    print(f"{page}: {command[0]} at {width} columns: {' | '.join(row)}")
                     status = 1
 sys.exit(status)

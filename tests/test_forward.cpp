@@ -11,30 +11,25 @@ protected:
         words.insert(words.begin(), {"forward", "--to", "relp://127.0.0.1:" + server.port()});
         return words;
     }
-    // The messages that the server has, as soon as there are so many.
-    static Lines arrived(const RelpServer& server, size_t uCount)
+    // Waits until the server has so many messages.
+    static void await(const RelpServer& server, size_t uCount)
     {
-        Lines messages;
-        for (int i = 0; i < 1000 && messages.size() < uCount; ++i, usleep(10'000))
-            messages = server.messages();
-        EXPECT_EQ(messages.size(), uCount);
-        return messages;
+        for (int i = 0; i < 1000 && server.messages().size() < uCount; ++i)
+            usleep(10'000);
+        EXPECT_EQ(server.messages().size(), uCount);
     }
     // The messages of one run, which is ended when there are so many.
-    Lines forward(const Words& words, size_t uCount, int iSignal = SIGTERM) const
+    std::string forward(const Words& words, size_t uCount, int iSignal = SIGTERM) const
     {
         const RelpServer server(path("relp"));
         RunningTool tool(command(server, words));
-        (void)arrived(server, uCount);
+        await(server, uCount);
         tool.signal(iSignal);
         EXPECT_EQ(tool.wait(), 0);
-        return arrived(server, uCount);
+        await(server, uCount);
+        return readFile(path("relp"));
     }
-    static bool has(const Lines& messages, const std::string& part)
-    {
-        return std::ranges::any_of(
-            messages, [&](const std::string& message) { return message.find(part) != std::string::npos; });
-    }
+    static bool has(const std::string& text, const std::string& part) { return text.find(part) != text.npos; }
 };
 
 TEST_F(Forward, DeliversRingsAndTheAreaAndGoesOnWhereItStopped)
@@ -54,7 +49,7 @@ TEST_F(Forward, DeliversRingsAndTheAreaAndGoesOnWhereItStopped)
             usleep(1000);
         writeFile(path("later1.log"), plainLines(1, 1));
     });
-    Lines messages = forward(sources, 6);
+    std::string messages = forward(sources, 6);
     EXPECT_EQ(waitForChild(later), 0);
     EXPECT_TRUE(has(messages, "<132>1 2026-11-22T10:00:00.123+01:00 host my_app 6699"));
     EXPECT_TRUE(has(messages, " my_app 6699 NET-17 [zebu2@32473 source=\"" + path("one") +
@@ -80,7 +75,7 @@ TEST_F(Forward, AcknowledgementsAloneMoveThePlaces)
             const RelpServer stingy(path("relp"), {"open", "next", "take", "next", "take", "read"},
                                     {"--each"});
             RunningTool tool(command(stingy, words));
-            (void)arrived(stingy, 2);
+            await(stingy, 2);
             const std::string place = " " + std::to_string(uTaken) + " "; // stored a moment later
             while (!bArea && readFile(path("cursor")).find(place) == std::string::npos)
                 usleep(1000);
@@ -98,7 +93,7 @@ TEST_F(Forward, TellsTheServerWhatTheRingPassedOver)
 {
     for (const auto& [iFirst, uExpected] : {std::pair(1, 2u), std::pair(5, 3u)}) {
         writeFile(traceFile(1), plainLines(iFirst, iFirst + 1));
-        const Lines messages = forward({"--cursor", path("cursor"), prefix()}, uExpected);
+        const std::string messages = forward({"--cursor", path("cursor"), prefix()}, uExpected);
         EXPECT_EQ(has(messages, "<132>1 20") &&
                       has(messages, " LOST [zebu2@32473 source=\"" + prefix() + "\""),
                   iFirst > 1);
@@ -108,15 +103,12 @@ TEST_F(Forward, TellsTheServerWhatTheRingPassedOver)
 TEST_F(Forward, RefusesWhatItCannotDo)
 {
     writeFile(path("one1.log"), plainLines(1, 1));
-    const std::string to = "forward --to relp://127.0.0.1:9 ";
-    const std::string cursor = "--cursor " + path("c") + " ";
-    expectStatus(2, {"forward", to, to + path("one"), to + cursor + path("missing"), to + cursor + "-",
-                     "forward --to http://h:9 " + cursor + path("one"), to + "--area=" + path("missing"),
-                     to + cursor + "--ca " + path("one1.log") + " " + path("one"),
-                     "forward --to relps://h:9 --ca " + path("one1.log") + " " + cursor + path("one"),
-                     to + cursor + "--severity E=bad " + path("one"),
-                     to + "--cursor " + path("one1.log") + " " + path("one"),
-                     to + "--cursor " + path("no/c") + " " + path("one")});
+    const std::string to = "forward --to relp://127.0.0.1:9 ", cursor = "--cursor c ";
+    expectStatus(
+        2, {"forward", to, to + "one", to + cursor + "missing", to + cursor + "-",
+            "forward --to http://h:9 --cursor c one", to + "--area=missing",
+            to + cursor + "--ca one1.log one", "forward --to relps://h:9 --ca one1.log --cursor c one",
+            to + cursor + "--severity E=bad one", to + "--cursor one1.log one", to + "--cursor no/c one"});
     expectStatus(0, {"forward --help"});
 }
 } // namespace

@@ -10,13 +10,14 @@ namespace {
 class Relp : public Sandbox
 {
 protected:
+    Relp() { m_options.server.strHost = "127.0.0.1"; }
+
     // Hands over 300 messages, and drives the client until they are delivered or the server was silent for
     // long.
     void deliver(const RelpServer& server)
     {
         m_uDelivered = 0;
         m_said.clear();
-        m_options.server.strHost = m_host;
         m_options.server.strPort = server.port();
         std::string error;
         const auto tls = ZEBU_MakeTls(m_options.server, &error);
@@ -24,23 +25,19 @@ protected:
         ZEBURelp relp(m_options, m_options.server.bTls ? tls.get() : nullptr,
                       [this](const std::string& text) { m_said += text + "\n"; });
         const ZEBUClock lEnd = ZEBU_Clock() + m_lPatience;
-        for (int iAdded = 0; m_uDelivered < 300 && ZEBU_Clock() < lEnd;) {
+        for (int iAdded = 0; !relp.isClosed() && ZEBU_Clock() < lEnd;) {
             for (; iAdded < 300 && relp.hasRoom(); ++iAdded)
                 relp.add("message " + std::to_string(iAdded));
             const size_t uMore = relp.advance(ZEBU_Clock());
             m_uDelivered += uMore;
-            if (uMore == 0)
-                wait(relp, lEnd);
+            if (uMore > 0 && m_uDelivered == 300)
+                relp.close(ZEBU_Clock());
+            if (uMore > 0 || relp.isClosed())
+                continue;
+            const ZEBUClock lWake = relp.wakeTime() < 0 ? lEnd : std::min(lEnd, relp.wakeTime());
+            pollfd ready = {relp.fd(), relp.events(), 0};
+            (void)poll(&ready, 1, static_cast<int>(std::max(lWake - ZEBU_Clock(), 0L)));
         }
-        relp.close(ZEBU_Clock());
-        while ((void)relp.advance(ZEBU_Clock()), !relp.isClosed() && ZEBU_Clock() < lEnd)
-            wait(relp, lEnd);
-    }
-    static void wait(const ZEBURelp& relp, ZEBUClock lEnd)
-    {
-        const ZEBUClock lWake = relp.wakeTime() < 0 ? lEnd : std::min(lEnd, relp.wakeTime());
-        pollfd ready = {relp.fd(), relp.events(), 0};
-        (void)poll(&ready, 1, static_cast<int>(std::max(lWake - ZEBU_Clock(), 0L)));
     }
     void expectAll(const RelpServer& server, size_t uDoubles = 0) const
     {
@@ -51,7 +48,6 @@ protected:
     }
 
     ZEBURelpOptions m_options;
-    std::string m_host = "127.0.0.1";
     ZEBUClock m_lPatience = 10'000;
     size_t m_uDelivered = 0;
     std::string m_said;
@@ -89,7 +85,7 @@ TEST_F(Relp, DeliversAllWhateverTheServerDoes)
 
 TEST_F(Relp, TriesAgainUntilThereIsAServer)
 {
-    m_host = "localhost"; // two addresses, one of them without a server
+    m_options.server.strHost = "localhost"; // two addresses, one of them without a server
     m_lPatience = 600;
     const RelpServer server(path("relp"));
     deliver(server);
@@ -143,7 +139,7 @@ TEST_F(Relp, TlsTrustsWhoItShould)
         m_options.server.strCertificate = bShows ? path("its-cert.pem") : "";
         m_options.server.strKey = path("its-key.pem");
         m_options.server.bCheckName = bChecked;
-        m_host = pszHost;
+        m_options.server.strHost = pszHost;
         m_lPatience = *pszRefused ? 200 : 10'000;
         deliver(server);
         EXPECT_NE(m_said.find(pszRefused), std::string::npos) << m_said;

@@ -41,8 +41,8 @@ TEST_F(Drain, FindsItsWayThroughForeignBytes)
 
 TEST_F(Drain, RefusesADamagedHeader)
 {
-    const std::pair<long, uint32_t> damages[] = {{0, 1}, {8, 0}, {8, 1001}, {12, 1001}, {16, 0xFFFFFFFF}};
-    for (const auto& [lOffset, uValue] : damages) {
+    for (const auto& [lOffset, uValue] :
+         {std::pair(0, 1u), {8, 0}, {8, 1001}, {12, 1001}, {16, 0xFFFFFFFF}}) {
         writeArea(1000, 0, 100, plainLines(1, 1));
         setAreaField(lOffset, uValue);
         const std::string before = readFile(areaFile());

@@ -23,7 +23,6 @@ protected:
 
 TEST_F(ToolFiles, StatDescribesASharedRing)
 {
-    ASSERT_EQ(chdir(path("").c_str()), 0);
     writeSample();
     EXPECT_EQ(
         zebu2({"stat", "-o", "json", "app"}).out,
@@ -78,16 +77,14 @@ TEST_F(ToolFiles, StatComparesWithLimitsForMonitoring)
     writeRing({line(1, "2001/01/01 00:00:00.000", "old"), line(2, "2001/01/01 00:00:01.000", "a \"b\"")}, 2);
     writeFile(path("other1.log"), plainLines(1, 2));
     writeFile(path("empty1.log"), "");
-    expectStatus(0, {"stat --max-fill 2 --min-reach 1d " + prefix()});
-    expectStatus(1,
-                 {"stat --max-fill 0 " + prefix(), "stat --max-age 1d " + prefix(),
-                  "stat --max-age 1d " + path("empty"), "stat --max-fill 2 --min-reach 3000w " + path("")});
-    expectStatus(2, {"stat --max-age old " + prefix(), "stat " + prefix() + " " + path("none")});
-    expectStatus(0, {"put --shared --ring " + prefix() + " new", "stat --max-age 1h " + prefix()});
-    const std::string metrics = zebu2({"stat", "-o", "prometheus", prefix(), path("other")}).out;
-    EXPECT_NE(metrics.find("# TYPE zebu2_lines gauge\nzebu2_lines{source=\"" + prefix() +
-                           "\",kind=\"shared ring\"} 3\nzebu2_lines{source=\"" + path("other") +
-                           "\",kind=\"ring of one process\"} 2\n#"),
+    expectStatus(0, {"stat --max-fill 2 --min-reach 1d app"});
+    expectStatus(1, {"stat --max-fill 0 app", "stat --max-age 1d app", "stat --max-age 1d empty",
+                     "stat --max-fill 2 --min-reach 3000w ."});
+    expectStatus(2, {"stat --max-age old app", "stat app none"});
+    expectStatus(0, {"put --shared --ring " + prefix() + " new", "stat --max-age 1h app"});
+    const std::string metrics = zebu2({"stat", "-o", "prometheus", "app", "other"}).out;
+    EXPECT_NE(metrics.find("# TYPE zebu2_lines gauge\nzebu2_lines{source=\"app\",kind=\"shared ring\"} 3\n"
+                           "zebu2_lines{source=\"other\",kind=\"ring of one process\"} 2\n#"),
               std::string::npos)
         << metrics;
 }
@@ -95,7 +92,6 @@ TEST_F(ToolFiles, StatComparesWithLimitsForMonitoring)
 // app11.log is the first file of the ring app1, not the eleventh of app.
 TEST_F(ToolFiles, TellsTheRingsOfADirectoryApart)
 {
-    ASSERT_EQ(chdir(path("").c_str()), 0);
     writeSample();
     ASSERT_EQ(unlink(managementFile().c_str()), 0);
     writeFile("app11.log", plainLines(6, 7));
@@ -105,16 +101,15 @@ TEST_F(ToolFiles, TellsTheRingsOfADirectoryApart)
         std::string rows;
         for (const std::string& row : outLines({"ls", "-o", "json"})) {
             const auto json = nlohmann::json::parse(row);
-            rows += json["ring"].get<std::string>() + json["files"].dump() +
-                    json["kind"].get<std::string>()[0] + " ";
+            rows += json["ring"].dump() + json["files"].dump() + json["kind"].dump() + "\n";
         }
         return rows;
     };
-    EXPECT_EQ(list(), "./app2r ./app12r ");
+    EXPECT_EQ(list(), "\"./app\"2\"ring of one process\"\n\"./app1\"2\"ring of one process\"\n");
     EXPECT_EQ(zebu2({"show", "--count", "app", "app1"}).out, "       3  app\n");
     EXPECT_EQ(zebu2({"show", "--count", "app", "."}).out, "       8  app\n");
     writeRecord(2, 158, 2);
-    EXPECT_EQ(list(), "./app2s ./app12r ");
+    EXPECT_EQ(list(), "\"./app\"2\"shared ring\"\n\"./app1\"2\"ring of one process\"\n");
     expectStatus(0, {"ls", "show app1.log mmap"}); // the directory of the management files holds no rings
     expectStatus(1, {"ls mmap"});
     expectStatus(2, {"ls none", "show mmap"});
@@ -129,10 +124,9 @@ TEST_F(ToolFiles, TellsTheRingsOfADirectoryApart)
 // Of a damaged record stat tells what the next writer makes of the files.
 TEST_F(ToolFiles, StatFindsTheEndOfTheDataAsTheLibraryDoes)
 {
-    const std::pair<std::string, unsigned> cases[] = {{plainLines(1, 2), 158},
-                                                      {std::string(1, '\0') + plainLines(1, 2), 0},
-                                                      {"a\r\n\x1A" + plainLines(1, 2), 3}};
-    for (const auto& [live, uOffset] : cases) {
+    const std::string lines = plainLines(1, 2);
+    for (const auto& [live, uOffset] :
+         {std::pair(lines, 158), {std::string(1, '\0') + lines, 0}, {"a\r\n\x1A" + lines, 3}}) {
         writeRing({live}, 1);
         writeRecord(0, 0, 1);
         EXPECT_EQ(stat(prefix())["write_offset"], uOffset);
@@ -172,11 +166,9 @@ TEST_F(ToolFiles, PutWritesWhatWasAskedFor)
     expectStatus(0, {"put --area-only alone"});
     EXPECT_EQ(body(areaLines().back()) + body(lines(1).back()), "alonethree");
 
-    {
-        const int iLock = lockAsAnother(traceFile(1));
-        EXPECT_NE(put({"x"}).err.find("locked by another process"), std::string::npos);
-        (void)close(iLock);
-    }
+    const int iLock = lockAsAnother(traceFile(1));
+    EXPECT_NE(put({"x"}).err.find("locked by another process"), std::string::npos);
+    (void)close(iLock);
     // A ring of the other kind is left alone; a shared one that exists knows its size, and is known by its
     // marks.
     const std::string before = readFile(traceFile(1));
@@ -227,11 +219,10 @@ TEST_F(ToolFiles, BackupLeavesTheOldCopyUntilTheNewOneIsComplete)
 
 TEST_F(ToolFiles, BackupRefusesAFileOfTheRing)
 {
-    const std::string backup = "backup " + prefix() + " ";
     writeSample();
-    EXPECT_EQ(link(traceFile(1).c_str(), path("alias").c_str()), 0);
-    expectStatus(2, {backup + traceFile(1), backup + path("alias"), backup + managementFile(),
-                     backup + path("none/x"), "backup " + path("nothing") + " " + path("copy")});
+    EXPECT_EQ(link("app1.log", "alias"), 0);
+    expectStatus(2, {"backup app app1.log", "backup app alias", "backup app mmap/app.mm", "backup app none/x",
+                     "backup nothing copy"});
     EXPECT_EQ(readFile(traceFile(1)).find(plainLines(1, 3) + mark()), fileHeader().size());
     EXPECT_FALSE(exists(path("copy")));
 }
@@ -239,9 +230,8 @@ TEST_F(ToolFiles, BackupRefusesAFileOfTheRing)
 TEST_F(ToolFiles, CleanRemovesWhatItAnnounces)
 {
     const std::string pattern = path("app*.log");
-    const auto clean = [&](const Words& rule, long lApart = 86400) {
-        Words words = {"clean", "--dry-run", pattern};
-        words.insert(words.end(), rule.begin(), rule.end());
+    const auto clean = [&](Words words, long lApart = 86400) {
+        words.insert(words.begin(), {"clean", "--dry-run", pattern});
         for (int n = 1; n <= 3; ++n) {
             writeFile(traceFile(n), "x");
             age(traceFile(n), lApart * (4 - n));

@@ -1,6 +1,4 @@
 // Rings that are read while they are written: what is complete is read once, in order, and nothing else.
-#include <limits.h>
-
 #include "support/Tool.h"
 #include "tools/reader/Merge.h"
 #include "tools/reader/Newest.h"
@@ -17,40 +15,43 @@ protected:
             prefix(), bFollow, [this](const std::string&) { ++m_iWarnings; }, &iError);
         ASSERT_TRUE(m_source) << iError;
     }
-    // What can be read now, in that many reads; a gap shows as "<gap>".
-    std::string readOn(int iReads = INT_MAX)
+    // What can be read now, in that many reads or (-1) all; a gap shows as "<gap>".
+    std::string readOn(int iReads = -1)
     {
         std::string bytes;
         char block[1000];
         ZEBURead eRead = ZEBURead::Gap;
-        for (; iReads > 0 && eRead != ZEBURead::Idle && eRead != ZEBURead::End; --iReads) {
+        for (; iReads != 0 && eRead != ZEBURead::Idle && eRead != ZEBURead::End; --iReads) {
             size_t uGot = 0;
             eRead = m_source->read(block, sizeof block, &uGot);
             bytes.append(block, uGot).append(eRead == ZEBURead::Gap ? "<gap>" : "");
         }
         return bytes;
     }
-    // File n of a ring of one process, with lines of these counters.
-    void fill(int n, int iFirst, int iLast) const { writeFile(traceFile(n), plainLines(iFirst, iLast)); }
+    // Writes files of a ring of one process: each its number, and the counters of its first and last line.
+    void fill(const std::vector<std::array<int, 3>>& files) const
+    {
+        for (const auto& [n, iFirst, iLast] : files)
+            writeFile(traceFile(n), plainLines(iFirst, iLast));
+    }
 
     std::unique_ptr<ZEBUSource> m_source;
     int m_iWarnings = 0;
 };
 
-// A source that hands out a text, then nothing new, and counts how often it is asked.
-struct CountedSource final : ZEBUSource
+// A source that has nothing new, and counts how often it is asked.
+struct IdleSource final : ZEBUSource
 {
-    explicit CountedSource(const std::string& bytes) : ZEBUSource({}), m_bytes(bytes) {}
-    ZEBURead read(char* pBuffer, size_t uSize, size_t* puGot) override
+    IdleSource() : ZEBUSource({}) {}
+    ZEBURead read(char*, size_t, size_t* puGot) override
     {
         ++m_iAsked;
-        *puGot = m_bytes.copy(pBuffer, std::min<size_t>(uSize, 4096));
-        m_bytes.erase(0, *puGot);
-        return *puGot > 0 ? ZEBURead::Bytes : ZEBURead::Idle;
+        *puGot = 0;
+        return ZEBURead::Idle;
     }
-    const std::string& file() const override { return m_bytes; }
+    const std::string& file() const override { return m_file; }
 
-    std::string m_bytes;
+    std::string m_file;
     int m_iAsked = 0;
 };
 } // namespace
@@ -58,10 +59,12 @@ struct CountedSource final : ZEBUSource
 TEST_F(Follow, AsksIdleSourcesSeldomWhileOthersAreBusy)
 {
     ZEBUMerge merge(1000000);
-    auto pIdle = std::make_unique<CountedSource>("");
+    auto pIdle = std::make_unique<IdleSource>();
     const int& iIdle = pIdle->m_iAsked;
     merge.add("idle", std::move(pIdle));
-    merge.add("busy", std::make_unique<CountedSource>(plainLines(1, 3000)));
+    fill({{1, 1, 3000}});
+    openRing();
+    merge.add("busy", std::move(m_source));
     ZEBURecord record;
     for (int i = 1; i <= 3000; ++i) {
         ASSERT_EQ(merge.next(&record), ZEBUNext::Record);
@@ -171,21 +174,18 @@ TEST_F(Follow, GoesOnWithASharedRingThatIsMadeAnew)
 
 TEST_F(Follow, ReadsTheRingOfOneProcessOverItsSwitches)
 {
-    fill(1, 1, 2);
+    fill({{1, 1, 2}});
     openRing();
     EXPECT_EQ(readOn(), plainLines(1, 2));
-    const std::pair<std::vector<std::array<int, 3>>, std::string> steps[] = {
-        {{{1, 1, 3}, {2, 4, 4}, {3, 5, 5}}, plainLines(3, 5)},
-        {{{1, 6, 6}}, plainLines(6, 6)},
-        {{{2, 7, 7}, {3, 8, 8}, {1, 9, 9}}, "<gap>" + plainLines(7, 9)}};
-    for (const auto& [files, expected] : steps) {
-        for (const auto& [n, iFirst, iLast] : files)
-            fill(n, iFirst, iLast);
-        EXPECT_EQ(readOn(), expected);
-    }
+    fill({{1, 1, 3}, {2, 4, 4}, {3, 5, 5}});
+    EXPECT_EQ(readOn(), plainLines(3, 5));
+    fill({{1, 6, 6}});
+    EXPECT_EQ(readOn(), plainLines(6, 6));
+    fill({{2, 7, 7}, {3, 8, 8}, {1, 9, 9}});
+    EXPECT_EQ(readOn(), "<gap>" + plainLines(7, 9));
     EXPECT_EQ(m_iWarnings, 1);
     openRing();
-    fill(2, 10, 10); // before it was read
+    fill({{2, 10, 10}}); // before it was read
     EXPECT_EQ(readOn(), "<gap>" + plainLines(8, 10));
     // Half a line, and its rest is gone: it is no beginning of what comes then.
     ZEBUMerge merge;
@@ -200,9 +200,7 @@ TEST_F(Follow, ReadsTheRingOfOneProcessOverItsSwitches)
     };
     writeFile(traceFile(2), plainLines(10, 11) + plainLines(12, 12).substr(0, 40));
     EXPECT_EQ(records(), plainLines(11, 11) + "|");
-    fill(3, 20, 20);
-    fill(1, 21, 21);
-    fill(2, 22, 22);
+    fill({{3, 20, 20}, {1, 21, 21}, {2, 22, 22}});
     EXPECT_EQ(records(),
               "|" + plainLines(20, 20) + "|" + plainLines(21, 21) + "|" + plainLines(22, 22) + "|");
 }
@@ -228,8 +226,7 @@ TEST_F(Follow, NoticesThatTheRingCameWholeTimesRound)
 
 TEST_F(Follow, EndsQuietlyWithItsReader)
 {
-    fill(1, 1, 7);
-    fill(2, 8, 12);
+    fill({{1, 1, 7}, {2, 8, 12}});
     age(traceFile(1), 60);
     RunningTool tool({"show", "-f", prefix()});
     const std::string first = tool.readUntil("message 12\n"); // the last ten

@@ -14,20 +14,12 @@ public:
         words.push_back(files);
         words.insert(words.end(), steps.begin(), steps.end());
         m_process = std::make_unique<RunningTool>(words, 0, ZEBU_RELP_SERVER);
-        m_port = m_process->readUntil("\n");
-        m_port.pop_back();
+        m_port = splitAt('\n', m_process->readUntil("\n")).at(0);
     }
 
     const std::string& port() const { return m_port; }
     // The messages that were acknowledged, each time; those that were refused begin with "-".
-    Lines messages() const
-    {
-        Lines found;
-        std::istringstream in(readFile(m_files));
-        for (std::string message; std::getline(in, message, '\0');)
-            found.push_back(message);
-        return found;
-    }
+    Lines messages() const { return splitAt('\0', readFile(m_files)); }
 
 private:
     const std::string m_files;

@@ -18,36 +18,34 @@ uint32_t word(size_t uValue)
     return static_cast<uint32_t>(uValue);
 }
 
-// What was written to a file without a name.
-std::string readAll(int iFile)
+// A file without a name.
+struct NamelessFile
 {
-    const std::string bytes = readFile("/proc/self/fd/" + std::to_string(iFile));
-    (void)close(iFile);
-    return bytes;
-}
+    const int iFd = memfd_create("", MFD_CLOEXEC);
+
+    ~NamelessFile() { (void)close(iFd); }
+    std::string bytes() const { return readFile("/proc/self/fd/" + std::to_string(iFd)); }
+};
 } // namespace
 
 ToolResult zebu2(const Words& words, const std::string& input)
 {
-    const int iIn = memfd_create("in", MFD_CLOEXEC);
-    const int iOut = memfd_create("out", MFD_CLOEXEC);
-    const int iErr = memfd_create("err", MFD_CLOEXEC);
-    CHECK(pwrite(iIn, input.data(), input.size(), 0) == static_cast<ssize_t>(input.size()));
+    const NamelessFile in, out, err;
+    CHECK(pwrite(in.iFd, input.data(), input.size(), 0) == static_cast<ssize_t>(input.size()));
     const int iStatus = inChild([&] {
-        CHECK(dup2(iIn, 0) == 0 && dup2(iOut, 1) == 1 && dup2(iErr, 2) == 2);
+        CHECK(dup2(in.iFd, 0) == 0 && dup2(out.iFd, 1) == 1 && dup2(err.iFd, 2) == 2);
         runTool(words);
     });
-    (void)close(iIn);
-    return {iStatus, readAll(iOut), readAll(iErr)};
+    return {iStatus, out.bytes(), err.bytes()};
 }
 
-Lines outLines(const Words& words)
+Lines splitAt(char cEnd, const std::string& text)
 {
-    std::istringstream out(zebu2(words).out);
-    Lines lines;
-    for (std::string line; std::getline(out, line);)
-        lines.push_back(line);
-    return lines;
+    std::istringstream in(text);
+    Lines parts;
+    for (std::string part; std::getline(in, part, cEnd);)
+        parts.push_back(part);
+    return parts;
 }
 
 void expectStatus(int iStatus, const std::vector<std::string>& calls)
@@ -95,12 +93,9 @@ void RunningTool::end() const
 const std::string& RunningTool::readUntil(const std::string& text)
 {
     char block[4096];
-    while (m_read.find(text) == std::string::npos) {
-        const ssize_t lGot = read(m_iOutput, block, sizeof block);
-        if (lGot <= 0)
-            break;
+    ssize_t lGot = 0;
+    while (m_read.find(text) == std::string::npos && (lGot = read(m_iOutput, block, sizeof block)) > 0)
         m_read.append(block, static_cast<size_t>(lGot));
-    }
     return m_read;
 }
 

@@ -18,8 +18,13 @@ extern const char* const zebu2Path;
 
 // Runs the tool to its end.
 ToolResult zebu2(const Words& words, const std::string& input = "");
-// The lines that it prints.
-Lines outLines(const Words& words);
+// The parts of a text that a character ends.
+Lines splitAt(char cEnd, const std::string& text);
+// The lines that the tool prints.
+inline Lines outLines(const Words& words)
+{
+    return splitAt('\n', zebu2(words).out);
+}
 // Its status for each command line, whose words are divided by blanks.
 void expectStatus(int iStatus, const std::vector<std::string>& calls);
 
@@ -58,6 +63,8 @@ private:
 class ToolTest : public Sandbox
 {
 protected:
+    ToolTest() { CHECK(chdir(path("").c_str()) == 0); } // files are shown by the names they are given
+
     // A trace line of the day 2026/11/22 with its line end: 0007 2026/11/22 10:00:00.000 ...
     static std::string line(int iCounter, const std::string& time, const std::string& body,
                             const std::string& app = "app", const std::string& pid = "00001A2B",

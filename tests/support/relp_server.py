@@ -13,23 +13,22 @@ import argparse
 import socket
 import ssl
 import subprocess
+from contextlib import suppress
 
 
 class Session:
     def __init__(self, connection):
         self.connection, self.stream, self.frame = connection, connection.makefile("rb"), None
 
-    def word(self):
-        word = b""
-        while (byte := self.stream.read(1)) not in (b" ", b"\n"):
+    def next(self, _=""):
+        head = b""
+        while head.count(b" ") < 3 and not head.endswith(b"\n"):
+            byte = self.stream.read(1)
             if not byte:
                 raise EOFError
-            word += byte
-        return word, byte
-
-    def next(self, _=""):
-        (number, _), (command, _), (size, end) = self.word(), self.word(), self.word()
-        data = self.stream.read(int(size) + 1) if end == b" " else b"\n"
+            head += byte
+        number, command, size = head.split()
+        data = self.stream.read(int(size) + 1) if head.endswith(b" ") else b"\n"
         if not data.endswith(b"\n"):
             raise EOFError
         self.frame = number, command, data[:-1]
@@ -92,20 +91,16 @@ steps = arguments.steps
 while True:
     connection, _ = listener.accept()
     connection.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
-    try:
+    with suppress(EOFError, OSError):
         if arguments.name:
             connection = tls.wrap_socket(connection, server_side=True)
         session = Session(connection)
         for step in steps or ["open", "serve"]:
             verb, _, text = step.partition(" ")
             getattr(session, verb)(text)
-    except (EOFError, OSError):
-        pass
     steps = arguments.steps if arguments.each else []
-    try:  # what the client still sent is read: else the kernel would throw away what it was sent
+    with suppress(OSError):  # what the client still sent is read: else the kernel would throw away what it was sent
         connection.shutdown(socket.SHUT_WR)
         while connection.recv(4096):
             pass
-    except OSError:
-        pass
     connection.close()
