@@ -290,7 +290,7 @@ TEST_F(Follow, GoesOnWhereTheCursorSays)
 // places that are stored once more.
 TEST_F(Follow, LosesNothingWithACursorHoweverOftenItIsKilled)
 {
-    const size_t uTotal = 28000, uAhead = 2500, uInterval = 1000;
+    const size_t uTotal = 28000, uAhead = 1500, uInterval = 1000;
     for (const bool bShared : {false, true}) {
         const std::string name = bShared ? "shared" : "single";
         const tagZEBU_LOGFILE_SPEC* pRing = ring(65536, 8, name);
@@ -312,11 +312,10 @@ TEST_F(Follow, LosesNothingWithACursorHoweverOftenItIsKilled)
             }
         };
         for (unsigned uKills = 0; uLast < uTotal && !HasFailure(); ++uKills) {
-            write(uLast + 1);
+            write(uLast + uAhead);
             RunningTool tool({"show", "-f", "--interval=1", "--cursor", path("cursor"), path(name)}, 1 << 19);
             (void)tool.readUntil("\n");
-            write(uLast + uAhead);        // while it is read
-            usleep(uKills * 7919 % 5000); // any moment
+            write(uLast + uAhead + uKills * 7919 % uAhead); // while it is read, up to any moment
             tool.signal(SIGKILL);
             EXPECT_EQ(tool.wait(), 128 + SIGKILL);
             look(tool.readUntil("the end"));

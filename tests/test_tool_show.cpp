@@ -290,7 +290,7 @@ TEST_F(Show, ReadsWhatTheLibraryWrote)
         EXPECT_EQ(body(shown.back()), "149");
         expectStatus(0, {"backup " + name + " copy"});
         EXPECT_EQ(readFile("copy"), readFile("backup"));
-        for (int i = 0; i < 4; ++i)
+        for (int i = 0; i < 12; ++i)
             all += " " + name;
     }
     // For many sources few descriptors do.
