@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-# A RELP server on the loopback, connection after connection. It prints its port, and appends to a file, with a
-# zero byte behind it, every message that it acknowledged, with "-" before those that it refused.
+# A RELP server on the loopback, connection after connection. It prints its port, and appends to a file, with
+# a zero byte behind it, every message that it acknowledged, with "-" before those that it refused.
 #
 # STEP: what happens in the first connection, or in each; otherwise the server does what it should.
 #   open, next   takes the first frame and agrees; reads a frame
@@ -99,7 +99,8 @@ while True:
             verb, _, text = step.partition(" ")
             getattr(session, verb)(text)
     steps = arguments.steps if arguments.each else []
-    with suppress(OSError):  # what the client still sent is read: else the kernel would throw away what it was sent
+    # What the client still sent is read: else the kernel would throw away what it was sent.
+    with suppress(OSError):
         connection.shutdown(socket.SHUT_WR)
         while connection.recv(4096):
             pass
