@@ -71,15 +71,12 @@ TEST_F(MultiDamage, TraceFileCutWhileNobodyHasItMapped)
 {
     for (const int iOption : {0, ZEBU2_OPT_NOFILL}) {
         base += "x";
-        {
-            const Ring ring = open(iOption);
-            fillTo(ring, 3000);
-        }
+        fillTo(open(iOption), 3000);
         const std::string kept = trace(1).substr(0, 200);
         ASSERT_EQ(truncate(traceName(1).c_str(), 200), 0);
         EXPECT_EQ(put(open(iOption | ZEBU2_OPT_NOSTARTLINE), "line"), 0);
-        const std::string lost(2800, iOption ? '\0' : ' ');
-        EXPECT_TRUE(trace(1).substr(0, 3006) == kept + lost + "line\r\n") << iOption;
+        EXPECT_TRUE(trace(1).starts_with(kept + std::string(2800, iOption ? '\0' : ' ') + "line\r\n"))
+            << iOption;
     }
 }
 
@@ -146,13 +143,12 @@ TEST_F(MultiDamage, FullDiskIsAFailureAndNoSignal)
 {
     if (!enterSmallDisk())
         GTEST_SKIP() << "no mount namespaces here";
-    const int iOption = ZEBU2_OPT_NOFILL | ZEBU2_OPT_CURRENT_ONLY;
     base = "/opt/full/app";
     const Failure full = {-1, ZEBU_EPOS_WRITE, ENOSPC};
     EXPECT_EQ(failure(make(0, 32768)->openFile()), full); // three files do not fit
     for (int n = 1; n <= 3; ++n)
         unlink(traceName(n).c_str());
-    const Ring ring = open(iOption, 32768);
+    const Ring ring = open(ZEBU2_OPT_NOFILL | ZEBU2_OPT_CURRENT_ONLY, 32768);
     fillTo(ring, 32000);
     writeFile("/opt/full/rest", std::string(65536, 'x'));
     EXPECT_EQ(failure(put(ring, std::string(1000, 'x'))), full); // the next file, nothing but a hole

@@ -49,8 +49,7 @@ static int fs_due(const char* pszFunction, long lSecond, long lThird)
         ++pPlan->lInheritable;
     if (strcmp(pPlan->pszFunction, "*") != 0 && strcmp(pszFunction, pPlan->pszFunction) != 0)
         return 0;
-    ++pPlan->lCalls;
-    if (pPlan->lCalls < pPlan->lFirst || pPlan->lCalls > pPlan->lLast)
+    if (++pPlan->lCalls < pPlan->lFirst || pPlan->lCalls > pPlan->lLast)
         return 0;
     ++pPlan->lFired;
     if (pPlan->visit) {
@@ -73,9 +72,9 @@ static int fs_due(const char* pszFunction, long lSecond, long lThird)
         const Function pReal = fs_find(&cs_pFound, #symbol);                                                 \
         return fs_due(#name, b, c) ? (failed) : pReal(a, b, c, d, e, f);                                     \
     }
-#define RETURNS_MINUS_1(name) STAND_IN(name, name, -1)
-#define RETURNS_NULL(name) STAND_IN(name, name, 0)
-#define RETURNS_CODE(name) STAND_IN(name, name, zebu_fault_plan.iCode)
+#define FAILS(name) STAND_IN(name, name, -1)
+#define GIVES_NULL(name) STAND_IN(name, name, 0)
+#define GIVES_CODE(name) STAND_IN(name, name, zebu_fault_plan.iCode)
 /* What is released is released all the same, as the kernel does it. */
 #define RELEASES(name) STAND_IN(name, name, (pReal(a, b, c, d, e, f), -1))
 /* Short: half of the bytes, but at least one. */
@@ -85,15 +84,13 @@ static int fs_due(const char* pszFunction, long lSecond, long lThird)
 
 /* The formatter moves such lists a little further every time. */
 /* clang-format off */
-RETURNS_MINUS_1(chmod) RETURNS_MINUS_1(fallocate) RETURNS_MINUS_1(fchmod) RETURNS_MINUS_1(fchmodat)
-RETURNS_MINUS_1(fcntl) RETURNS_MINUS_1(fstat) RETURNS_MINUS_1(fstatfs) RETURNS_MINUS_1(fstatat) RETURNS_MINUS_1(ftruncate)
-RETURNS_MINUS_1(futimens) RETURNS_MINUS_1(gethostname) RETURNS_MINUS_1(lockf) RETURNS_MINUS_1(lseek)
-RETURNS_MINUS_1(lstat) RETURNS_MINUS_1(mkdir) RETURNS_MINUS_1(mmap) RETURNS_MINUS_1(msync)
-RETURNS_MINUS_1(munmap) RETURNS_MINUS_1(open) RETURNS_MINUS_1(openat) RETURNS_MINUS_1(readlinkat)
-RETURNS_MINUS_1(stat) RETURNS_MINUS_1(uname) RETURNS_MINUS_1(unlink) RETURNS_MINUS_1(utimensat)
-RETURNS_NULL(calloc) RETURNS_NULL(fdopen) RETURNS_NULL(fgets) RETURNS_NULL(localtime_r) RETURNS_NULL(malloc)
-RETURNS_NULL(fdopendir) RETURNS_NULL(readdir)
-RETURNS_CODE(pthread_key_create) RETURNS_CODE(pthread_setspecific)
+FAILS(chmod) FAILS(fallocate) FAILS(fchmod) FAILS(fchmodat) FAILS(fcntl) FAILS(fstat) FAILS(fstatat)
+FAILS(fstatfs) FAILS(ftruncate) FAILS(futimens) FAILS(gethostname) FAILS(lockf) FAILS(lseek) FAILS(lstat)
+FAILS(mkdir) FAILS(mmap) FAILS(msync) FAILS(munmap) FAILS(open) FAILS(openat) FAILS(readlinkat) FAILS(stat)
+FAILS(uname) FAILS(unlink) FAILS(utimensat)
+GIVES_NULL(calloc) GIVES_NULL(fdopen) GIVES_NULL(fdopendir) GIVES_NULL(fgets) GIVES_NULL(localtime_r)
+GIVES_NULL(malloc) GIVES_NULL(readdir)
+GIVES_CODE(pthread_key_create) GIVES_CODE(pthread_setspecific)
 RELEASES(close) RELEASES(closedir) RELEASES(fclose)
 TRANSFERS(read, read) TRANSFERS(pread, read) TRANSFERS(__pread_chk, read)
 TRANSFERS(write, write) TRANSFERS(writev, write)

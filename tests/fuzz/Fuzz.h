@@ -6,6 +6,7 @@
 #include <stddef.h>
 #include <stdint.h>
 #include <stdlib.h>
+#include <string.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -19,8 +20,7 @@
 // The target, of which each program has one.
 static void fuzz(std::string_view input);
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t uSize);
-int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t uSize)
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t uSize)
 {
     fuzz({reinterpret_cast<const char*>(pData), uSize});
     return 0;
@@ -62,8 +62,7 @@ public:
         write("mmap/app.mm", take(&input, 64));
         for (const char* pszName : {"app1.log", "app2.log", "app3.log"}) {
             const std::string_view length = take(&input, 2);
-            const size_t uLength = length.size() < 2 ? 0 : byte(length, 0) + byte(length, 1) * size_t{256};
-            write(pszName, take(&input, uLength));
+            write(pszName, take(&input, byte(length, 0) + byte(length, 1) * size_t{256}));
         }
         return input;
     }

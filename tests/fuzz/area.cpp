@@ -1,6 +1,5 @@
 // Appending to a trace area whose header holds anything, the word of a dead holder as well: no byte outside
 // of it is touched, and a line that is stored is there.
-#include <string.h>
 #include <sys/syscall.h>
 #include <time.h>
 
@@ -33,15 +32,13 @@ static void fuzz(std::string_view input)
         header.uMagic = ZEBU_AREA_MAGIC;
     const uint32_t uLength = static_cast<uint32_t>(sizeof header) + FuzzDir::byte(input, 24) * 4;
     const uint32_t uLine = 1 + FuzzDir::byte(input, 25) * 4u + FuzzDir::byte(input, 26);
-    auto* pMap = static_cast<char*>(malloc(uLength)); // exactly: what follows is poisoned
-    memset(pMap, '.', uLength);
-    memcpy(pMap, &header, sizeof header);
+    const auto pMap = std::make_unique<char[]>(uLength); // exactly: what follows is poisoned
+    memcpy(pMap.get(), &header, sizeof header);
+    const auto& after = *reinterpret_cast<const tagZEBU_AREA_HEADER*>(pMap.get());
     const std::string line(uLine, 'x');
     for (int i = 0; i < 3; ++i) {
-        tagZEBU_AREA_HEADER before, after;
-        memcpy(&before, pMap, sizeof before);
-        const ZEBUAppend eAppend = ZEBU_AppendToArea(pMap, uLength, line.data(), uLine);
-        memcpy(&after, pMap, sizeof after);
+        const tagZEBU_AREA_HEADER before = after;
+        const ZEBUAppend eAppend = ZEBU_AppendToArea(pMap.get(), uLength, line.data(), uLine);
         FUZZ_CHECK(after.uMagic == before.uMagic && after.uDataSize == before.uDataSize);
         FUZZ_CHECK(after.uReadOffset == before.uReadOffset);
         const bool bHeld = ZEBU_IsHolder(before.uGuard); // what it claimed may have become a blank line
@@ -59,5 +56,4 @@ static void fuzz(std::string_view input)
             FUZZ_CHECK(pMap[sizeof header +
                             (after.uWriteOffset + uint64_t{after.uDataSize} - u) % after.uDataSize] == 'x');
     }
-    free(pMap);
 }

@@ -1,6 +1,4 @@
 // The file-switch notice, from any template, name and file name.
-#include <string.h>
-
 #include "Fuzz.h"
 #include "logfile/LogSwapMsg.h"
 

@@ -45,16 +45,6 @@ static void readAll(std::unique_ptr<ZEBUSource> pSource, bool bForeign)
         FUZZ_CHECK(i < 100'000 && record.svBytes.size() <= ZEBU_RECORD_MAX);
 }
 
-static void readArea(const FuzzDir& dir, std::string_view bytes)
-{
-    dir.write("area", bytes);
-    ZEBUArea area;
-    if (area.open(dir.path("area"), true) != 0)
-        return;
-    const ZEBUWarn quiet = [](const std::string&) {};
-    readAll(std::make_unique<ZEBUAreaSource>(area, true, false, quiet), true);
-}
-
 static void fuzz(std::string_view input)
 {
     static const FuzzDir dir;
@@ -68,5 +58,8 @@ static void fuzz(std::string_view input)
     readAll(ZEBU_OpenPlain(dir.path("app1.log"), false, quiet, &iErrno, nullptr), false);
     ZEBURingRecord record;
     ZEBU_DeriveRecord(prefix, &record);
-    readArea(dir, input);
+    dir.write("area", input);
+    ZEBUArea area;
+    if (area.open(dir.path("area"), true) == 0)
+        readAll(std::make_unique<ZEBUAreaSource>(area, true, false, quiet), true);
 }

@@ -26,26 +26,21 @@ private:
 constexpr int cs_iWriters = 3;
 constexpr int cs_iLinesMax = 500; // of one writer, which then waits for its end: no ring comes round
 
-// The lines of a writer of the area. It is interrupted by a handler that puts the next of them.
+// The lines of a writer. One of the area is interrupted by a handler that puts the next of them; there, only
+// the signal-safe put tells whether the line found room.
 Lines cs_texts;
 unsigned char* cs_pAcknowledged;
 std::atomic<int> cs_iNext{0};
+bool cs_bArea;
 
 void putNext(int = 0)
 {
     const int i = cs_iNext++;
-    if (i < cs_iLinesMax)
-        cs_pAcknowledged[i] = ZEBU2_PutMsgSigSafe(cs_texts[static_cast<size_t>(i)].c_str()) == 0;
-}
-
-// Of the area, only the signal-safe put tells whether the line found room.
-void writeToArea()
-{
-    (void)signal(SIGALRM, putNext);
-    const itimerval every = {{0, 97}, {0, 97}};
-    CHECK(setitimer(ITIMER_REAL, &every, nullptr) == 0);
-    while (cs_iNext < cs_iLinesMax)
-        putNext();
+    if (i >= cs_iLinesMax)
+        return;
+    const char* pszText = cs_texts[static_cast<size_t>(i)].c_str();
+    cs_pAcknowledged[i] = (cs_bArea ? ZEBU2_PutMsgSigSafe(pszText) : ZEBU2_PutLine(0, pszText)) == 0;
+    CHECK(cs_bArea || cs_pAcknowledged[i]);
 }
 
 // Opens what a writer before may have left in any state, puts lines and notes which were acknowledged.
@@ -62,24 +57,22 @@ void write(const Place& place, const std::string& target, long lWriter, int iInc
     for (int i = 0; i < cs_iLinesMax; ++i)
         cs_texts.push_back(areaMessage(std::to_string(iIncarnation), i));
     cs_pAcknowledged = pAcknowledged;
-    if (target == "area")
-        writeToArea();
-    for (int i = 0; target != "area" && i < cs_iLinesMax; ++i) {
-        CHECK(ZEBU2_PutLine(0, cs_texts[static_cast<size_t>(i)].c_str()) == 0);
-        pAcknowledged[i] = 1;
-    }
+    cs_bArea = target == "area";
+    const itimerval every = {{0, 97}, {0, 97}};
+    CHECK(!cs_bArea || (signal(SIGALRM, putNext) != SIG_ERR && setitimer(ITIMER_REAL, &every, nullptr) == 0));
+    while (cs_iNext < cs_iLinesMax)
+        putNext();
     for (;;)
         pause();
 }
 
 int killWriters(const std::string& target, int iKills)
 {
-    using Acknowledged = unsigned char[cs_iLinesMax]; // by line
     const Place place;
-    void* const pShared = mmap(nullptr, static_cast<size_t>(iKills + cs_iWriters) * sizeof(Acknowledged),
-                               PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    CHECK(pShared != MAP_FAILED);
-    Acknowledged* const pAcknowledged = static_cast<Acknowledged*>(pShared);
+    const int iLines = (iKills + cs_iWriters) * cs_iLinesMax;
+    auto* const pAcknowledged = static_cast<unsigned char*>(mmap(
+        nullptr, static_cast<size_t>(iLines), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+    CHECK(pAcknowledged != MAP_FAILED);
     // The area exists before the consumer maps it.
     CHECK(inChild([] { CHECK(ZEBU2_Initialize(nullptr, nullptr) == 1); }) == 0);
     AreaConsumer consumer(place.areaFile());
@@ -94,23 +87,22 @@ int killWriters(const std::string& target, int iKills)
             consumer.drain();
         CHECK(bFirst || (kill(writer, SIGKILL) == 0 && waitForChild(writer) == 128 + SIGKILL)); // by no CHECK
         if (!bLast)
-            writer = startChild([&] { write(place, target, &writer - writers, k, pAcknowledged[k]); });
+            writer = startChild(
+                [&] { write(place, target, &writer - writers, k, pAcknowledged + k * cs_iLinesMax); });
     }
     consumer.drain();
     // The lines of the rings' files join those of the area.
     for (const auto& entry : std::filesystem::directory_iterator(place.path(""))) {
         const std::string bytes = entry.path().extension() == ".log" ? readFile(entry.path()) : "";
-        for (const std::string& line : traceLines(target == "shared" ? sharedData(bytes) : bytes)) {
-            const std::string whole = areaSender(body(line));
-            ++(whole.empty() ? consumer.m_iTorn : consumer.m_seen[whole]);
-        }
+        for (const std::string& line : traceLines(target == "shared" ? sharedData(bytes) : bytes))
+            consumer.count(line);
     }
     int iLost = 0, iTwice = 0, iAcknowledged = 0;
-    for (int i = 0; i < (iKills + cs_iWriters) * cs_iLinesMax; ++i) {
-        const int iWriter = i / cs_iLinesMax, n = i % cs_iLinesMax;
-        const int iCount = consumer.m_seen[std::to_string(iWriter) + " " + std::to_string(n)];
-        iAcknowledged += pAcknowledged[iWriter][n];
-        iLost += pAcknowledged[iWriter][n] && iCount == 0;
+    for (int i = 0; i < iLines; ++i) {
+        const std::string line = std::to_string(i / cs_iLinesMax) + " " + std::to_string(i % cs_iLinesMax);
+        const int iCount = consumer.m_seen[line];
+        iAcknowledged += pAcknowledged[i];
+        iLost += pAcknowledged[i] && iCount == 0;
         iTwice += iCount > 1;
     }
     (void)printf("%d kills, %d lines acknowledged: %d lost, %d twice, %d torn\n", iKills, iAcknowledged,

@@ -1,7 +1,5 @@
 #include "support/AreaConsumer.h"
 
-static constexpr size_t cs_uSize = 65536;
-
 std::string areaMessage(const std::string& sender, int iNumber)
 {
     const int iFiller = iNumber % 31 == 30 ? 4080 : iNumber % 997; // the longest texts among them
@@ -20,10 +18,8 @@ std::string areaSender(const std::string& message)
 AreaConsumer::AreaConsumer(const std::string& file)
 {
     const int iFd = open(file.c_str(), O_RDWR);
-    void* pMap = mmap(nullptr, cs_uSize, PROT_READ | PROT_WRITE, MAP_SHARED, iFd, 0);
-    (void)close(iFd);
-    CHECK(pMap != MAP_FAILED);
-    m_pHeader = static_cast<AreaHeader*>(pMap);
+    m_pHeader = static_cast<AreaHeader*>(mmap(nullptr, 65536, PROT_READ | PROT_WRITE, MAP_SHARED, iFd, 0));
+    CHECK(m_pHeader != MAP_FAILED && close(iFd) == 0);
 }
 
 void AreaConsumer::drain()
@@ -38,14 +34,27 @@ void AreaConsumer::drain()
     m_rest.append(pData + uRead, uWrite - uRead);
     __atomic_store_n(&m_pHeader->uReadOffset, uWrite, __ATOMIC_RELEASE);
     for (const std::string& line : splitLines(m_rest)) {
-        if (line.find_first_not_of(' ') == std::string::npos) {
+        if (line.find_first_not_of(' ') == std::string::npos)
             ++m_iBlank;
-            continue;
-        }
-        const std::string whole = areaSender(body(line));
-        ++(whole.empty() ? m_iTorn : m_seen[whole]);
+        else
+            count(line);
     }
     m_rest.erase(0, m_rest.rfind('\n') + 1);
+}
+
+void AreaConsumer::count(const std::string& line)
+{
+    const std::string whole = areaSender(body(line));
+    ++(whole.empty() ? m_iTorn : m_seen[whole]);
+}
+
+void AreaConsumer::expectSeen(size_t uCount)
+{
+    drain();
+    EXPECT_EQ(m_iTorn, 0);
+    EXPECT_EQ(m_seen.size(), uCount);
+    for (const auto& [message, iCount] : std::exchange(m_seen, {}))
+        EXPECT_EQ(iCount, 1) << message;
 }
 
 bool AreaConsumer::hasRoom(uint32_t uBytes) const

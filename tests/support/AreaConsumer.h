@@ -4,6 +4,14 @@
 
 #include "support/Sandbox.h"
 
+// In tests that run single instructions: the thread sanitizer has thousands of its own beside each of them,
+// and delivers signals later.
+#ifdef __SANITIZE_THREAD__
+#define SKIP_SINGLE_STEPS() GTEST_SKIP() << "no single steps under this sanitizer"
+#else
+#define SKIP_SINGLE_STEPS() (void)0
+#endif
+
 // "sender number filler": how long the filler is follows from the number.
 std::string areaMessage(const std::string& sender, int iNumber);
 // "sender number" of a whole message; empty when it is torn.
@@ -17,6 +25,9 @@ public:
 
     // Takes out and counts the lines that are there.
     void drain();
+    void count(const std::string& line);
+    // Drains: so many messages were there since the last time, once each and whole.
+    void expectSeen(size_t uCount);
     // True when more bytes than that are free. Safe in a signal handler.
     bool hasRoom(uint32_t uBytes) const;
     // Puts a message once the area has room for it.

@@ -3,7 +3,7 @@
 #ifndef ZEBU_TESTS_SUPPORT_SHAREDRING_H
 #define ZEBU_TESTS_SUPPORT_SHAREDRING_H
 
-#include <stddef.h>
+#include <fstream>
 
 #include "frame/ProcessObjects.h"
 #include "multilog/EndOfData.h"
@@ -73,8 +73,7 @@ protected:
     tagZEBU_MANAGEMENT_DATA record() const
     {
         tagZEBU_MANAGEMENT_DATA rec = {};
-        const std::string text = readFile(manageName());
-        memcpy(&rec, text.data(), std::min(text.size(), sizeof rec));
+        (void)readFile(manageName()).copy(reinterpret_cast<char*>(&rec), sizeof rec);
         return rec;
     }
     // Stores a word into the record behind everybody's back.
