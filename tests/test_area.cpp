@@ -28,7 +28,7 @@ protected:
     }
 };
 
-TEST_F(Area, IsCreatedForEverybodyAndKept)
+TEST_F(Area, IsCreatedForEverybodyAndKeptAndConfigured)
 {
     (void)umask(077);
     configure("MapSize = 24\n"); // no room for a single byte
@@ -48,9 +48,11 @@ TEST_F(Area, IsCreatedForEverybodyAndKept)
     EXPECT_EQ(areaHeader().uDataSize, 65512u);
     putOne();
     stop();
-    configure("MapSize = 24\n"); // of one that would have to be begun
+    configure("MapSize = 24\nIntervalSec = 86400\nMaxMsgNum = 3\n"); // a size to begin none with
     startArea();
-    putOne();
+    for (int i = 0; i < 5; ++i)
+        EXPECT_EQ(putBytes(1), 0);
+    EXPECT_EQ(areaLines().size(), 2 + 3u);
 }
 
 TEST_F(Area, RingArithmetic)
@@ -119,13 +121,4 @@ TEST_F(Area, FilesThatAreNoAreasAreMappedAndLeftAlone)
     putOne();
     stop();
     EXPECT_GE(areaBlocks(), 65536u);
-}
-
-TEST_F(Area, RateLimit)
-{
-    configure("IntervalSec = 86400\nMaxMsgNum = 3\n");
-    startArea();
-    for (int i = 0; i < 5; ++i)
-        EXPECT_EQ(putBytes(1), 0);
-    EXPECT_EQ(areaLines().size(), 3u);
 }

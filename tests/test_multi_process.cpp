@@ -7,32 +7,7 @@
 
 namespace {
 
-class MultiProcess : public SharedRing
-{
-protected:
-    // A ring that waits for its turn as long as it takes.
-    Ring join(int iOption, long lSize, long lCount) const
-    {
-        Ring ring = make(iOption, lSize, lCount);
-        CHECK(ring->setLockWaitTime(0) >= 0 && ring->setLockRetryTimes(1000000) >= 0);
-        CHECK(ring->openFile() != -1);
-        return ring;
-    }
-
-    // The first and the last number of each writer's lines in a text, where every line must be whole and none
-    // between them may be missing.
-    static std::map<int, std::pair<int, int>> numbers(const std::string& text)
-    {
-        std::map<int, std::pair<int, int>> found;
-        for (const std::string& line : traceLines(text)) {
-            int writer = 0, iNumber = 0;
-            EXPECT_EQ(sscanf(areaSender(line).c_str(), "%d %d", &writer, &iNumber), 2) << line;
-            EXPECT_EQ(iNumber, ++found.try_emplace(writer, iNumber, iNumber - 1).first->second.second)
-                << writer;
-        }
-        return found;
-    }
-};
+using MultiProcess = SharedRing;
 
 // ---- The lock ------------------------------------------------------------------------------------
 
@@ -44,6 +19,11 @@ TEST_F(MultiProcess, LockHeldByAnotherFailsEveryOperationAndChangesNothing)
     EXPECT_EQ(put(lockFree, "free"), 0);
     close(iHeld);
     const Ring ring = open();
+    poke(0, 0);
+    EXPECT_EQ(put(lockFree, "repaired"), 0); // by one that does not know yet that the other wants the lock
+    EXPECT_NE(record().mode & ZEBU2_OPT_NOLOCK, 0u);
+    EXPECT_EQ(put(ring, "locked"), 0);
+    EXPECT_EQ(record().mode & ZEBU2_OPT_NOLOCK, 0u);
     const Ring second = make();
     for (const Ring* each : {&lockFree, &ring, &second})
         (*each)->setLockRetryTimes(5);
@@ -71,18 +51,6 @@ TEST_F(MultiProcess, LockHeldByAnotherFailsEveryOperationAndChangesNothing)
     EXPECT_TRUE(data(1).starts_with(before.substr(0, before.find(mark())) + "y\r\nz\r\n"));
 }
 
-// The record is made anew by a process that does not know yet that the other wants the lock.
-TEST_F(MultiProcess, ModeIsNarrowedAgainAfterARepair)
-{
-    const Ring lockFree = open(ZEBU2_OPT_NOLOCK);
-    const Ring ring = open();
-    poke(0, 0);
-    ASSERT_EQ(put(lockFree, "repaired"), 0);
-    EXPECT_NE(record().mode & ZEBU2_OPT_NOLOCK, 0u);
-    ASSERT_EQ(put(ring, "locked"), 0);
-    EXPECT_EQ(record().mode & ZEBU2_OPT_NOLOCK, 0u);
-}
-
 // A reader that takes its time: only ZEBU2_BACKUP_NOLOCK lets the others write meanwhile.
 TEST_F(MultiProcess, BackupHoldsTheLockForAsLongAsItTakes)
 {
@@ -94,7 +62,6 @@ TEST_F(MultiProcess, BackupHoldsTheLockForAsLongAsItTakes)
         const pid_t child = startChild([&] {
             const Ring own = open(ZEBU2_OPT_CURRENT_ONLY | ZEBU2_OPT_NOSTARTLINE, 1 << 20, 1);
             CHECK(own->backupToFile(pipe.c_str(), iFlag) == 0);
-            _exit(0);
         });
         std::ifstream in(pipe); // when the child has opened it as well
         EXPECT_EQ(put(ring, "meanwhile"), iFlag ? 0 : -1);
@@ -106,28 +73,48 @@ TEST_F(MultiProcess, BackupHoldsTheLockForAsLongAsItTakes)
 
 // ---- Many writers --------------------------------------------------------------------------------
 
+// The first and the last number of each writer's lines in a text, where every line must be whole and none
+// between them may be missing.
+std::map<int, std::pair<int, int>> numbers(const std::string& text)
+{
+    std::map<int, std::pair<int, int>> found;
+    for (const std::string& line : traceLines(text)) {
+        int writer = 0, iNumber = 0;
+        EXPECT_EQ(sscanf(areaSender(line).c_str(), "%d %d", &writer, &iNumber), 2) << line;
+        EXPECT_EQ(iNumber, ++found.try_emplace(writer, iNumber, iNumber - 1).first->second.second) << writer;
+    }
+    return found;
+}
+
 // Processes that joined the ring and others that inherited it over a fork; it moves on thousands of times.
 TEST_F(MultiProcess, EveryLineIsThereOnceAndWhole)
 {
     constexpr int cs_iLines = 15000;
+    const auto join = [&](int iOption, long lSize, long lCount) {
+        Ring ring = make(iOption, lSize, lCount);
+        ring->setLockWaitTime(0); // as long as it takes
+        ring->setLockRetryTimes(1000000);
+        CHECK(ring->openFile() != -1);
+        return ring;
+    };
     const Ring ring = join(ZEBU2_OPT_CURRENT_ONLY, 24576, 8);
     const auto backup = [&] {
         EXPECT_EQ(ring->backupToFile(path("backup").c_str(), 0), 0);
-        return readFile(path("backup"));
+        return numbers(readFile(path("backup")));
     };
     std::vector<pid_t> writers;
     for (int w = 1; w <= 4; ++w) {
         writers.push_back(startChild([&, w] {
-            const Ring own = w % 2 ? join(0, 4096, 3) : Ring();
+            const Ring own = w % 2 ? join(0, 4096, 3) : ring;
             for (int i = 0; i < cs_iLines; ++i)
-                CHECK(put(own ? own : ring, areaMessage(std::to_string(w), i)) == 0);
+                CHECK(put(own, areaMessage(std::to_string(w), i)) == 0);
         }));
     }
-    (void)numbers(backup()); // what is there at one moment has no gaps
+    (void)backup(); // what is there at one moment has no gaps
     for (const pid_t writer : writers)
         EXPECT_EQ(waitForChild(writer), 0);
     int iLines = 0;
-    for (const auto& [writer, range] : numbers(backup())) {
+    for (const auto& [writer, range] : backup()) {
         EXPECT_EQ(range.second, cs_iLines - 1) << writer;
         iLines += range.second - range.first + 1;
     }

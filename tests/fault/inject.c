@@ -28,10 +28,8 @@ static long fs_early(long a, long b, long c, long d, long e, long f)
 static Function fs_find(Function* pFound, const char* pszName)
 {
     static int cs_iLooking;
-    if (*pFound)
-        return *pFound;
-    if (cs_iLooking)
-        return fs_early;
+    if (*pFound || cs_iLooking)
+        return *pFound ? *pFound : fs_early;
     cs_iLooking = 1;
     *(void**)pFound = dlsym(RTLD_NEXT, pszName);
     cs_iLooking = 0;

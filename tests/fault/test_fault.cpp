@@ -2,7 +2,6 @@
 // function fails inside it. Whatever fails: no crash, no hang, no lock, descriptor or mapping left behind,
 // results and error values as documented, and every line that was acknowledged is there once.
 #include <dlfcn.h>
-#include <limits.h>
 
 #include "fault/inject.h"
 #include "support/Sandbox.h"
@@ -59,15 +58,9 @@ enum When { UNTOUCHED = 1, NOW = 2, LATER = 4 }; // no fault to be seen yet; in 
 constexpr int cs_iFiles = 8; // of the ring: more than the script fills, so that it loses nothing by design
 
 // One thread runs, and the thread sanitizer makes each fork slow: there, every seventh call will do.
-#ifdef __SANITIZE_THREAD__
-constexpr long cs_lStep = 7;
-#else
-constexpr long cs_lStep = 1;
-#endif
+const long cs_lStep = dlsym(RTLD_DEFAULT, "__tsan_init") ? 7 : 1;
 
 ZebuFault* const cs_pPlan = static_cast<ZebuFault*>(dlsym(RTLD_DEFAULT, ZEBU_FAULT_PLAN));
-
-// ---- What must not be left behind ----------------------------------------------------------------
 
 // Asks as another owner: the locks of this process conflict.
 bool isLocked(const std::string& name)
@@ -78,14 +71,6 @@ bool isLocked(const std::string& name)
     CHECK(fcntl(iFd, F_OFD_GETLK, &lock) == 0 || !exists(name));
     (void)close(iFd);
     return iFd != -1 && lock.l_type != F_UNLCK;
-}
-
-void checkNothingLeft(const std::string& dir, long lDescriptors)
-{
-    CHECK(openDescriptors() == lDescriptors && cs_pPlan->lInheritable == 0);
-    CHECK(readFile("/proc/self/maps").find(dir) == std::string::npos); // no mapping
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(dir))
-        CHECK(!entry.is_regular_file() || !isLocked(entry.path()));
 }
 
 // ---- One run with one fault ----------------------------------------------------------------------
@@ -122,22 +107,16 @@ public:
         start();
         for (int i = 0; i < 7; ++i) // into the second file
             put();
-        const int iChanged = call(
-            [&] { return bInstance ? ZEBU2_ChInstanceFileAttr(m_hInstance, 0640) : ZEBU2_ChFileAttr(0640); });
-        m_bModeChanged = iChanged == 0 && !m_bFired; // what cannot be looked at is passed over
-        call(
-            [&] { return bInstance ? ZEBU2_InstanceFileBufferFlush(m_hInstance) : ZEBU2_FileBufferFlush(); });
+        m_bModeChanged = callEither(ZEBU2_ChInstanceFileAttr, ZEBU2_ChFileAttr, 0640) == 0 &&
+                         !m_bFired; // what cannot be looked at is passed over
+        callEither(ZEBU2_InstanceFileBufferFlush, ZEBU2_FileBufferFlush);
         stop();
         if (bRebuild)
             CHECK(unlink(manageFile().c_str()) == 0 || m_bHit);
         start();
         put();
         const std::string to = path("backup/all.log");
-        const int iCopied = call([&] {
-            return bInstance ? ZEBU2_InstanceTraceBackup(m_hInstance, to.c_str())
-                             : ZEBU2_TraceBackup(to.c_str());
-        });
-        if (iCopied == 0)
+        if (callEither(ZEBU2_InstanceTraceBackup, ZEBU2_TraceBackup, to.c_str()) == 0)
             checkBackup(to);
         put();
         put(4117); // more than a file of a shared ring
@@ -214,26 +193,28 @@ private:
     {
         std::string text = "line " + std::to_string(m_put.size()) + " ";
         text.resize(uLength, '.');
-        const int iResult = call([&] {
-            return bInstance ? ZEBU2_PutInstanceLine(m_hInstance, 0, text.c_str())
-                             : ZEBU2_PutLine(0, text.c_str());
-        });
+        const int iResult = callEither(ZEBU2_PutInstanceLine, ZEBU2_PutLine, 0, text.c_str());
         m_put.push_back({text, iResult == 0, iResult == 0 && lastError() == 0});
     }
     void stop()
     {
         if (!m_bOpen)
             return;
-        const int iResult =
-            call([&] { return bInstance ? ZEBU2_DeleteInstance(m_hInstance) : ZEBU2_Finalize(); });
+        const int iResult = callEither(ZEBU2_DeleteInstance, ZEBU2_Finalize);
         // A close of its files that failed leaves an instance alive.
         m_bOpen =
             iResult != 0 && bInstance && ZEBU2_GetInstanceLogLevel(m_hInstance) != -2 && lastError() == 0;
     }
 
+    // The function of an instance or the one of the process log.
+    int callEither(auto ofInstance, auto ofProcess, auto... arguments)
+    {
+        return call(
+            [&] { return bInstance ? ofInstance(m_hInstance, arguments...) : ofProcess(arguments...); });
+    }
+
     // Makes a call under the plan, and checks what came of it.
-    template <class Body>
-    int call(Body body)
+    int call(auto body)
     {
         const long lFired = cs_pPlan->lFired;
         cs_pPlan->iArmed = 1;
@@ -334,7 +315,11 @@ protected:
                 scene.recover();
                 scene.checkLines();
             }
-            checkNothingLeft(scene.path(""), lDescriptors);
+            // No lock, descriptor or mapping is left.
+            CHECK(openDescriptors() == lDescriptors && cs_pPlan->lInheritable == 0);
+            CHECK(readFile("/proc/self/maps").find(scene.path("")) == std::string::npos);
+            for (const auto& entry : std::filesystem::recursive_directory_iterator(scene.path("")))
+                CHECK(!entry.is_regular_file() || !isLocked(entry.path()));
             if (bFired)
                 _exit(cs_iFired);
         });

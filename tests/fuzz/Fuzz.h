@@ -37,8 +37,7 @@ public:
         FUZZ_CHECK(mkdtemp(m_path.data()));
     }
     ~FuzzDir() { std::filesystem::remove_all(m_path); }
-    FuzzDir(const FuzzDir&) = delete;
-    FuzzDir& operator=(const FuzzDir&) = delete;
+    FuzzDir(FuzzDir&&) = delete; // nor copied
 
     std::string path(const std::string& name) const { return m_path + "/" + name; }
 
@@ -46,12 +45,6 @@ public:
     {
         std::ofstream out(path(name), std::ios::binary);
         FUZZ_CHECK(out << bytes << std::flush);
-    }
-
-    std::string read(const std::string& name) const
-    {
-        std::ifstream in(path(name), std::ios::binary);
-        return {std::istreambuf_iterator<char>(in), {}};
     }
 
     // A ring "app": the input is cut into a management file of 64 bytes and three trace files, each behind

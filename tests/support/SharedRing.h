@@ -11,15 +11,7 @@
 #include "support/Sandbox.h"
 
 // The ring as one process has it; closed when the test is done with it.
-struct RingCloser
-{
-    void operator()(ZebuMultiLogFile* pRing) const
-    {
-        (void)pRing->closeFile();
-        delete pRing;
-    }
-};
-using Ring = std::unique_ptr<ZebuMultiLogFile, RingCloser>;
+using Ring = std::shared_ptr<ZebuMultiLogFile>;
 
 class SharedRing : public Sandbox
 {
@@ -29,7 +21,10 @@ protected:
     Ring make(int iOption = 0, long lSize = 4096, long lCount = 3) const
     {
         const tagZEBU_LOGFILE_SPEC spec = {lSize, lCount, base.c_str()};
-        Ring ring(new ZebuMultiLogFile(&spec));
+        Ring ring(new ZebuMultiLogFile(&spec), [](ZebuMultiLogFile* pRing) {
+            (void)pRing->closeFile();
+            delete pRing;
+        });
         ring->setOption(iOption);
         return ring;
     }
