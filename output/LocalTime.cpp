@@ -1,6 +1,8 @@
 // output/LocalTime.cpp -- local date and time as text.
 #include "output/LocalTime.h"
 
+#include <pthread.h>
+#include <signal.h>
 #include <string.h>
 #include <sys/time.h>
 
@@ -21,13 +23,26 @@ void ZEBU_TimeUnlock()
     cs_timeMutex.unlock();
 }
 
-static bool fs_putSecond(char* pBuf, time_t lSecond)
+// Under the mutex without signals: a handler that forks waits for the process mutex, whose owner may wait for
+// this one. A fault of the code itself is let through, since it would end the process with no handler.
+static bool fs_convert(time_t lSecond, tm& local)
 {
-    tm local;
+    sigset_t held, before;
+    (void)sigfillset(&held);
+    for (const int iFault : {SIGABRT, SIGBUS, SIGFPE, SIGILL, SIGSEGV, SIGSYS, SIGTRAP})
+        (void)sigdelset(&held, iFault);
+    (void)pthread_sigmask(SIG_BLOCK, &held, &before);
     cs_timeMutex.lock();
     const bool bConverted = localtime_r(&lSecond, &local) != nullptr;
     cs_timeMutex.unlock();
-    if (!bConverted)
+    (void)pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    return bConverted;
+}
+
+static bool fs_putSecond(char* pBuf, time_t lSecond)
+{
+    tm local;
+    if (!fs_convert(lSecond, local))
         return false;
 
     memcpy(pBuf, "    /  /     :  :  .", ZEBU_SECOND_TEXT);

@@ -4,10 +4,10 @@
 set -eu
 
 # Cannot fail, or not in a way that the caller would see.
-harmless=" bcmp clock_gettime dup fnmatch free getenv geteuid getpid getrlimit gettimeofday kill memcmp memcpy memmove memset
+harmless=" bcmp clock_gettime dup fnmatch free getenv geteuid getpid getrlimit gettimeofday kill madvise memcmp memcpy memmove memset
  pthread_key_delete pthread_mutex_destroy pthread_mutex_init pthread_mutex_lock pthread_mutex_unlock
  pthread_mutexattr_destroy pthread_mutexattr_init pthread_mutexattr_settype pthread_once pthread_self
- pthread_setcancelstate secure_getenv sleep snprintf sprintf sscanf strchr strcmp strcpy strcspn strlen strncmp strncpy
+ pthread_setcancelstate pthread_sigmask secure_getenv sigdelset sigfillset sleep snprintf sprintf sscanf strchr strcmp strcpy strcspn strlen strncmp strncpy
  strnlen strrchr strtol strtoul syscall sysconf syslog time timezone tzname usleep "
 harmless=${harmless//$'\n'/}
 
