@@ -80,6 +80,7 @@ private:
 
     unsigned int uMapLength;
     int iFd;
+    bool bBegun;             // by this object, and not mapped yet
     std::atomic<void*> pMap; // also read by signal handlers
     int iRefCount;
 };

@@ -17,6 +17,10 @@
 #include "mmap/AreaUse.h"
 #include "mmap/MMap.h"
 
+#ifndef MADV_POPULATE_WRITE // before glibc 2.35
+#define MADV_POPULATE_WRITE 23
+#endif
+
 enum { cs_iFresh = 1, cs_iSound = 0, cs_iDamaged = -2 }; // what readAndCheckHeader finds
 constexpr unsigned int cs_uHeader = sizeof(tagZEBU_AREA_HEADER);
 
@@ -41,7 +45,8 @@ static const ZEBUConfigInf& fs_readConfig()
     return *new (szConfig) ZEBUConfigInf;
 }
 
-ZEBUMMapFile::ZEBUMMapFile() : uMapLength(ZEBU_AREA_FRESH_MAX), iFd(-1), pMap(MAP_FAILED), iRefCount(0)
+ZEBUMMapFile::ZEBUMMapFile()
+    : uMapLength(ZEBU_AREA_FRESH_MAX), iFd(-1), bBegun(false), pMap(MAP_FAILED), iRefCount(0)
 {
     const ZEBUConfigInf& config = fs_readConfig();
     ZEBU_initMMapLimitValues(config.iIntervalSec, config.iMaxMsgNum);
@@ -235,11 +240,14 @@ int ZEBUMMapFile::initFileObject(unsigned int uDataSize)
             return -1;
     }
     uMapLength = uDataSize + cs_uHeader;
+    bBegun = true;
     return 0;
 }
 
 // ---- Mapping and closing -------------------------------------------------------------------------
 
+// Whoever began the area has its pages at hand: their first lines need not wait for them. Of another's area
+// the call would make every page one to be written out again.
 int ZEBUMMapFile::mapFile()
 {
     if (unmapFile() != 0)
@@ -247,6 +255,9 @@ int ZEBUMMapFile::mapFile()
     void* pMapped = mmap(nullptr, uMapLength, PROT_READ | PROT_WRITE, MAP_SHARED, iFd, 0);
     if (pMapped == MAP_FAILED)
         return ZEBU_Fail(ZEBU_EPOS_MMAP, errno);
+    if (bBegun)
+        (void)madvise(pMapped, uMapLength, MADV_POPULATE_WRITE); // since Linux 5.14
+    bBegun = false;
     ZEBU_PrepareAreaUse();
     pMap.store(pMapped, std::memory_order_release);
     return 0;
