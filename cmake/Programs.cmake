@@ -18,15 +18,18 @@ function(zebu_summary)
 endfunction()
 
 # The command lines of the programs: most of what the compiler does there is the library that parses them, and
-# that runs once.
-set(ZEBU_PARSED_ONCE $<$<NOT:$<CONFIG:Debug>>:-O$<NOT:$<BOOL:${ZEBU_SANITIZED}>>>)
+# that runs once. Half of its time would be checks of that library's undefined behaviour.
+set(ZEBU_PARSED_ONCE $<$<NOT:$<CONFIG:Debug>>:-O$<NOT:$<BOOL:${ZEBU_SANITIZED}>>>
+  $<$<BOOL:${ZEBU_SANITIZED}>:-fno-sanitize=undefined>)
 
 # The objects of the library for the tests of internals; never installed.
 add_library(zebu_internal STATIC)
 target_link_libraries(zebu_internal PUBLIC zebu_objects)
 set_target_properties(zebu_internal PROPERTIES EXCLUDE_FROM_ALL ON LINKER_LANGUAGE CXX)
 
-add_subdirectory(examples)
+if(ZEBU_EXAMPLES)
+  add_subdirectory(examples)
+endif()
 
 set(packages "libcli11-dev nlohmann-json3-dev")
 if(ZEBU_TOOL)
