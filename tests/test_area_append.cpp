@@ -8,11 +8,20 @@
 
 using namespace std::chrono_literals;
 
+#ifdef __x86_64__
 static void setSingleStep(bool bOn)
 {
     asm volatile("pushfq; andq $~0x100, (%%rsp); orq %0, (%%rsp); popfq" ::"r"(bOn ? 0x100L : 0L)
                  : "memory", "cc");
 }
+static void endSingleSteps(void* pContext)
+{
+    static_cast<ucontext_t*>(pContext)->uc_mcontext.gregs[REG_EFL] &= ~0x100L;
+}
+#else
+static void setSingleStep(bool) {}
+static void endSingleSteps(void*) {}
+#endif
 
 static const std::function<void()>* cs_pAtStep;
 static const AreaConsumer* cs_pArea;
@@ -26,7 +35,7 @@ static void onStep(int, siginfo_t*, void* pContext)
         ++cs_iHeldSteps;
     if (cs_iAct != (cs_iAct < 0 ? -cs_iHeldSteps : cs_iSteps))
         return;
-    static_cast<ucontext_t*>(pContext)->uc_mcontext.gregs[REG_EFL] &= ~0x100L;
+    endSingleSteps(pContext);
     (*cs_pAtStep)();
 }
 

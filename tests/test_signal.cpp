@@ -65,17 +65,22 @@ static void fs_onSignal(int)
     CHECK(ZEBU2_PutMsgSigSafe(cs_handlerTexts[cs_iHandled++ % 3].c_str()) == 0 || !cs_pArea);
 }
 
-// Runs `body` while signals are sent to the calling thread as fast as it takes them.
-static void underFire(const std::function<void()>& body)
+// Runs `body` while a timer interrupts the calling thread every 97 us.
+static void underTimer(const std::function<void()>& body)
 {
-    const std::jthread sender([target = pthread_self()](const std::stop_token& stop) {
-        for (; !stop.stop_requested(); std::this_thread::yield())
-            (void)pthread_kill(target, SIGUSR1);
-    });
+    sigevent event = {};
+    event.sigev_notify = SIGEV_THREAD_ID;
+    event.sigev_signo = SIGUSR1;
+    event._sigev_un._tid = gettid();
+    const itimerspec every = {{0, 97000}, {0, 97000}};
+    timer_t timer;
+    CHECK(timer_create(CLOCK_MONOTONIC, &event, &timer) == 0);
+    CHECK(timer_settime(timer, 0, &every, nullptr) == 0);
     body();
+    CHECK(timer_delete(timer) == 0);
 }
 
-// One thread under fire, then three at once, beside a process that puts with two threads.
+// One thread that a timer interrupts, then three at once, beside a process that puts with two threads.
 TEST_F(Signal, HandlersThatInterruptPutsTearAndLoseNothing)
 {
     constexpr int cs_iLines = 5000;
@@ -96,8 +101,8 @@ TEST_F(Signal, HandlersThatInterruptPutsTearAndLoseNothing)
     };
     std::atomic<bool> bDone{false};
     std::thread writers([&] {
-        underFire([&] { put(0); });
-        inThreads(3, [&](int t) { underFire([&] { put(1 + t); }); });
+        underTimer([&] { put(0); });
+        inThreads(3, [&](int t) { underTimer([&] { put(1 + t); }); });
         EXPECT_EQ(waitForChild(iOther), 0);
         bDone = true;
     });
@@ -140,7 +145,7 @@ TEST_F(Signal, HandlersMayInterruptStartAndStop)
                     (void)ZEBU2_PutMsgSigSafe("other");
             };
             const std::jthread known(putMeanwhile, true), unknown(putMeanwhile, false);
-            underFire([] {
+            underTimer([] {
                 for (int i = 0; i < 600 || cs_iHandled == 0; ++i) {
                     startArea();
                     stop();
