@@ -38,9 +38,9 @@ static int64_t fs_now()
     return now.tv_sec * cs_lSecond + now.tv_nsec;
 }
 
-static void fs_pause()
+void ZEBU_SleepUncancelled(long lNanoseconds)
 {
-    const timespec pause = {0, 50'000};
+    const timespec pause = {0, lNanoseconds};
     (void)syscall(SYS_nanosleep, &pause, nullptr); // the function of that name can be cancelled
 }
 
@@ -97,7 +97,7 @@ static void fs_giveBackLongWait(int64_t lBegan, int64_t lNow)
     if (lNow - lFirst >= cs_lSecond || !fs_mayWait(lBegan, lNow))
         return GIVE_UP;
     const int iErrno = errno;
-    fs_pause();
+    ZEBU_SleepUncancelled(ZEBU_AREA_PAUSE);
     errno = iErrno;
     if (ZEBU_OffsetOf(ZEBU_LoadAreaState(pHeader)) != ZEBU_OffsetOf(uState)) {
         lNow = fs_now();

@@ -24,6 +24,11 @@ inline void ZEBU_Pause()
 #endif
 }
 
+constexpr long ZEBU_AREA_PAUSE = 50'000; // nanoseconds, between two looks at what others do
+
+// Sleeps, less than a second, at what is no point of cancellation. Sets errno.
+void ZEBU_SleepUncancelled(long lNanoseconds);
+
 // ---- The state -----------------------------------------------------------------------------------
 
 inline ZEBUWord* ZEBU_AreaStateOf(tagZEBU_AREA_HEADER* pHeader)

@@ -3,20 +3,15 @@
 
 #include <linux/membarrier.h>
 #include <sys/syscall.h>
-#include <time.h>
 #include <unistd.h>
 
-enum : long { cs_lPause = 50'000, cs_lLongPause = 10'000'000 }; // nanoseconds
-enum { cs_iPausesMax = 10000 };                                 // about a second, as the kernel counts
+#include "mmap/AreaGuard.h"
+
+constexpr long cs_lLongPause = 10'000'000; // nanoseconds
+constexpr int cs_iPausesMax = 10000;       // about a second, as the kernel counts
 
 constinit std::atomic<bool> ZEBU_bAreaMarks{false};
 constinit std::atomic<int> ZEBU_iAreaUsers{0};
-
-static void fs_pause(long lNanoseconds)
-{
-    const timespec pause = {0, lNanoseconds};
-    (void)syscall(SYS_nanosleep, &pause, nullptr);
-}
 
 static bool fs_register()
 {
@@ -38,7 +33,7 @@ static void fs_barrierOnAllThreads()
             return;
         (void)fs_register();
     }
-    fs_pause(cs_lLongPause);
+    ZEBU_SleepUncancelled(cs_lLongPause);
 }
 
 bool ZEBU_WaitForAreaUsers()
@@ -48,7 +43,7 @@ bool ZEBU_WaitForAreaUsers()
     for (int i = 0; ZEBU_iAreaUsers.load() > 0 || ZEBU_IsAnyThreadInArea(); ++i) {
         if (i >= cs_iPausesMax)
             return false;
-        fs_pause(cs_lPause);
+        ZEBU_SleepUncancelled(ZEBU_AREA_PAUSE);
     }
     return true;
 }

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <errno.h>
+#include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
 #include <stdlib.h>
@@ -12,6 +13,7 @@
 
 namespace {
 constexpr size_t cs_uBuffer = size_t{64} * 1024;
+constexpr int cs_iWidePipe = 1 << 20; // as large as any user may make one
 volatile sig_atomic_t cs_bEnded = 0;
 
 // Comes again every second: a signal that arrives just before a write that waits would go unnoticed.
@@ -133,6 +135,13 @@ void ZEBU_WriteFully(int iFd, std::string_view svBytes, const std::string& strNa
         else if (iErrno != 0 && iErrno != EINTR)
             throw ZEBUFailure{strName + ": " + strerror(iErrno)};
     }
+}
+
+void ZEBU_WidenPipe()
+{
+    const int iSize = fcntl(STDOUT_FILENO, F_GETPIPE_SZ); // -1: it is none
+    if (iSize > 0 && iSize < cs_iWidePipe)
+        (void)fcntl(STDOUT_FILENO, F_SETPIPE_SZ, cs_iWidePipe);
 }
 
 void ZEBU_EndOnSignals()

@@ -30,6 +30,10 @@ void ZEBU_Say(const std::string& strText);
 // Writes all bytes to a descriptor. Throws ZEBUEnded for a closed pipe, ZEBUFailure for anything else.
 void ZEBU_WriteFully(int iFd, std::string_view svBytes, const std::string& strName);
 
+// Where the standard output is a pipe, lets it hold more than the usual 64 KiB: tool and reader then wait for
+// each other far less often. What a pipe holds is lost with its reader.
+void ZEBU_WidenPipe();
+
 // Makes SIGINT and SIGTERM end the tool where it waits or writes, as if its input had ended.
 void ZEBU_EndOnSignals();
 bool ZEBU_IsEnded();

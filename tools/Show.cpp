@@ -325,5 +325,7 @@ int ZEBU_Show(const ZEBUShowOptions& options)
 {
     if (options.bFollow)
         ZEBU_EndOnSignals();
+    else if (options.strCursor.empty()) // with one, what the pipe took is not shown again
+        ZEBU_WidenPipe();
     return ZEBUShow(options).run();
 }

@@ -7,10 +7,8 @@
 
 namespace {
 constexpr size_t cs_uPiece = size_t{64} * 1024;
-constexpr size_t cs_uPieceMax = size_t{4} * 1024 * 1024; // for a text without any line header
-constexpr size_t cs_uHeadersMax = 2048;                  // of a file, and its first line
-constexpr int cs_iWaits = 25;                            // for the rest of a line
-constexpr int cs_iPause = 2;                             // milliseconds of each
+constexpr size_t cs_uLookedMax = size_t{4} * 1024 * 1024; // for a text without any line header
+constexpr size_t cs_uHeadersMax = 2048;                   // of a file, and its first line
 
 std::string fs_beginning(const ZEBUTraceFile& file, size_t uSize)
 {
@@ -27,8 +25,8 @@ uint64_t fs_lineEnd(const ZEBUTraceFile& file, uint64_t uEnd)
     char szRest[ZEBU_LINE_MAX];
     if (uEnd == 0 || file.readAt(uEnd - 1, &cLast, 1) != 1)
         return uEnd;
-    for (int i = 0; i < cs_iWaits && cLast != '\n'; ++i) {
-        ZEBU_Sleep(cs_iPause);
+    for (int i = 0; i < ZEBU_REST_WAITS && cLast != '\n'; ++i) {
+        ZEBU_Sleep(ZEBU_LOOK_PAUSE);
         const long lRead = file.readAt(uEnd, szRest, sizeof szRest);
         const size_t uFeed = std::string_view(szRest, static_cast<size_t>(std::max(lRead, 0L))).find('\n');
         if (uFeed != std::string_view::npos)
@@ -210,7 +208,7 @@ ZEBUPieces::State ZEBUPieces::next()
             return Failed;
         if (lRead != static_cast<long>(m_strPiece.size()) || !m_file.beginsWith(beginning()))
             return Changed;
-        if (isFound(uFrom, uSize >= cs_uPieceMax))
+        if (isFound(uFrom, uSize >= cs_uLookedMax))
             return Piece;
     }
 }

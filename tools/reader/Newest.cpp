@@ -8,10 +8,9 @@
 #include <utility>
 
 namespace {
-constexpr size_t cs_uBuffers = size_t{4} * 1024 * 1024; // for all sources together
+constexpr size_t cs_uPieces = size_t{4} * 1024 * 1024; // for all sources together
 constexpr size_t cs_uPieceMin = size_t{8} * 1024;
 constexpr size_t cs_uPieceMax = size_t{64} * 1024;
-constexpr int cs_iLooks = 16;
 
 const ZEBUWarn cs_noWarning = [](const std::string&) {};
 
@@ -101,7 +100,7 @@ void ZEBUBackward::fetch(const Cut& cut, ZEBURecord* pRecord)
 // for its oldest.
 int ZEBUNewestFirst::add(const std::string& strName, const ZEBUWarn& warn)
 {
-    const size_t uPiece = std::clamp(cs_uBuffers / m_uSources, cs_uPieceMin, cs_uPieceMax);
+    const size_t uPiece = std::clamp(cs_uPieces / m_uSources, cs_uPieceMin, cs_uPieceMax);
     int iErrno = 0;
     for (int i = 1;; ++i) {
         const auto pSource = ZEBU_OpenSource(strName, false, i == 1 ? warn : cs_noWarning, &iErrno);
@@ -112,7 +111,7 @@ int ZEBUNewestFirst::add(const std::string& strName, const ZEBUWarn& warn)
             return ESPIPE;
         auto pEntry = std::make_unique<Entry>(strName, segments, uPiece, m_lSince, warn);
         const auto pAgain = ZEBU_OpenSource(strName, false, cs_noWarning, &iErrno);
-        if (i < cs_iLooks && pAgain && fs_newest(pAgain->segments()) != fs_newest(segments))
+        if (i < ZEBU_LOOKS_MAX && pAgain && fs_newest(pAgain->segments()) != fs_newest(segments))
             continue;
         pEntry->bRecord = pEntry->backward.next(&pEntry->record);
         m_entries.push_back(std::move(pEntry));

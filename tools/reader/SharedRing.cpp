@@ -17,9 +17,7 @@
 #include "tools/reader/TraceFile.h"
 
 namespace {
-constexpr int cs_iLooks = 16;  // at an offset that is not accepted, one after another
 constexpr int cs_iPauses = 50; // between such series, before a reader that does not follow gives up
-constexpr int cs_iPause = 2;   // milliseconds
 
 // The time of the first line of a file; nothing when there is no line near its beginning.
 std::optional<ZEBUTime> fs_firstTime(const std::string& strPath)
@@ -129,7 +127,7 @@ std::vector<ZEBUSegment> ZEBUSharedRing::segments() const
     struct stat info;
     bool bComplete = isAccepted(m_endFile, m_end); // else the last line is not there, and a mark is before it
     for (int i = 0; i < cs_iPauses && !bComplete; ++i) {
-        ZEBU_Sleep(cs_iPause);
+        ZEBU_Sleep(ZEBU_LOOK_PAUSE);
         bComplete = isAccepted(m_endFile, m_end);
     }
     for (unsigned u = 0; u < m_record.uFileNum; ++u) {
@@ -173,7 +171,7 @@ unsigned ZEBUSharedRing::filesUpToCurrent(unsigned uFrom) const
 void ZEBUSharedRing::start()
 {
     bool bTogether = false;
-    for (int i = 0; i < cs_iLooks && !bTogether; ++i) {
+    for (int i = 0; i < ZEBU_LOOKS_MAX && !bTogether; ++i) {
         bTogether = lookAround();
         bTogether = findOldest() && bTogether;
     }
@@ -306,7 +304,7 @@ std::optional<ZEBURead> ZEBUSharedRing::readCurrent(char* pBuffer, size_t uSize,
     const bool bCameRound = claim.uFile == m_end.uFile && m_end.uOffset > 0;
     if (!m_bFollow && claim.uOffset == 0 && (bCameRound || m_pFile->offset() > 0) &&
         m_iWaits++ < cs_iPauses) {
-        ZEBU_Sleep(cs_iPause);
+        ZEBU_Sleep(ZEBU_LOOK_PAUSE);
         return {};
     }
     if (claim.uOffset < m_pFile->offset())
@@ -350,7 +348,7 @@ ZEBURead ZEBUSharedRing::take(const char* pBuffer, long lRead, size_t* puRead)
 // or when the writers, who come one after another, have gone on from there.
 bool ZEBUSharedRing::isAccepted(const ZEBUTraceFile& file, const ZEBUPosition& claim) const
 {
-    for (int i = 0; i < cs_iLooks; ++i) {
+    for (int i = 0; i < ZEBU_LOOKS_MAX; ++i) {
         if (file.hasMarkAt(claim.uOffset))
             return true;
         ZEBURingRecord now;
@@ -370,7 +368,7 @@ std::optional<ZEBURead> ZEBUSharedRing::notAccepted()
     if (m_bFollow)
         return ZEBURead::Idle;
     for (int i = 0; i < cs_iPauses; ++i) {
-        ZEBU_Sleep(cs_iPause);
+        ZEBU_Sleep(ZEBU_LOOK_PAUSE);
         const ZEBUPosition claim = m_record.position;
         refresh();
         if (m_record.position != claim || m_pFile->hasMarkAt(claim.uOffset))

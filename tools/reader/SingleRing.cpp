@@ -16,10 +16,7 @@
 #include "tools/reader/TraceFile.h"
 
 namespace {
-constexpr int cs_iLooks = 16;               // until the files' times go together
-constexpr int cs_iWaits = 25;               // for the rest of a line
 constexpr long cs_lSecondsMax = 9000000000; // of a time in nanoseconds: anybody may set a file's
-constexpr int cs_iPause = 2;                // milliseconds of each
 constexpr int cs_iLookEvery = 1000;         // milliseconds between two looks at all files of a ring
 
 // What shows that a file was written to. Neither its size nor its time need change when a fast ring comes to
@@ -168,7 +165,7 @@ void ZEBUSingleRing::start()
 {
     Stamp left[ZEBU_RING_FILES_MAX + 1];
     std::copy(std::begin(m_left), std::end(m_left), left);
-    for (int i = 0; i < cs_iLooks && !lookAround(); ++i)
+    for (int i = 0; i < ZEBU_LOOKS_MAX && !lookAround(); ++i)
         continue;
     for (unsigned u = 1; u <= ZEBU_RING_FILES_MAX; ++u)
         m_bRead[u] = m_bRead[u] && m_left[u] == left[u];
@@ -353,9 +350,9 @@ size_t ZEBUSingleRing::wholeLines(const char* pBuffer, size_t uRead)
     if (m_bFollow || !m_bCaughtUp || pBuffer[uRead - 1] == '\n')
         return uRead;
     const size_t uWhole = std::string_view(pBuffer, uRead).rfind('\n') + 1;
-    if (uWhole == 0 && m_iWaits++ < cs_iWaits)
-        ZEBU_Sleep(cs_iPause);
-    return uWhole > 0 || m_iWaits <= cs_iWaits ? uWhole : uRead;
+    if (uWhole == 0 && m_iWaits++ < ZEBU_REST_WAITS)
+        ZEBU_Sleep(ZEBU_LOOK_PAUSE);
+    return uWhole > 0 || m_iWaits <= ZEBU_REST_WAITS ? uWhole : uRead;
 }
 
 // The file to read after the present one, or 0.
