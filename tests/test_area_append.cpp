@@ -177,6 +177,22 @@ TEST_F(Append, WordsOfOthersAreNoHoldersAndStay)
     m_area.expectSeen(static_cast<size_t>(n));
 }
 
+// A handler just before its thread's append has the guard: an append elsewhere, which has it, is waited for.
+TEST_F(Append, AHandlerTakesNobodyElsesGuardForItsThreads)
+{
+    SKIP_SINGLE_STEPS();
+    for (int n = 0; n < 2; ++n) // the first finds functions of libc
+        step(lineOf("outer", n), 0, [] {});
+    step(lineOf("outer", 2), cs_iSteps - cs_iHeldSteps - 1, [&] {
+        EXPECT_EQ(m_area.guard(), 0u);
+        m_area.setGuard(0xE9C30002);
+        const long lBegun = ms();
+        append(lineOf("handler", 1));
+        EXPECT_GE(ms() - lBegun, 50);
+    });
+    m_area.expectSeen(4);
+}
+
 // Words like the library's, of an append that was never there: one of every second is waited for.
 TEST_F(Append, AHostileGuardCostsATenthOfTheTime)
 {
