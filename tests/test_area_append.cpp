@@ -185,7 +185,7 @@ TEST_F(Append, AHandlerTakesNobodyElsesGuardForItsThreads)
         step(lineOf("outer", n), 0, [] {});
     step(lineOf("outer", 2), cs_iSteps - cs_iHeldSteps - 1, [&] {
         EXPECT_EQ(m_area.guard(), 0u);
-        m_area.setGuard(0xE9C30002);
+        m_area.setGuard(0xE9C30000);
         const long lBegun = ms();
         append(lineOf("handler", 1));
         EXPECT_GE(ms() - lBegun, 50);
