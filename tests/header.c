@@ -1,4 +1,4 @@
-/* The public header alone, twice, in every language it is for. */
+/* The public header alone, in every language it is for. */
 #include "ZEBULib2.h"
 
 int take(ZEBU2_HINSTANCE hInstance)

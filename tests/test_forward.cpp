@@ -1,6 +1,5 @@
 // zebu2 forward as a process: what reaches the server, and where it goes on after that.
 #include "support/RelpServer.h"
-#include "support/Tool.h"
 
 namespace {
 class Forward : public ToolTest

@@ -147,31 +147,28 @@ TEST_F(Switch, WhoStartsLooksAgain)
 TEST_F(Switch, AForkInsideAConversionOfTheTimeEnds)
 {
     m_nextFile = traceFile(2);
-    EXPECT_EQ(inChild([&] {
-                  alarm(30);
-                  (void)signal(SIGUSR1, [](int) { m_forked = fork(); });
-                  CHECK(ZEBU2_InitializeM(&m_spec, "app", ZEBU2_OPT_CURRENT_ONLY) == 0);
-                  putLine(std::string(3500, 'f')); // this thread knows the second then
-                  *plan() = {"localtime_r", 0, 1, 1, 0, 0, 0, 0, [] {
-                                 m_bInside = true;
-                                 for (int i = 0; i < 1000 && !exists(m_nextFile); ++i)
-                                     usleep(1000);
-                                 usleep(20'000); // its header is about to be made
-                                 (void)raise(SIGUSR1);
-                             }};
-                  std::thread interrupted([&] {
-                      const int iPut = armed([] { return ZEBU2_PutLine(0, "interrupted"); });
-                      if (m_forked == 0)
-                          _exit(iPut);
-                  });
-                  while (!m_bInside)
-                      std::this_thread::yield();
-                  putLine(std::string(500, 'n'));
-                  interrupted.join();
-                  CHECK(waitForChild(m_forked) == 0);
-                  CHECK(ZEBU2_Finalize() == 0 && has("nnn\r") && has(" interrupted\r"));
-              }),
-              0);
+    passInChild([&] {
+        alarm(30);
+        (void)signal(SIGUSR1, [](int) { m_forked = fork(); });
+        CHECK(ZEBU2_InitializeM(&m_spec, "app", ZEBU2_OPT_CURRENT_ONLY) == 0);
+        putLine(std::string(3500, 'f')); // this thread knows the second then
+        *plan() = {"localtime_r", 0, 1, 1, 0, 0, 0, 0, [] {
+                       m_bInside = true;
+                       for (int i = 0; i < 1000 && !exists(m_nextFile); ++i)
+                           usleep(1000);
+                       (void)raise(SIGUSR1); // its header is made, or about to be
+                   }};
+        std::jthread interrupted([&] {
+            const int iPut = armed([] { return ZEBU2_PutLine(0, "interrupted"); });
+            if (m_forked == 0)
+                _exit(iPut);
+        });
+        while (!m_bInside)
+            std::this_thread::yield();
+        putLine(std::string(500, 'n'));
+        interrupted.join();
+        CHECK(waitForChild(m_forked) == 0 && has("nnn\r") && has(" interrupted\r"));
+    });
 }
 
 } // namespace

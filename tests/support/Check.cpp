@@ -32,11 +32,6 @@ int waitForChild(pid_t iChild)
     return WIFSIGNALED(iStatus) ? 128 + WTERMSIG(iStatus) : WEXITSTATUS(iStatus);
 }
 
-int inChild(const std::function<void()>& body)
-{
-    return waitForChild(startChild(body));
-}
-
 void inThreads(int iCount, const std::function<void(int)>& body)
 {
     std::vector<std::jthread> threads;

@@ -17,7 +17,10 @@ pid_t startChild(const std::function<void()>& body);
 int waitForChild(pid_t iChild);
 
 // Both in one.
-int inChild(const std::function<void()>& body);
+inline int inChild(const std::function<void()>& body)
+{
+    return waitForChild(startChild(body));
+}
 
 // Runs `body(0)` to `body(iCount - 1)` in a thread each.
 void inThreads(int iCount, const std::function<void(int)>& body);
