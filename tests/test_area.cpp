@@ -37,9 +37,9 @@ TEST_F(Area, IsCreatedForEverybodyAndKeptAndConfigured)
     configure();
     startArea();
     alignas(4096) static char cs_page[4096];
+    const bool bAtHand = madvise(cs_page, sizeof cs_page, MADV_POPULATE_WRITE) == 0; // since Linux 5.14
     const std::string maps = readFile("/proc/self/smaps");
-    if (madvise(cs_page, sizeof cs_page, MADV_POPULATE_WRITE) == 0) // since Linux 5.14
-        EXPECT_EQ(std::stoi(maps.substr(maps.find("Rss:", maps.find(areaFile())) + 4)), 64) << "KiB at hand";
+    EXPECT_GE(std::stoi(maps.substr(maps.find("Rss:", maps.find(areaFile())) + 4)), bAtHand ? 64 : 0);
     EXPECT_EQ(fileMode(path("mmap")), 0777);
     EXPECT_EQ(fileMode(areaFile()), 0666);
     EXPECT_EQ(readFile(areaFile()), std::string("ZEBU\0\0\0\0\xE8\xFF\0\0", 12) + std::string(65524, '\0'));
