@@ -12,7 +12,7 @@
 #include <utility>
 
 namespace {
-constexpr size_t cs_uBuffer = size_t{64} * 1024;
+constexpr size_t cs_uBuffer = size_t{128} * 1024;
 constexpr int cs_iWidePipe = 1 << 20; // as large as any user may make one
 volatile sig_atomic_t cs_bEnded = 0;
 
