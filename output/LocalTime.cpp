@@ -1,6 +1,7 @@
 // output/LocalTime.cpp -- local date and time as text.
 #include "output/LocalTime.h"
 
+#include <initializer_list>
 #include <pthread.h>
 #include <signal.h>
 #include <string.h>
