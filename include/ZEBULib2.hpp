@@ -324,7 +324,7 @@ public:
     instance(no_ring_t, text name) noexcept { (void)open(no_ring, name); }
     ~instance() { (void)close(); }
     instance(instance&& other) noexcept
-        : owner(std::move(other)), m_handle(std::exchange(other.m_handle, nullptr))
+        : owner(static_cast<owner&&>(other)), m_handle(std::exchange(other.m_handle, nullptr))
     {
     }
     instance& operator=(instance&& other) noexcept

@@ -64,9 +64,9 @@ int ZebuMultiLogFile::mp_lock()
 
 int ZebuMultiLogFile::mp_unlock()
 {
-    if ((uMode & ZEBU2_OPT_NOLOCK) || !manage.isOpen())
+    if ((uMode & ZEBU2_OPT_NOLOCK) || !manage.isOpen() || uLockCount == 0)
         return 0;
-    if (uLockCount == 0 || --uLockCount > 0)
+    if (--uLockCount > 0)
         return 0;
     const int iErrno = errno;
     ZEBU_Unlock(manage.descriptor());

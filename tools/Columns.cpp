@@ -63,6 +63,7 @@ std::vector<ZEBUField> ZEBUColumns::cut(const ZEBULine& line, std::string_view s
 {
     const Parts parts = {line, svBytes, ZEBU_ReadBody(line.svBody, eForm), origin};
     std::vector<ZEBUField> fields;
+    fields.reserve(m_columns.size());
     for (const size_t u : m_columns)
         fields.push_back({cs_columns[u].cut(parts), cs_columns[u].uWidth, cs_columns[u].pszColor,
                           fields.size() + 1 == m_columns.size()});

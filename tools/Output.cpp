@@ -166,11 +166,11 @@ ZEBUProgress::~ZEBUProgress()
         (void)!::write(STDERR_FILENO, "\r\x1B[K", 4); // the line was for the time of the run
 }
 
-void ZEBUProgress::add(size_t uBytes)
+void ZEBUProgress::tell(size_t uBytes)
 {
     constexpr size_t cs_uStep = size_t{64} * 1024 * 1024;
     m_uBytes += uBytes;
-    if (!m_bTerminal || m_uBytes - m_uSaid < cs_uStep)
+    if (m_uBytes - m_uSaid < cs_uStep)
         return;
     m_uSaid = m_uBytes;
     const std::string strLine = "\rzebu2: " + std::to_string(m_uBytes / 1024 / 1024) + " MiB";
@@ -186,7 +186,7 @@ ZEBUOutput::ZEBUOutput(ZEBUFormat eFormat, ZEBUColor eColor, const std::string& 
         throw ZEBUFailure{m_columns.unknown() + " is none of the columns that --help shows"};
     if (!strColumns.empty() && m_eFormat != ZEBUFormat::Text)
         throw ZEBUFailure{"--columns is for text"};
-    m_strBuffer.reserve(2 * cs_uBuffer);
+    (void)m_buffer.room(2 * cs_uBuffer);
 }
 
 void ZEBUOutput::write(std::string_view svBytes)
@@ -196,13 +196,13 @@ void ZEBUOutput::write(std::string_view svBytes)
         ZEBU_WriteFully(STDOUT_FILENO, svBytes, "standard output");
         return;
     }
-    m_strBuffer += svBytes;
+    m_buffer.append(svBytes);
     flushFull();
 }
 
 void ZEBUOutput::flushFull()
 {
-    if (m_strBuffer.size() >= cs_uBuffer)
+    if (m_buffer.size() >= cs_uBuffer)
         flush();
 }
 
@@ -222,9 +222,9 @@ void ZEBUOutput::writePlain(std::string_view svBytes)
 
 void ZEBUOutput::flush()
 {
-    m_strWritten.swap(m_strBuffer);
-    m_strBuffer.clear(); // first: a write that throws is not tried again
-    ZEBU_WriteFully(STDOUT_FILENO, m_strWritten, "standard output");
+    std::swap(m_written, m_buffer);
+    m_buffer.clear(); // first: a write that throws is not tried again
+    ZEBU_WriteFully(STDOUT_FILENO, m_written.view(), "standard output");
 }
 
 void ZEBUOutput::writeText(std::string_view svText)
@@ -232,9 +232,9 @@ void ZEBUOutput::writeText(std::string_view svText)
     write(m_bTerminal ? ZEBU_Escaped(svText) : svText);
 }
 
-void ZEBUOutput::writeJson(const std::string& strJson)
+void ZEBUOutput::writeJson(std::string_view svJson)
 {
-    write(m_bTerminal ? fs_escapedJson(strJson) : strJson);
+    write(m_bTerminal ? fs_escapedJson(svJson) : svJson);
 }
 
 void ZEBUOutput::print(const ZEBURecord& record, ZEBUForm eForm, const ZEBUOrigin& origin)
@@ -257,13 +257,13 @@ void ZEBUOutput::print(const ZEBURecord& record, ZEBUForm eForm, const ZEBUOrigi
 void ZEBUOutput::printJson(const ZEBURecord& record, ZEBUForm eForm, const ZEBUOrigin& origin)
 {
     if (!m_bTerminal) {
-        m_json.append(&m_strBuffer, record, eForm, origin);
+        m_json.append(&m_buffer, record, eForm, origin);
         flushFull();
         return;
     }
-    std::string strJson;
-    m_json.append(&strJson, record, eForm, origin);
-    writeJson(strJson);
+    ZEBUBuffer json;
+    m_json.append(&json, record, eForm, origin);
+    writeJson(json.view());
 }
 
 // Raw output has the bytes of lines alone.

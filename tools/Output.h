@@ -47,9 +47,15 @@ public:
     ZEBUProgress(const ZEBUProgress&) = delete;
     ZEBUProgress& operator=(const ZEBUProgress&) = delete;
 
-    void add(size_t uBytes);
+    void add(size_t uBytes)
+    {
+        if (m_bTerminal)
+            tell(uBytes);
+    }
 
 private:
+    void tell(size_t uBytes);
+
     const bool m_bTerminal;
     size_t m_uBytes = 0;
     size_t m_uSaid = 0;
@@ -81,7 +87,7 @@ public:
 
     // Text that is not of a record, and JSON: escaped on a terminal.
     void writeText(std::string_view svText);
-    void writeJson(const std::string& strJson);
+    void writeJson(std::string_view svJson);
 
     void print(const ZEBURecord& record, ZEBUForm eForm, const ZEBUOrigin& origin);
 
@@ -99,9 +105,9 @@ private:
     const bool m_bColored;
     const ZEBUColumns m_columns;
     ZEBUJson m_json;
-    std::string m_strBuffer;
-    bool m_bReturn = false;   // a CR was held back
-    std::string m_strWritten; // what is being written; the two change places
+    ZEBUBuffer m_buffer;
+    bool m_bReturn = false; // a CR was held back
+    ZEBUBuffer m_written;   // what is being written; the two change places
 };
 
 #endif

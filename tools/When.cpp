@@ -147,7 +147,10 @@ bool ZEBU_ParseDuration(std::string_view svText, long* plSeconds)
     *plSeconds = 0;
     do {
         long lPart;
-        if (!fs_takeDuration(&svText, &lPart) || (*plSeconds += lPart) > INT_MAX)
+        if (!fs_takeDuration(&svText, &lPart))
+            return false;
+        *plSeconds += lPart;
+        if (*plSeconds > INT_MAX)
             return false;
     } while (!svText.empty());
     return true;

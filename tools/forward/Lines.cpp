@@ -60,14 +60,12 @@ std::string ZEBULines::format(const ZEBURecord& record, std::string_view svZone,
     const ZEBULine& line = record.line;
     const bool bLine = record.eKind == ZEBURecordKind::Line;
     const ZEBUBody body = bLine ? ZEBU_ReadBody(line.svBody, m_options.eForm) : ZEBUBody();
-    std::string strTime;
-    if (bLine && line.lTime != ZEBU_TIME_NONE)
-        m_zone.append(&strTime, line.svTime, line.lTime, svZone);
     const std::string strPid = bLine ? std::to_string(line.uPid) : "";
     const std::string strCounter = bLine ? std::to_string(line.iCounter) : "";
     if (message.iSeverity < 0)
         message.iSeverity = m_options.severities.of(body.svType);
-    message.svTime = strTime;
+    if (bLine && line.lTime != ZEBU_TIME_NONE)
+        message.svTime = m_zone.text(line.svTime, line.lTime, svZone);
     message.svApp = line.svApp;
     message.svPid = strPid;
     message.svId = body.svId;

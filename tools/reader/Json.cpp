@@ -7,6 +7,10 @@
 namespace {
 constexpr char cs_szDigits[] = "0123456789abcdef";
 
+// Of what is no line, up to its text.
+constexpr std::string_view cs_svNoFields = ",\"app\":null,\"pid\":null,\"tid\":null,\"counter\":null,"
+                                           "\"form\":null,\"id\":null,\"type\":null,\"text\":";
+
 bool fs_isPlain(char c)
 {
     const auto uByte = static_cast<unsigned char>(c);
@@ -14,26 +18,33 @@ bool fs_isPlain(char c)
 }
 
 // Bytes that are looked at at once.
-using Block [[gnu::vector_size(16)]] = unsigned char;
+using Block [[gnu::vector_size(16)]] = signed char;
 
-bool fs_isPlainBlock(const char* pText)
+// Copies a block, and tells whether all of its bytes stand for themselves.
+bool fs_copyBlock(const char* pText, char* pTo)
 {
     Block bytes;
     memcpy(&bytes, pText, sizeof bytes);
-    const auto other = (bytes < 0x20) | (bytes >= 0x80) | (bytes == '"') | (bytes == '\\');
+    memcpy(pTo, &bytes, sizeof bytes);
+    const auto other = (bytes < 0x20) | (bytes == '"') | (bytes == '\\'); // from 0x80 on they are negative
     uint64_t uOther[2];
     memcpy(uOther, &other, sizeof uOther);
     return (uOther[0] | uOther[1]) == 0;
 }
 
-// How many bytes a text begins with that stand for themselves: most of a line is such.
-size_t fs_plainLength(std::string_view svText)
+// Copies the bytes that a text begins with and that stand for themselves, and returns how many: most of a
+// line is such. The last block reaches back over what was copied already.
+size_t fs_copyPlain(std::string_view svText, char* pTo)
 {
+    const size_t uSize = svText.size();
     size_t u = 0;
-    while (u + sizeof(Block) <= svText.size() && fs_isPlainBlock(svText.data() + u))
+    while (u + sizeof(Block) <= uSize && fs_copyBlock(svText.data() + u, pTo + u))
         u += sizeof(Block);
-    while (u < svText.size() && fs_isPlain(svText[u]))
-        ++u;
+    const size_t uLast = uSize - sizeof(Block);
+    if (uSize > sizeof(Block) && u > uLast && fs_copyBlock(svText.data() + uLast, pTo + uLast))
+        return uSize;
+    for (; u < uSize && fs_isPlain(svText[u]); ++u)
+        pTo[u] = svText[u];
     return u;
 }
 
@@ -60,140 +71,125 @@ size_t fs_sequence(std::string_view svText, bool* pbWhole)
     return u;
 }
 
-void fs_appendEscape(std::string* pstrOut, unsigned uCode)
+void fs_appendEscape(ZEBUBuffer* pOut, unsigned uCode)
 {
     static constexpr std::string_view svShort = "\"\"\\\\\bb\ff\nn\rr\tt"; // the character, and its letter
     for (size_t u = 0; u < svShort.size(); u += 2)
         if (static_cast<unsigned char>(svShort[u]) == uCode) {
             const char szEscape[] = {'\\', svShort[u + 1]};
-            pstrOut->append(szEscape, sizeof szEscape);
+            pOut->append({szEscape, sizeof szEscape});
             return;
         }
     const char szEscape[] = {'\\', 'u', '0', '0', cs_szDigits[uCode >> 4], cs_szDigits[uCode & 15]};
-    pstrOut->append(szEscape, sizeof szEscape);
+    pOut->append({szEscape, sizeof szEscape});
 }
 
-void fs_appendNumber(std::string* pstrOut, unsigned uValue)
+void fs_appendNumber(ZEBUBuffer* pOut, unsigned uValue)
 {
-    char szDigits[16];
-    const auto result = std::to_chars(szDigits, szDigits + sizeof szDigits, uValue);
-    pstrOut->append(szDigits, result.ptr);
-}
-
-void fs_appendText(std::string* pstrOut, std::string_view svKey, bool bKnown, std::string_view svText)
-{
-    pstrOut->append(svKey);
-    if (bKnown)
-        ZEBU_AppendJsonText(pstrOut, svText);
-    else
-        pstrOut->append("null");
+    constexpr size_t cs_uDigits = 10;
+    char* p = pOut->room(cs_uDigits);
+    pOut->add(static_cast<size_t>(std::to_chars(p, p + cs_uDigits, uValue).ptr - p));
 }
 } // namespace
 
-void ZEBU_AppendJsonText(std::string* pstrOut, std::string_view svText)
+void ZEBU_AppendJsonText(ZEBUBuffer* pOut, std::string_view svText)
 {
-    *pstrOut += '"';
+    pOut->append("\"");
     while (!svText.empty()) {
-        size_t uTaken = fs_plainLength(svText);
-        pstrOut->append(svText.data(), uTaken);
+        size_t uTaken = fs_copyPlain(svText, pOut->room(svText.size()));
+        pOut->add(uTaken);
         svText.remove_prefix(uTaken);
         if (svText.empty())
             break;
         bool bWhole;
         uTaken = fs_sequence(svText, &bWhole);
         if (!bWhole)
-            pstrOut->append("\xEF\xBF\xBD");
+            pOut->append("\xEF\xBF\xBD");
         else if (uTaken == 1)
-            fs_appendEscape(pstrOut, static_cast<unsigned char>(svText[0]));
+            fs_appendEscape(pOut, static_cast<unsigned char>(svText[0]));
         else
-            pstrOut->append(svText.data(), uTaken);
+            pOut->append(svText.substr(0, uTaken));
         svText.remove_prefix(uTaken);
     }
-    *pstrOut += '"';
+    pOut->append("\"");
 }
 
-void ZEBUJson::append(std::string* pstrOut, const ZEBURecord& record, ZEBUForm eForm,
-                      const ZEBUOrigin& origin)
+void ZEBUJson::append(ZEBUBuffer* pOut, const ZEBURecord& record, ZEBUForm eForm, const ZEBUOrigin& origin)
 {
-    static constexpr std::string_view svKinds[] = {"line", "header", "text", "gap"};
-    pstrOut->append("{\"kind\":\"").append(svKinds[static_cast<int>(record.eKind)]).append("\"");
     if (record.eKind == ZEBURecordKind::Gap) {
-        fs_appendText(pstrOut, ",\"source\":", true, origin.svSource);
-        pstrOut->append(",\"files\":");
-        fs_appendNumber(pstrOut, record.uFilesLost);
-        pstrOut->append("}\n");
+        ZEBU_AppendJsonText(&pOut->append("{\"kind\":\"gap\",\"source\":"), origin.svSource);
+        fs_appendNumber(&pOut->append(",\"files\":"), record.uFilesLost);
+        pOut->append("}\n");
         return;
     }
-    const bool bLine = record.eKind == ZEBURecordKind::Line;
     noteOrigin(origin);
-    appendTime(pstrOut, bLine ? record.line : ZEBULine(), origin.svZone);
-    pstrOut->append(m_strOrigin);
-    if (bLine)
-        appendLine(pstrOut, record, ZEBU_ReadBody(record.line.svBody, eForm));
-    else
-        appendOther(pstrOut, record);
-    pstrOut->append(m_strEnd);
+    if (record.eKind == ZEBURecordKind::Line) {
+        appendTime(&pOut->append("{\"kind\":\"line\",\"time\":"), record.line, origin.svZone);
+        pOut->append(m_origin.view());
+        appendLine(pOut, record, ZEBU_ReadBody(record.line.svBody, eForm));
+    } else {
+        const bool bHeader = record.eKind == ZEBURecordKind::Header;
+        pOut->append(bHeader ? "{\"kind\":\"header\",\"time\":null" : "{\"kind\":\"text\",\"time\":null");
+        pOut->append(m_origin.view());
+        pOut->append(cs_svNoFields);
+        ZEBU_AppendJsonText(pOut, ZEBU_WithoutLineEnd(record.svBytes));
+    }
+    pOut->append(m_end.view());
 }
 
-void ZEBUJson::appendTime(std::string* pstrOut, const ZEBULine& line, std::string_view svZone)
+void ZEBUJson::appendTime(ZEBUBuffer* pOut, const ZEBULine& line, std::string_view svZone)
 {
-    if (line.lTime == ZEBU_TIME_NONE) {
-        pstrOut->append(",\"time\":null");
-        return;
-    }
-    pstrOut->append(",\"time\":\"");
-    m_zone.append(pstrOut, line.svTime, line.lTime, svZone);
-    *pstrOut += '"';
+    if (line.lTime == ZEBU_TIME_NONE)
+        pOut->append("null");
+    else
+        pOut->append("\"").append(m_zone.text(line.svTime, line.lTime, svZone)).append("\"");
 }
 
 // Mostly it is that of the record before.
 void ZEBUJson::noteOrigin(const ZEBUOrigin& origin)
 {
-    if (!m_strEnd.empty() && origin.svFile == m_strFile && origin.svSource == m_strSource &&
+    if (m_end.size() > 0 && origin.svFile == m_strFile && origin.svSource == m_strSource &&
         origin.svHost == m_strHost)
         return;
     m_strHost = origin.svHost;
     m_strSource = origin.svSource;
     m_strFile = origin.svFile;
-    m_strOrigin.clear();
-    fs_appendText(&m_strOrigin, ",\"host\":", !m_strHost.empty(), m_strHost);
-    fs_appendText(&m_strOrigin, ",\"source\":", true, m_strSource);
-    m_strEnd.clear();
-    fs_appendText(&m_strEnd, ",\"file\":", true, m_strFile);
-    m_strEnd += "}\n";
+    m_origin.clear();
+    if (m_strHost.empty())
+        m_origin.append(",\"host\":null");
+    else
+        ZEBU_AppendJsonText(&m_origin.append(",\"host\":"), m_strHost);
+    ZEBU_AppendJsonText(&m_origin.append(",\"source\":"), m_strSource);
+    m_end.clear();
+    ZEBU_AppendJsonText(&m_end.append(",\"file\":"), m_strFile);
+    m_end.append("}\n");
 }
 
 // So are application, process and thread, which stand side by side in the line.
-void ZEBUJson::appendLine(std::string* pstrOut, const ZEBURecord& record, const ZEBUBody& body)
+void ZEBUJson::appendLine(ZEBUBuffer* pOut, const ZEBURecord& record, const ZEBUBody& body)
 {
     const ZEBULine& line = record.line;
     const std::string_view svWriter = record.svBytes.substr(ZEBU_COL_APP, ZEBU_COL_BODY - ZEBU_COL_APP);
     if (svWriter != m_strWriterColumns) {
         m_strWriterColumns = svWriter;
-        m_strWriter.clear();
-        fs_appendText(&m_strWriter, ",\"app\":", true, line.svApp);
-        m_strWriter += ",\"pid\":";
-        fs_appendNumber(&m_strWriter, line.uPid);
-        fs_appendText(&m_strWriter, ",\"tid\":", true, line.svTid);
-        m_strWriter += ",\"counter\":";
+        m_writer.clear();
+        ZEBU_AppendJsonText(&m_writer.append(",\"app\":"), line.svApp);
+        fs_appendNumber(&m_writer.append(",\"pid\":"), line.uPid);
+        ZEBU_AppendJsonText(&m_writer.append(",\"tid\":"), line.svTid);
+        m_writer.append(",\"counter\":");
     }
-    pstrOut->append(m_strWriter);
-    fs_appendNumber(pstrOut, static_cast<unsigned>(line.iCounter));
-    if (body.eForm == ZEBUForm::Type || body.eForm == ZEBUForm::Id) {
-        const bool bType = body.eForm == ZEBUForm::Type;
-        pstrOut->append(bType ? ",\"form\":\"type\"" : ",\"form\":\"id\"");
-        fs_appendText(pstrOut, ",\"id\":", true, body.svId);
-        fs_appendText(pstrOut, ",\"type\":", bType, body.svType);
+    fs_appendNumber(&pOut->append(m_writer.view()), static_cast<unsigned>(line.iCounter));
+    if (body.eForm == ZEBUForm::Type) {
+        ZEBU_AppendJsonText(&pOut->append(",\"form\":\"type\",\"id\":"), body.svId);
+        ZEBU_AppendJsonText(&pOut->append(",\"type\":"), body.svType);
+    } else if (body.eForm == ZEBUForm::Id) {
+        ZEBU_AppendJsonText(&pOut->append(",\"form\":\"id\",\"id\":"), body.svId);
+        pOut->append(",\"type\":null");
+    } else if (body.eForm == ZEBUForm::Plain) {
+        pOut->append(",\"form\":\"plain\",\"id\":null,\"type\":null");
     } else {
-        pstrOut->append(body.eForm == ZEBUForm::Plain ? ",\"form\":\"plain\",\"id\":null,\"type\":null"
-                                                      : ",\"form\":null,\"id\":null,\"type\":null");
+        pOut->append(",\"form\":null,\"id\":null,\"type\":null");
     }
-    fs_appendText(pstrOut, ",\"text\":", true, body.eForm == ZEBUForm::Unknown ? line.svBody : body.svText);
-}
-
-void ZEBUJson::appendOther(std::string* pstrOut, const ZEBURecord& record)
-{
-    pstrOut->append(
-        ",\"app\":null,\"pid\":null,\"tid\":null,\"counter\":null,\"form\":null,\"id\":null,\"type\":null");
-    fs_appendText(pstrOut, ",\"text\":", true, ZEBU_WithoutLineEnd(record.svBytes));
+    const bool bWhole = body.eForm == ZEBUForm::Unknown;
+    ZEBU_AppendJsonText(&pOut->append(",\"text\":"), bWhole ? line.svBody : body.svText);
 }

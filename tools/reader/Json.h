@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "tools/reader/Buffer.h"
 #include "tools/reader/Records.h"
 #include "tools/reader/Zone.h"
 
@@ -18,25 +19,24 @@ struct ZEBUOrigin
 };
 
 // Appends a text as a JSON string: what is no UTF-8 becomes U+FFFD, one for each maximal subpart.
-void ZEBU_AppendJsonText(std::string* pstrOut, std::string_view svText);
+void ZEBU_AppendJsonText(ZEBUBuffer* pOut, std::string_view svText);
 
 class ZEBUJson
 {
 public:
     // Appends one object with its line end. All have the same keys in the same order, but that of a gap.
-    void append(std::string* pstrOut, const ZEBURecord& record, ZEBUForm eForm, const ZEBUOrigin& origin);
+    void append(ZEBUBuffer* pOut, const ZEBURecord& record, ZEBUForm eForm, const ZEBUOrigin& origin);
 
 private:
     void noteOrigin(const ZEBUOrigin& origin);
-    void appendTime(std::string* pstrOut, const ZEBULine& line, std::string_view svZone);
-    void appendLine(std::string* pstrOut, const ZEBURecord& record, const ZEBUBody& body);
-    static void appendOther(std::string* pstrOut, const ZEBURecord& record);
+    void appendTime(ZEBUBuffer* pOut, const ZEBULine& line, std::string_view svZone);
+    void appendLine(ZEBUBuffer* pOut, const ZEBURecord& record, const ZEBUBody& body);
 
     ZEBUZone m_zone;
     std::string m_strHost, m_strSource, m_strFile; // of the last record,
-    std::string m_strOrigin, m_strEnd;             // and what is written of them
+    ZEBUBuffer m_origin, m_end;                    // and what is written of them
     std::string m_strWriterColumns;                // of the last line: application, process and thread,
-    std::string m_strWriter;                       // and what is written of them, up to the counter
+    ZEBUBuffer m_writer;                           // and what is written of them, up to the counter
 };
 
 #endif

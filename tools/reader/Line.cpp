@@ -32,16 +32,20 @@ bool fs_hasShape(std::string_view svText, std::string_view svShape)
     return true;
 }
 
-long fs_digits(std::string_view svText)
+// Eight upper-case hexadecimal digits.
+bool fs_parseHex(const char* pText, unsigned* puValue)
 {
-    long lValue = 0;
-    for (const char c : svText)
-        if (fs_isDigit(c))
-            lValue = lValue * 10 + (c - '0');
-    return lValue;
+    *puValue = 0;
+    bool bHex = true;
+    for (int i = 0; i < ZEBU_HEX_WIDTH; ++i) {
+        bHex = bHex && fs_isHex(pText[i]);
+        *puValue =
+            *puValue * 16 + static_cast<unsigned>(pText[i] <= '9' ? pText[i] - '0' : pText[i] - 'A' + 10);
+    }
+    return bHex;
 }
 
-// Eight bytes that are looked at at once; "d" stands for a digit.
+// Eight bytes that are looked at at once; "d" stands for a digit, "?" for any byte.
 struct Shape
 {
     uint64_t uBits = 0;
@@ -53,20 +57,33 @@ struct Shape
         for (int i = 0; i < 8; ++i) {
             const bool bDigit = szShape[i] == 'd';
             uBits |= static_cast<uint64_t>(bDigit ? '0' : szShape[i]) << (8 * i);
-            uMask |= uint64_t{bDigit ? 0xF0u : 0xFFu} << (8 * i);
+            uMask |= uint64_t{bDigit ? 0xF0u : szShape[i] == '?' ? 0u : 0xFFu} << (8 * i);
             uSix |= uint64_t{bDigit ? 6u : 0u} << (8 * i);
         }
     }
 
-    // Without the bits of the shape a digit is a number up to 9: neither it nor 6 more has a high half.
-    bool fits(const char* pText) const
+    // Without the bits of the shape a digit is a number up to 9: neither it nor 6 more has a high half. Each
+    // two that stand side by side make the number that fs_pair finds where the first one stands.
+    bool fits(const char* pText, uint64_t* puPairs) const
     {
         uint64_t uText;
         memcpy(&uText, pText, sizeof uText);
         uText ^= uBits;
+        *puPairs = uText * 10 + (uText >> 8);
         return ((uText | (uText + uSix)) & uMask) == 0;
     }
+    bool fits(const char* pText) const
+    {
+        uint64_t uPairs;
+        return fits(pText, &uPairs);
+    }
 };
+
+// The number that the digits at a place and behind it are.
+long fs_pair(uint64_t uPairs, int iPlace)
+{
+    return static_cast<long>(uPairs >> (8 * iPlace) & 0xFF);
+}
 
 bool fs_parseTime(std::string_view svTime, ZEBUTime* plTime)
 {
@@ -75,16 +92,16 @@ bool fs_parseTime(std::string_view svTime, ZEBUTime* plTime)
     static constexpr Shape date("dddd/dd/");
     static constexpr Shape dayAndMinute("dd dd:dd");
     static constexpr Shape second("d:dd.ddd");
-    if (!date.fits(p) || !dayAndMinute.fits(p + 8) || !second.fits(p + 15))
+    uint64_t uDate, uMinute, uSecond;
+    if (!date.fits(p, &uDate) || !dayAndMinute.fits(p + 8, &uMinute) || !second.fits(p + 15, &uSecond))
         return svTime == ZEBU_MASKED_TIME || svTime == ZEBU_NO_TIME;
-    const auto pair = [&](size_t u) { return (p[u] - '0') * 10L + (p[u + 1] - '0'); };
-    const long lMonth = pair(5);
-    const long lDay = pair(8);
-    const long lHour = pair(11);
-    const long lMinute = pair(14);
-    const long lSecond = pair(17);
-    *plTime = (((pair(0) * 100 + pair(2)) * 100 + lMonth) * 100 + lDay) * 1000000000 + lHour * 10000000 +
-              lMinute * 100000 + lSecond * 1000 + pair(20) * 10 + (p[22] - '0');
+    const long lMonth = fs_pair(uDate, 5);
+    const long lDay = fs_pair(uMinute, 0);
+    const long lHour = fs_pair(uMinute, 3);
+    const long lMinute = fs_pair(uMinute, 6);
+    const long lSecond = fs_pair(uSecond, 2);
+    *plTime = (((fs_pair(uDate, 0) * 100 + fs_pair(uDate, 2)) * 100 + lMonth) * 100 + lDay) * 1000000000 +
+              lHour * 10000000 + lMinute * 100000 + lSecond * 1000 + fs_pair(uSecond, 5) * 10 + (p[22] - '0');
     return lMonth >= 1 && lMonth <= 12 && lDay >= 1 && lDay <= 31 && lHour <= 23 && lMinute <= 59 &&
            lSecond <= 60;
 }
@@ -102,19 +119,20 @@ bool fs_isWord(std::string_view svField)
 
 bool ZEBU_ParseLine(std::string_view svText, ZEBULine* pLine)
 {
-    if (svText.size() < ZEBU_LINE_HEADER || !fs_hasShape(svText, "dddd ") ||
-        memcmp(svText.data() + ZEBU_COL_TIME + ZEBU_TIME_TEXT, "     ", 5) != 0 ||
-        svText[ZEBU_COL_PID - 1] != ' ' || svText[ZEBU_COL_TID - 1] != ' ' ||
-        svText[ZEBU_COL_BODY - 1] != ' ' || !fs_hasShape(svText.substr(ZEBU_COL_PID), "xxxxxxxx"))
+    static constexpr Shape counter("dddd ???");
+    static constexpr Shape behindTime("     ???");
+    const char* p = svText.data();
+    uint64_t uCounter;
+    if (svText.size() < ZEBU_LINE_HEADER || !counter.fits(p, &uCounter) ||
+        !behindTime.fits(p + ZEBU_COL_TIME + ZEBU_TIME_TEXT) || p[ZEBU_COL_PID - 1] != ' ' ||
+        p[ZEBU_COL_TID - 1] != ' ' || p[ZEBU_COL_BODY - 1] != ' ' ||
+        !fs_parseHex(p + ZEBU_COL_PID, &pLine->uPid))
         return false;
     pLine->svTime = svText.substr(ZEBU_COL_TIME, ZEBU_TIME_TEXT);
     if (!fs_parseTime(pLine->svTime, &pLine->lTime))
         return false;
-    pLine->iCounter = static_cast<int>(fs_digits(svText.substr(ZEBU_COL_COUNT, ZEBU_COUNT_WIDTH)));
+    pLine->iCounter = static_cast<int>(fs_pair(uCounter, 0) * 100 + fs_pair(uCounter, 2));
     pLine->svApp = fs_withoutBlanks(svText.substr(ZEBU_COL_APP, ZEBU_APP_NAME));
-    pLine->uPid = 0;
-    for (const char c : svText.substr(ZEBU_COL_PID, ZEBU_HEX_WIDTH))
-        pLine->uPid = pLine->uPid * 16 + static_cast<unsigned>(fs_isDigit(c) ? c - '0' : c - 'A' + 10);
     pLine->svTid = fs_withoutBlanks(svText.substr(ZEBU_COL_TID, ZEBU_HEX_WIDTH));
     pLine->svBody = ZEBU_WithoutLineEnd(svText.substr(ZEBU_LINE_HEADER));
     return true;

@@ -46,15 +46,14 @@ void fs_setZone(const std::optional<std::string>& zone)
 }
 } // namespace
 
-void ZEBUZone::append(std::string* pstrOut, std::string_view svTime, ZEBUTime lTime, std::string_view svZone)
+std::string_view ZEBUZone::text(std::string_view svTime, ZEBUTime lTime, std::string_view svZone)
 {
     if (lTime / cs_lMinute != m_lMinute || svZone != m_strZone)
         look(lTime / cs_lMinute, svZone);
-    const size_t uBegin = pstrOut->size();
-    pstrOut->append(svTime);
-    (*pstrOut)[uBegin + 4] = (*pstrOut)[uBegin + 7] = '-';
-    (*pstrOut)[uBegin + 10] = 'T';
-    pstrOut->append(m_strOffset);
+    (void)svTime.copy(m_strText.data(), ZEBU_TIME_TEXT);
+    m_strText[4] = m_strText[7] = '-';
+    m_strText[10] = 'T';
+    return m_strText;
 }
 
 void ZEBUZone::look(ZEBUTime lMinute, std::string_view svZone)
@@ -73,5 +72,5 @@ void ZEBUZone::look(ZEBUTime lMinute, std::string_view svZone)
     const long lMinutes = labs(lOffset) / 60 % (24L * 60);
     (void)snprintf(szOffset, sizeof szOffset, "%c%02ld:%02ld", lOffset < 0 ? '-' : '+', lMinutes / 60,
                    lMinutes % 60);
-    m_strOffset = szOffset;
+    m_strText.assign(ZEBU_TIME_TEXT, ' ').append(szOffset);
 }
