@@ -331,6 +331,21 @@ TEST_F(Show, OrdersFilesByAnyTime)
     EXPECT_EQ(show({"one"}), asText(plainLines(1, 4)));
 }
 
+// Half a line that nobody has gone on with for long is not waited for, in none of many rings.
+TEST_F(Show, WaitsForNoRestInFilesThatAreLeft)
+{
+    std::string all = "timeout 8 " + std::string(zebu2Path) + " show -o raw", expected;
+    for (int i = 0; i < 200; ++i) {
+        const std::string ring = "left-" + std::to_string(i) + "-";
+        const timespec times[2] = {{0, UTIME_OMIT}, {1700000000, 0}};
+        writeFile(ring + "1.log", "half");
+        ASSERT_EQ(utimensat(AT_FDCWD, (ring + "1.log").c_str(), times, 0), 0);
+        all += " " + ring;
+        expected += "half";
+    }
+    EXPECT_EQ(shell(all), expected);
+}
+
 TEST_F(Show, IsHarmlessToATerminal)
 {
     if (std::system("script -qec true /dev/null > /dev/null 2>&1") != 0)

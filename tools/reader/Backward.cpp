@@ -25,8 +25,7 @@ uint64_t fs_lineEnd(const ZEBUTraceFile& file, uint64_t uEnd)
     char szRest[ZEBU_LINE_MAX];
     if (uEnd == 0 || file.readAt(uEnd - 1, &cLast, 1) != 1)
         return uEnd;
-    for (int i = 0; i < ZEBU_REST_WAITS && cLast != '\n'; ++i) {
-        ZEBU_Sleep(ZEBU_LOOK_PAUSE);
+    for (int i = 0; cLast != '\n' && file.waitForRest(i); ++i) {
         const long lRead = file.readAt(uEnd, szRest, sizeof szRest);
         const size_t uFeed = std::string_view(szRest, static_cast<size_t>(std::max(lRead, 0L))).find('\n');
         if (uFeed != std::string_view::npos)

@@ -350,9 +350,7 @@ size_t ZEBUSingleRing::wholeLines(const char* pBuffer, size_t uRead)
     if (m_bFollow || !m_bCaughtUp || pBuffer[uRead - 1] == '\n')
         return uRead;
     const size_t uWhole = std::string_view(pBuffer, uRead).rfind('\n') + 1;
-    if (uWhole == 0 && m_iWaits++ < ZEBU_REST_WAITS)
-        ZEBU_Sleep(ZEBU_LOOK_PAUSE);
-    return uWhole > 0 || m_iWaits <= ZEBU_REST_WAITS ? uWhole : uRead;
+    return uWhole > 0 || m_pFile->waitForRest(m_iWaits++) ? uWhole : uRead;
 }
 
 // The file to read after the present one, or 0.

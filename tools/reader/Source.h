@@ -27,8 +27,7 @@ enum class ZEBUSourceKind { SharedRing, SingleRing, Plain };
 
 constexpr int ZEBU_RESTARTS_MAX = 100;
 constexpr int ZEBU_LOOKS_MAX = 16;  // one after another, at what writers change meanwhile
-constexpr int ZEBU_LOOK_PAUSE = 2;  // milliseconds, where they need time for it
-constexpr int ZEBU_REST_WAITS = 25; // such pauses, for the rest of a line
+constexpr int ZEBU_LOOK_PAUSE = 2; // milliseconds, where they need time for it
 
 // A file of a source.
 struct ZEBUSegment

@@ -17,6 +17,11 @@
 static constexpr off_t cs_iSharedSizeMax = ZEBU2_FILE_SIZE_MAX_SHARED + off_t{2} * ZEBU_LINE_MAX;
 static constexpr size_t cs_uScanBlock = size_t{256} * 1024;
 
+// For the rest of a line.
+static constexpr int cs_iRestPause = 2; // milliseconds
+static constexpr int cs_iRestPauses = 25;
+static constexpr time_t cs_lRestSeconds = 2; // since the last write: the clock of a file server may differ
+
 int ZEBU_OpenRegular(const std::string& strPath, int iFlags, struct stat* pInfo, bool bAnyKind)
 {
     bool bMade;
@@ -83,6 +88,15 @@ int ZEBUTraceFile::reopen() const
         return -1;
     }
     return *m_fd.out() = fd.release();
+}
+
+bool ZEBUTraceFile::waitForRest(int iPauses) const
+{
+    struct stat now;
+    if (iPauses >= cs_iRestPauses || fstat(fd(), &now) != 0 || now.st_mtime < time(nullptr) - cs_lRestSeconds)
+        return false;
+    ZEBU_Sleep(cs_iRestPause);
+    return true;
 }
 
 bool ZEBUTraceFile::isReplaced() const

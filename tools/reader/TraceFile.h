@@ -51,6 +51,10 @@ public:
     const std::string& path() const { return m_strPath; }
     size_t offset() const { return m_uOffset; }
 
+    // Pauses for what its writer has begun to write, if that may still come: false after so many pauses, and
+    // where nobody has written to the file for long.
+    bool waitForRest(int iPauses) const;
+
     // Whether its name stands for another file that exists; also when no file is open.
     bool isReplaced() const;
 
