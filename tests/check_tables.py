@@ -34,8 +34,8 @@ for page in sys.argv[1:]:
             shown = re.sub(".\b", "", shown).replace("\u2212", "-").replace("\u2010", "-")
             for row in table:
                 full = [cell for cell in row if cell]
-                cells = [re.escape(cell) for cell in full[:-1]] + [re.escape(full[-1].split()[0])]
-                if not re.search(r"(?m)^ +" + " +".join(cells), shown):
+                words = " ".join(full[:-1]).split() + full[-1].split()[:1]  # with more blanks where lines are justified
+                if not re.search(r"(?m)^ +" + " +".join(map(re.escape, words)), shown):
                     print(f"{page}: {command[0]} at {width} columns: {' | '.join(row)}")
                     status = 1
 sys.exit(status)
