@@ -47,17 +47,36 @@ struct [[gnu::packed, gnu::may_alias]] tagZEBU_LOOSE_BLOCK
 };
 
 // The length of a text, at most `iMax`. Looks at blocks at addresses that are multiples of their size. Such a
-// block lies in one page, so what is read around the text is there; it is masked out.
-__attribute__((no_sanitize("address", "thread"))) static int fs_length(const char* pszText, int iMax)
+// block lies in one page, so what is read around the text is there; it is masked out. Hands each block on
+// with its distance from the text's beginning, which is below 0 for the first.
+template <typename Take>
+__attribute__((no_sanitize("address", "thread"))) static int fs_scan(const char* pszText, int iMax, Take take)
 {
     const auto uBefore = reinterpret_cast<uintptr_t>(pszText) % sizeof(ZEBUTextBlock);
     auto pBlock = reinterpret_cast<const ZEBUTextBlock*>(pszText - uBefore);
     int iSeen = -static_cast<int>(uBefore);
     uint64_t uFound = fs_zeros(*pBlock) >> iBits * uBefore << iBits * uBefore;
-    while (uFound == 0 && (iSeen += static_cast<int>(sizeof(ZEBUTextBlock))) < iMax)
+    take(*pBlock, iSeen);
+    while (uFound == 0 && (iSeen += static_cast<int>(sizeof(ZEBUTextBlock))) < iMax) {
         uFound = fs_zeros(*++pBlock);
+        take(*pBlock, iSeen);
+    }
     const int iLength = uFound == 0 ? iMax : iSeen + __builtin_ctzll(uFound) / iBits;
     return iLength < iMax ? iLength : iMax;
+}
+
+static int fs_length(const char* pszText, int iMax)
+{
+    return fs_scan(pszText, iMax, [](ZEBUTextBlock, int) {});
+}
+
+// Copies a text while it looks for its end, and returns its length, at most `iMax`. What stands around the
+// text in its first and last block is copied too: up to 15 bytes before and behind it.
+static int fs_takeText(char* pTo, const char* pszText, int iMax)
+{
+    return fs_scan(pszText, iMax, [pTo](ZEBUTextBlock block, int iAt) {
+        reinterpret_cast<tagZEBU_LOOSE_BLOCK*>(pTo + iAt)->block = block;
+    });
 }
 
 // Copies in blocks; the last one begins where it ends with the text.
@@ -137,10 +156,9 @@ int ZEBU2_PutMsgSigSafe(const char* pszText)
         ZEBU2_PutMsgSigSafe_ErrorPos = ZEBU_EPOS_PARAM;
         return -1;
     }
-    char szLine[ZEBU_LINE_BUFFER];
+    char szLine[ZEBU_LINE_BUFFER + sizeof(ZEBUTextBlock)];
+    const int iLength = fs_takeText(szLine + ZEBU_COL_BODY, pszText, ZEBU2_TEXT_MAX);
     (void)ZEBU_MakeupTraceMessageHeader_SigSafe(szLine, ZEBU2_szAppName);
-    const int iLength = fs_length(pszText, ZEBU2_TEXT_MAX);
-    fs_copy(szLine + ZEBU_COL_BODY, pszText, iLength);
     __builtin_memcpy(szLine + ZEBU_COL_BODY + iLength, "\r\n", 3);
 
     return fs_putToArea(szLine, static_cast<unsigned int>(ZEBU_COL_BODY + iLength + 2));
