@@ -18,9 +18,13 @@ function(zebu_summary)
 endfunction()
 
 # The command lines of the programs: most of what the compiler does there is the library that parses them, and
-# that runs once. Half of its time would be checks of that library's undefined behaviour.
+# that runs once. Half of its time would be checks of that library's undefined behaviour, or names of its symbols
+# for a debugger.
 set(ZEBU_PARSED_ONCE $<$<NOT:$<CONFIG:Debug>>:-O$<NOT:$<BOOL:${ZEBU_SANITIZED}>>>
   $<$<BOOL:${ZEBU_SANITIZED}>:-fno-sanitize=undefined>)
+if(CMAKE_CXX_FLAGS MATCHES "-g( |$)")
+  list(APPEND ZEBU_PARSED_ONCE -g1)
+endif()
 
 # The objects of the library for the tests of internals; never installed.
 add_library(zebu_internal STATIC)
