@@ -26,7 +26,7 @@ enum class ZEBURead {
 enum class ZEBUSourceKind { SharedRing, SingleRing, Plain };
 
 constexpr int ZEBU_RESTARTS_MAX = 100;
-constexpr int ZEBU_LOOKS_MAX = 16;  // one after another, at what writers change meanwhile
+constexpr int ZEBU_LOOKS_MAX = 16; // one after another, at what writers change meanwhile
 constexpr int ZEBU_LOOK_PAUSE = 2; // milliseconds, where they need time for it
 
 // A file of a source.
