@@ -57,9 +57,8 @@ enum When { UNTOUCHED = 1, NOW = 2, LATER = 4 }; // no fault to be seen yet; in 
 
 constexpr int cs_iFiles = 8; // of the ring: more than the script fills, so that it loses nothing by design
 
-// The sanitizers make each fork slow, and tell of calls that are alike the same: there, every seventh will
-// do, or every third.
-const long cs_lStep = dlsym(RTLD_DEFAULT, "__tsan_init") ? 7 : dlsym(RTLD_DEFAULT, "__asan_init") ? 3 : 1;
+// The sanitizer makes each fork slow, and tells of calls that are alike the same: there, every third will do.
+const long cs_lStep = dlsym(RTLD_DEFAULT, "__asan_init") ? 3 : 1;
 
 ZebuFault* const cs_pPlan = static_cast<ZebuFault*>(dlsym(RTLD_DEFAULT, ZEBU_FAULT_PLAN));
 
