@@ -122,14 +122,16 @@ public:
     {
         if (iTurns >= iSpins)
             return sleep(pHeader, uState);
-        ++iTurns;
-        for (int i = 0; i < iPauses; ++i)
+        for (int i = iPauses << (iTurns < iDoublings ? iTurns : iDoublings); i > 0; --i)
             ZEBU_Pause();
+        ++iTurns;
         return LOOK_AGAIN;
     }
 
 private:
-    enum { iSpins = 100, iPauses = 2 }; // some microseconds
+    // A look takes the header's cache line from the writer that is at work. So there is time between them for
+    // some lines: one thread then stores several in turn, and the line does not go to and fro for each.
+    enum { iSpins = 10, iPauses = 32, iDoublings = 3 }; // some tens of microseconds
 
     Turn sleep(tagZEBU_AREA_HEADER* pHeader, uint64_t uState);
 
