@@ -85,6 +85,38 @@ static void addLog4cplus(Group& group, Place& place, bool bOn, bool bLockFile, c
 }
 #endif
 
+#ifdef ZEBU_BENCH_GLOG
+#include <glog/logging.h>
+
+static void addGlog(Group& group, Place& place)
+{
+    group.begin = [begin = group.begin, &place] {
+        begin();
+        static const bool bBegun = (google::InitGoogleLogging("bench"), true);
+        (void)bBegun;
+        FLAGS_logbuflevel = -1; // flushes each line
+        FLAGS_logtostderr = false;
+        google::SetLogDestination(google::INFO, place.path("glog.").c_str());
+    };
+    group.end = [end = group.end] {
+        google::SetLogDestination(google::INFO, "");
+        end();
+    };
+    group.rows.push_back({"glog, flushed", Kind::Peer, [](long n) {
+                              for (long i = 0; i < n; ++i)
+                                  LOG(INFO) << cs_pszText;
+                          }});
+}
+
+static void addGlogOff(Group& group)
+{
+    group.rows.push_back({"glog, off", Kind::Peer, [](long n) {
+                              for (long i = 0; i < n; ++i)
+                                  VLOG(1) << cs_pszText;
+                          }});
+}
+#endif
+
 void addPeersOff([[maybe_unused]] Group& group, [[maybe_unused]] Place& place)
 {
 #ifdef ZEBU_BENCH_SPDLOG
@@ -92,6 +124,9 @@ void addPeersOff([[maybe_unused]] Group& group, [[maybe_unused]] Place& place)
 #endif
 #ifdef ZEBU_BENCH_LOG4CPLUS
     addLog4cplus(group, place, false, false, "log4cplus, off");
+#endif
+#ifdef ZEBU_BENCH_GLOG
+    addGlogOff(group);
 #endif
 }
 
@@ -102,6 +137,9 @@ void addPeersFile([[maybe_unused]] Group& group, [[maybe_unused]] Place& place)
 #endif
 #ifdef ZEBU_BENCH_LOG4CPLUS
     addLog4cplus(group, place, true, false, "log4cplus, flushed");
+#endif
+#ifdef ZEBU_BENCH_GLOG
+    addGlog(group, place);
 #endif
 }
 

@@ -124,17 +124,32 @@ void* ZEBU_memset_r(void* pTo, int iByte, unsigned long ulCount)
 
 // ---- The line ------------------------------------------------------------------------------------
 
+// A header with the columns that are the same in each.
+struct tagZEBU_FIXED_COLUMNS
+{
+    char szHeader[ZEBU_COL_BODY] = {};
+
+    consteval tagZEBU_FIXED_COLUMNS()
+    {
+        for (char& c : szHeader)
+            c = ' ';
+        for (int i = 0; i < ZEBU_TIME_TEXT; ++i)
+            szHeader[ZEBU_COL_TIME + i] = ZEBU_NO_TIME[i];
+        for (int i = 0; i < ZEBU_HEX_WIDTH; ++i)
+            szHeader[ZEBU_COL_TID + i] = '-';
+    }
+};
+static constexpr tagZEBU_FIXED_COLUMNS cs_fixed;
+
 int ZEBU_MakeupTraceMessageHeader_SigSafe(char* pszLine, const char* pszAppName)
 {
-    ZEBU_memset_r(pszLine, ' ', ZEBU_COL_BODY);
+    __builtin_memcpy(pszLine, cs_fixed.szHeader, ZEBU_COL_BODY);
     ZEBU2_IntToStr(pszLine + ZEBU_COL_COUNT, ZEBU_TakeMsgCount(), 4);
-    __builtin_memcpy(pszLine + ZEBU_COL_TIME, ZEBU_NO_TIME, ZEBU_TIME_TEXT);
     if (pszAppName == ZEBU2_szAppName)
         ZEBU_PutAppName(pszLine + ZEBU_COL_APP);
     else
         ZEBU_PutField(pszLine + ZEBU_COL_APP, pszAppName, ZEBU_APP_NAME);
     ZEBU_PutProcessId(pszLine + ZEBU_COL_PID);
-    __builtin_memcpy(pszLine + ZEBU_COL_TID, "-------- ", ZEBU_THREAD_ID);
     return 0;
 }
 
