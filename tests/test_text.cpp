@@ -13,6 +13,8 @@ TEST(SignalSafeText, CopiesAndCountsAsTheFunctionsOfCWithoutFilling)
     EXPECT_EQ(memcmp(szTo, "xy\0...", 6), 0);
     EXPECT_EQ(ZEBU_strcpy_r(szTo, "abcd"), szTo);
     EXPECT_EQ(ZEBU_strlen_r(szTo), 4);
+    EXPECT_EQ(ZEBU_memset_r(szTo, 'x', 2), szTo);
+    EXPECT_STREQ(szTo, "xxcd");
     EXPECT_EQ(ZEBU_strlen_r(nullptr), 0);
 }
 
