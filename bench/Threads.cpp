@@ -115,7 +115,7 @@ static Group areaThreads(Place& place, int iThreads)
     const std::string count = std::to_string(iThreads);
     Group group = {"area-threads-" + count,
                    "trace area, " + count + (iThreads == 1 ? " thread" : " threads"),
-                   20000,
+                   100000, // many more than one thread puts before the last one runs
                    {{Kind::ByHand, 1 / (iThreads == 1 ? 0.9 : 1.5)}},
                    [&place, threads, iThreads] {
                        place.start();

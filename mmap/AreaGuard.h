@@ -118,24 +118,12 @@ public:
     enum Turn { LOOK_AGAIN, PASS_OVER, GIVE_UP };
 
     // Lets some time go by; `uState` is what stood in the way.
-    Turn turn(tagZEBU_AREA_HEADER* pHeader, uint64_t uState)
-    {
-        if (iTurns >= iSpins)
-            return sleep(pHeader, uState);
-        for (int i = iPauses << (iTurns < iDoublings ? iTurns : iDoublings); i > 0; --i)
-            ZEBU_Pause();
-        ++iTurns;
-        return LOOK_AGAIN;
-    }
+    Turn turn(tagZEBU_AREA_HEADER* pHeader, uint64_t uState);
 
 private:
-    // A look takes the header's cache line from the writer that is at work. So there is time between them for
-    // some lines: one thread then stores several in turn, and the line does not go to and fro for each.
-    enum { iSpins = 10, iPauses = 32, iDoublings = 3 }; // some tens of microseconds
-
     Turn sleep(tagZEBU_AREA_HEADER* pHeader, uint64_t uState);
 
-    int iTurns = 0;
+    uint32_t uTurns = 0;
     int64_t lFirst = 0; // in ns: when this append began to sleep,
     int64_t lBegan = 0; // and when the write offset was last seen to have moved
 };
