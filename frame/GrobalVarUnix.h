@@ -90,11 +90,13 @@ void ZEBU_StoreProcessId();
 // Returns the number for the next line, 0 to 9999, and advances the counter. Lock-free, signal-safe.
 [[gnu::always_inline]] inline int ZEBU_TakeMsgCount()
 {
-    int iCount = ZEBU2_iMsgCount.load(std::memory_order_relaxed);
-    while (!ZEBU2_iMsgCount.compare_exchange_weak(iCount, iCount >= 9999 ? 0 : iCount + 1,
+    int iSeen = ZEBU2_iMsgCount.load(std::memory_order_relaxed);
+    for (;;) {
+        const int iCount = iSeen; // what is made of it need not wait for the exchange
+        if (ZEBU2_iMsgCount.compare_exchange_weak(iSeen, iCount >= 9999 ? 0 : iCount + 1,
                                                   std::memory_order_relaxed))
-        ;
-    return iCount;
+            return iCount;
+    }
 }
 
 #endif
