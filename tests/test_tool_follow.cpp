@@ -224,6 +224,20 @@ TEST_F(Follow, NoticesThatTheRingCameWholeTimesRound)
     }
 }
 
+TEST_F(Follow, TakesAParkedFileBackOnlyWhereItStillStands)
+{
+    ZEBUTraceFile file;
+    char cFirst;
+    fill({{1, 1, 2}, {2, 1, 2}});
+    ASSERT_EQ(file.open(traceFile(1)), 0);
+    file.park();
+    EXPECT_EQ(file.readAt(0, &cFirst, 1), 1);
+    file.park();
+    EXPECT_EQ(rename(traceFile(2).c_str(), traceFile(1).c_str()), 0); // the same bytes
+    EXPECT_EQ(file.readAt(0, &cFirst, 1), -1);
+    EXPECT_EQ(errno, ESTALE);
+}
+
 TEST_F(Follow, EndsQuietlyWithItsReader)
 {
     fill({{1, 1, 7}, {2, 8, 12}});
